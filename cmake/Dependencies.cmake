@@ -1,0 +1,11 @@
+# Every library that is not ours; the packages are listed in Scripts/install-dependencies.
+find_package(PkgConfig REQUIRED)
+find_package(OpenSSL 3 REQUIRED)
+find_package(CURL REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(fmt REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(GTest REQUIRED)
+find_package(Boost 1.81 REQUIRED COMPONENTS json url)
+find_package(SQLite3 REQUIRED)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)

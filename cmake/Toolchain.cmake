@@ -1,0 +1,51 @@
+# The one compiler, its warnings, and the sanitizers of a preset.
+if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR CMAKE_CXX_COMPILER_VERSION VERSION_LESS 19)
+  message(FATAL_ERROR
+    "Vark builds with Clang 19 or newer only (found ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}). "
+    "GCC 12 compiles legal coroutine code into double frees without a warning. "
+    "Run Scripts/install-dependencies, then configure with a preset: cmake --preset dev")
+endif()
+
+set(CMAKE_CXX_STANDARD 23)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_SCAN_FOR_MODULES OFF)
+
+find_program(VARK_CCACHE ccache)
+if(VARK_CCACHE)
+  # Precompiled headers and ccache agree only when time stamps are left out of the comparison.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+      CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} ${VARK_CCACHE})
+endif()
+
+set(VARK_SANITIZE "" CACHE STRING "Sanitizers of this build, as clang's -fsanitize takes them")
+
+add_library(VarkOptions INTERFACE)
+target_compile_options(VarkOptions INTERFACE
+  -Werror -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Wold-style-cast
+  -Woverloaded-virtual -Wthread-safety
+  "SHELL:-Xclang -fno-pch-timestamp")
+target_include_directories(VarkOptions INTERFACE ${CMAKE_SOURCE_DIR}/Sources)
+target_link_options(VarkOptions INTERFACE -fuse-ld=lld-19)
+find_package(Threads REQUIRED)
+target_link_libraries(VarkOptions INTERFACE Threads::Threads)
+if(VARK_SANITIZE)
+  target_compile_options(VarkOptions INTERFACE
+    -fsanitize=${VARK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  target_link_options(VarkOptions INTERFACE -fsanitize=${VARK_SANITIZE})
+endif()
+
+# vark_library(NAME): a static library of ours with the house's options. Sources come from target_sources.
+function(vark_library name)
+  add_library(${name} STATIC)
+  target_link_libraries(${name} PUBLIC VarkOptions)
+endfunction()
+
+# vark_precompile(TARGET): the headers that nearly every file of ours takes in.
+function(vark_precompile name)
+  target_precompile_headers(${name} PRIVATE
+    <algorithm> <chrono> <coroutine> <cstdint> <exception> <filesystem> <functional> <map> <memory> <mutex>
+    <optional> <set> <span> <stop_token> <string> <string_view> <unordered_map> <utility> <variant> <vector>
+    <fmt/format.h>)
+endfunction()
