@@ -1,0 +1,78 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace vark {
+
+/// A failure of the file system, with a finished sentence: what was tried, on which file, and the system's reason.
+class FileError : public std::runtime_error {
+  public:
+    FileError(std::string_view whatWasTried, const std::filesystem::path& path, int errorNumber);
+    int errorNumber() const { return errorNumber_; }
+
+  private:
+    int errorNumber_;
+};
+
+/// The owner of one file descriptor. Move-only; closes at its end.
+class Descriptor {
+  public:
+    Descriptor() = default;
+    explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+    Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    ~Descriptor() { close(); }
+
+    int get() const { return descriptor_; }
+    explicit operator bool() const { return descriptor_ >= 0; }
+    int release() {
+        int descriptor = descriptor_;
+        descriptor_ = -1;
+        return descriptor;
+    }
+    void close();
+
+  private:
+    int descriptor_ = -1;
+};
+
+/// Opens for reading, close-on-exec. Fails with `FileError`.
+Descriptor openForReading(const std::filesystem::path& path);
+/// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
+std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
+
+/// Whether the bytes must be on the disk, and not only in the system's cache, before the old file is replaced.
+enum class Durability { synced, cached };
+
+/// Writes into a temporary file beside `path`, made with `mode` from the start, and renames it over the old one: a
+/// reader sees the old bytes or the new ones whole, and a crash leaves one of them. Fails with `FileError`, and then
+/// the old file stands and the temporary one is gone.
+void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
+                     Durability durability = Durability::synced);
+
+/// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process dies.
+/// Move-only; gives the lock back at its end.
+class FileLock {
+  public:
+    /// Waits without a limit. Fails with `FileError` when the file cannot be opened.
+    static FileLock exclusive(const std::filesystem::path& path);
+    /// Nothing when somebody else holds it. Fails with `FileError` when the file cannot be opened.
+    static std::optional<FileLock> tryExclusive(const std::filesystem::path& path);
+
+    void unlock();
+    /// The open lock file, for whoever writes a note into it.
+    int descriptor() const { return descriptor_.get(); }
+
+  private:
+    explicit FileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+    Descriptor descriptor_;
+};
+
+}  // namespace vark

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vark {
+
+bool isUTF8(std::string_view text);
+/// The text with every invalid byte sequence replaced by U+FFFD.
+std::string repairedUTF8(std::string_view text);
+/// Letters and digits as Unicode has them.
+bool isAlphanumeric(char32_t character);
+std::string lowercased(std::string_view text);
+
+/// Split at every `separator`, empty pieces kept.
+std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator);
+/// What stands behind the last "/", or the whole text.
+std::string_view lastPathComponent(std::string_view path);
+
+/// "1,234": decimal with the thousands separators of the locale en_AU.
+std::string decimalNumber(std::int64_t number);
+
+/// The order in which a file browser lists names in the locale en_AU: by letter, ignoring case until all else is
+/// equal, with runs of digits compared as numbers ("a2" before "a10"). Keys compare bytewise in that order; build
+/// one for each text and sort by them. Any thread; one object for one sort.
+class NaturalOrder {
+  public:
+    NaturalOrder();
+    ~NaturalOrder();
+    NaturalOrder(const NaturalOrder&) = delete;
+    NaturalOrder& operator=(const NaturalOrder&) = delete;
+
+    std::string key(std::string_view text) const;
+
+  private:
+    void* collator_;
+};
+
+/// Shown to a person on a terminal: control characters, line ends, escape sequences, bidirectional overrides and
+/// bytes that are not UTF-8 come out as backslash escapes (`\n`, `\x1b`, `\u202e`), all else as it is.
+std::string escapedForTerminal(std::string_view text);
+
+}  // namespace vark
