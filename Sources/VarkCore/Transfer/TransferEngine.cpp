@@ -1,0 +1,343 @@
+#include "VarkCore/Transfer/TransferEngine.h"
+
+#include <array>
+#include <cassert>
+
+#include "VarkCore/Transfer/Format.h"
+
+namespace vark {
+
+namespace {
+
+// In the order in which they are shown when several are in force.
+constexpr std::array<std::string_view, 4> kindsOfHold = {"drive", "sleep", "network", "schedule"};
+constexpr Duration tickLength = std::chrono::milliseconds(500);
+constexpr std::uint64_t ticksBetweenSchedules = 60;
+constexpr Duration saveDelay = std::chrono::seconds(1);
+constexpr Duration rateWindow = std::chrono::seconds(12);
+
+}  // namespace
+
+TransferEngine::TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, TransferLog& log,
+                               int chunkSlots, Host host)
+    : host_(std::move(host)),
+      api_(std::move(api)),
+      store_(store),
+      log_(log),
+      chunkWidth_(static_cast<std::size_t>(std::max(chunkSlots, 1))),
+      chunkSlots_(chunkSlots),
+      scope_(host_.executor, host_.clock) {}
+
+TransferEngine::~TransferEngine() = default;
+
+void TransferEngine::assertOnExecutor() const {
+    assert(host_.executor.isCurrent());
+}
+
+void TransferEngine::send(const Event& event) const {
+    if (onEvent) onEvent(event);
+}
+
+void TransferEngine::setOfficeHours(const OfficeHours& hours) {
+    assertOnExecutor();
+    officeHours_ = hours;
+    reconsiderSchedule(true);
+}
+
+void TransferEngine::start(bool watchNetwork) {
+    assertOnExecutor();
+    if (!job_) {
+        try {
+            job_ = store_.load();
+        } catch (const std::exception&) {
+            // The file stands as it is until the next save, and the run begins with nothing.
+        }
+        if (job_) {
+            rebuildIndex();
+            log_.write(fmt::format("Picked up the saved queue: {} for {}",
+                                   Format::count(static_cast<std::int64_t>(job_->items.size()), "file"),
+                                   job_->destination.empty() ? "the vark root" : job_->destination));
+        }
+    }
+    if (!ticker_) ticker_ = scope_.start(ticking());
+    if (watchNetwork && !monitor_) {
+        monitor_ = host_.makePathMonitor();
+        monitor_->start([this](bool usable) { scope_.start(networkChanged(usable)); });
+    }
+    reconsiderSchedule(true);
+    recompute();
+    pump();
+}
+
+Task<void> TransferEngine::ticking() {
+    while (true) {
+        co_await sleepFor(tickLength);
+        ++tick_;
+        recompute();
+        if (tick_ % ticksBetweenSchedules == 0) reconsiderSchedule(false);
+    }
+}
+
+Task<void> TransferEngine::networkChanged(bool usable) {
+    if (usable) {
+        clearHold("network");
+    } else {
+        setHold("network", "Waiting for the network");
+    }
+    co_return;
+}
+
+void TransferEngine::setHold(const std::string& kind, const std::string& reason) {
+    assertOnExecutor();
+    bool isNew = holds_.insert_or_assign(kind, reason).second;
+    if (isNew) {
+        log_.write(reason);
+        cancelAllTasks();
+    }
+    updateHold();
+}
+
+void TransferEngine::clearHold(const std::string& kind) {
+    assertOnExecutor();
+    if (holds_.erase(kind) == 0) return;
+    updateHold();
+    if (hold_) return;
+    samples_.clear();
+    pump();
+}
+
+void TransferEngine::updateHold() {
+    hold_.reset();
+    for (std::string_view kind : kindsOfHold) {
+        auto found = holds_.find(std::string(kind));
+        if (found == holds_.end()) continue;
+        hold_ = found->second;
+        return;
+    }
+}
+
+void TransferEngine::cancelAllTasks() {
+    for (const auto& [id, active] : tasks_)
+        active.task.cancel();
+}
+
+void TransferEngine::returnInFlightToQueued() {
+    for (const UUID& id : activeItemIDs()) {
+        set(id, [](TransferItem& item) {
+            if (isInFlight(item.state)) item.state = ItemState::queued;
+        });
+    }
+}
+
+void TransferEngine::reconsiderSchedule(bool force) {
+    driveMayBeBack();
+    Date date = now();
+    if (officeHours_.allows(date, host_.calendar)) {
+        clearHold("schedule");
+        return;
+    }
+    std::optional<Date> next = officeHours_.nextAllowed(date, host_.calendar);
+    if (!next) return;
+    std::string sentence =
+        fmt::format("Waiting until {}: outside office hours only", Format::time(*next, host_.calendar));
+    auto inForce = holds_.find("schedule");
+    if (!force && inForce != holds_.end() && inForce->second == sentence) return;
+    setHold("schedule", sentence);
+}
+
+void TransferEngine::pump() {
+    if (!job_ || job_->isPaused || hold_) {
+        finishIfIdle();
+        return;
+    }
+    if (tasks_.size() >= maxConcurrentFiles) return;
+    bool startedAny = false;
+    while (tasks_.size() < maxConcurrentFiles) {
+        std::optional<std::size_t> place = waiting_.first();
+        if (!place) break;
+        waiting_.erase(*place);
+        const TransferItem& item = job_->items[*place];
+        Active active;
+        active.startedAs = ++started_;
+        active.heldBytes = item.bytesDone();
+        active.task = scope_.start(process(item.id));
+        tasks_.emplace(item.id, std::move(active));
+        worked_ = true;
+        startedAny = true;
+    }
+    if (!startedAny) finishIfIdle();
+}
+
+void TransferEngine::finishIfIdle() {
+    if (!tasks_.empty() || !worked_) return;
+    if (totals_.count(ItemState::queued) > 0 && isRunning()) return;
+    worked_ = false;
+    recompute();
+    if (!overall_.allSettled()) return;
+    log_.write(fmt::format("Finished: {} landed and checked, {} failed, {} skipped, {} waiting on a decision",
+                           Format::count(overall_.filesVerified, "file"), overall_.filesFailed,
+                           overall_.filesSkipped, overall_.filesConflict));
+    send(JobFinished{overall_.filesVerified, overall_.filesFailed, overall_.filesSkipped,
+                     overall_.filesConflict});
+}
+
+void TransferEngine::pause() {
+    assertOnExecutor();
+    if (!job_ || job_->isPaused) return;
+    job_->isPaused = true;
+    job_->pausedByVark = false;
+    cancelAllTasks();
+    log_.write("Paused");
+    recompute();
+    flush();
+}
+
+void TransferEngine::pauseBecauseTheVarkRefused(const std::string& reason) {
+    assertOnExecutor();
+    if (!job_) return;
+    job_->isPaused = true;
+    job_->pausedByVark = true;
+    cancelAllTasks();
+    log_.write(reason);
+}
+
+void TransferEngine::resume() {
+    assertOnExecutor();
+    if (!isPaused()) return;
+    job_->isPaused = false;
+    job_->pausedByVark.reset();
+    log_.write("Resumed");
+    samples_.clear();
+    recompute();
+    flush();
+    pump();
+}
+
+bool TransferEngine::resumeIfTheVarkPausedIt() {
+    assertOnExecutor();
+    if (!pausedByVark()) return false;
+    resume();
+    return true;
+}
+
+void TransferEngine::pauseForQuit() {
+    assertOnExecutor();
+    cancelAllTasks();
+    if (ticker_) ticker_->cancel();
+    ticker_.reset();
+    monitor_.reset();
+    returnInFlightToQueued();
+}
+
+void TransferEngine::flush() {
+    assertOnExecutor();
+    if (saveTask_) saveTask_->cancel();
+    saveTask_.reset();
+    try {
+        store_.save(job_);
+    } catch (const std::exception&) {
+        // The queue in memory is right; the next save tries again.
+    }
+}
+
+void TransferEngine::scheduleSave() {
+    if (!saveTask_) saveTask_ = scope_.start(saveSoon());
+}
+
+Task<void> TransferEngine::saveSoon() {
+    co_await sleepFor(saveDelay);
+    saveTask_.reset();
+    // Encoded here, where the queue stands still, and written elsewhere.
+    QueueStore::Snapshot snapshot = store_.encode(job_);
+    try {
+        co_await host_.pool.run([this, &snapshot] { store_.write(snapshot); });
+    } catch (const std::exception&) {
+        // As in `flush`.
+    }
+}
+
+bool TransferEngine::driveIsGone() const {
+    return job_ && job_->ingest && !job_->ingest->driveIsHere();
+}
+
+void TransferEngine::holdForTheDrive() {
+    setHold("drive", job_->ingest->waitingLine());
+}
+
+void TransferEngine::watchIngestDrive() {
+    assertOnExecutor();
+    if (!job_ || !job_->ingest || job_->ingest->reported) return;
+    if (!driveIsGone()) {
+        driveMayBeBack();
+        return;
+    }
+    std::int64_t settled = totals_.count(ItemState::verified) + totals_.count(ItemState::skipped) +
+                           totals_.count(ItemState::failed);
+    if (holds_.contains("drive") || settled == overall_.filesTotal) return;
+    holdForTheDrive();
+    returnInFlightToQueued();
+}
+
+void TransferEngine::driveMayBeBack() {
+    assertOnExecutor();
+    if (!holds_.contains("drive")) return;
+    if (!job_ || !job_->ingest) {
+        clearHold("drive");
+        return;
+    }
+    if (driveIsGone()) return;
+    log_.write(fmt::format("{} is back; carrying on", job_->ingest->drive));
+    clearHold("drive");
+}
+
+void TransferEngine::recompute() {
+    assertOnExecutor();
+    double rate = 0;
+    overall_ = totals_.overall();
+    if (!isRunning()) {
+        samples_.clear();
+        return;
+    }
+    Instant instant = host_.clock.now();
+    samples_.emplace_back(instant, overall_.bytesDone);
+    while (instant - samples_.front().first > rateWindow)
+        samples_.pop_front();
+    if (samples_.size() < 3) return;
+    double elapsed = inSeconds(instant - samples_.front().first);
+    std::int64_t gain = overall_.bytesDone - samples_.front().second;
+    if (elapsed > 0.5 && gain >= 0) rate = static_cast<double>(gain) / elapsed;
+    overall_.rate = rate;
+    if (rate > 0) {
+        overall_.secondsLeft = static_cast<double>(overall_.bytesTotal - overall_.bytesDone) / rate;
+    }
+}
+
+const TransferItem* TransferEngine::item(const UUID& id) const {
+    std::optional<std::size_t> place = position(id);
+    return place ? &job_->items[*place] : nullptr;
+}
+
+std::vector<UUID> TransferEngine::activeItemIDs() const {
+    std::vector<std::pair<std::uint64_t, UUID>> active;
+    active.reserve(tasks_.size());
+    for (const auto& [id, one] : tasks_)
+        active.emplace_back(one.startedAs, id);
+    std::ranges::sort(active);
+    std::vector<UUID> ids;
+    ids.reserve(active.size());
+    for (const auto& [order, id] : active)
+        ids.push_back(id);
+    return ids;
+}
+
+std::int64_t TransferEngine::hashingBytes(const UUID& id) const {
+    auto found = tasks_.find(id);
+    return found == tasks_.end() ? 0 : found->second.hashingBytes;
+}
+
+std::int64_t TransferEngine::inFlightBytes(const UUID& id) const {
+    auto found = tasks_.find(id);
+    return found == tasks_.end() ? 0 : found->second.inFlightBytes;
+}
+
+}  // namespace vark
