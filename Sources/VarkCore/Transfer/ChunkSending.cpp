@@ -16,7 +16,7 @@ Task<void> TransferEngine::sendChunks(UUID id, std::shared_ptr<VarkAPI> api, std
         while (true) {
             while (group.pending() < chunkWidth_ && next < missing.size()) {
                 std::int64_t index = missing[next++];
-                std::int64_t offset = plan.range(index).first;
+                std::int64_t offset = plan.range(index).start;
                 group.add(sendChunk(id, api, uploadID, index, offset, plan.length(index), file));
             }
             std::optional<std::int64_t> landed = co_await group.next();

@@ -62,15 +62,15 @@ Task<void> TransferEngine::carry(UUID id) {
         BeginResult begun = co_await retrying<BeginResult>("begin " + relativePath, [=] {
             return api->begin(serverPath, size, sha256, mtime, replace, ingestID, source);
         });
-        if (begun.isExists()) {
+        if (begun.exists()) {
             found(id, serverPath, hadUpload);
             co_return;
         }
-        if (begun.isConflict()) {
+        if (begun.conflict() != nullptr) {
             blocked(id, serverPath);
             co_return;
         }
-        std::optional<UploadStatus> status = co_await sendAndFinish(id, api, serverPath, file, begun.start());
+        std::optional<UploadStatus> status = co_await sendAndFinish(id, api, serverPath, file, *begun.start());
         if (!status) continue;
         if (status->state != "done") {
             throw EngineError::gaveUp(
@@ -99,9 +99,9 @@ Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
         }
         return !token.stop_requested();
     };
-    Digest digest =
-        co_await host_.pool.run([&file, &progress] { return FileHasher::digest(file, progress); });
-    set(id, [&digest](TransferItem& item) { item.sha256 = digest; });
+    std::string hex =
+        co_await host_.pool.run([&file, &progress] { return FileHasher::sha256(file, progress); });
+    set(id, [&hex](TransferItem& item) { item.sha256 = Digest::parse(hex); });
     if (auto active = tasks_.find(id); active != tasks_.end()) active->second.hashingBytes = 0;
 }
 
@@ -242,7 +242,7 @@ void TransferEngine::settleFailure(const UUID& id, const std::exception_ptr& fai
             pauseBecauseTheVarkRefused(
                 "The vark refused this Mac's token; the queue is paused while that is checked");
             send(SignedOut{*refused});
-        } else if (error.isNotConnected()) {
+        } else if (std::holds_alternative<VarkAPIError::NotConnected>(error.which())) {
             set(id, [](TransferItem& item) { item.state = ItemState::queued; });
             pauseBecauseTheVarkRefused("No token to send with; the queue waits");
             send(NoToken{});

@@ -63,7 +63,7 @@ class TransferEngine {
         Calendar calendar;
         /// For hashing, walking and the writing of the saved queue.
         BlockingPool& pool;
-        Volumes& volumes;
+        const Volumes& volumes;
         /// Asked once, by the first `start` that is to watch the network.
         std::function<std::unique_ptr<PathMonitor>()> makePathMonitor;
     };

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Tests/Support/FakeVark.h"
+#include "Tests/Support/Fakes.h"
+#include "Tests/Support/TemporaryFolder.h"
+#include "Tests/Support/TestLoop.h"
+#include "VarkCore/Transfer/TransferEngine.h"
+
+namespace vark::test {
+
+/// An engine with files in a temporary folder, a vark in memory and time that stands still.
+class EngineTest : public ::testing::Test {
+  protected:
+    EngineTest() { makeEngine(); }
+    ~EngineTest() override {
+        engine.reset();
+        loop.settle();
+    }
+
+    void makeEngine(int chunkSlots = 3) {
+        engine.reset();
+        events.clear();
+        TransferEngine::Host host{loop.executor, loop.clock, [this] { return date(); }, Calendar("UTC"), loop.pool,
+                                  volumes,       [this] {
+                                      auto monitor = std::make_unique<FakePathMonitor>();
+                                      network = monitor->remote();
+                                      ++monitorsMade;
+                                      return monitor;
+                                  }};
+        engine = std::make_unique<TransferEngine>(vark, store, log, chunkSlots, host);
+        engine->onEvent = [this](const TransferEngine::Event& event) { note(event); };
+    }
+
+    /// 12:00 on Wednesday 1 October 2025 when the loop's clock stands at its beginning.
+    Date date() const {
+        return Date::fromSince1970(1'759'320'000) + inSeconds(loop.clock.now().time_since_epoch());
+    }
+
+    std::filesystem::path write(const std::string& name, std::size_t size, char fill = 'a') {
+        std::filesystem::path path = folder.path() / "files" / name;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << std::string(size, fill);
+        return path;
+    }
+    TransferEngine::Added add(std::vector<std::filesystem::path> paths) {
+        TaskHandle<TransferEngine::Added> handle = loop.start(engine->add(std::move(paths)));
+        loop.settle();
+        return handle.result();
+    }
+    const TransferItem& item(const std::string& name) const {
+        for (const TransferItem& one : engine->job()->items) {
+            if (one.name() == name) return one;
+        }
+        throw std::out_of_range("no item " + name);
+    }
+    std::vector<std::string> states() const {
+        std::vector<std::string> list;
+        for (const TransferItem& one : engine->job()->items) list.emplace_back(storedName(one.state));
+        return list;
+    }
+    /// The log's sentences, without their times.
+    std::vector<std::string> logged() const {
+        std::vector<std::string> lines;
+        std::ifstream file(folder.path() / "transfer.log");
+        for (std::string line; std::getline(file, line);) lines.push_back(line.substr(line.find("  ") + 2));
+        return lines;
+    }
+    /// What stands in queue.json now.
+    std::optional<TransferJob> saved() { return QueueStore(folder.path() / "queue.json").load(); }
+
+    void note(const TransferEngine::Event& event) {
+        if (const auto* finished = std::get_if<TransferEngine::JobFinished>(&event)) {
+            events.push_back(fmt::format("finished {} {} {} {}", finished->verified, finished->failed,
+                                         finished->skipped, finished->conflicts));
+        } else if (const auto* failed = std::get_if<TransferEngine::ItemFailed>(&event)) {
+            events.push_back(fmt::format("failed {}: {}", failed->name, failed->error));
+        } else if (const auto* decision = std::get_if<TransferEngine::DecisionNeeded>(&event)) {
+            events.push_back("decide " + decision->name);
+        } else if (const auto* signedOut = std::get_if<TransferEngine::SignedOut>(&event)) {
+            events.push_back("signed out " + signedOut->refused.code.value_or("-"));
+        } else {
+            events.push_back("no token");
+        }
+    }
+
+    TemporaryFolder folder;
+    TestLoop loop;
+    std::shared_ptr<FakeVark> vark = std::make_shared<FakeVark>();
+    FakeVolumes volumes;
+    QueueStore store{folder.path() / "queue.json"};
+    TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
+    std::shared_ptr<FakePathMonitor::Remote> network;
+    int monitorsMade = 0;
+    std::vector<std::string> events;
+    std::unique_ptr<TransferEngine> engine;
+};
+
+}  // namespace vark::test

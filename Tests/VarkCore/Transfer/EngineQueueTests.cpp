@@ -1,0 +1,183 @@
+#include <random>
+
+#include "EngineFixture.h"
+
+namespace vark::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class EngineQueue : public EngineTest {
+  protected:
+    /// The totals as one pass over all items gives them.
+    void expectTotalsOfAFullPass() {
+        engine->recompute();
+        Overall whole;
+        std::map<UUID, EntryProgress> entries;
+        for (const TransferEntry& entry : engine->job()->entries) entries[entry.id];
+        for (const TransferItem& one : engine->job()->items) {
+            EntryProgress& entry = entries[one.entryID];
+            std::int64_t done = std::min(one.size, one.bytesDone() + engine->inFlightBytes(one.id));
+            ++whole.filesTotal;
+            ++entry.files;
+            whole.bytesTotal += one.size;
+            entry.bytesTotal += one.size;
+            whole.bytesDone += done;
+            entry.bytesDone += done;
+            whole.filesVerified += one.state == ItemState::verified;
+            entry.verified += one.state == ItemState::verified;
+            whole.bytesVerified += one.state == ItemState::verified ? one.size : 0;
+            whole.filesFailed += one.state == ItemState::failed;
+            entry.failed += one.state == ItemState::failed;
+            whole.filesConflict += one.state == ItemState::conflict;
+            entry.conflicts += one.state == ItemState::conflict;
+            whole.filesSkipped += one.state == ItemState::skipped;
+            entry.skipped += one.state == ItemState::skipped;
+            entry.inFlight += isInFlight(one.state);
+            entry.hashing += one.state == ItemState::hashing;
+        }
+        Overall published = engine->overall();
+        published.rate = 0;
+        published.secondsLeft.reset();
+        EXPECT_EQ(published, whole);
+        EXPECT_EQ((std::map<UUID, EntryProgress>(engine->entryProgress().begin(), engine->entryProgress().end())),
+                  entries);
+    }
+};
+
+TEST_F(EngineQueue, TheSameThingIsAddedOnceHoweverItIsSpelled) {
+    std::filesystem::path file = write("Shoot/a.mov", 10);
+    engine->start(false);
+    EXPECT_EQ(add({file.parent_path()}).items, 1);
+    TransferEngine::Added again =
+        add({file.parent_path() / "", file.parent_path() / "." / "", folder.path() / "files/x/../Shoot"});
+    EXPECT_EQ(again.items, 0);
+    EXPECT_THAT(again.notAdded, ElementsAre(HasSubstr("Already in the queue: "), HasSubstr("Already in the queue: "),
+                                            HasSubstr("Already in the queue: ")));
+    EXPECT_EQ(engine->job()->title, "Shoot");
+    EXPECT_EQ(item("a.mov").localPath, file.string());
+    EXPECT_EQ(item("a.mov").relativePath, "Shoot/a.mov");
+}
+
+TEST_F(EngineQueue, APathThatCannotBeAddedIsToldAndTheOthersGoOn) {
+    engine->start(false);
+    TransferEngine::Added added = add({folder.path() / "nowhere", write("a.mov", 10)});
+    EXPECT_EQ(added.items, 1);
+    EXPECT_THAT(added.notAdded, ElementsAre(HasSubstr("Could not add " + (folder.path() / "nowhere").string())));
+    EXPECT_THAT(logged(), Contains(HasSubstr("Could not add ")));
+    EXPECT_TRUE(engine->job());
+}
+
+TEST_F(EngineQueue, ClearingTakesFinishedEntriesAndClearingAllTakesTheFileToo) {
+    std::vector<std::filesystem::path> files = {write("good", 100), write("bad", 100), write("long", 100'000)};
+    engine->start(false);
+    add(files);
+    std::filesystem::create_directories(folder.path() / "files" / "Empty");
+    add({folder.path() / "files" / "Empty"});
+    vark->failures["finish"].push_back(VarkAPIError::server(400));
+    loop.advance(2s);
+    engine->clearFinished();
+    EXPECT_EQ(engine->job()->entries.size(), 2U);
+    EXPECT_THAT(logged(), Contains("Removed Empty from the queue"));
+    EXPECT_EQ(vark->count("cancel"), 0);
+    expectTotalsOfAFullPass();
+    engine->clearAll();
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "queue.json"));
+    loop.advance(2s);
+    EXPECT_EQ(vark->count("cancel"), 2);
+    EXPECT_FALSE(engine->job());
+    EXPECT_EQ(vark->chunksInFlight, 0);
+    EXPECT_EQ(engine->overall(), Overall());
+}
+
+TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
+    std::mt19937 random(7);
+    auto roll = [&](int sides) { return std::uniform_int_distribution<int>(0, sides - 1)(random); };
+    engine->start(false);
+    vark->chunkTime = 70ms;
+    int named = 0;
+    for (int round = 0; round < 300; ++round) {
+        switch (roll(12)) {
+            case 0:
+            case 1:
+            case 2: {
+                std::string name = fmt::format("batch{}", named++);
+                for (int i = roll(4); i >= 0; --i) {
+                    write(fmt::format("{}/{}", name, i), static_cast<std::size_t>(roll(700)), static_cast<char>(i));
+                }
+                add({folder.path() / "files" / name});
+                break;
+            }
+            case 3:
+                vark->failures["chunk"].push_back(roll(2) != 0 ? VarkAPIError::uploadGone()
+                                                               : VarkAPIError::server(500));
+                break;
+            case 4:
+                vark->failures["begin"].push_back(VarkAPIError::server(400));
+                break;
+            case 5:
+                if (engine->job() && !engine->job()->entries.empty()) {
+                    std::size_t which = static_cast<std::size_t>(roll(static_cast<int>(engine->job()->entries.size())));
+                    engine->remove(engine->job()->entries[which].id);
+                }
+                break;
+            case 6:
+                engine->isPaused() ? engine->resume() : engine->pause();
+                break;
+            case 7:
+                engine->hold() ? engine->clearHold("sleep") : engine->setHold("sleep", "Asleep");
+                break;
+            case 8:
+                engine->retryFailed();
+                break;
+            case 9:
+                vark->files[fmt::format("batch{}/0", named)] = "something else";
+                engine->resolveAllConflicts(std::nullopt, roll(2) != 0);
+                break;
+            case 10:
+                engine->clearFinished();
+                break;
+            default:
+                loop.advance(std::chrono::milliseconds(roll(400)));
+        }
+        if (engine->job()) expectTotalsOfAFullPass();
+    }
+    engine->clearHold("sleep");
+    engine->resume();
+    vark->failures.clear();
+    engine->retryFailed();
+    engine->resolveAllConflicts(std::nullopt, true);
+    loop.advance(600s);
+    engine->resolveAllConflicts(std::nullopt, true);
+    loop.advance(60s);
+    expectTotalsOfAFullPass();
+    EXPECT_TRUE(engine->overall().allSettled());
+    EXPECT_EQ(engine->overall().filesVerified + engine->overall().filesSkipped, engine->overall().filesTotal);
+}
+
+TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
+    IndexSet set;
+    std::set<std::size_t> model;
+    std::mt19937 random(3);
+    for (int round = 0; round < 20'000; ++round) {
+        std::size_t index = std::uniform_int_distribution<std::size_t>(0, 1 << (round % 20 + 1))(random);
+        if (round % 3 != 0) {
+            set.insert(index);
+            model.insert(index);
+        } else if (!model.empty()) {
+            std::size_t lowest = *model.begin();
+            set.erase(round % 2 != 0 ? index : lowest);
+            model.erase(round % 2 != 0 ? index : lowest);
+        }
+        std::optional<std::size_t> expected;
+        if (!model.empty()) expected = *model.begin();
+        ASSERT_EQ(set.first(), expected);
+    }
+}
+
+}  // namespace
+}  // namespace vark::test

@@ -1,0 +1,281 @@
+#include "EngineFixture.h"
+
+namespace vark::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class ItemPipeline : public EngineTest {
+  protected:
+    void send(std::size_t size = 250, const std::string& name = "a.mov") {
+        std::filesystem::path file = write(name, size);
+        engine->start(false);
+        add({file});
+    }
+};
+
+TEST_F(ItemPipeline, AFileThatTheVarkHasCostsOneBegin) {
+    std::filesystem::path file = write("a.mov", 250);
+    vark->files["a.mov"] = FileHasher::sha256(file);
+    engine->start(false);
+    add({file});
+    loop.advance(5s);
+    EXPECT_THAT(vark->calls, ElementsAre("begin a.mov"));
+    EXPECT_TRUE(item("a.mov").alreadyThere);
+    EXPECT_TRUE(item("a.mov").finishedAt);
+    EXPECT_THAT(logged(), Contains("Already in the vark, same hash: a.mov"));
+}
+
+TEST_F(ItemPipeline, AnUploadThatFinishedWhileAwayIsNotCalledAlreadyThere) {
+    vark->checkingPolls = 1000;
+    send();
+    loop.advance(2s);
+    EXPECT_THAT(states(), ElementsAre("checking"));
+    engine->setHold("sleep", "Asleep");
+    loop.settle();
+    vark->files["a.mov"] = item("a.mov").sha256->text();
+    engine->clearHold("sleep");
+    loop.advance(2s);
+    EXPECT_FALSE(item("a.mov").alreadyThere);
+    EXPECT_THAT(logged(), Contains("Landed and checked (finished while away): a.mov"));
+}
+
+TEST_F(ItemPipeline, AConflictWaitsForItsDecision) {
+    struct Case {
+        bool replace;
+        const char* state;
+        const char* sentence;
+    };
+    for (const Case& one : {Case{true, "verified", "Will replace a.mov in the vark"},
+                            Case{false, "skipped", "Left the vark's copy of a.mov"}}) {
+        SCOPED_TRACE(one.sentence);
+        engine->clearAll();
+        vark->files["a.mov"] = "another hash";
+        send();
+        loop.advance(5s);
+        EXPECT_THAT(states(), ElementsAre("conflict"));
+        EXPECT_EQ(item("a.mov").error, "A different file is already at a.mov.");
+        EXPECT_THAT(events, ElementsAre("decide a.mov", "finished 0 0 0 1"));
+        engine->resolveConflict(UUID::random(), true);
+        engine->resolveAllConflicts(UUID::random(), true);
+        EXPECT_THAT(states(), ElementsAre("conflict"));
+        engine->resolveAllConflicts(std::nullopt, one.replace);
+        loop.advance(5s);
+        EXPECT_THAT(states(), ElementsAre(one.state));
+        EXPECT_THAT(logged(), Contains(one.sentence));
+        EXPECT_EQ(item("a.mov").error.has_value(), !one.replace);
+        EXPECT_EQ(vark->files["a.mov"] == "another hash", !one.replace);
+        engine->resolveConflict(item("a.mov").id, true);
+        EXPECT_THAT(states(), ElementsAre(one.state));
+        events.clear();
+    }
+}
+
+TEST_F(ItemPipeline, CallsAreTriedAgainAfterLongerAndLongerWaitsAndTheSixthFailureIsFinal) {
+    for (const char* kind : {"begin", "finish", "status", "chunk"}) {
+        SCOPED_TRACE(kind);
+        engine->clearAll();
+        vark->calls.clear();
+        vark->files.clear();
+        vark->uploads.clear();
+        vark->lasting.clear();
+        vark->lasting.emplace(kind, VarkAPIError::server(503));
+        send(100);
+        Instant begun = loop.clock.now();
+        std::vector<double> waits;
+        int seen = 1;
+        while (item("a.mov").state != ItemState::failed && loop.clock.now() - begun < 200s) {
+            loop.advance(100ms);
+            if (vark->count(kind) > seen) {
+                waits.push_back(inSeconds(loop.clock.now() - begun));
+                begun = loop.clock.now();
+                seen = vark->count(kind);
+            }
+        }
+        EXPECT_EQ(vark->count(kind), 6);
+        ASSERT_EQ(waits.size(), 5U);
+        for (std::size_t i = 1; i < 5; ++i) EXPECT_NEAR(waits[i], std::ldexp(2.0, static_cast<int>(i)), 0.3);
+        EXPECT_EQ(item("a.mov").error, "The vark answered 503.");
+        EXPECT_EQ(item("a.mov").attempts, 1);
+    }
+    EXPECT_THAT(logged(),
+                Contains("begin a.mov did not get through (The vark answered 503.); trying again in 2 s"));
+    EXPECT_THAT(logged(), Contains("Chunk 0 of a.mov did not get through (The vark answered 503.); trying again "
+                                   "in 32 s"));
+    EXPECT_THAT(logged(), Contains("Failed: a.mov: The vark answered 503."));
+}
+
+TEST_F(ItemPipeline, WhatIsNoMatterOfTryingAgainFailsAtOnce) {
+    struct Case {
+        const char* kind;
+        VarkAPIError error;
+    };
+    for (const Case& one : {Case{"begin", VarkAPIError::server(404)}, Case{"begin", VarkAPIError::nameTaken()},
+                            Case{"begin", VarkAPIError::badResponse("begin")},
+                            Case{"chunk", VarkAPIError::server(403, "Read only")},
+                            Case{"finish", VarkAPIError::server(400)}}) {
+        SCOPED_TRACE(one.error.what());
+        engine->clearAll();
+        events.clear();
+        vark->calls.clear();
+        vark->failures[one.kind].push_back(one.error);
+        send(100);
+        loop.advance(1s);
+        EXPECT_THAT(states(), ElementsAre("failed"));
+        EXPECT_EQ(vark->count(one.kind), 1);
+        EXPECT_THAT(events, ElementsAre(std::string("failed a.mov: ") + one.error.what(), "finished 0 1 0 0"));
+    }
+}
+
+TEST_F(ItemPipeline, ALostUploadBeginsAgainTwiceAndFailsTheThirdTime) {
+    for (const char* kind : {"chunk", "finish"}) {
+        for (std::size_t losses : {2U, 3U}) {
+            SCOPED_TRACE(fmt::format("{} lost {} times", kind, losses));
+            engine->clearAll();
+            vark->calls.clear();
+            vark->files.clear();
+            vark->uploads.clear();
+            vark->failures[kind].assign(losses, VarkAPIError::uploadGone());
+            send(100);
+            loop.advance(30s);
+            EXPECT_THAT(states(), ElementsAre(losses == 2 ? "verified" : "failed"));
+            EXPECT_EQ(vark->count("begin"), 3);
+            if (losses == 2) continue;
+            EXPECT_EQ(item("a.mov").error, "The vark kept losing this upload.");
+            EXPECT_TRUE(item("a.mov").sha256);
+            EXPECT_FALSE(item("a.mov").uploadID);
+            EXPECT_THAT(item("a.mov").doneChunks, IsEmpty());
+            engine->retryFailed();
+            loop.advance(30s);
+            EXPECT_THAT(states(), ElementsAre("verified"));
+            EXPECT_EQ(item("a.mov").attempts, 0);
+        }
+    }
+    EXPECT_THAT(logged(),
+                Contains("Beginning upload u1 for a.mov again: The vark forgot this upload; starting it again."));
+    EXPECT_THAT(logged(), Contains(HasSubstr("for a.mov again at finish: The vark forgot this upload")));
+    EXPECT_THAT(logged(), Contains("Retrying 1 file"));
+}
+
+TEST_F(ItemPipeline, AWrongRouteIsTriedInPlaceBeforeTheUploadBeginsAgain) {
+    vark->failures["chunk"].assign(6, VarkAPIError::wrongChunkRoute());
+    send(100);
+    loop.advance(100s);
+    EXPECT_THAT(states(), ElementsAre("verified"));
+    EXPECT_EQ(vark->count("chunk u1"), 7);
+    EXPECT_EQ(vark->count("begin"), 2);
+}
+
+TEST_F(ItemPipeline, TheVarksCheckDecidesAndItsWordsAreKept) {
+    struct Case {
+        std::optional<std::string> error;
+        const char* sentence;
+    };
+    for (const Case& one : {Case{"Wrong hash.", "Wrong hash."},
+                            Case{std::nullopt, "The vark could not check the file after it landed."}}) {
+        engine->clearAll();
+        vark->uploads.clear();
+        vark->verdict = UploadStatus{"failed", std::nullopt, std::nullopt, one.error};
+        send(100);
+        loop.advance(5s);
+        EXPECT_EQ(item("a.mov").error, one.sentence);
+    }
+}
+
+TEST_F(ItemPipeline, PollsSlowlyWhenTheCheckTakesLong) {
+    vark->checkingPolls = 20;
+    vark->chunkTime = 0s;
+    send(100);
+    loop.advance(9500ms);
+    EXPECT_EQ(vark->count("status"), 10);
+    loop.advance(20s);
+    EXPECT_EQ(vark->count("status"), 20);
+    EXPECT_THAT(states(), ElementsAre("checking"));
+    loop.advance(5s);
+    EXPECT_THAT(states(), ElementsAre("verified"));
+}
+
+TEST_F(ItemPipeline, AFileThatHasGoneFailsWithItsSentence) {
+    std::filesystem::path file = write("a.mov", 100);
+    engine->start(false);
+    engine->setHold("sleep", "Asleep");
+    add({file});
+    std::filesystem::remove(file);
+    engine->clearHold("sleep");
+    loop.advance(1s);
+    EXPECT_EQ(item("a.mov").error, "The file is no longer where it was.");
+    EXPECT_THAT(vark->calls, IsEmpty());
+}
+
+TEST_F(ItemPipeline, ProgressCountsWhatIsUnderWayAndFallsBackWhenAChunkFails) {
+    vark->chunkTime = 1s;
+    send(100);
+    EXPECT_EQ(engine->inFlightBytes(item("a.mov").id), 50);
+    engine->recompute();
+    EXPECT_EQ(engine->overall().bytesDone, 50);
+    vark->failures["chunk"].push_back(VarkAPIError::transport("The connection dropped."));
+    loop.advance(1s);
+    EXPECT_EQ(engine->inFlightBytes(item("a.mov").id), 0);
+    loop.advance(10s);
+    EXPECT_EQ(engine->overall().bytesDone, 100);
+    EXPECT_EQ(engine->inFlightBytes(item("a.mov").id), 0);
+}
+
+TEST_F(ItemPipeline, ASlotStaysTakenDuringABackOff) {
+    makeEngine(1);
+    vark->chunkTime = 10ms;
+    vark->failures["chunk"].push_back(VarkAPIError::server(500));
+    std::vector<std::filesystem::path> files = {write("a", 100), write("b", 100)};
+    engine->start(false);
+    add(files);
+    loop.advance(1900ms);
+    EXPECT_EQ(vark->count("chunk"), 1);
+    loop.advance(5s);
+    EXPECT_THAT(states(), ElementsAre("verified", "verified"));
+}
+
+TEST_F(ItemPipeline, ThePaceIsHandedDownOnlyWhenThereIsOne) {
+    send(100);
+    loop.advance(5s);
+    engine->limiter.setBytesPerSecond(1000);
+    send(100, "b.mov");
+    loop.advance(5s);
+    EXPECT_THAT(vark->limiters, ElementsAre(nullptr, &engine->limiter));
+}
+
+TEST_F(ItemPipeline, ABadChunkSizeFailsTheItemAndEveryChunkHeldSendsNothing) {
+    vark->chunkSize = 0;
+    send(100);
+    loop.advance(1s);
+    EXPECT_EQ(item("a.mov").error, "chunk size must be positive");
+    engine->clearAll();
+    loop.settle();
+    vark->chunkSize = 50;
+    std::filesystem::path file = write("b.mov", 100);
+    vark->uploads["old"] = FakeVark::Upload{"b.mov", 100, FileHasher::sha256(file), {0, 1, 7}, false};
+    vark->calls.clear();
+    add({file});
+    loop.advance(5s);
+    EXPECT_THAT(vark->calls, ElementsAre("begin b.mov", "finish old", "status old"));
+    EXPECT_THAT(item("b.mov").doneChunks, ElementsAre(0, 1));
+}
+
+TEST_F(ItemPipeline, AnItemRemovedWhileItUploadsDoesNoHarm) {
+    send(10'000);
+    loop.advance(500ms);
+    UUID entry = engine->job()->entries[0].id;
+    engine->remove(entry);
+    loop.advance(5s);
+    EXPECT_THAT(engine->job()->items, IsEmpty());
+    EXPECT_EQ(vark->count("cancel u1"), 1);
+    EXPECT_EQ(vark->chunksInFlight, 0);
+    EXPECT_EQ(engine->overall(), Overall());
+}
+
+}  // namespace
+}  // namespace vark::test
