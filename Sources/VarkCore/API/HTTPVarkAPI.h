@@ -1,0 +1,116 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VarkCore/API/VarkAPI.h"
+#include "VarkCore/Concurrency/BlockingPool.h"
+#include "VarkCore/Concurrency/ThreadSafety.h"
+#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/URL.h"
+#include "VarkCore/Services/HTTPSession.h"
+#include "VarkCore/Upload/StallWatch.h"
+
+namespace vark {
+
+/// Asked for the device's token at every call that carries it, so that a new one takes effect at once; from
+/// any thread.
+using TokenProvider = std::function<std::optional<std::string>()>;
+
+/// The vark over HTTP. One for each connection: a process makes a new one when its connection changes. Called
+/// from many tasks at once, on any executor; outlives them, and is outlived by the session and the pool.
+class HTTPVarkAPI final : public VarkAPI {
+  public:
+    /// Each chunk on its way holds a thread of `writerPool` while it is read, so the pool serves nothing else
+    /// and has a thread for each chunk that may be on its way. `now` paces the limiters.
+    HTTPVarkAPI(HTTPSession& session, URL baseURL, TokenProvider token, BlockingPool& writerPool,
+                WallClock now = systemDate);
+
+    /// Written before the first chunk is sent.
+    StallWatch stallWatch;
+
+    Task<void> sendDiagnostics(DiagnosticsReport report) override;
+    Task<WhoAmI> whoami() override;
+    Task<DeviceClaim> claim(std::string code, std::string deviceName) override;
+    Task<DeviceBegin> beginDeviceSignIn(std::string deviceName) override;
+    Task<DevicePoll> pollDeviceSignIn(std::string nonce) override;
+    Task<std::vector<VarkFolder>> folders(std::string path) override;
+    Task<std::vector<std::string>> tags() override;
+    Task<std::int64_t> tagFiles(std::vector<std::string> paths, std::vector<std::string> tags) override;
+    using VarkAPI::createShare;
+    Task<VarkShare> createShare(ShareRequest request) override;
+    Task<bool> sharesSupported() override;
+    Task<std::vector<VarkJob>> findJobs(std::string query) override;
+    Task<std::int64_t> fileAgainstJob(std::vector<std::string> paths, std::int64_t jobID) override;
+    Task<std::string> createFolder(std::string path) override;
+    Task<VarkItem> item(std::int64_t id) override;
+    Task<VarkItem> item(std::string path) override;
+    Task<std::optional<BinnedItem>> binned(std::string path) override;
+    Task<ChildAnswer> child(std::int64_t ofParent, std::string named) override;
+    using VarkAPI::children;
+    Task<VarkPage> children(std::int64_t of, std::string cursor, std::int64_t limit, bool ahead) override;
+    Task<VarkChanges> changes(std::int64_t under, std::optional<std::string> since,
+                              std::int64_t limit) override;
+    Task<std::string> rename(std::string path, std::string to) override;
+    Task<std::string> move(std::string path, std::string toFolder) override;
+    Task<std::string> bin(std::string path) override;
+    Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
+                            bool replace) override;
+    Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
+                            bool replace, std::optional<std::int64_t> ingestID,
+                            std::optional<std::string> source) override;
+    Task<IngestStart> ingestBegin(std::string drive, std::string destination, std::int64_t files,
+                                  std::int64_t bytes, bool emailMe) override;
+    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile> skipped,
+                            std::vector<std::string> leftOut, std::vector<IngestFile> notSent) override;
+    Task<void> putChunk(std::string uploadID, std::int64_t index, std::filesystem::path file,
+                        std::int64_t offset, std::int64_t length, TokenBucket* limiter,
+                        ChunkProgress progress) override;
+    Task<std::string> finish(std::string uploadID) override;
+    Task<UploadStatus> status(std::string uploadID) override;
+    Task<void> cancel(std::string uploadID) override;
+
+    /// The address under which the vark takes the chunks of an upload directly; without one that can be used
+    /// they go to the application's host.
+    void rememberChunkBase(std::string uploadID, const std::optional<std::string>& url);
+
+  private:
+    enum class Auth { none, token };
+    struct Answer {
+        int status = 0;
+        std::string body;
+    };
+    struct ChunkTarget {
+        URL url;
+        /// Whether this is the application's host, which needs the token and may refuse file bytes.
+        bool viaApp;
+    };
+    class ChunkTransfer;
+
+    /// The answer of one JSON call, with whatever status. Only a 401 to a call with the token is a failure
+    /// here.
+    Task<Answer> send(std::string method, std::string path, std::optional<std::string> json,
+                      Auth auth = Auth::token);
+    Task<Answer> sendDirectly(HTTPRequest request, Auth auth);
+    Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
+    Task<std::string> changePath(std::string requestPath, std::string json, std::string oldPath,
+                                 int otherStatus);
+
+    ChunkTarget chunkTarget(const std::string& uploadID, std::int64_t index);
+    Task<HTTPResponse> transferChunk(ChunkTransfer& transfer);
+
+    HTTPSession& session_;
+    const URL baseURL_;
+    const TokenProvider token_;
+    BlockingPool& writerPool_;
+    const WallClock now_;
+
+    Mutex chunkLock_;
+    std::map<std::string, URL> chunkBases_ VARK_GUARDED_BY(chunkLock_);
+};
+
+}  // namespace vark

@@ -1,0 +1,16 @@
+#include "VarkCore/API/SessionSettings.h"
+
+#include <utility>
+
+namespace vark {
+
+HTTPSessionSettings sessionSettings(std::string via, std::optional<std::string> authorityFile) {
+    HTTPSessionSettings settings;
+    settings.headers = {{"User-Agent", "VarkTransfer/1.0 (macOS)"}, {"X-Vark-Via", std::move(via)}};
+    settings.mostConnectionsPerHost = 6;
+    settings.resourceLimit = std::chrono::seconds(604'800);
+    settings.authorityFile = std::move(authorityFile);
+    return settings;
+}
+
+}  // namespace vark
