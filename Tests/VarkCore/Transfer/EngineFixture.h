@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "Tests/Support/FakeVark.h"
-#include "Tests/Support/Fakes.h"
+#include "Tests/Support/FakePathMonitor.h"
+#include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"
