@@ -101,7 +101,7 @@ Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
     };
     std::string hex =
         co_await host_.pool.run([&file, &progress] { return FileHasher::sha256(file, progress); });
-    set(id, [&hex](TransferItem& item) { item.sha256 = Digest::parse(hex); });
+    set(id, [&hex](TransferItem& item) { item.sha256 = ContentHash::parse(hex); });
     if (auto active = tasks_.find(id); active != tasks_.end()) active->second.hashingBytes = 0;
 }
 

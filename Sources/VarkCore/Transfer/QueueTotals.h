@@ -79,7 +79,7 @@ class QueueTotals {
 
     Overall overall_;
     std::unordered_map<UUID, EntryProgress> entries_;
-    std::array<std::int64_t, itemStateCount> states_{};
+    std::array<std::int64_t, static_cast<std::size_t>(ItemState::failed) + 1> states_{};
 };
 
 }  // namespace vark

@@ -65,7 +65,7 @@ class EngineTest : public ::testing::Test {
     }
     std::vector<std::string> states() const {
         std::vector<std::string> list;
-        for (const TransferItem& one : engine->job()->items) list.emplace_back(storedName(one.state));
+        for (const TransferItem& one : engine->job()->items) list.emplace_back(text(one.state));
         return list;
     }
     /// The log's sentences, without their times.
