@@ -183,9 +183,15 @@ void JSONFields::readInto(const json::value& value, std::string_view key, double
 }
 
 void JSONFields::readInto(const json::value& value, std::string_view key, std::string& result) {
+    std::string_view text;
+    readInto(value, key, text);
+    result = text;
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, std::string_view& result) {
     if (!value.is_string()) throw wrongType(key, "a text");
     const json::string& text = value.get_string();
-    result.assign(text.data(), text.size());
+    result = {text.data(), text.size()};
 }
 
 JSONWriter& JSONWriter::open(char bracket) {

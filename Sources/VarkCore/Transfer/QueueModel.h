@@ -16,7 +16,16 @@
 namespace vark {
 
 /// Where one file of the queue stands. Stored as its lower-case name.
-enum class ItemState : std::uint8_t { queued, hashing, uploading, checking, verified, conflict, skipped, failed };
+enum class ItemState : std::uint8_t {
+    queued,
+    hashing,
+    uploading,
+    checking,
+    verified,
+    conflict,
+    skipped,
+    failed
+};
 inline constexpr std::size_t itemStateCount = 8;
 
 std::string_view storedName(ItemState state);
@@ -25,7 +34,8 @@ bool isFinished(ItemState state);
 bool isInFlight(ItemState state);
 bool needsDecision(ItemState state);
 
-/// One file of the queue. The hash is kept as its 32 bytes and not as text, since a queue may hold a million of these.
+/// One file of the queue. The hash is kept as its 32 bytes and not as text, since a queue may hold a million
+/// of these.
 struct TransferItem {
     UUID id;
     UUID entryID;
