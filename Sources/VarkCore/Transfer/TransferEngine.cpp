@@ -1,5 +1,7 @@
 #include "VarkCore/Transfer/TransferEngine.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cassert>
 
