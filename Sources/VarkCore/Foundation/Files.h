@@ -8,10 +8,12 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace vark {
 
-/// A failure of the file system, with a finished sentence: what was tried, on which file, and the system's reason.
+/// A failure of the file system, with a finished sentence: what was tried, on which file, and the system's
+/// reason.
 class FileError : public std::runtime_error {
   public:
     FileError(std::string_view whatWasTried, const std::filesystem::path& path, int errorNumber);
@@ -48,23 +50,29 @@ Descriptor openForReading(const std::filesystem::path& path);
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
 
-/// Whether the bytes must be on the disk, and not only in the system's cache, before the old file is replaced.
+/// Whether the bytes must be on the disk, and not only in the system's cache, before the old file is
+/// replaced.
 enum class Durability { synced, cached };
 
-/// Writes into a temporary file beside `path`, made with `mode` from the start, and renames it over the old one: a
-/// reader sees the old bytes or the new ones whole, and a crash leaves one of them. Fails with `FileError`, and then
-/// the old file stands and the temporary one is gone.
+/// Writes into a temporary file beside `path`, made with `mode` from the start, and renames it over the old
+/// one: a reader sees the old bytes or the new ones whole, and a crash leaves one of them. Fails with
+/// `FileError`, and then the temporary file is gone and the old one stands; only when the very last step
+/// fails, putting the folder's entry on the disk, the new one does.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability = Durability::synced);
 
-/// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process dies.
-/// Move-only; gives the lock back at its end.
+/// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process
+/// dies. Move-only; gives the lock back at its end.
 class FileLock {
   public:
     /// Waits without a limit. Fails with `FileError` when the file cannot be opened.
     static FileLock exclusive(const std::filesystem::path& path);
     /// Nothing when somebody else holds it. Fails with `FileError` when the file cannot be opened.
     static std::optional<FileLock> tryExclusive(const std::filesystem::path& path);
+
+    FileLock(FileLock&&) noexcept = default;
+    FileLock& operator=(FileLock&& other) noexcept;
+    ~FileLock() { unlock(); }
 
     void unlock();
     /// The open lock file, for whoever writes a note into it.

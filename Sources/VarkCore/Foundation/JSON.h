@@ -3,6 +3,7 @@
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
+#include <charconv>
 #include <concepts>
 #include <cstdint>
 #include <optional>
@@ -22,9 +23,9 @@ class DecodingError : public std::runtime_error {
 /// Parses bytes from outside: UTF-8, at most 32 levels deep. Fails with `DecodingError`.
 boost::json::value parseJSON(std::string_view bytes);
 
-/// Reads the fields of one JSON object with the rules of all our records: null reads as absent, a wrong type is a
-/// failure (`DecodingError`), integers must be whole and in the range of their type, and keys that nobody asks for
-/// are passed over. Holds a reference: the value that it reads must outlive it.
+/// Reads the fields of one JSON object with the rules of all our records: null reads as absent, a wrong type
+/// is a failure (`DecodingError`), integers must be whole and in the range of their type, and keys that
+/// nobody asks for are passed over. Holds a reference: the value that it reads must outlive it.
 ///
 ///     JSONFields fields(value);
 ///     item.id = fields.required<std::int64_t>("id");
@@ -78,7 +79,9 @@ class JSONFields {
                 result.push_back(read<typename T::value_type>(element, key));
             }
             return result;
-        } else if constexpr (requires { { T::fromJSON(value) } -> std::same_as<T>; }) {
+        } else if constexpr (requires {
+                                 { T::fromJSON(value) } -> std::same_as<T>;
+                             }) {
             return T::fromJSON(value);
         } else {
             T result{};
@@ -99,9 +102,9 @@ class JSONFields {
     const boost::json::object& object_;
 };
 
-/// Writes JSON straight into one growing buffer: no document in between, keys in the order of the calls. The caller
-/// keeps the nesting right; commas come by themselves. Doubles are written as the shortest text that reads back as
-/// the same number; one that is not finite is written as 0, since JSON has no word for it.
+/// Writes JSON straight into one growing buffer: no document in between, keys in the order of the calls. The
+/// caller keeps the nesting right; commas come by themselves. Doubles are written as the shortest text that
+/// reads back as the same number; one that is not finite is written as 0, since JSON has no word for it.
 ///
 ///     JSONWriter json;
 ///     json.beginObject().field("path", path).field("size", size);
@@ -125,7 +128,10 @@ class JSONWriter {
     template <std::integral T>
         requires(!std::same_as<T, bool>)
     JSONWriter& value(T number) {
-        return integer(static_cast<std::int64_t>(number));
+        separate();
+        char digits[24];
+        text_.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+        return *this;
     }
 
     template <class T>
@@ -146,14 +152,19 @@ class JSONWriter {
   private:
     JSONWriter& open(char bracket);
     JSONWriter& close(char bracket);
-    JSONWriter& integer(std::int64_t number);
     void separate();
 
     std::string text_;
 };
 
-/// The shortest decimal text that reads back as the same double, with at least one digit behind the point and no
-/// exponent in the range of file times: "0.0", "1700000000.5".
+/// The text as a JSON string, with its quotes. Bytes that are no UTF-8 become U+FFFD, so that what was
+/// written can always be read again.
+void appendJSONString(std::string& to, std::string_view text);
+/// The number as `JSONWriter` writes it.
+void appendJSONNumber(std::string& to, double number);
+
+/// The shortest decimal text that reads back as the same double, with at least one digit behind the point and
+/// no exponent in the range of file times: "0.0", "1700000000.5".
 std::string shortestDecimal(double number);
 
 }  // namespace vark

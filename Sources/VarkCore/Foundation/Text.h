@@ -11,7 +11,7 @@ namespace vark {
 bool isUTF8(std::string_view text);
 /// The text with every invalid byte sequence replaced by U+FFFD.
 std::string repairedUTF8(std::string_view text);
-/// Letters and digits as Unicode has them.
+/// Letters, the marks that belong to them, and numbers, as Unicode has them.
 bool isAlphanumeric(char32_t character);
 std::string lowercased(std::string_view text);
 
@@ -23,9 +23,10 @@ std::string_view lastPathComponent(std::string_view path);
 /// "1,234": decimal with the thousands separators of the locale en_AU.
 std::string decimalNumber(std::int64_t number);
 
-/// The order in which a file browser lists names in the locale en_AU: by letter, ignoring case until all else is
-/// equal, with runs of digits compared as numbers ("a2" before "a10"). Keys compare bytewise in that order; build
-/// one for each text and sort by them. Any thread; one object for one sort.
+/// The order in which a file browser lists names in the locale en_AU: by letter, ignoring case until all else
+/// is equal, with runs of digits compared as numbers ("a2" before "a10"). Keys compare bytewise in that
+/// order; build one for each text and sort by them. Texts that Unicode counts as the same have the same key.
+/// Any thread; one object for one sort.
 class NaturalOrder {
   public:
     NaturalOrder();
@@ -39,8 +40,9 @@ class NaturalOrder {
     void* collator_;
 };
 
-/// Shown to a person on a terminal: control characters, line ends, escape sequences, bidirectional overrides and
-/// bytes that are not UTF-8 come out as backslash escapes (`\n`, `\x1b`, `\u202e`), all else as it is.
+/// Shown to a person on a terminal: control characters, line ends, escape sequences, bidirectional overrides
+/// and bytes that are not UTF-8 come out as backslash escapes (`\n`, `\x1b`, `\u202e`), all else as it is. A
+/// byte from 0x80 to 0x9F that is no UTF-8 reads `\x9b`, the control character of that number `\u009b`.
 std::string escapedForTerminal(std::string_view text);
 
 }  // namespace vark

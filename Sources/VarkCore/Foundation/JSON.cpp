@@ -1,0 +1,298 @@
+#include "VarkCore/Foundation/JSON.h"
+
+#include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/monotonic_resource.hpp>
+#include <boost/json/value_stack.hpp>
+#include <charconv>
+#include <cmath>
+#include <concepts>
+#include <limits>
+
+#include "VarkCore/Foundation/Text.h"
+
+namespace vark {
+namespace {
+
+namespace json = boost::json;
+
+constexpr std::size_t deepestLevel = 32;
+
+/// Builds the value. The library's own handler rounds one double in sixteen to a neighbour; a time that is
+/// compared as text must come back exactly, so doubles are read from their digits here.
+class Builder {
+  public:
+    static constexpr std::size_t max_object_size = json::object::max_size();
+    static constexpr std::size_t max_array_size = json::array::max_size();
+    static constexpr std::size_t max_key_size = json::string::max_size();
+    static constexpr std::size_t max_string_size = json::string::max_size();
+
+    explicit Builder(json::storage_ptr storage) { stack_.reset(std::move(storage)); }
+    json::value release() { return stack_.release(); }
+
+    bool on_document_begin(json::error_code&) { return true; }
+    bool on_document_end(json::error_code&) { return true; }
+    bool on_object_begin(json::error_code&) { return true; }
+    bool on_object_end(std::size_t count, json::error_code&) {
+        stack_.push_object(count);
+        return true;
+    }
+    bool on_array_begin(json::error_code&) { return true; }
+    bool on_array_end(std::size_t count, json::error_code&) {
+        stack_.push_array(count);
+        return true;
+    }
+    bool on_key_part(json::string_view text, std::size_t, json::error_code&) {
+        stack_.push_chars(text);
+        return true;
+    }
+    bool on_key(json::string_view text, std::size_t, json::error_code&) {
+        stack_.push_key(text);
+        return true;
+    }
+    bool on_string_part(json::string_view text, std::size_t, json::error_code&) {
+        stack_.push_chars(text);
+        return true;
+    }
+    bool on_string(json::string_view text, std::size_t, json::error_code&) {
+        stack_.push_string(text);
+        return true;
+    }
+    bool on_number_part(json::string_view digits, json::error_code&) {
+        number_.append(digits.data(), digits.size());
+        return true;
+    }
+    bool on_int64(std::int64_t number, json::string_view, json::error_code&) {
+        number_.clear();
+        stack_.push_int64(number);
+        return true;
+    }
+    bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
+        number_.clear();
+        stack_.push_uint64(number);
+        return true;
+    }
+    bool on_double(double rounded, json::string_view digits, json::error_code&) {
+        number_.append(digits.data(), digits.size());
+        double exact = rounded;
+        std::from_chars(number_.data(), number_.data() + number_.size(), exact);
+        number_.clear();
+        stack_.push_double(exact);
+        return true;
+    }
+    bool on_bool(bool flag, json::error_code&) {
+        stack_.push_bool(flag);
+        return true;
+    }
+    bool on_null(json::error_code&) {
+        stack_.push_null();
+        return true;
+    }
+    bool on_comment_part(json::string_view, json::error_code&) { return true; }
+    bool on_comment(json::string_view, json::error_code&) { return true; }
+
+  private:
+    json::value_stack stack_;
+    std::string number_;
+};
+
+DecodingError wrongType(std::string_view key, std::string_view wanted) {
+    return DecodingError(std::string(key) + " is not " + std::string(wanted));
+}
+
+template <std::integral Integer>
+Integer wholeNumber(const json::value& value, std::string_view key) {
+    if (const std::int64_t* number = value.if_int64()) {
+        if (std::in_range<Integer>(*number)) return static_cast<Integer>(*number);
+        throw wrongType(key, "in the range of its type");
+    }
+    if (const std::uint64_t* number = value.if_uint64()) {
+        if (std::in_range<Integer>(*number)) return static_cast<Integer>(*number);
+        throw wrongType(key, "in the range of its type");
+    }
+    const double* number = value.if_double();
+    if (number == nullptr || std::trunc(*number) != *number) throw wrongType(key, "a whole number");
+    // Both bounds are powers of two (or zero), which a double holds exactly.
+    const double lowest = static_cast<double>(std::numeric_limits<Integer>::min());
+    const double above = std::ldexp(1.0, std::numeric_limits<Integer>::digits);
+    if (*number < lowest || *number >= above) throw wrongType(key, "in the range of its type");
+    return static_cast<Integer>(*number);
+}
+
+void appendNumber(std::string& to, double number, std::chars_format format) {
+    char digits[64];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, number, format);
+    to.append(digits, end.ptr);
+}
+
+/// Below 2^53 every whole double can be written out in at most 16 digits.
+bool isPlainlyWritten(double number) {
+    const double size = std::abs(number);
+    return size == 0 || (size >= 1e-5 && size < 9007199254740992.0);
+}
+
+}  // namespace
+
+json::value parseJSON(std::string_view bytes) {
+    json::parse_options options;
+    options.max_depth = deepestLevel;
+    json::basic_parser<Builder> parser(options, json::make_shared_resource<json::monotonic_resource>());
+    json::error_code error;
+    const std::size_t read = parser.write_some(false, bytes.data(), bytes.size(), error);
+    if (!error && read < bytes.size()) error = json::error::extra_data;
+    if (error) throw DecodingError("no JSON: " + error.message());
+    return parser.handler().release();
+}
+
+JSONFields::JSONFields(const json::value& value)
+    : object_(value.is_object() ? value.get_object() : throw DecodingError("not an object")) {}
+
+const json::value* JSONFields::find(std::string_view key) const {
+    const json::value* value = object_.if_contains(key);
+    return value == nullptr || value->is_null() ? nullptr : value;
+}
+
+DecodingError JSONFields::missing(std::string_view key) {
+    return DecodingError(std::string(key) + " is missing");
+}
+
+const json::array& JSONFields::arrayOf(const json::value& value, std::string_view key) {
+    if (!value.is_array()) throw wrongType(key, "an array");
+    return value.get_array();
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, bool& result) {
+    if (!value.is_bool()) throw wrongType(key, "true or false");
+    result = value.get_bool();
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, std::int32_t& result) {
+    result = wholeNumber<std::int32_t>(value, key);
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, std::int64_t& result) {
+    result = wholeNumber<std::int64_t>(value, key);
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, std::uint64_t& result) {
+    result = wholeNumber<std::uint64_t>(value, key);
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, double& result) {
+    if (!value.is_number()) throw wrongType(key, "a number");
+    result = value.to_number<double>();
+}
+
+void JSONFields::readInto(const json::value& value, std::string_view key, std::string& result) {
+    if (!value.is_string()) throw wrongType(key, "a text");
+    const json::string& text = value.get_string();
+    result.assign(text.data(), text.size());
+}
+
+JSONWriter& JSONWriter::open(char bracket) {
+    separate();
+    text_ += bracket;
+    return *this;
+}
+
+JSONWriter& JSONWriter::close(char bracket) {
+    text_ += bracket;
+    return *this;
+}
+
+void JSONWriter::separate() {
+    if (text_.empty()) return;
+    const char last = text_.back();
+    if (last != '{' && last != '[' && last != ':') text_ += ',';
+}
+
+JSONWriter& JSONWriter::key(std::string_view name) {
+    separate();
+    appendJSONString(text_, name);
+    text_ += ':';
+    return *this;
+}
+
+JSONWriter& JSONWriter::value(std::string_view text) {
+    separate();
+    appendJSONString(text_, text);
+    return *this;
+}
+
+JSONWriter& JSONWriter::value(bool flag) {
+    separate();
+    text_ += flag ? "true" : "false";
+    return *this;
+}
+
+JSONWriter& JSONWriter::value(double number) {
+    separate();
+    appendJSONNumber(text_, number);
+    return *this;
+}
+
+JSONWriter& JSONWriter::field(std::string_view name, const std::vector<std::string>& texts) {
+    key(name).beginArray();
+    for (const std::string& text : texts)
+        value(text);
+    return endArray();
+}
+
+void appendJSONString(std::string& to, std::string_view text) {
+    constexpr const char* digits = "0123456789abcdef";
+    if (!isUTF8(text)) {
+        appendJSONString(to, repairedUTF8(text));
+        return;
+    }
+    to += '"';
+    std::size_t plain = 0;
+    for (std::size_t place = 0; place < text.size(); ++place) {
+        const auto byte = static_cast<unsigned char>(text[place]);
+        if (byte >= 0x20 && byte != '"' && byte != '\\') continue;
+        to.append(text, plain, place - plain);
+        plain = place + 1;
+        to += '\\';
+        switch (byte) {
+            case '"':
+            case '\\':
+                to += text[place];
+                break;
+            case '\n':
+                to += 'n';
+                break;
+            case '\r':
+                to += 'r';
+                break;
+            case '\t':
+                to += 't';
+                break;
+            default:
+                to += "u00";
+                to += digits[byte >> 4];
+                to += digits[byte & 15];
+        }
+    }
+    to.append(text, plain);
+    to += '"';
+}
+
+void appendJSONNumber(std::string& to, double number) {
+    if (!std::isfinite(number)) {
+        to += '0';
+        return;
+    }
+    appendNumber(to, number,
+                 isPlainlyWritten(number) ? std::chars_format::fixed : std::chars_format::scientific);
+}
+
+std::string shortestDecimal(double number) {
+    std::string text;
+    if (!isPlainlyWritten(number)) {
+        appendNumber(text, number, std::chars_format::scientific);
+        return text;
+    }
+    appendNumber(text, number, std::chars_format::fixed);
+    if (text.find('.') == std::string::npos) text += ".0";
+    return text;
+}
+
+}  // namespace vark

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VarkCore/Concurrency/Task.h"
+#include "VarkCore/Foundation/BytePipe.h"
+#include "VarkCore/Foundation/URL.h"
+
+namespace vark {
+
+struct HTTPHeader {
+    std::string name;
+    std::string value;
+    bool operator==(const HTTPHeader&) const = default;
+};
+
+struct HTTPRequest {
+    std::string method = "GET";
+    URL url;
+    std::vector<HTTPHeader> headers;
+    std::string body;
+    /// How long the transfer may stand still in both directions.
+    std::chrono::seconds idleLimit{60};
+    /// An answer with a longer body is a failure (`HTTPError::answerTooLong`), before it has been taken in.
+    std::size_t longestAnswer = std::size_t{32} << 20;
+};
+
+struct HTTPResponse {
+    int status = 0;
+    std::vector<HTTPHeader> headers;
+    std::string body;
+};
+
+/// Why a transfer came to no answer. `what()` is a sentence of the system's own, and holds no header and no
+/// token.
+class HTTPError : public std::exception {
+  public:
+    enum Code {
+        notConnectedToInternet,
+        connectionLost,
+        cannotConnect,
+        cannotFindHost,
+        timedOut,
+        untrusted,
+        answerTooLong,
+        other,
+    };
+    HTTPError(Code code, std::string description) : code_(code), description_(std::move(description)) {}
+    Code code() const { return code_; }
+    const char* what() const noexcept override { return description_.c_str(); }
+
+  private:
+    Code code_;
+    std::string description_;
+};
+
+/// How all requests of one session go out.
+struct HTTPSessionSettings {
+    /// On every request, redirected ones included.
+    std::vector<HTTPHeader> headers;
+    int mostConnectionsPerHost = 6;
+    std::chrono::seconds resourceLimit{604'800};
+    /// A file of certificates that are trusted beside the system's own roots.
+    std::optional<std::string> authorityFile;
+};
+
+/// HTTP to the vark, with connections kept between requests and neither cookies nor a cache. Outlives the
+/// tasks that use it; any thread may call. Every call gives an answer with whatever status, or fails with
+/// `HTTPError`; when its task is cancelled the transfer is dropped, and once nothing of it is left
+/// `CancellationError` is thrown. A redirect of a GET is followed, and "Authorization" does not go along to
+/// another host.
+class HTTPSession {
+  public:
+    virtual ~HTTPSession() = default;
+
+    virtual Task<HTTPResponse> data(HTTPRequest request) = 0;
+    /// Sends `length` bytes from the pipe as the body. A pipe that ends before that breaks the transfer off,
+    /// and the pipe's reading end is closed when the call returns, however it does.
+    virtual Task<HTTPResponse> upload(HTTPRequest request, std::shared_ptr<BytePipe> body,
+                                      std::int64_t length) = 0;
+};
+
+}  // namespace vark
