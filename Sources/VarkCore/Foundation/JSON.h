@@ -32,8 +32,8 @@ boost::json::value parseJSON(std::string_view bytes);
 ///     item.size = fields.valueOr<std::int64_t>("size", 0);
 ///     item.parent = fields.optional<std::int64_t>("parent");
 ///
-/// `T` is bool, std::int32_t, std::int64_t, std::uint64_t, double, std::string, std::vector<T>,
-/// or a record with `static T fromJSON(const boost::json::value&)`.
+/// `T` is bool, std::int32_t, std::int64_t, std::uint64_t, double, std::string, std::string_view (into the
+/// value), std::vector<T>, or a record with `static T fromJSON(const boost::json::value&)`.
 class JSONFields {
   public:
     /// Fails if the value is not an object.
@@ -98,6 +98,7 @@ class JSONFields {
     static void readInto(const boost::json::value& value, std::string_view key, std::uint64_t& result);
     static void readInto(const boost::json::value& value, std::string_view key, double& result);
     static void readInto(const boost::json::value& value, std::string_view key, std::string& result);
+    static void readInto(const boost::json::value& value, std::string_view key, std::string_view& result);
 
     const boost::json::object& object_;
 };

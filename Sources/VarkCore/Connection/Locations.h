@@ -1,0 +1,57 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "VarkCore/Connection/AppIdentity.h"
+
+namespace vark {
+
+class Bundle;
+class UserFolders;
+
+/// Where the application's own files lie. Each answer first moves the folder of an older version to its new
+/// name (see `AppIdentity::carryOverFolder`). Any thread; `folders` must outlive it.
+class Locations {
+  public:
+    Locations(const Bundle& bundle, const UserFolders& folders) : identity_(bundle), folders_(folders) {}
+
+    const AppIdentity& identity() const { return identity_; }
+
+    std::filesystem::path storageFolder() const;
+    std::filesystem::path queue() const { return storageFolder() / "queue.json"; }
+    std::filesystem::path runningLock() const { return storageFolder() / "running.lock"; }
+
+    std::filesystem::path logsFolder() const;
+    std::filesystem::path transferLog() const { return logsFolder() / "transfer.log"; }
+
+  private:
+    AppIdentity identity_;
+    const UserFolders& folders_;
+};
+
+/// The names in the folder that our processes share.
+struct SharedFiles {
+    using Path = std::filesystem::path;
+
+    static Path connection(const Path& folder) { return folder / "connection.json"; }
+    /// The authority that a connection to a vark of one's own making is to be trusted by, if there is one.
+    static Path authority(const Path& folder) { return folder / "authority.pem"; }
+    static Path level(const Path& folder) { return folder / "level.json"; }
+    static Path sync(const Path& folder) { return folder / "sync.json"; }
+    static Path syncLock(const Path& folder) { return folder / ".sync.lock"; }
+    static Path activity(const Path& folder) { return folder / "activity.json"; }
+    static Path history(const Path& folder) { return folder / "history.jsonl"; }
+    static Path anchor(const Path& folder) { return folder / "anchor.json"; }
+    static Path anchors(const Path& folder) { return folder / "anchors.json"; }
+    static Path anchorsLock(const Path& folder) { return folder / ".anchors.lock"; }
+    static Path lanNodes(const Path& folder) { return folder / "lan-nodes.json"; }
+    static Path gate(const Path& folder) { return folder / "gate"; }
+    /// In the folder `gate`.
+    static Path slot(const Path& gate, int index) {
+        return gate / ("slot-" + std::to_string(index) + ".lock");
+    }
+    static Path extensionsLog(const Path& folder) { return folder / "Logs" / "extensions.log"; }
+};
+
+}  // namespace vark

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <boost/json/value.hpp>
+#include <optional>
+#include <string>
+
+#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Date.h"
+
+namespace vark {
+
+/// A person's wish that big sends keep out of the working day. A value; the questions are pure. Weekends are
+/// always allowed. A window that does not begin before it ends switches the rule off, so that a bad setting
+/// cannot stop the queue for good.
+struct OfficeHours {
+    bool onlyOutside = false;
+    int startMinute = 540;
+    int endMinute = 1050;
+
+    bool operator==(const OfficeHours&) const = default;
+
+    static OfficeHours fromJSON(const boost::json::value& value);
+    std::string toJSON() const;
+
+    bool allows(Date date, const Calendar& calendar) const;
+    /// When sending may begin again; nothing if it is allowed now.
+    std::optional<Date> nextAllowed(Date after, const Calendar& calendar) const;
+    /// "before 09:00, after 17:30 and at weekends"
+    std::string describeWindow() const;
+};
+
+}  // namespace vark

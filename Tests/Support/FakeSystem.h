@@ -1,0 +1,59 @@
+#pragma once
+
+#include <map>
+
+#include "VarkCore/Services/Bundle.h"
+#include "VarkCore/Services/UserFolders.h"
+#include "VarkCore/Services/Volumes.h"
+
+namespace vark {
+
+struct FakeBundle : Bundle {
+    std::optional<std::string> id = "dev.vark.mac";
+    std::map<std::string, std::string, std::less<>> info;
+
+    std::optional<std::string> identifier() const override { return id; }
+    std::optional<std::string> infoText(std::string_view key) const override {
+        const auto found = info.find(key);
+        return found == info.end() ? std::nullopt : std::optional(found->second);
+    }
+};
+
+/// All folders lie in one.
+struct FakeUserFolders : UserFolders {
+    explicit FakeUserFolders(std::filesystem::path folder) : base(std::move(folder)) {}
+    std::filesystem::path base;
+    bool knowsLibrary = true;
+
+    std::filesystem::path home() const override { return base; }
+    std::optional<std::filesystem::path> applicationSupport() const override { return known("Support"); }
+    std::optional<std::filesystem::path> library() const override { return known("State"); }
+    std::optional<std::filesystem::path> downloads() const override { return known("Downloads"); }
+    std::optional<std::filesystem::path> groupContainer(std::string_view identifier) const override {
+        return base / "Groups" / identifier;
+    }
+
+  private:
+    std::optional<std::filesystem::path> known(const char* name) const {
+        return knowsLibrary ? std::optional(base / name) : std::nullopt;
+    }
+};
+
+/// A table; the volume of a path is the one with the longest path in front of it.
+struct FakeVolumes : Volumes {
+    std::vector<Volume> table;
+
+    std::vector<Volume> volumes() const override { return table; }
+    std::optional<std::string> volumeName(const std::filesystem::path& path) const override {
+        const Volume* best = nullptr;
+        for (const Volume& volume : table) {
+            const bool holds = path == volume.path || path.native().starts_with(volume.path.native() + "/");
+            if (holds && (best == nullptr || volume.path.native().size() > best->path.native().size()))
+                best = &volume;
+        }
+        if (best == nullptr || best->isBoot) return std::nullopt;
+        return best->name;
+    }
+};
+
+}  // namespace vark

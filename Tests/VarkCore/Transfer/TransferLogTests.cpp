@@ -1,0 +1,83 @@
+#include "VarkCore/Transfer/TransferLog.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/Files.h"
+
+namespace vark {
+namespace {
+
+class TransferLogTest : public testing::Test {
+  protected:
+    TransferLog log(std::int64_t maxBytes = 1'000'000) const {
+        return {path, maxBytes, [this] { return now; }, Calendar("Australia/Melbourne")};
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path path = folder / "Logs/Vark/transfer.log";
+    Date now = dateFromISO8601("2025-03-02T22:41:07Z").value();
+};
+
+TEST_F(TransferLogTest, WritesOneLineForEachSentenceIntoAFolderOfItsOwnMaking) {
+    log().write("Started");
+    now = now + 55.9;
+    log().write("Two\nlines, \xFF");
+    EXPECT_EQ(readWholeFile(path),
+              "3 Mar 2025, 09:41:07  Started\n3 Mar 2025, 09:42:02  Two\nlines, \xEF\xBF\xBD\n");
+}
+
+TEST_F(TransferLogTest, RollsOnceTheLimitIsPassed) {
+    TransferLog log = this->log(30);
+    log.write("a");
+    log.write("bbbbbbbbb");
+    EXPECT_FALSE(exists(folder / "Logs/Vark/transfer.previous.log"));
+    log.write("c");
+    EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:41:07  c\n");
+    EXPECT_EQ(readWholeFile(folder / "Logs/Vark/transfer.previous.log"),
+              "3 Mar 2025, 09:41:07  a\n3 Mar 2025, 09:41:07  bbbbbbbbb\n");
+}
+
+TEST_F(TransferLogTest, TailCountsTheEmptyPieceBehindTheLastLine) {
+    const TransferLog log = this->log();
+    EXPECT_EQ(log.tail(10), "");
+    folder.file("Logs/Vark/transfer.log", "\na\nb\n");
+    struct Case {
+        std::size_t count;
+        const char* text;
+    };
+    for (const Case& each : {Case{0, ""}, Case{1, ""}, Case{2, "b\n"}, Case{3, "a\nb\n"}, Case{4, "\na\nb\n"},
+                             Case{5, "\na\nb\n"}, Case{100, "\na\nb\n"}}) {
+        EXPECT_EQ(log.tail(each.count), each.text) << each.count;
+    }
+    folder.file("Logs/Vark/transfer.log", "a\n\xFF\n");
+    EXPECT_EQ(log.tail(10), "");
+}
+
+TEST_F(TransferLogTest, NeverStopsTheWork) {
+    folder.file("Logs", "a file where the folder should be");
+    log().write("Lost");
+    EXPECT_EQ(log().tail(3), "");
+}
+
+TEST_F(TransferLogTest, LinesOfManyThreadsDoNotMix) {
+    TransferLog log = this->log();
+    {
+        std::vector<std::jthread> threads;
+        for (int index = 0; index < 4; ++index) {
+            threads.emplace_back([&] {
+                for (int line = 0; line < 250; ++line)
+                    log.write("a sentence");
+            });
+        }
+    }
+    std::string expected;
+    for (int line = 0; line < 1000; ++line)
+        expected += "3 Mar 2025, 09:41:07  a sentence\n";
+    EXPECT_EQ(readWholeFile(path), expected);
+}
+
+}  // namespace
+}  // namespace vark
