@@ -14,6 +14,7 @@
 #include "VarkBox/Database.h"
 #include "VarkBox/Hasher.h"
 #include "VarkBox/HTTPServer.h"
+#include "VarkBox/JSONBody.h"
 #include "VarkBox/ObjectFiles.h"
 #include "VarkBox/RequestLog.h"
 #include "VarkBox/Services.h"
@@ -69,8 +70,8 @@ struct Box::Running {
           site(services, log),
           server(site, certificates) {
         furnish(database);
-        for (const boost::json::value& fault : options.faults)
-            faults.add(Fault::fromJSON(fault));
+        for (const std::string& fault : options.faults)
+            faults.add(Fault::fromJSON(JSONBody(fault)));
     }
 
     Database database;
