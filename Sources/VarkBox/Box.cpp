@@ -93,6 +93,8 @@ Box::~Box() {
 
 void Box::start() {
     lock_ = lockRoot(options_.root);
+    // Left by a box that was killed: whoever waits for the file must not find the old one.
+    fs::remove(options_.root / "address.json");
     token_ = readOrMakeToken();
     std::optional<CertificateFiles> certificates;
     if (!options_.plain) {
@@ -110,6 +112,8 @@ void Box::start() {
 }
 
 void Box::stop() {
+    if (!running_) return;
+    fs::remove(options_.root / "address.json");
     running_.reset();
     lock_.reset();
 }

@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <chrono>
-
 #include "VarkBox/Exchange.h"
 #include "VarkBox/Names.h"
+#include "VarkCore/Foundation/Date.h"
 
 namespace vark::box {
 
@@ -33,7 +32,7 @@ std::vector<Item> allOf(Query& query) {
 }
 
 double now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    return systemDate().since1970();
 }
 
 Refusal nameTaken(std::string_view name) {

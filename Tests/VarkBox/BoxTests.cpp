@@ -207,7 +207,7 @@ TEST_F(BoxProgram, WhatWasAnsweredOutlivesAKillAtTheSameAddress) {
         // This one is cut off by the kill: its bytes are in the file, and it must not count.
         client.control("POST", "/control/faults",
                        {{"kind", "stall"}, {"listener", "chunk"}, {"after_bytes", 900}});
-        client.send("PUT", base + "/2", std::string_view(bytes).substr(2000, 1000), {}, 300);
+        client.send("PUT", base + "/2", std::string_view(bytes).substr(2000, 1000), {}, 150);
         std::string url(json::parse(readWholeFile(root() / "address.json")).at("url").as_string());
         listen = url.substr(url.rfind('/') + 1);
         EXPECT_EQ(process.end(SIGKILL), -1);
