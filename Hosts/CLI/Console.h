@@ -17,6 +17,9 @@ class Console {
     void printJSON(std::string_view object);
     /// One line of what went wrong, or of what to do next.
     void say(std::string_view line);
+    /// Text of this program's own with its line ends.
+    void printText(std::string_view text) { results_ << text << std::flush; }
+    void sayText(std::string_view text) { advice_ << text << std::flush; }
     /// Whether anybody still reads the results.
     bool isRead() const { return results_.good(); }
 

@@ -25,23 +25,23 @@ std::string shownDestination(const std::string& destination) {
 }  // namespace
 
 Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
-    using enum QueueRequest::Command;
+    using Command = QueueRequest::Command;
     switch (request.command) {
-        case show:
-            co_return this->show();
-        case QueueRequest::Command::add:
+        case Command::show:
+            co_return show();
+        case Command::add:
             co_return co_await add(std::move(request));
-        case QueueRequest::Command::pause:
+        case Command::pause:
             co_return pause();
-        case QueueRequest::Command::resume:
+        case Command::resume:
             co_return resume();
-        case QueueRequest::Command::retry:
+        case Command::retry:
             co_return retry();
-        case QueueRequest::Command::remove:
+        case Command::remove:
             co_return remove(request);
-        case QueueRequest::Command::clear:
+        case Command::clear:
             co_return clear(request);
-        case QueueRequest::Command::resolve:
+        case Command::resolve:
             co_return resolve(request);
     }
 }
@@ -59,6 +59,16 @@ bool QueueDesk::isSettledWhole() const {
     return true;
 }
 
+std::optional<std::string> QueueDesk::whyItMustNotGo() const {
+    if (!engine_.job() || isSettledWhole()) return std::nullopt;
+    const std::string& client = engine_.job()->clientName;
+    if (client.empty() || client == clientName_) return std::nullopt;
+    return fmt::format(
+        "The queue that is not finished is for {0}, and this machine is connected to {1}. Connect to "
+        "{0} again, or give the queue up with: vark clear",
+        client, clientName_);
+}
+
 bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
     const std::string wanted = request.destination.value_or(rootPath_);
     if (!engine_.job()) {
@@ -72,14 +82,11 @@ bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
         engine_.setClientName(clientName_);
         return true;
     }
-    const TransferJob& job = *engine_.job();
-    if (!job.clientName.empty() && job.clientName != clientName_) {
-        answer.refuse(
-            fmt::format("The queue that is not finished is for {}, and this machine is connected to "
-                        "{}. Connect to {} again, or give the queue up with: vark clear",
-                        job.clientName, clientName_, job.clientName));
+    if (std::optional<std::string> reason = whyItMustNotGo()) {
+        answer.refuse(*reason, ExitCode::usage);
         return false;
     }
+    const TransferJob& job = *engine_.job();
     if (request.destination && *request.destination != job.destination) {
         answer.refuse(
             fmt::format("The queue goes to {0}, and the whole of it goes to one place. Let it finish "

@@ -18,6 +18,9 @@ class QueueDesk {
 
     /// Never fails: what cannot be done stands in the answer.
     Task<QueueAnswer> carryOut(QueueRequest request);
+    /// Why what is left of the queue must not go to the vark that this machine is connected to; nothing when
+    /// it may.
+    std::optional<std::string> whyItMustNotGo() const;
 
   private:
     QueueAnswer show() const;

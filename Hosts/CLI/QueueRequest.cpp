@@ -33,7 +33,9 @@ std::string_view nameOf(Command command) {
 }  // namespace
 
 QueueRequest::Named QueueRequest::Named::of(const std::string& argument) {
-    return {argument, std::filesystem::absolute(argument).lexically_normal().string()};
+    std::filesystem::path path = std::filesystem::absolute(argument).lexically_normal();
+    if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
+    return {argument, path.string()};
 }
 
 QueueRequest::Named QueueRequest::Named::fromJSON(const boost::json::value& value) {

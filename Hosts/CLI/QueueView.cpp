@@ -17,12 +17,15 @@ FileView viewOf(const TransferItem& item) {
     return view;
 }
 
-void describeJob(QueueView& view, const TransferJob& job,
-                 const std::unordered_map<UUID, EntryProgress>& progress) {
+void describeHead(QueueView& view, const TransferJob& job) {
     view.destination = job.destination;
     view.title = job.title;
     view.paused = job.isPaused;
     view.pausedByVark = job.pausedByVark.value_or(false);
+}
+
+void describeContent(QueueView& view, const TransferJob& job,
+                     const std::unordered_map<UUID, EntryProgress>& progress) {
     view.entries.reserve(job.entries.size());
     for (const TransferEntry& entry : job.entries) {
         EntryView shown;
@@ -40,7 +43,7 @@ void describeJob(QueueView& view, const TransferJob& job,
 }
 
 ItemState stateNamed(const std::string& name) {
-    std::optional<ItemState> state = itemStateNamed(name);
+    std::optional<ItemState> state = itemState(name);
     if (!state) throw DecodingError("an unknown state: " + name);
     return *state;
 }
@@ -109,7 +112,7 @@ FileView FileView::fromJSON(const boost::json::value& value) {
 }
 
 void FileView::encode(JSONWriter& json) const {
-    json.field("path", relativePath).field("localPath", localPath).field("state", storedName(state));
+    json.field("path", relativePath).field("localPath", localPath).field("state", text(state));
     json.field("size", size).field("bytesDone", bytesDone).field("error", error);
 }
 
@@ -121,17 +124,24 @@ QueueView QueueView::of(const TransferJob& job) {
         totals.add(item.entryID, {item.size, std::min(item.size, item.bytesDone()), item.state});
     QueueView view;
     view.overall = totals.overall();
-    describeJob(view, job, totals.entries());
+    describeHead(view, job);
+    describeContent(view, job, totals.entries());
     return view;
 }
 
-QueueView QueueView::of(const TransferEngine& engine) {
+QueueView QueueView::glance(const TransferEngine& engine) {
     QueueView view;
     view.running = true;
     view.hold = engine.hold();
     view.overall = engine.overall();
     view.files = filesUnderWay(engine);
-    describeJob(view, *engine.job(), engine.entryProgress());
+    if (engine.job()) describeHead(view, *engine.job());
+    return view;
+}
+
+QueueView QueueView::of(const TransferEngine& engine) {
+    QueueView view = glance(engine);
+    if (engine.job()) describeContent(view, *engine.job(), engine.entryProgress());
     return view;
 }
 

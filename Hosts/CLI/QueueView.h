@@ -53,8 +53,10 @@ struct QueueView {
     std::vector<FileView> files;
 
     static QueueView of(const TransferJob& job);
-    /// The engine has a job.
     static QueueView of(const TransferEngine& engine);
+    /// Without entries, and of the files only those under way: what can be looked at often, however long the
+    /// queue is.
+    static QueueView glance(const TransferEngine& engine);
 
     static QueueView fromJSON(const boost::json::value& value);
     void encode(JSONWriter& json) const;
