@@ -1,0 +1,36 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+
+namespace vark::box {
+
+/// One thread that does what must not hold up a request, in the order of the posts. Any thread may post. Its
+/// end asks the running piece of work to stop, awaits it, and drops the rest.
+class CheckingThread {
+  public:
+    using Work = std::function<void(const std::stop_token&)>;
+
+    CheckingThread();
+    CheckingThread(const CheckingThread&) = delete;
+    CheckingThread& operator=(const CheckingThread&) = delete;
+
+    void post(Work work);
+
+  private:
+    void run(const std::stop_token& stop);
+
+    std::mutex lock_;
+    std::condition_variable_any wake_;
+    // Guarded by lock_.
+    std::deque<Work> waiting_;
+
+    // Last: it uses all of the above.
+    std::jthread thread_;
+};
+
+}  // namespace vark::box

@@ -1,0 +1,53 @@
+#include "VarkBox/JSONBody.h"
+#include "VarkBox/Services.h"
+
+namespace vark::box {
+
+namespace {
+
+BoxReply nothing() {
+    return BoxReply::json(200, boost::json::object{});
+}
+
+BoxReply files(Services& services) {
+    Turn turn = services.database.read();
+    Tree tree(turn);
+    boost::json::array files;
+    for (const Item& item : tree.files()) {
+        files.push_back(
+            {{"path", tree.path(item)}, {"size", item.size}, {"sha256", item.sha256}, {"id", item.id}});
+    }
+    return BoxReply::json(200, boost::json::object{{"files", std::move(files)}});
+}
+
+}  // namespace
+
+void addControlRoutes(Router& router, Services& services) {
+    router.add("POST", "/control/faults", Door::open, [&services](const BoxRequest& request, const auto&) {
+        Fault fault = Fault::fromJSON(JSONBody(request.body).object());
+        return BoxReply::json(201, boost::json::object{{"id", services.faults.add(std::move(fault))}});
+    });
+    router.add("GET", "/control/faults", Door::open, [&services](const auto&, const auto&) {
+        return BoxReply::json(200, boost::json::object{{"faults", services.faults.list()}});
+    });
+    router.add("DELETE", "/control/faults", Door::open, [&services](const auto&, const auto&) {
+        services.faults.clear();
+        return nothing();
+    });
+    router.add("GET", "/control/files", Door::open,
+               [&services](const auto&, const auto&) { return files(services); });
+    router.add("POST", "/control/token", Door::open, [&services](const BoxRequest& request, const auto&) {
+        services.account.setLevel(JSONBody(request.body).required<int>("level"));
+        return nothing();
+    });
+    router.add("POST", "/control/sign-out", Door::open, [&services](const auto&, const auto&) {
+        services.account.setSignedOut(true);
+        return nothing();
+    });
+    router.add("POST", "/control/sign-in", Door::open, [&services](const auto&, const auto&) {
+        services.account.setSignedOut(false);
+        return nothing();
+    });
+}
+
+}  // namespace vark::box

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "VarkBox/Hasher.h"
+#include "VarkBox/ObjectFiles.h"
+#include "VarkBox/UploadRecords.h"
+
+namespace vark::box {
+
+/// One chunk while it is being received. Whoever writes bytes of the chunk or marks it as landed holds
+/// `lock`, and nobody writes once `landed` is set: the bytes of a chunk that has landed never change, so they
+/// may be hashed.
+struct ChunkSlot {
+    std::mutex lock;
+    bool landed = false;
+};
+
+/// What is known in memory of an upload that has not ended. Shared by the requests and the checking thread,
+/// each of which may call; `Uploads` owns it until the upload ends.
+class OpenUpload {
+  public:
+    OpenUpload(UploadRecord record, const std::vector<std::int64_t>& held);
+
+    /// As it was when the upload was opened; state and flags may have changed since.
+    const UploadRecord& record() const { return record_; }
+
+    std::shared_ptr<ChunkSlot> slot(std::int64_t index);
+    void noteLanded(std::int64_t index);
+    std::vector<std::int64_t> held() const;
+    std::vector<std::int64_t> missing() const;
+    std::int64_t receivedBytes() const;
+
+    /// Hashes on through the chunks that have landed without a gap. The caller holds `checking`.
+    void hashWhatLanded(const ObjectFiles& files, const std::stop_token& stop);
+    /// Whether all bytes were hashed and the hash is the one that was announced. The caller holds `checking`.
+    bool hashIsRight();
+
+    /// Held while the bytes are hashed and the end of the upload is decided.
+    std::mutex checking;
+    /// Whether a turn of the checking thread is on its way already.
+    std::atomic<bool> hashingQueued = false;
+    /// A fault: the check will say that the bytes are wrong.
+    std::atomic<bool> checkMustFail = false;
+
+  private:
+    bool holds(std::int64_t index) const;
+    std::vector<std::int64_t> indexes(bool held) const;
+
+    const UploadRecord record_;
+
+    mutable std::mutex lock_;
+    // Guarded by lock_.
+    std::vector<bool> held_;
+    std::int64_t receivedBytes_ = 0;
+    std::unordered_map<std::int64_t, std::weak_ptr<ChunkSlot>> slots_;
+
+    // Guarded by checking.
+    Hasher hasher_;
+    std::int64_t hashedBytes_ = 0;
+};
+
+}  // namespace vark::box

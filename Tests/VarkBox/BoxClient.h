@@ -1,0 +1,79 @@
+#pragma once
+
+#include <boost/json/value.hpp>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VarkBox/Box.h"
+
+namespace vark::box {
+
+struct Answer {
+    /// 0 when no answer came.
+    long status = 0;
+    std::string body;
+    /// libcurl's own code: 0 for a whole answer.
+    int problem = 0;
+
+    boost::json::value json() const;
+    /// The sentence under "error", or an empty text.
+    std::string error() const;
+};
+
+/// Speaks to a box over one kept connection per host, as any client would: libcurl, with the box's own
+/// authority as the only one that it trusts.
+class BoxClient {
+  public:
+    BoxClient(std::string url, std::filesystem::path authority, std::string token);
+    explicit BoxClient(const Box& box) : BoxClient(box.url(), box.authority(), box.token()) {}
+
+    /// `target` may be a whole URL or a path of the application.
+    Answer send(std::string_view method, std::string_view target, std::string_view body = {},
+                std::vector<std::string> headers = {}, long timeoutMilliseconds = 20000);
+    Answer get(std::string_view target) { return send("GET", target); }
+    Answer post(std::string_view target, const boost::json::value& body);
+    /// Without the token.
+    Answer control(std::string_view method, std::string_view target,
+                   const boost::json::value& body = nullptr);
+    void setToken(std::string token) { token_ = std::move(token); }
+
+    Answer begin(std::string_view path, std::string_view bytes, bool replace = false);
+    /// Sends each chunk that is missing, finishes, and gives the status once it is "done" or "failed".
+    Answer upload(std::string_view path, std::string_view bytes, bool replace = false);
+    /// Asks until the check has come to its end.
+    Answer settled(std::string_view uploadID);
+    std::int64_t itemID(std::string_view path);
+
+  private:
+    struct Handle;
+
+    std::string url_;
+    std::filesystem::path authority_;
+    std::string token_;
+    std::shared_ptr<void> handle_;
+};
+
+std::string sha256(std::string_view bytes);
+/// Bytes that differ from seed to seed.
+std::string someBytes(std::size_t count, unsigned seed = 1);
+std::string escaped(std::string_view text);
+
+/// A folder that is gone after the test.
+class TemporaryFolder {
+  public:
+    TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder();
+
+    const std::filesystem::path& path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+}  // namespace vark::box
