@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "VarkCore/API/Answers.h"
 #include "VarkCore/API/VarkAPI.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
@@ -80,28 +81,22 @@ class HTTPVarkAPI final : public VarkAPI {
 
   private:
     enum class Auth { none, token };
-    struct Answer {
-        int status = 0;
-        std::string body;
-    };
     struct ChunkTarget {
         URL url;
         /// Whether this is the application's host, which needs the token and may refuse file bytes.
         bool viaApp;
     };
-    class ChunkTransfer;
 
     /// The answer of one JSON call, with whatever status. Only a 401 to a call with the token is a failure
     /// here.
-    Task<Answer> send(std::string method, std::string path, std::optional<std::string> json,
-                      Auth auth = Auth::token);
-    Task<Answer> sendDirectly(HTTPRequest request, Auth auth);
-    Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
-    Task<std::string> changePath(std::string requestPath, std::string json, std::string oldPath,
-                                 int otherStatus);
+    Task<APIAnswer> send(std::string method, std::string path, std::optional<std::string> json = std::nullopt,
+                         Auth auth = Auth::token);
+    Task<APIAnswer> sendDirectly(HTTPRequest request, Auth auth);
+    /// Fails with `notConnected` when no token is at hand.
+    HTTPHeader authorization() const;
 
+    Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
     ChunkTarget chunkTarget(const std::string& uploadID, std::int64_t index);
-    Task<HTTPResponse> transferChunk(ChunkTransfer& transfer);
 
     HTTPSession& session_;
     const URL baseURL_;

@@ -24,7 +24,7 @@ struct SharedConnection {
     std::int64_t rootID = 0;
     std::int64_t level = 0;
     /// The top-level folders that are to be shown; without a value there is no restriction.
-    std::optional<std::vector<std::string>> folders;
+    std::optional<std::vector<std::string>> folders{};
 
     bool operator==(const SharedConnection&) const = default;
 

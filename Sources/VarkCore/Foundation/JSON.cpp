@@ -1,99 +1,18 @@
 #include "VarkCore/Foundation/JSON.h"
 
-#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/monotonic_resource.hpp>
-#include <boost/json/value_stack.hpp>
 #include <charconv>
 #include <cmath>
 #include <concepts>
 #include <limits>
 
+#include "VarkCore/Foundation/JSONBuilder.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {
 namespace {
 
 namespace json = boost::json;
-
-constexpr std::size_t deepestLevel = 32;
-
-/// Builds the value. The library's own handler rounds one double in sixteen to a neighbour; a time that is
-/// compared as text must come back exactly, so doubles are read from their digits here.
-class Builder {
-  public:
-    static constexpr std::size_t max_object_size = json::object::max_size();
-    static constexpr std::size_t max_array_size = json::array::max_size();
-    static constexpr std::size_t max_key_size = json::string::max_size();
-    static constexpr std::size_t max_string_size = json::string::max_size();
-
-    explicit Builder(json::storage_ptr storage) { stack_.reset(std::move(storage)); }
-    json::value release() { return stack_.release(); }
-
-    bool on_document_begin(json::error_code&) { return true; }
-    bool on_document_end(json::error_code&) { return true; }
-    bool on_object_begin(json::error_code&) { return true; }
-    bool on_object_end(std::size_t count, json::error_code&) {
-        stack_.push_object(count);
-        return true;
-    }
-    bool on_array_begin(json::error_code&) { return true; }
-    bool on_array_end(std::size_t count, json::error_code&) {
-        stack_.push_array(count);
-        return true;
-    }
-    bool on_key_part(json::string_view text, std::size_t, json::error_code&) {
-        stack_.push_chars(text);
-        return true;
-    }
-    bool on_key(json::string_view text, std::size_t, json::error_code&) {
-        stack_.push_key(text);
-        return true;
-    }
-    bool on_string_part(json::string_view text, std::size_t, json::error_code&) {
-        stack_.push_chars(text);
-        return true;
-    }
-    bool on_string(json::string_view text, std::size_t, json::error_code&) {
-        stack_.push_string(text);
-        return true;
-    }
-    bool on_number_part(json::string_view digits, json::error_code&) {
-        number_.append(digits.data(), digits.size());
-        return true;
-    }
-    bool on_int64(std::int64_t number, json::string_view, json::error_code&) {
-        number_.clear();
-        stack_.push_int64(number);
-        return true;
-    }
-    bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
-        number_.clear();
-        stack_.push_uint64(number);
-        return true;
-    }
-    bool on_double(double rounded, json::string_view digits, json::error_code&) {
-        number_.append(digits.data(), digits.size());
-        double exact = rounded;
-        std::from_chars(number_.data(), number_.data() + number_.size(), exact);
-        number_.clear();
-        stack_.push_double(exact);
-        return true;
-    }
-    bool on_bool(bool flag, json::error_code&) {
-        stack_.push_bool(flag);
-        return true;
-    }
-    bool on_null(json::error_code&) {
-        stack_.push_null();
-        return true;
-    }
-    bool on_comment_part(json::string_view, json::error_code&) { return true; }
-    bool on_comment(json::string_view, json::error_code&) { return true; }
-
-  private:
-    json::value_stack stack_;
-    std::string number_;
-};
 
 DecodingError wrongType(std::string_view key, std::string_view wanted) {
     return DecodingError(std::string(key) + " is not " + std::string(wanted));
@@ -133,14 +52,10 @@ bool isPlainlyWritten(double number) {
 }  // namespace
 
 json::value parseJSON(std::string_view bytes) {
-    json::parse_options options;
-    options.max_depth = deepestLevel;
-    json::basic_parser<Builder> parser(options, json::make_shared_resource<json::monotonic_resource>());
-    json::error_code error;
-    const std::size_t read = parser.write_some(false, bytes.data(), bytes.size(), error);
-    if (!error && read < bytes.size()) error = json::error::extra_data;
-    if (error) throw DecodingError("no JSON: " + error.message());
-    return parser.handler().release();
+    json::basic_parser<JSONBuilder> parser(jsonParseOptions());
+    parser.handler().begin(json::make_shared_resource<json::monotonic_resource>());
+    runJSONParser(parser, bytes);
+    return parser.handler().take();
 }
 
 JSONFields::JSONFields(const json::value& value)

@@ -12,7 +12,7 @@ struct Volume {
     std::string name;
     std::filesystem::path path;
     /// What tells this volume from another of the same name.
-    std::optional<std::string> id;
+    std::optional<std::string> id{};
     bool ejectable = false;
     bool isBoot = false;
 

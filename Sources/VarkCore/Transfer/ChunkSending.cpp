@@ -1,5 +1,7 @@
 // The chunks of one file: a few at a time, in ascending order, each tried again by itself.
 
+#include <fmt/format.h>
+
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 

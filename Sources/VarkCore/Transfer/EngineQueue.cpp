@@ -1,5 +1,7 @@
 // What changes the queue as a list: adding, removing, editing, deciding.
 
+#include <fmt/format.h>
+
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"

@@ -1,5 +1,9 @@
 // The road of one item: hash, begin, chunks, finish, check. What an error means is decided here.
 
+#include <fmt/format.h>
+
+#include <cmath>
+
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 #include "VarkCore/Upload/FileHasher.h"
@@ -100,7 +104,7 @@ Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
         return !token.stop_requested();
     };
     std::string hex =
-        co_await host_.pool.run([&file, &progress] { return FileHasher::sha256(file, progress); });
+        co_await host_.pool.run([&file, &progress] { return FileHasher::sha256Of(file, progress); });
     set(id, [&hex](TransferItem& item) { item.sha256 = ContentHash::parse(hex); });
     if (auto active = tasks_.find(id); active != tasks_.end()) active->second.hashingBytes = 0;
 }

@@ -1,21 +1,23 @@
 #pragma once
 
-// Sketched by the engine's author, who is calling it already; the owner of this folder fills it in.
-
+#include <boost/json/value.hpp>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Rare.h"
 #include "VarkCore/Foundation/UUID.h"
-#include "VarkCore/Upload/Digest.h"
+#include "VarkCore/Upload/ContentHash.h"
 
 namespace vark {
 
-/// Where one file of the queue stands. Stored as its lower-case name.
+// The upload queue as data. Plain values: whoever holds one may read it on its thread. `fromJSON` fails with
+// `DecodingError` when a key that is not optional is missing. Every field has a default, so that a record can
+// be built from the names of those that matter.
+
 enum class ItemState : std::uint8_t {
     queued,
     hashing,
@@ -26,85 +28,128 @@ enum class ItemState : std::uint8_t {
     skipped,
     failed
 };
-inline constexpr std::size_t itemStateCount = 8;
 
-std::string_view storedName(ItemState state);
-std::optional<ItemState> itemStateNamed(std::string_view name);
+/// The stored name, "queued".
+std::string_view text(ItemState state);
+std::optional<ItemState> itemState(std::string_view text);
+/// Verified or skipped; what failed or waits for a decision is not finished.
 bool isFinished(ItemState state);
+/// Hashing, uploading or checking.
 bool isInFlight(ItemState state);
 bool needsDecision(ItemState state);
 
-/// One file of the queue. The hash is kept as its 32 bytes and not as text, since a queue may hold a million
-/// of these.
+/// One file of the queue. There may be a million of them in memory, so the hash is kept as bytes and texts
+/// that few items have take one pointer in the others.
 struct TransferItem {
-    UUID id;
-    UUID entryID;
-    std::string localPath;
-    std::string relativePath;
+    UUID id{};
+    UUID entryID{};
+    /// Absolute.
+    std::string localPath{};
+    /// Below the entry's parent folder: its first component is the entry's own name.
+    std::string relativePath{};
+    /// Bytes, taken when the entry was added.
     std::int64_t size = 0;
+    /// Seconds since 1970.
     double mtime = 0;
-    std::optional<Digest> sha256;
+    /// Set once hashing has finished. A stored text that is no SHA-256 reads as absent, and the file is
+    /// hashed again.
+    std::optional<ContentHash> sha256{};
     ItemState state = ItemState::queued;
-    std::optional<std::string> uploadID;
-    std::optional<std::int64_t> chunkSize;
-    std::vector<std::int64_t> doneChunks;
+    Rare<std::string> uploadID{};
+    /// Bytes, as the vark chose it for this upload.
+    std::optional<std::int64_t> chunkSize{};
+    /// The indexes of chunks that the vark is known to hold.
+    std::vector<std::int64_t> doneChunks{};
+    /// A person decided to overwrite what is at the destination.
     bool replace = false;
+    /// The vark had this very file before anything was sent.
     bool alreadyThere = false;
-    std::optional<std::string> error;
-    std::int64_t attempts = 0;
-    std::optional<Date> finishedAt;
+    /// The sentence that is shown for a failed or conflicting item.
+    Rare<std::string> error{};
+    /// How many times this item has failed since it was last reset.
+    std::int32_t attempts = 0;
+    std::optional<Date> finishedAt{};
+
+    bool operator==(const TransferItem&) const = default;
+    static TransferItem fromJSON(const boost::json::value& value);
 
     std::string_view name() const;
     std::int64_t bytesDone() const;
+    /// An item in flight becomes queued again; what is known of its upload stays.
+    void prepareForResume();
     TransferItem preparedForResume() const;
-    bool operator==(const TransferItem&) const = default;
 };
 
+/// One thing that a person added.
 struct TransferEntry {
-    UUID id;
-    std::string localPath;
-    std::string name;
+    UUID id{};
+    /// Standardised and absolute; also what keeps the same thing from being added twice.
+    std::string localPath{};
+    std::string name{};
     bool isFolder = false;
     std::int64_t fileCount = 0;
     std::int64_t totalBytes = 0;
-    std::optional<std::string> volumeName;
-    Date addedAt;
+    /// Of the removable volume that it was on.
+    std::optional<std::string> volumeName{};
+    Date addedAt{};
+
     bool operator==(const TransferEntry&) const = default;
+    static TransferEntry fromJSON(const boost::json::value& value);
 };
 
+/// What is remembered of a card import.
 struct IngestInfo {
+    /// The vark's number for it.
     std::int64_t id = 0;
-    std::string drive;
-    std::string volumePath;
-    std::optional<std::string> volumeUUID;
+    /// The volume's name as people see it.
+    std::string drive{};
+    std::string volumePath{};
+    std::optional<std::string> volumeUUID{};
+    /// Mail the person when the import ends.
     bool emailMe = false;
     bool keepAwake = false;
-    std::vector<std::string> leftOut;
-    Date startedAt;
+    /// Paths deliberately left out.
+    std::vector<std::string> leftOut{};
+    Date startedAt{};
+    /// The final report has reached the vark.
     bool reported = false;
 
+    bool operator==(const IngestInfo&) const = default;
+    static IngestInfo fromJSON(const boost::json::value& value);
+
+    /// Asks the file system.
     bool driveIsHere() const;
     std::string waitingLine() const;
+    /// The path relative to the card, or as it is when it lies elsewhere.
     std::string source(std::string_view localPath) const;
-    bool operator==(const IngestInfo&) const = default;
 };
 
+/// The queue as a whole. There is at most one.
 struct TransferJob {
-    UUID id;
-    std::string title;
-    std::string destination;
-    std::string clientName;
-    std::vector<TransferEntry> entries;
-    std::vector<TransferItem> items;
-    Date createdAt;
+    UUID id{};
+    /// May be empty.
+    std::string title{};
+    /// Below the vark's root; empty means the root.
+    std::string destination{};
+    /// May be empty.
+    std::string clientName{};
+    /// In order of adding.
+    std::vector<TransferEntry> entries{};
+    /// In order of adding, which is the order of sending.
+    std::vector<TransferItem> items{};
+    Date createdAt{};
     bool isPaused = false;
-    std::optional<bool> pausedByVark;
-    std::optional<IngestInfo> ingest;
+    /// True when the vark's refusal caused the pause, false when a person paused, absent when not paused.
+    std::optional<bool> pausedByVark{};
+    std::optional<IngestInfo> ingest{};
+
+    bool operator==(const TransferJob&) const = default;
 
     std::string serverPath(const TransferItem& item) const;
-    std::vector<const TransferItem*> itemsIn(const UUID& entryID) const;
-    TransferJob preparedForResume() const;
-    bool operator==(const TransferJob&) const = default;
+    /// In queue order. Valid until `items` changes.
+    std::vector<const TransferItem*> itemsIn(UUID entryID) const;
+    /// The same for every item; a paused job stays paused.
+    TransferJob preparedForResume() &&;
 };
 
 }  // namespace vark

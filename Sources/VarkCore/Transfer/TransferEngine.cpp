@@ -1,5 +1,7 @@
 #include "VarkCore/Transfer/TransferEngine.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cassert>
 
@@ -234,7 +236,7 @@ void TransferEngine::flush() {
     if (saveTask_) saveTask_->cancel();
     saveTask_.reset();
     try {
-        store_.save(job_);
+        store_.save(job_ ? &*job_ : nullptr);
     } catch (const std::exception&) {
         // The queue in memory is right; the next save tries again.
     }
@@ -248,7 +250,7 @@ Task<void> TransferEngine::saveSoon() {
     co_await sleepFor(saveDelay);
     saveTask_.reset();
     // Encoded here, where the queue stands still, and written elsewhere.
-    QueueStore::Snapshot snapshot = store_.encode(job_);
+    QueueStore::Snapshot snapshot = store_.encode(job_ ? &*job_ : nullptr);
     try {
         co_await host_.pool.run([this, &snapshot] { store_.write(snapshot); });
     } catch (const std::exception&) {

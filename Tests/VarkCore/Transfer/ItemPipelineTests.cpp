@@ -21,7 +21,7 @@ class ItemPipeline : public EngineTest {
 
 TEST_F(ItemPipeline, AFileThatTheVarkHasCostsOneBegin) {
     std::filesystem::path file = write("a.mov", 250);
-    vark->files["a.mov"] = FileHasher::sha256(file);
+    vark->files["a.mov"] = FileHasher::sha256Of(file);
     engine->start(false);
     add({file});
     loop.advance(5s);
@@ -257,7 +257,7 @@ TEST_F(ItemPipeline, ABadChunkSizeFailsTheItemAndEveryChunkHeldSendsNothing) {
     loop.settle();
     vark->chunkSize = 50;
     std::filesystem::path file = write("b.mov", 100);
-    vark->uploads["old"] = FakeVark::Upload{"b.mov", 100, FileHasher::sha256(file), {0, 1, 7}, false};
+    vark->uploads["old"] = FakeVark::Upload{"b.mov", 100, FileHasher::sha256Of(file), {0, 1, 7}, false};
     vark->calls.clear();
     add({file});
     loop.advance(5s);

@@ -1,0 +1,127 @@
+#include <array>
+
+#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSONPieces.h"
+#include "VarkCore/Transfer/QueueCoding.h"
+
+namespace vark {
+namespace {
+
+DecodingError notA(std::string_view key, const char* wanted) {
+    return DecodingError(std::string(key) + " is not " + wanted);
+}
+
+UUID identity(const JSONFields& fields, std::string_view key) {
+    const std::optional<UUID> id = UUID::parse(fields.required<std::string_view>(key));
+    if (!id) throw notA(key, "an identifier");
+    return *id;
+}
+
+Date dateOf(std::string_view key, std::string_view text) {
+    const std::optional<Date> date = dateFromISO8601(text);
+    if (!date) throw notA(key, "a date");
+    return *date;
+}
+
+Date date(const JSONFields& fields, std::string_view key) {
+    return dateOf(key, fields.required<std::string_view>(key));
+}
+
+ItemState state(const JSONFields& fields, std::string_view key) {
+    const std::optional<ItemState> state = itemState(fields.required<std::string_view>(key));
+    if (!state) throw notA(key, "a state");
+    return *state;
+}
+
+TransferJob jobOf(const boost::json::value& value) {
+    const JSONFields fields(value);
+    TransferJob job;
+    job.id = identity(fields, "id");
+    job.title = fields.required<std::string>("title");
+    job.destination = fields.required<std::string>("destination");
+    job.clientName = fields.required<std::string>("clientName");
+    job.entries = fields.required<std::vector<TransferEntry>>("entries");
+    job.items = fields.required<std::vector<TransferItem>>("items");
+    job.createdAt = date(fields, "createdAt");
+    job.isPaused = fields.required<bool>("isPaused");
+    job.pausedByVark = fields.optional<bool>("pausedByVark");
+    job.ingest = fields.optional<IngestInfo>("ingest");
+    return job;
+}
+
+}  // namespace
+
+TransferItem TransferItem::fromJSON(const boost::json::value& value) {
+    const JSONFields fields(value);
+    TransferItem item;
+    item.id = identity(fields, "id");
+    item.entryID = identity(fields, "entryID");
+    item.localPath = fields.required<std::string_view>("localPath");
+    item.relativePath = fields.required<std::string_view>("relativePath");
+    item.size = fields.required<std::int64_t>("size");
+    item.mtime = fields.required<double>("mtime");
+    if (const auto hash = fields.optional<std::string_view>("sha256"))
+        item.sha256 = ContentHash::parse(*hash);
+    item.state = vark::state(fields, "state");
+    item.uploadID = fields.optional<std::string>("uploadID");
+    item.chunkSize = fields.optional<std::int64_t>("chunkSize");
+    item.doneChunks = fields.required<std::vector<std::int64_t>>("doneChunks");
+    item.replace = fields.required<bool>("replace");
+    item.alreadyThere = fields.required<bool>("alreadyThere");
+    item.error = fields.optional<std::string>("error");
+    item.attempts = fields.required<std::int32_t>("attempts");
+    if (const auto text = fields.optional<std::string_view>("finishedAt")) {
+        item.finishedAt = dateOf("finishedAt", *text);
+    }
+    return item;
+}
+
+TransferEntry TransferEntry::fromJSON(const boost::json::value& value) {
+    const JSONFields fields(value);
+    TransferEntry entry;
+    entry.id = identity(fields, "id");
+    entry.localPath = fields.required<std::string>("localPath");
+    entry.name = fields.required<std::string>("name");
+    entry.isFolder = fields.required<bool>("isFolder");
+    entry.fileCount = fields.required<std::int64_t>("fileCount");
+    entry.totalBytes = fields.required<std::int64_t>("totalBytes");
+    entry.volumeName = fields.optional<std::string>("volumeName");
+    entry.addedAt = date(fields, "addedAt");
+    return entry;
+}
+
+IngestInfo IngestInfo::fromJSON(const boost::json::value& value) {
+    const JSONFields fields(value);
+    IngestInfo ingest;
+    ingest.id = fields.required<std::int64_t>("id");
+    ingest.drive = fields.required<std::string>("drive");
+    ingest.volumePath = fields.required<std::string>("volumePath");
+    ingest.volumeUUID = fields.optional<std::string>("volumeUUID");
+    ingest.emailMe = fields.required<bool>("emailMe");
+    ingest.keepAwake = fields.required<bool>("keepAwake");
+    ingest.leftOut = fields.required<std::vector<std::string>>("leftOut");
+    ingest.startedAt = date(fields, "startedAt");
+    ingest.reported = fields.required<bool>("reported");
+    return ingest;
+}
+
+std::optional<TransferJob> decodeQueue(std::string_view bytes) {
+    std::vector<TransferItem> items;
+    const std::array pieces = {JSONPieces{
+        .key = "items",
+        .begin = [&] { items.clear(); },
+        .element = [&](const boost::json::value& value) { items.push_back(TransferItem::fromJSON(value)); },
+    }};
+    const boost::json::value document = parseJSONInPieces(bytes, "job", pieces);
+
+    const JSONFields fields(document);
+    fields.required<std::int64_t>("version");
+    date(fields, "savedAt");
+    const boost::json::value* value = fields.find("job");
+    if (value == nullptr) return std::nullopt;
+    TransferJob job = jobOf(*value);
+    job.items = std::move(items);
+    return job;
+}
+
+}  // namespace vark

@@ -1,0 +1,94 @@
+#include "VarkCore/Transfer/QueueModel.h"
+
+#include <array>
+#include <filesystem>
+
+#include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Upload/ChunkPlan.h"
+
+namespace vark {
+namespace {
+
+/// In the order of the enumeration.
+constexpr std::array<std::string_view, 8> stateNames = {"queued",   "hashing",  "uploading", "checking",
+                                                        "verified", "conflict", "skipped",   "failed"};
+
+}  // namespace
+
+std::string_view text(ItemState state) {
+    return stateNames[static_cast<std::size_t>(state)];
+}
+
+std::optional<ItemState> itemState(std::string_view text) {
+    for (std::size_t index = 0; index < stateNames.size(); ++index) {
+        if (stateNames[index] == text) return static_cast<ItemState>(index);
+    }
+    return std::nullopt;
+}
+
+bool isFinished(ItemState state) {
+    return state == ItemState::verified || state == ItemState::skipped;
+}
+
+bool isInFlight(ItemState state) {
+    return state == ItemState::hashing || state == ItemState::uploading || state == ItemState::checking;
+}
+
+bool needsDecision(ItemState state) {
+    return state == ItemState::conflict;
+}
+
+std::string_view TransferItem::name() const {
+    return lastPathComponent(relativePath);
+}
+
+std::int64_t TransferItem::bytesDone() const {
+    if (isFinished(state)) return size;
+    if (doneChunks.empty() || !chunkSize || *chunkSize < 1 || size < 0) return 0;
+    return ChunkPlan(size, *chunkSize).bytesDone(doneChunks);
+}
+
+void TransferItem::prepareForResume() {
+    if (isInFlight(state)) state = ItemState::queued;
+}
+
+TransferItem TransferItem::preparedForResume() const {
+    TransferItem prepared = *this;
+    prepared.prepareForResume();
+    return prepared;
+}
+
+bool IngestInfo::driveIsHere() const {
+    std::error_code unreadable;
+    return std::filesystem::exists(volumePath, unreadable);
+}
+
+std::string IngestInfo::waitingLine() const {
+    return "Plug " + drive + " back in to carry on. Nothing is lost.";
+}
+
+std::string IngestInfo::source(std::string_view localPath) const {
+    const std::string card = volumePath.ends_with('/') ? volumePath : volumePath + "/";
+    return std::string(localPath.starts_with(card) ? localPath.substr(card.size()) : localPath);
+}
+
+std::string TransferJob::serverPath(const TransferItem& item) const {
+    if (destination.empty()) return item.relativePath;
+    return item.relativePath.empty() ? destination : destination + "/" + item.relativePath;
+}
+
+std::vector<const TransferItem*> TransferJob::itemsIn(UUID entryID) const {
+    std::vector<const TransferItem*> found;
+    for (const TransferItem& item : items) {
+        if (item.entryID == entryID) found.push_back(&item);
+    }
+    return found;
+}
+
+TransferJob TransferJob::preparedForResume() && {
+    for (TransferItem& item : items)
+        item.prepareForResume();
+    return std::move(*this);
+}
+
+}  // namespace vark

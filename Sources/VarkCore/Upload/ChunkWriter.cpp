@@ -1,0 +1,123 @@
+#include "VarkCore/Upload/ChunkWriter.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+namespace vark {
+namespace {
+
+constexpr std::int64_t largestPiece = 262'144;
+/// A rate so low that a piece takes longer goes out faster than it should.
+constexpr double longestPause = 2;
+constexpr std::chrono::milliseconds lookForSpace{3};
+
+ssize_t readAt(const Descriptor& file, std::span<char> to, std::int64_t offset) {
+    for (;;) {
+        const ssize_t count = pread(file.get(), to.data(), to.size(), offset);
+        if (count >= 0 || errno != EINTR) return count;
+    }
+}
+
+}  // namespace
+
+ChunkWriter::ChunkWriter(ChunkSource source, std::shared_ptr<BytePipe> output, WallClock now)
+    : source_(std::move(source)),
+      output_(std::move(output)),
+      now_(std::move(now)),
+      pieceSize_(static_cast<std::size_t>(std::clamp<std::int64_t>(source_.length, 0, largestPiece))),
+      piece_(std::make_unique_for_overwrite<char[]>(pieceSize_)) {}
+
+void ChunkWriter::run() noexcept {
+    pump();
+    output_->closeWriting();
+}
+
+void ChunkWriter::pump() {
+    Descriptor file;
+    try {
+        file = openForReading(source_.file);
+    } catch (const FileError&) {
+        return fail(Failure::ofTheFile, fmt::format("Could not open {}.", name()));
+    }
+    std::int64_t sent = 0;
+    while (sent < source_.length && !isCancelled()) {
+        const std::int64_t count = pumpPiece(file, sent);
+        if (count == 0) return;
+        sent += count;
+        moved_.set(sent);
+        if (source_.progress) source_.progress(sent);
+    }
+}
+
+std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
+    const std::int64_t wanted = std::min(largestPiece, source_.length - sent);
+    const std::span<char> piece(piece_.get(), static_cast<std::size_t>(wanted));
+    const ssize_t count = readAt(file, piece, source_.offset + sent);
+    if (count < 0) {
+        fail(Failure::ofTheFile, fmt::format("Could not read {}.", name()));
+        return 0;
+    }
+    if (count == 0) {
+        fail(Failure::ofTheFile, fmt::format("{} is shorter than it was. Was it changed?", name()));
+        return 0;
+    }
+    keepPace(count);
+    return writePiece(piece.first(static_cast<std::size_t>(count))) ? count : 0;
+}
+
+bool ChunkWriter::writePiece(std::span<const char> piece) {
+    while (!piece.empty()) {
+        if (isCancelled()) return false;
+        const std::ptrdiff_t taken = output_->write(piece);
+        if (taken < 0) {
+            fail(Failure::readerGone, "The connection closed while sending.");
+            return false;
+        }
+        if (taken == 0) output_->waitForSpace(lookForSpace);
+        piece = piece.subspan(static_cast<std::size_t>(taken));
+    }
+    return true;
+}
+
+void ChunkWriter::keepPace(std::int64_t bytes) {
+    if (source_.limiter == nullptr) return;
+    const double pause = std::min(source_.limiter->delay(bytes, now_()), longestPause);
+    if (pause <= 0) return;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(pause);
+    const Locked hold(lock_);
+    while (!cancelled_) {
+        if (cancelledNow_.wait_until(lock_, until) == std::cv_status::timeout) return;
+    }
+}
+
+void ChunkWriter::cancel() {
+    const Locked hold(lock_);
+    cancelled_ = true;
+    cancelledNow_.notify_all();
+}
+
+bool ChunkWriter::isCancelled() const {
+    const Locked hold(lock_);
+    return cancelled_;
+}
+
+std::optional<ChunkWriter::Failure> ChunkWriter::failure() const {
+    const Locked hold(lock_);
+    return failure_;
+}
+
+void ChunkWriter::fail(Failure::Cause cause, std::string sentence) {
+    const Locked hold(lock_);
+    failure_ = Failure{cause, std::move(sentence)};
+}
+
+std::string ChunkWriter::name() const {
+    return source_.file.filename().string();
+}
+
+}  // namespace vark

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "VarkCore/Concurrency/ThreadSafety.h"
+#include "VarkCore/Foundation/BytePipe.h"
+#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Upload/ByteCounter.h"
+#include "VarkCore/Upload/TokenBucket.h"
+
+namespace vark {
+
+/// A chunk of a file, and how it is to be sent.
+struct ChunkSource {
+    std::filesystem::path file;
+    /// Both in bytes.
+    std::int64_t offset = 0;
+    std::int64_t length = 0;
+    /// May be null.
+    TokenBucket* limiter = nullptr;
+    /// Told the bytes sent so far, on the writer's thread. Must not throw.
+    std::function<void(std::int64_t)> progress;
+};
+
+/// Pumps one chunk from its file into a pipe, piece by piece, at the pace of its limiter. For one attempt:
+/// `run` once, on a thread that may block; the rest from any thread.
+class ChunkWriter {
+  public:
+    struct Failure {
+        /// The reader goes away when the transfer has ended, which then knows better why.
+        enum Cause { ofTheFile, readerGone };
+        Cause cause;
+        /// Finished.
+        std::string sentence;
+    };
+
+    ChunkWriter(ChunkSource source, std::shared_ptr<BytePipe> output, WallClock now);
+
+    /// Ends the stream on every way out, so the reader never waits for more.
+    void run() noexcept;
+    /// `run` returns soon after.
+    void cancel();
+    /// Bytes handed to the pipe.
+    std::int64_t moved() const { return moved_.value(); }
+    std::optional<Failure> failure() const;
+
+  private:
+    void pump();
+    /// Answers the bytes of the piece; 0 when there is no going on.
+    std::int64_t pumpPiece(const Descriptor& file, std::int64_t sent);
+    bool writePiece(std::span<const char> piece);
+    void keepPace(std::int64_t bytes);
+    bool isCancelled() const;
+    void fail(Failure::Cause cause, std::string sentence);
+    std::string name() const;
+
+    const ChunkSource source_;
+    const std::shared_ptr<BytePipe> output_;
+    const WallClock now_;
+    const std::size_t pieceSize_;
+    const std::unique_ptr<char[]> piece_;
+    ByteCounter moved_;
+
+    mutable Mutex lock_;
+    std::condition_variable_any cancelledNow_;
+    bool cancelled_ VARK_GUARDED_BY(lock_) = false;
+    std::optional<Failure> failure_ VARK_GUARDED_BY(lock_);
+};
+
+}  // namespace vark

@@ -1,0 +1,180 @@
+#include "VarkCore/Transfer/QueueStore.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Tests/Support/SampleQueue.h"
+#include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Transfer/QueueCoding.h"
+
+namespace vark {
+namespace {
+
+const Date now = Date::fromSince1970(1'740'994'867);
+
+/// Every field has a value, and the texts are of the awkward kind.
+TransferJob fullJob() {
+    TransferJob job = sampleQueue(2);
+    job.pausedByVark = false;
+    job.isPaused = true;
+    job.ingest = IngestInfo{.id = 5,
+                            .drive = "CARD \"A\"",
+                            .volumePath = "/Volumes/CARD",
+                            .volumeUUID = "1234-ABCD",
+                            .emailMe = true,
+                            .leftOut = {"a\nb", "M\xC3\xBCll"},
+                            .startedAt = now};
+    TransferItem& item = job.items[0];
+    item.state = ItemState::conflict;
+    item.localPath = "/tmp/line\nend \\ \"\x01\" \xF0\x9F\x8E\xAC";
+    item.error = "Something else is there.";
+    item.attempts = 3;
+    item.finishedAt = now;
+    item.replace = item.alreadyThere = true;
+    return job;
+}
+
+class QueueStoreTest : public testing::Test {
+  protected:
+    TemporaryFolder folder;
+    std::filesystem::path path = folder / "Support/Vark/queue.json";
+    QueueStore store{path, [] { return now; }, Durability::cached};
+};
+
+TEST_F(QueueStoreTest, KeepsEveryFieldOfAJob) {
+    const TransferJob job = fullJob();
+    store.save(&job);
+    const std::optional<TransferJob> loaded = store.load();
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(*loaded, job);
+    struct stat values{};
+    stat(path.c_str(), &values);
+    EXPECT_EQ(values.st_mode & 07777, 0600U);
+}
+
+TEST_F(QueueStoreTest, WritesSortedKeysAndLeavesOutWhatIsAbsent) {
+    TransferJob job = sampleQueue(0);
+    job.id = sampleUUID(1);
+    job.items.push_back(
+        {.id = sampleUUID(3), .entryID = sampleUUID(2), .localPath = "/a", .relativePath = "a"});
+    job.items[0].mtime = 1'700'000'000.25;
+    EXPECT_EQ(
+        encodeQueue(job, now),
+        R"({"job":{"clientName":"Acme","createdAt":"2025-03-03T09:41:07Z","destination":"Jobs/2025","entries":[)"
+        R"({"addedAt":"2025-03-03T09:41:07Z","fileCount":0,"id":"00000000-0000-0000-0000-000000000002",)"
+        R"("isFolder":true,"localPath":"/Volumes/Media/Projects/Acme/Shoot","name":"Shoot","totalBytes":1,)"
+        R"("volumeName":"Media"}],"id":"00000000-0000-0000-0000-000000000001","isPaused":false,"items":[)"
+        R"({"alreadyThere":false,"attempts":0,"doneChunks":[],"entryID":"00000000-0000-0000-0000-000000000002",)"
+        R"("id":"00000000-0000-0000-0000-000000000003","localPath":"/a","mtime":1700000000.25,)"
+        R"("relativePath":"a","replace":false,"size":0,"state":"queued"}],"title":"Shoot"},)"
+        R"("savedAt":"2025-03-03T09:41:07Z","version":1})");
+}
+
+TEST_F(QueueStoreTest, ItemsInFlightComeBackQueuedWithWhatIsKnownOfTheirUpload) {
+    TransferJob job = fullJob();
+    job.items[1].state = ItemState::checking;
+    job.items[1].uploadID = "u";
+    job.items[1].chunkSize = 10;
+    job.items[1].doneChunks = {3, 1};
+    store.save(&job);
+    job.items[1].state = ItemState::queued;
+    EXPECT_EQ(store.load(), job);
+}
+
+TEST_F(QueueStoreTest, WithoutAJobTheFileGoes) {
+    EXPECT_EQ(store.load(), std::nullopt);
+    store.save(nullptr);
+    const TransferJob job = fullJob();
+    store.save(&job);
+    store.save(nullptr);
+    EXPECT_FALSE(exists(path));
+    EXPECT_EQ(store.load(), std::nullopt);
+    EXPECT_EQ(QueueStore::decode(R"({"savedAt":"2025-03-03T09:41:07Z","version":2})"), std::nullopt);
+}
+
+TEST_F(QueueStoreTest, AnOlderSnapshotNeverLandsOverANewerOne) {
+    TransferJob job = sampleQueue(1);
+    const QueueStore::Snapshot older = store.encode(&job);
+    job.title = "newer";
+    const QueueStore::Snapshot newer = store.encode(&job);
+    store.write(newer);
+    store.write(older);
+    EXPECT_EQ(store.load()->title, "newer");
+    store.save(nullptr);
+    store.write(newer);
+    EXPECT_FALSE(exists(path));
+}
+
+TEST_F(QueueStoreTest, AFailedWriteLeavesTheOldQueueAndTheNextOneTriesAgain) {
+    const TransferJob job = sampleQueue(1);
+    folder.file("Support", "a file where the folder should be");
+    const QueueStore::Snapshot snapshot = store.encode(&job);
+    EXPECT_THROW(store.write(snapshot), FileError);
+    std::filesystem::remove(folder / "Support");
+    store.write(snapshot);
+    EXPECT_TRUE(store.load());
+}
+
+/// The document with one piece of its text replaced.
+std::string changed(std::string_view from, std::string_view to) {
+    std::string bytes = encodeQueue(fullJob(), now);
+    const std::size_t place = bytes.find(from);
+    EXPECT_NE(place, std::string::npos) << from;
+    return bytes.replace(place, from.size(), to);
+}
+
+TEST_F(QueueStoreTest, DamagedDocumentsDoNotLoad) {
+    const std::string whole = encodeQueue(fullJob(), now);
+    std::vector<std::string> documents = {"",   "null",      "[]",
+                                          "{}", whole + "x", whole.substr(0, whole.size() / 2)};
+    struct Change {
+        const char *from, *to;
+    };
+    for (const Change& each :
+         {Change{"\"attempts\":3,", ""}, Change{"\"attempts\":3", "\"attempts\":null"},
+          Change{"\"state\":\"conflict\"", "\"state\":\"Conflict\""}, Change{"\"size\":0", "\"size\":0.5"},
+          Change{"\"size\":0", "\"size\":\"0\""}, Change{"\"attempts\":3", "\"attempts\":2147483648"},
+          Change{"\"doneChunks\":[0", "\"doneChunks\":[null"}, Change{"-0000-", "_0000-"},
+          Change{"\"items\":[", "\"items\":[7,"}, Change{"\"items\":[", "\"items\":[[],"},
+          Change{"\"items\":[", "\"things\":["}, Change{"\"isPaused\":true", "\"isPaused\":1"},
+          Change{"\"version\":1", "\"version\":\"1\""}, Change{"\"version\":1", "\"v\":1"},
+          Change{"\"savedAt\":\"2025", "\"savedAt\":\"25"},
+          Change{"\"finishedAt\":\"2025", "\"finishedAt\":\"25"}, Change{"\"drive\":", "\"dive\":"},
+          Change{"\"fileCount\":2,", ""}, Change{"\"job\":{", "\"job\":[{"}}) {
+        documents.push_back(changed(each.from, each.to));
+    }
+    for (const std::string& bytes : documents) {
+        EXPECT_THROW(QueueStore::decode(bytes), DecodingError) << bytes;
+    }
+    folder.file("Support/Vark/queue.json", "damaged");
+    EXPECT_THROW(store.load(), DecodingError);
+    EXPECT_TRUE(exists(path));
+}
+
+TEST_F(QueueStoreTest, ReadsWhatOtherWritersMayWrite) {
+    const TransferJob job = fullJob();
+    struct Change {
+        const char *from, *to;
+    };
+    for (const Change& each :
+         {Change{"\"items\":[", " \"it\\u0065ms\" : [ "}, Change{"\"size\":0", "\"size\":0.0"},
+          Change{"\"size\":0", "\"new\":{\"items\":[[{\"a\":1}]]},\"size\":0"},
+          Change{"\"version\":1", "\"version\":7,\"items\":[[1],{\"items\":[2]}]"}}) {
+        EXPECT_EQ(QueueStore::decode(changed(each.from, each.to)), job) << each.to;
+    }
+    // The last one of two counts.
+    std::string twice = encodeQueue(job, now);
+    const std::size_t items = twice.find("\"items\":[");
+    const std::size_t end = twice.find("],\"pausedByVark\"");
+    twice.insert(items, twice.substr(items, end + 2 - items));
+    EXPECT_EQ(QueueStore::decode(twice), job);
+    // A hash that is none is made again.
+    const std::string_view from = "\"sha256\":\"0000";
+    const std::optional<TransferJob> loaded = QueueStore::decode(changed(from, "\"sha256\":\"zzzz"));
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->items[0].sha256, std::nullopt);
+}
+
+}  // namespace
+}  // namespace vark
