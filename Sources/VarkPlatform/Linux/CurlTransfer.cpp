@@ -1,0 +1,271 @@
+#include "VarkPlatform/Linux/CurlTransfer.h"
+
+#include <fmt/format.h>
+#include <openssl/x509_vfy.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <utility>
+
+namespace vark {
+namespace {
+
+constexpr long transferBufferBytes = 512 * 1024;
+constexpr std::chrono::seconds longestConnecting{30};
+
+/// Sets options until one is refused, and keeps why.
+class Options {
+  public:
+    explicit Options(CURL* easy) : easy_(easy) {}
+    template <class T>
+    void set(CURLoption option, T value) {
+        if (result_ == CURLE_OK) result_ = curl_easy_setopt(easy_, option, value);
+    }
+    CURLcode result() const { return result_; }
+
+  private:
+    CURL* easy_;
+    CURLcode result_ = CURLE_OK;
+};
+
+bool isNamed(const HTTPHeader& header, const char* name) {
+    return strcasecmp(header.name.c_str(), name) == 0;
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r\n";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+/// A request whose body may be empty but is there: its length is told all the same.
+bool alwaysHasBody(const std::string& method) {
+    return method == "POST" || method == "PUT" || method == "PATCH";
+}
+
+CURLcode useTrustStore(CURL*, void* context, void* trust) {
+    static_cast<const TrustStore*>(trust)->applyTo(static_cast<ssl_ctx_st*>(context));
+    return CURLE_OK;
+}
+
+const char* whyUntrusted(CURL* easy) {
+    long reason = X509_V_OK;
+    curl_easy_getinfo(easy, CURLINFO_SSL_VERIFYRESULT, &reason);
+    if (reason == X509_V_OK) return "its certificate is for another name";
+    return X509_verify_cert_error_string(reason);
+}
+
+}  // namespace
+
+HTTPError::Code httpErrorCode(CURLcode result, int systemError) {
+    switch (result) {
+        case CURLE_COULDNT_RESOLVE_HOST:
+        case CURLE_COULDNT_RESOLVE_PROXY:
+            return HTTPError::cannotFindHost;
+        case CURLE_COULDNT_CONNECT:
+            if (systemError == ENETUNREACH || systemError == ENETDOWN || systemError == ENONET)
+                return HTTPError::notConnectedToInternet;
+            return HTTPError::cannotConnect;
+        // No more than that the two did not come to terms: a server that goes down in between, for one.
+        case CURLE_SSL_CONNECT_ERROR:
+            return HTTPError::cannotConnect;
+        case CURLE_GOT_NOTHING:
+        case CURLE_RECV_ERROR:
+        case CURLE_SEND_ERROR:
+        case CURLE_PARTIAL_FILE:
+        case CURLE_SEND_FAIL_REWIND:
+        case CURLE_HTTP2:
+        case CURLE_HTTP2_STREAM:
+            return HTTPError::connectionLost;
+        case CURLE_OPERATION_TIMEDOUT:
+            return HTTPError::timedOut;
+        case CURLE_PEER_FAILED_VERIFICATION:
+        case CURLE_SSL_ISSUER_ERROR:
+        case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+        case CURLE_SSL_INVALIDCERTSTATUS:
+        case CURLE_SSL_CERTPROBLEM:
+        case CURLE_SSL_CACERT_BADFILE:
+            return HTTPError::untrusted;
+        case CURLE_FILESIZE_EXCEEDED:
+            return HTTPError::answerTooLong;
+        default:
+            return HTTPError::other;
+    }
+}
+
+CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
+                           std::optional<CurlUploadBody> body)
+    : loop_(loop), settings_(settings), request_(request), body_(std::move(body)) {
+    buildHeaderList();
+    if (body_) body_->pipe().setReadable([this] { loop_.resume(*this); });
+}
+
+HTTPResponse CurlTransfer::await_resume() {
+    unwatch();
+    if (cancelled_) throw CancellationError();
+    if (failure_) throw *std::move(failure_);
+    return std::move(response_);
+}
+
+void CurlTransfer::buildHeaderList() {
+    // A large body would wait for leave to be sent, and small ones get a type that they are not of.
+    addHeaderLine("Expect:");
+    if (std::ranges::none_of(request_.headers, [](auto& header) { return isNamed(header, "Content-Type"); }))
+        addHeaderLine("Content-Type:");
+    for (const HTTPHeader& header : request_.headers)
+        addHeaderLine(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+}
+
+void CurlTransfer::addHeaderLine(const std::string& line) {
+    curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
+    if (longer == nullptr) throw std::bad_alloc();
+    (void)headers_.release();
+    headers_.reset(longer);
+}
+
+CURLcode CurlTransfer::prepare(CURL* easy) {
+    Options options(easy);
+    options.set(CURLOPT_URL, request_.url.text().c_str());
+    options.set(CURLOPT_PATH_AS_IS, 1L);
+    options.set(CURLOPT_PROTOCOLS_STR, "http,https");
+    options.set(CURLOPT_DEFAULT_PROTOCOL, "https");
+    options.set(CURLOPT_HTTPHEADER, headers_.get());
+    options.set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+
+    options.set(CURLOPT_NOSIGNAL, 1L);
+    // Whoever gives up a host name that is still being looked up does not wait for that.
+    options.set(CURLOPT_QUICK_EXIT, 1L);
+    options.set(CURLOPT_BUFFERSIZE, transferBufferBytes);
+    options.set(CURLOPT_UPLOAD_BUFFERSIZE, transferBufferBytes);
+
+    const long idleSeconds = static_cast<long>(request_.idleLimit.count());
+    options.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    options.set(CURLOPT_LOW_SPEED_TIME, idleSeconds);
+    options.set(CURLOPT_CONNECTTIMEOUT, std::min(idleSeconds, static_cast<long>(longestConnecting.count())));
+    options.set(CURLOPT_TIMEOUT, static_cast<long>(settings_.resourceLimit.count()));
+
+    // The store takes the place of libcurl's own reading of the system's authorities.
+    options.set(CURLOPT_CAINFO, nullptr);
+    options.set(CURLOPT_CAPATH, nullptr);
+    options.set(CURLOPT_SSL_CTX_FUNCTION, &useTrustStore);
+    options.set(CURLOPT_SSL_CTX_DATA, &settings_.trust);
+
+    options.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    options.set(CURLOPT_HEADERDATA, this);
+    options.set(
+        CURLOPT_HEADERFUNCTION, +[](char* bytes, std::size_t, std::size_t count, void* self) noexcept {
+            return static_cast<CurlTransfer*>(self)->takeHeaderLine({bytes, count});
+        });
+    options.set(CURLOPT_WRITEDATA, this);
+    options.set(
+        CURLOPT_WRITEFUNCTION, +[](char* bytes, std::size_t, std::size_t count, void* self) noexcept {
+            return static_cast<CurlTransfer*>(self)->takeAnswer({bytes, count});
+        });
+
+    if (body_) {
+        options.set(CURLOPT_UPLOAD, 1L);
+        options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body_->length()));
+        options.set(CURLOPT_READDATA, this);
+        options.set(
+            CURLOPT_READFUNCTION, +[](char* to, std::size_t size, std::size_t count, void* self) noexcept {
+                return static_cast<CurlTransfer*>(self)->giveBody({to, size * count});
+            });
+    } else if (!request_.body.empty() || alwaysHasBody(request_.method)) {
+        options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
+        options.set(CURLOPT_POSTFIELDS, request_.body.data());
+    }
+    // An answer to HEAD tells of a body that does not come.
+    if (request_.method == "HEAD") {
+        options.set(CURLOPT_NOBODY, 1L);
+    } else {
+        options.set(CURLOPT_MAXFILESIZE_LARGE,
+                    static_cast<curl_off_t>(std::min(request_.longestAnswer, std::size_t{1} << 62)));
+    }
+    return options.result();
+}
+
+void CurlTransfer::ended(CURL* easy, CURLcode result) {
+    if (result == CURLE_OK) {
+        long status = 0;
+        curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+        response_.status = static_cast<int>(status);
+    } else {
+        failure_ = failure(easy, result);
+    }
+    complete();
+}
+
+void CurlTransfer::dropped() {
+    cancelled_ = true;
+    complete();
+}
+
+/// libcurl's own text may quote what was sent, so none of it goes into the sentence.
+HTTPError CurlTransfer::failure(CURL* easy, CURLcode result) const {
+    const std::string host = request_.url.host();
+    if (bodyEndedShort_)
+        return {HTTPError::other, fmt::format("What was to be sent to {} ended too early.", host)};
+    long systemError = 0;
+    curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError);
+    const HTTPError::Code code =
+        answerTooLong_ ? HTTPError::answerTooLong : httpErrorCode(result, static_cast<int>(systemError));
+    switch (code) {
+        case HTTPError::notConnectedToInternet:
+            return {code, "This computer is not connected to a network."};
+        case HTTPError::connectionLost:
+            return {code, fmt::format("The connection to {} was lost.", host)};
+        case HTTPError::cannotConnect:
+            return {code, fmt::format("No connection to {} could be made.", host)};
+        case HTTPError::cannotFindHost:
+            return {code, fmt::format("The address of {} could not be found.", host)};
+        case HTTPError::timedOut:
+            return {code, fmt::format("{} took too long to answer.", host)};
+        case HTTPError::untrusted:
+            return {code, fmt::format("{} could not prove who it is: {}.", host, whyUntrusted(easy))};
+        case HTTPError::answerTooLong:
+            return {code, fmt::format("The answer of {} is longer than expected.", host)};
+        case HTTPError::other:
+            return {code, fmt::format("The exchange with {} failed: {}.", host, curl_easy_strerror(result))};
+    }
+}
+
+std::size_t CurlTransfer::takeHeaderLine(std::string_view line) {
+    // Another answer begins: the one before was only a word in between.
+    if (line.starts_with("HTTP/")) response_.headers.clear();
+    const std::size_t colon = line.find(':');
+    if (colon != std::string_view::npos) {
+        response_.headers.push_back(
+            {std::string(trimmed(line.substr(0, colon))), std::string(trimmed(line.substr(colon + 1)))});
+    }
+    return line.size();
+}
+
+std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
+    if (bytes.size() > request_.longestAnswer - response_.body.size()) {
+        answerTooLong_ = true;
+        return 0;
+    }
+    response_.body += bytes;
+    return bytes.size();
+}
+
+std::size_t CurlTransfer::giveBody(std::span<char> to) {
+    const auto missing = static_cast<std::size_t>(body_->length() - sent_);
+    if (missing == 0) return 0;
+    const BytePipe::Read read = body_->pipe().read(to.first(std::min(to.size(), missing)));
+    switch (read.state) {
+        case BytePipe::ReadState::bytes:
+            sent_ += static_cast<std::int64_t>(read.count);
+            return read.count;
+        case BytePipe::ReadState::nothingYet:
+            return CURL_READFUNC_PAUSE;
+        case BytePipe::ReadState::end:
+            bodyEndedShort_ = true;
+            return CURL_READFUNC_ABORT;
+    }
+}
+
+}  // namespace vark
