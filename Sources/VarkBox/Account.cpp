@@ -26,7 +26,7 @@ Account::Account(std::string client, std::string token, int level)
     : client_(std::move(client)), email_("somebody@vark.example"), token_(std::move(token)), level_(level) {}
 
 int Account::level() const {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     return level_;
 }
 
@@ -36,19 +36,19 @@ std::string_view Account::levelLabel() const {
 }
 
 void Account::setLevel(int level) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     level_ = level;
 }
 
 void Account::setSignedOut(bool signedOut) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     signedOut_ = signedOut;
 }
 
 void Account::checkToken(const std::optional<std::string>& token) const {
     if (!token) throw Refusal(401, "This call needs the token of a device. Sign in first.");
     if (!sameSecret(*token, token_)) throw Refusal(401, "The vark does not know this device. Sign in again.");
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     if (signedOut_)
         throw Refusal(401, "This device has been signed out. Sign in again.", {{"sign_out", true}});
 }

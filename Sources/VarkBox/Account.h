@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
 
@@ -33,10 +34,9 @@ class Account {
     const std::string email_;
     const std::string token_;
 
-    mutable std::mutex lock_;
-    // Guarded by lock_.
-    int level_;
-    bool signedOut_ = false;
+    mutable Mutex lock_;
+    int level_ VARK_GUARDED_BY(lock_);
+    bool signedOut_ VARK_GUARDED_BY(lock_) = false;
 };
 
 }  // namespace vark::box

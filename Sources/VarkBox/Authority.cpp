@@ -58,13 +58,13 @@ std::string text(BIO* bio) {
 void writeKey(const fs::path& path, EVP_PKEY* key) {
     Bio bio(required(BIO_new(BIO_s_mem())));
     required(PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr));
-    writeAtomically(path, text(bio.get()), 0600);
+    writeAtomically(path, text(bio.get()), 0600, Durability::cached);
 }
 
 void writeCertificate(const fs::path& path, X509* certificate) {
     Bio bio(required(BIO_new(BIO_s_mem())));
     required(PEM_write_bio_X509(bio.get(), certificate));
-    writeAtomically(path, text(bio.get()), 0644);
+    writeAtomically(path, text(bio.get()), 0644, Durability::cached);
 }
 
 Bio readBio(const fs::path& path) {

@@ -115,7 +115,8 @@ void Box::stop() {
 
 std::string Box::readOrMakeToken() const {
     fs::path path = options_.tokenFile.empty() ? options_.root / "token" : options_.tokenFile;
-    if (options_.tokenFile.empty() && !fs::exists(path)) writeAtomically(path, randomHex(32) + "\n", 0600);
+    if (options_.tokenFile.empty() && !fs::exists(path))
+        writeAtomically(path, randomHex(32) + "\n", 0600, Durability::cached);
     std::string token = withoutLineEnd(readWholeFile(path));
     if (token.empty()) {
         throw std::runtime_error(
@@ -127,7 +128,8 @@ std::string Box::readOrMakeToken() const {
 void Box::writeAddress() const {
     boost::json::object address{{"url", url_}, {"chunk_url", chunkURL_}, {"pid", ::getpid()}};
     if (!options_.plain) address["authority"] = authority_.string();
-    writeAtomically(options_.root / "address.json", boost::json::serialize(address) + "\n", 0600);
+    writeAtomically(options_.root / "address.json", boost::json::serialize(address) + "\n", 0600,
+                    Durability::cached);
 }
 
 }  // namespace vark::box

@@ -11,7 +11,7 @@ CheckingThread::CheckingThread() : thread_([this](const std::stop_token& stop) {
 
 void CheckingThread::post(Work work) {
     {
-        std::lock_guard guard(lock_);
+        Locked guard(lock_);
         waiting_.push_back(std::move(work));
     }
     wake_.notify_one();
@@ -21,8 +21,8 @@ void CheckingThread::run(const std::stop_token& stop) {
     while (true) {
         Work work;
         {
-            std::unique_lock guard(lock_);
-            if (!wake_.wait(guard, stop, [this] { return !waiting_.empty(); })) return;
+            Locked guard(lock_);
+            wake_.wait(lock_, stop, [this]() VARK_REQUIRES(lock_) { return !waiting_.empty(); });
             if (stop.stop_requested()) return;
             work = std::move(waiting_.front());
             waiting_.pop_front();

@@ -3,9 +3,10 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <stop_token>
 #include <thread>
+
+#include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
 
@@ -24,10 +25,9 @@ class CheckingThread {
   private:
     void run(const std::stop_token& stop);
 
-    std::mutex lock_;
+    Mutex lock_;
     std::condition_variable_any wake_;
-    // Guarded by lock_.
-    std::deque<Work> waiting_;
+    std::deque<Work> waiting_ VARK_GUARDED_BY(lock_);
 
     // Last: it uses all of the above.
     std::jthread thread_;

@@ -17,7 +17,7 @@ ChunkSink::ChunkSink(Uploads& uploads, std::shared_ptr<OpenUpload> upload, std::
 void ChunkSink::write(std::string_view piece) {
     std::int64_t start = upload_->record().chunkOffset(index_) + written_;
     written_ += static_cast<std::int64_t>(piece.size());
-    std::lock_guard guard(slot_->lock);
+    Locked guard(slot_->lock);
     if (slot_->landed) return;
     while (!piece.empty()) {
         ssize_t count = ::pwrite(file_.get(), piece.data(), piece.size(), start);
@@ -29,7 +29,7 @@ void ChunkSink::write(std::string_view piece) {
 }
 
 BoxReply ChunkSink::finish() {
-    std::lock_guard guard(slot_->lock);
+    Locked guard(slot_->lock);
     if (!slot_->landed) {
         uploads_.chunkLanded(upload_, index_);
         slot_->landed = true;

@@ -78,18 +78,18 @@ bool Fault::matches(const BoxRequest& request) const {
 }
 
 std::int64_t Faults::add(Fault fault) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     armed_.emplace(++lastID_, Armed{std::move(fault)});
     return lastID_;
 }
 
 void Faults::clear() {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     armed_.clear();
 }
 
 boost::json::array Faults::list() const {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     boost::json::array faults;
     for (const auto& [id, armed] : armed_) {
         boost::json::object json = armed.fault.toJSON();
@@ -101,7 +101,7 @@ boost::json::array Faults::list() const {
 }
 
 std::vector<Fault> Faults::strike(const BoxRequest& request) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     std::vector<Fault> firing;
     for (Armed& armed : armed_ | std::views::values) {
         const Fault& fault = armed.fault;

@@ -5,13 +5,13 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "VarkBox/Exchange.h"
+#include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
 
@@ -71,11 +71,10 @@ class Faults {
         std::int64_t fired = 0;
     };
 
-    mutable std::mutex lock_;
-    // Guarded by lock_.
-    std::map<std::int64_t, Armed> armed_;
-    std::int64_t lastID_ = 0;
-    std::mt19937 random_{std::random_device{}()};
+    mutable Mutex lock_;
+    std::map<std::int64_t, Armed> armed_ VARK_GUARDED_BY(lock_);
+    std::int64_t lastID_ VARK_GUARDED_BY(lock_) = 0;
+    std::mt19937 random_ VARK_GUARDED_BY(lock_){std::random_device{}()};
 };
 
 }  // namespace vark::box

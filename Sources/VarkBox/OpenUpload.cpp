@@ -19,19 +19,22 @@ OpenUpload::OpenUpload(UploadRecord record, const std::vector<std::int64_t>& hel
 }
 
 std::shared_ptr<ChunkSlot> OpenUpload::slot(std::int64_t index) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     std::weak_ptr<ChunkSlot>& known = slots_[index];
     std::shared_ptr<ChunkSlot> slot = known.lock();
     if (!slot) {
         slot = std::make_shared<ChunkSlot>();
-        slot->landed = held_.at(static_cast<std::size_t>(index));
+        {
+            Locked fresh(slot->lock);
+            slot->landed = held_.at(static_cast<std::size_t>(index));
+        }
         known = slot;
     }
     return slot;
 }
 
 void OpenUpload::noteLanded(std::int64_t index) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     std::vector<bool>::reference held = held_.at(static_cast<std::size_t>(index));
     if (held) return;
     held = true;
@@ -39,7 +42,7 @@ void OpenUpload::noteLanded(std::int64_t index) {
 }
 
 bool OpenUpload::holds(std::int64_t index) const {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     return held_.at(static_cast<std::size_t>(index));
 }
 
@@ -52,7 +55,7 @@ std::vector<std::int64_t> OpenUpload::missing() const {
 }
 
 std::vector<std::int64_t> OpenUpload::indexes(bool held) const {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     std::vector<std::int64_t> indexes;
     for (std::size_t i = 0; i < held_.size(); ++i) {
         if (held_[i] == held) indexes.push_back(static_cast<std::int64_t>(i));
@@ -61,7 +64,7 @@ std::vector<std::int64_t> OpenUpload::indexes(bool held) const {
 }
 
 std::int64_t OpenUpload::receivedBytes() const {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     return receivedBytes_;
 }
 

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include "VarkBox/Hasher.h"
 #include "VarkBox/ObjectFiles.h"
 #include "VarkBox/UploadRecords.h"
+#include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
 
@@ -20,8 +20,8 @@ namespace vark::box {
 /// `lock`, and nobody writes once `landed` is set: the bytes of a chunk that has landed never change, so they
 /// may be hashed.
 struct ChunkSlot {
-    std::mutex lock;
-    bool landed = false;
+    Mutex lock;
+    bool landed VARK_GUARDED_BY(lock) = false;
 };
 
 /// What is known in memory of an upload that has not ended. Shared by the requests and the checking thread,
@@ -29,6 +29,9 @@ struct ChunkSlot {
 class OpenUpload {
   public:
     OpenUpload(UploadRecord record, const std::vector<std::int64_t>& held);
+
+    /// Held while the bytes are hashed and the end of the upload is decided.
+    Mutex checking;
 
     /// As it was when the upload was opened; state and flags may have changed since.
     const UploadRecord& record() const { return record_; }
@@ -39,13 +42,11 @@ class OpenUpload {
     std::vector<std::int64_t> missing() const;
     std::int64_t receivedBytes() const;
 
-    /// Hashes on through the chunks that have landed without a gap. The caller holds `checking`.
-    void hashWhatLanded(const ObjectFiles& files, const std::stop_token& stop);
-    /// Whether all bytes were hashed and the hash is the one that was announced. The caller holds `checking`.
-    bool hashIsRight();
+    /// Hashes on through the chunks that have landed without a gap.
+    void hashWhatLanded(const ObjectFiles& files, const std::stop_token& stop) VARK_REQUIRES(checking);
+    /// Whether all bytes were hashed and the hash is the one that was announced. Ends the hash.
+    bool hashIsRight() VARK_REQUIRES(checking);
 
-    /// Held while the bytes are hashed and the end of the upload is decided.
-    std::mutex checking;
     /// Whether a turn of the checking thread is on its way already.
     std::atomic<bool> hashingQueued = false;
     /// A fault: the check will say that the bytes are wrong.
@@ -57,15 +58,13 @@ class OpenUpload {
 
     const UploadRecord record_;
 
-    mutable std::mutex lock_;
-    // Guarded by lock_.
-    std::vector<bool> held_;
-    std::int64_t receivedBytes_ = 0;
-    std::unordered_map<std::int64_t, std::weak_ptr<ChunkSlot>> slots_;
+    mutable Mutex lock_;
+    std::vector<bool> held_ VARK_GUARDED_BY(lock_);
+    std::int64_t receivedBytes_ VARK_GUARDED_BY(lock_) = 0;
+    std::unordered_map<std::int64_t, std::weak_ptr<ChunkSlot>> slots_ VARK_GUARDED_BY(lock_);
 
-    // Guarded by checking.
-    Hasher hasher_;
-    std::int64_t hashedBytes_ = 0;
+    Hasher hasher_ VARK_GUARDED_BY(checking);
+    std::int64_t hashedBytes_ VARK_GUARDED_BY(checking) = 0;
 };
 
 }  // namespace vark::box

@@ -103,7 +103,7 @@ std::unique_ptr<BodySink> Uploads::receive(std::string_view uploadID, std::int64
                                            std::uint64_t length) {
     std::shared_ptr<OpenUpload> upload;
     {
-        std::lock_guard guard(lock_);
+        Locked guard(lock_);
         auto found = open_.find(std::string(uploadID));
         if (found != open_.end()) upload = found->second;
     }
@@ -135,7 +135,7 @@ void Uploads::chunkLanded(const std::shared_ptr<OpenUpload>& upload, std::int64_
     if (upload->hashingQueued.exchange(true)) return;
     thread_.post([this, upload](const std::stop_token& stop) {
         upload->hashingQueued = false;
-        std::lock_guard guard(upload->checking);
+        Locked guard(upload->checking);
         // An upload that ended in the meantime has no bytes any more.
         if (files_.receivedLength(upload->record().id) > 0) upload->hashWhatLanded(files_, stop);
     });
@@ -207,7 +207,7 @@ UploadRecord Uploads::require(std::string_view uploadID) {
 }
 
 std::shared_ptr<OpenUpload> Uploads::open(const UploadRecord& record) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     std::shared_ptr<OpenUpload>& upload = open_[record.id];
     if (!upload) {
         Turn turn = database_.read();
@@ -228,7 +228,7 @@ bool Uploads::filesHold(const UploadRecord& upload) const {
 }
 
 void Uploads::forget(std::string_view uploadID) {
-    std::lock_guard guard(lock_);
+    Locked guard(lock_);
     open_.erase(std::string(uploadID));
 }
 
@@ -247,7 +247,7 @@ void Uploads::checkLater(std::shared_ptr<OpenUpload> upload) {
 }
 
 void Uploads::check(OpenUpload& upload, const std::stop_token& stop) {
-    std::lock_guard guard(upload.checking);
+    Locked guard(upload.checking);
     UploadRecord record = require(upload.record().id);
     if (!record.isOpen()) return;
     if (!filesHold(record)) {

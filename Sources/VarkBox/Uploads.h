@@ -3,7 +3,6 @@
 #include <boost/json/object.hpp>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -83,9 +82,9 @@ class Uploads {
     const ObjectFiles& files_;
     const UploadSettings settings_;
 
-    std::mutex lock_;
-    // Guarded by lock_, which may be held while a turn of the database is taken, never the other way round.
-    std::unordered_map<std::string, std::shared_ptr<OpenUpload>> open_;
+    // May be held while a turn of the database is taken, never the other way round.
+    Mutex lock_;
+    std::unordered_map<std::string, std::shared_ptr<OpenUpload>> open_ VARK_GUARDED_BY(lock_);
 
     // Last: its work uses all of the above.
     CheckingThread thread_;
