@@ -21,7 +21,8 @@ bool FileWatch::until(const std::function<bool()>& answer, std::chrono::millisec
         while (::read(notes_.get(), drained.data(), drained.size()) > 0) {
         }
         if (answer()) return true;
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
         if (left.count() <= 0) return false;
         std::array<pollfd, 2> events{pollfd{notes_.get(), POLLIN, 0}, pollfd{pidfd, POLLIN, 0}};
         ::poll(events.data(), pidfd < 0 ? 1 : 2, static_cast<int>(left.count()));

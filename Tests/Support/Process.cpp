@@ -110,7 +110,8 @@ std::optional<Exit> Process::exitWithin(std::chrono::milliseconds limit) {
     rusage usage{};
     if (::wait4(pid_, &status, 0, &usage) != pid_) throw std::runtime_error("A child was taken by another.");
     peakMemory_ = std::int64_t{usage.ru_maxrss} * 1024;
-    exit_ = WIFEXITED(status) ? Exit{WEXITSTATUS(status), std::nullopt} : Exit{std::nullopt, WTERMSIG(status)};
+    exit_ =
+        WIFEXITED(status) ? Exit{WEXITSTATUS(status), std::nullopt} : Exit{std::nullopt, WTERMSIG(status)};
     return exit_;
 }
 

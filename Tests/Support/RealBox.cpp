@@ -51,16 +51,16 @@ void RealBox::start() {
                          "--quiet"};
     if (!options_.givesChunkURL) options.arguments.emplace_back("--no-chunk-url");
     if (!url_.empty()) {
-        for (const std::string& argument :
-             {std::string("--listen"), withoutScheme(url_), std::string("--chunk-listen"), withoutScheme(chunkURL_)})
+        for (const std::string& argument : {std::string("--listen"), withoutScheme(url_),
+                                            std::string("--chunk-listen"), withoutScheme(chunkURL_)})
             options.arguments.push_back(argument);
     }
     options.output = folder_ / "box.out";
     options.errors = folder_ / "box.err";
     process_.reset();
     process_.emplace(options);
-    bool isUp = watch.until([this] { return fs::exists(folder_ / "address.json"); }, longest,
-                            process_->descriptor());
+    bool isUp =
+        watch.until([this] { return fs::exists(folder_ / "address.json"); }, longest, process_->descriptor());
     if (!isUp) throw std::runtime_error("The box did not start: " + process_->errors());
     json::object address = json::parse(readWholeFile(folder_ / "address.json")).as_object();
     url_ = address.at("url").as_string();
@@ -75,15 +75,16 @@ std::string RealBox::token() const {
 void RealBox::control(std::string_view method, std::string_view path, const json::value& body) const {
     box::Answer answer = client().control(method, path, body);
     if (answer.status >= 200 && answer.status <= 299) return;
-    throw std::runtime_error(fmt::format("{} {} was answered with {}: {}", method, path, answer.status, answer.body));
+    throw std::runtime_error(
+        fmt::format("{} {} was answered with {}: {}", method, path, answer.status, answer.body));
 }
 
 void RealBox::fault(const json::object& fault) const {
     control("POST", "/control/faults", fault);
 }
 
-void RealBox::clearFaults() const {
-    control("DELETE", "/control/faults");
+json::array RealBox::faults() const {
+    return client().control("GET", "/control/faults").json().at("faults").as_array();
 }
 
 std::vector<HeldFile> RealBox::files() const {
@@ -100,7 +101,8 @@ std::vector<HeldFile> RealBox::files() const {
 
 void RealBox::put(std::string_view path, std::string_view bytes) const {
     box::Answer answer = client().upload(path, bytes);
-    if (answer.status != 200) throw std::runtime_error("A file could not be put into the box: " + answer.body);
+    if (answer.status != 200)
+        throw std::runtime_error("A file could not be put into the box: " + answer.body);
 }
 
 std::string RealBox::bytesAt(std::string_view path) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <cstdint>
 #include <functional>
@@ -66,7 +67,8 @@ class RealBox {
     box::BoxClient client() const { return {url_, authority(), token()}; }
     /// Puts a fault in force, as `POST /control/faults` takes it.
     void fault(const boost::json::object& fault) const;
-    void clearFaults() const;
+    /// Those in force, each with how often it has fired.
+    boost::json::array faults() const;
     void control(std::string_view method, std::string_view path,
                  const boost::json::value& body = nullptr) const;
     std::vector<HeldFile> files() const;

@@ -73,15 +73,18 @@ fs::path RealVark::queueFile() const {
     return lock->parent_path() / "queue.json";
 }
 
+json::object RealVark::savedJob() const {
+    return json::parse(readWholeFile(queueFile())).at("job").as_object();
+}
+
 json::array RealVark::savedItems() const {
-    std::optional<fs::path> queue = find("queue.json");
-    if (!queue) return {};
-    return json::parse(readWholeFile(*queue)).at("job").at("items").as_array();
+    if (!find("queue.json")) return {};
+    return savedJob().at("items").as_array();
 }
 
 std::optional<json::object> RealVark::savedItem(std::string_view relativePath) const {
     for (const json::value& item : savedItems()) {
-        if (item.at("relativePath") == relativePath) return item.as_object();
+        if (item.at("relativePath").as_string() == relativePath) return item.as_object();
     }
     return std::nullopt;
 }
@@ -101,13 +104,6 @@ std::string RealVark::savedState(std::string_view relativePath) const {
 std::string RealVark::diary() const {
     std::optional<fs::path> log = find("transfer.log");
     return log ? readWholeFile(*log) : std::string();
-}
-
-std::string RealVark::allOutput() const {
-    std::string all;
-    for (const fs::directory_entry& file : fs::directory_iterator(folder_ / "runs"))
-        all += readWholeFile(file.path());
-    return all;
 }
 
 }  // namespace vark::test

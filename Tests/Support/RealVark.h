@@ -45,7 +45,9 @@ class RealVark {
     }
     /// Where the queue stands on disk, or would.
     std::filesystem::path queueFile() const;
-    /// An item of the saved queue by its path below what was added; nothing when it is not there.
+    /// The saved queue. A failure when there is none.
+    boost::json::object savedJob() const;
+    /// An item of it by its path below what was added; nothing when it is not there.
     std::optional<boost::json::object> savedItem(std::string_view relativePath) const;
     /// The state of such an item, or an empty text.
     std::string savedState(std::string_view relativePath) const;
@@ -53,12 +55,14 @@ class RealVark {
     std::map<std::string, int> savedStates() const;
     /// The diary's sentences.
     std::string diary() const;
-    /// Everything that any run has written to its output and errors.
-    std::string allOutput() const;
+    std::filesystem::path diaryFile() const { return folder_ / "state/Logs/Vark/transfer.log"; }
+    /// Where the output of all runs goes.
+    std::filesystem::path runsFolder() const { return folder_ / "runs"; }
+    /// A file of the program's own, by its name.
+    std::optional<std::filesystem::path> find(std::string_view name) const;
 
   private:
     Process::Options options(std::vector<std::string> arguments);
-    std::optional<std::filesystem::path> find(std::string_view name) const;
     boost::json::array savedItems() const;
 
     TemporaryFolder folder_;

@@ -83,8 +83,8 @@ std::string folderOf(int number) {
 
 /// Sizes over all orders of magnitude that add up to the total.
 std::vector<std::int64_t> sizesOf(const SampleSet& set, std::mt19937_64& random) {
-    std::vector<std::int64_t> sizes = {0, 0, 1, set.largest, set.chunkSize, set.chunkSize - 1, set.chunkSize + 1,
-                                       3 * set.chunkSize};
+    std::vector<std::int64_t> sizes = {
+        0, 0, 1, set.largest, set.chunkSize, set.chunkSize - 1, set.chunkSize + 1, 3 * set.chunkSize};
     std::int64_t left = set.totalBytes;
     for (std::int64_t size : sizes)
         left -= size;
@@ -116,8 +116,8 @@ void writeWhole(int file, const char* bytes, std::size_t count) {
 
 }  // namespace
 
-SampleFile writeSample(const std::filesystem::path& folder, const std::string& relativePath, std::int64_t size,
-                       std::uint64_t seed) {
+SampleFile writeSample(const std::filesystem::path& folder, const std::string& relativePath,
+                       std::int64_t size, std::uint64_t seed) {
     std::filesystem::path path = folder / relativePath;
     std::filesystem::create_directories(path.parent_path());
     Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
@@ -143,7 +143,8 @@ std::vector<SampleFile> writeSamples(const std::filesystem::path& folder, const 
     std::vector<SampleFile> files;
     for (int i = 0; i < set.count; ++i) {
         std::int64_t size = sizes.at(static_cast<std::size_t>(i));
-        files.push_back(writeSample(folder, folderOf(i) + nameOf(i), size, set.seed * 1'000'003 + static_cast<std::uint64_t>(i)));
+        files.push_back(writeSample(folder, folderOf(i) + nameOf(i), size,
+                                    set.seed * 1'000'003 + static_cast<std::uint64_t>(i)));
     }
     return files;
 }

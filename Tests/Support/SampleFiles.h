@@ -15,8 +15,8 @@ struct SampleFile {
 };
 
 /// Writes `size` bytes, different for each seed.
-SampleFile writeSample(const std::filesystem::path& folder, const std::string& relativePath, std::int64_t size,
-                       std::uint64_t seed);
+SampleFile writeSample(const std::filesystem::path& folder, const std::string& relativePath,
+                       std::int64_t size, std::uint64_t seed);
 
 struct SampleSet {
     int count = 0;
