@@ -40,11 +40,11 @@ DevicePoll DevicePoll::from(std::string_view body) {
         std::optional<std::string> token = fields.optional<std::string>("token");
         DeviceClaim claim = claimOf(fields, token.value_or(""));
         std::optional<std::string> deviceName = fields.optional<std::string>("device_name");
-        if (state == "refused") return Case(Refused{});
-        if (state == "expired") return Case(Expired{});
-        if (state != "connected") return Case(Pending{});
+        if (state == "refused") return Refused{};
+        if (state == "expired") return Expired{};
+        if (state != "connected") return Pending{};
         if (!token) throw VarkAPIError::badResponse("connected without a token");
-        return Case(Connected{std::move(claim), std::move(deviceName)});
+        return Connected{std::move(claim), std::move(deviceName)};
     } catch (const DecodingError&) {
         throw VarkAPIError::badResponse("device poll");
     }

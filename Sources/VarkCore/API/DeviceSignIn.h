@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <concepts>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,9 +14,9 @@ namespace vark {
 
 /// What a sign-in that succeeded yields.
 struct DeviceClaim {
-    std::string token;
-    std::string clientName;
-    std::string email;
+    std::string token{};
+    std::string clientName{};
+    std::string email{};
 
     static DeviceClaim fromJSON(const boost::json::value& value);
     void encode(JSONWriter& json) const;
@@ -25,9 +26,9 @@ struct DeviceClaim {
 /// A sign-in in the browser that has begun.
 struct DeviceBegin {
     /// Names this sign-in in the polls.
-    std::string nonce;
+    std::string nonce{};
     /// The address to open.
-    std::string url;
+    std::string url{};
     /// Seconds until the vark forgets it.
     double expiresIn = 0;
 
@@ -40,8 +41,8 @@ class DevicePoll {
   public:
     /// The person agreed.
     struct Connected {
-        DeviceClaim claim;
-        std::optional<std::string> deviceName;
+        DeviceClaim claim{};
+        std::optional<std::string> deviceName{};
         bool operator==(const Connected&) const = default;
     };
     struct Pending {
@@ -64,7 +65,9 @@ class DevicePoll {
     };
     using Case = std::variant<Connected, Pending, Refused, Expired, SlowDown, Unreachable>;
 
-    DevicePoll(Case which) : case_(std::move(which)) {}
+    template <class T>
+        requires std::constructible_from<Case, T>
+    DevicePoll(T which) : case_(std::move(which)) {}
     /// Reads the body of a 200. Fails with `VarkAPIError`.
     static DevicePoll from(std::string_view body);
 

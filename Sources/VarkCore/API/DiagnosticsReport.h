@@ -14,25 +14,25 @@ namespace vark {
 struct DiagnosticsReport {
     struct Snapshot {
         /// From the name of a permission to its state.
-        std::map<std::string, std::string> permissions;
+        std::map<std::string, std::string> permissions{};
         std::int64_t queued = 0;
         std::int64_t problems = 0;
-        std::vector<std::string> problemReasons;
+        std::vector<std::string> problemReasons{};
         std::int64_t waiting = 0;
-        std::string finder;
+        std::string finder{};
         /// Left out when not known.
-        std::optional<std::int64_t> freeBytes;
+        std::optional<std::int64_t> freeBytes{};
         std::int64_t lanNodes = 0;
-        std::string updater;
+        std::string updater{};
 
         bool operator==(const Snapshot&) const = default;
     };
 
-    std::string appVersion;
-    std::string osVersion;
+    std::string appVersion{};
+    std::string osVersion{};
     /// From the name of a log to what is new in it.
-    std::map<std::string, std::string> logs;
-    Snapshot snapshot;
+    std::map<std::string, std::string> logs{};
+    Snapshot snapshot{};
 
     void encode(JSONWriter& json) const;
     bool operator==(const DiagnosticsReport&) const = default;

@@ -15,7 +15,7 @@ struct IngestStart {
     /// Whether the vark has room for it.
     bool fits = false;
     /// Bytes free there.
-    std::optional<std::int64_t> free;
+    std::optional<std::int64_t> free{};
 
     static IngestStart fromJSON(const boost::json::value& value);
     bool operator==(const IngestStart&) const = default;
@@ -24,12 +24,12 @@ struct IngestStart {
 /// A file that is told of at the end of an ingest.
 struct IngestFile {
     /// Where it lay on the card.
-    std::string source;
+    std::string source{};
     /// Its path on the vark.
-    std::string path;
+    std::string path{};
     std::int64_t size = 0;
     /// The reason, in words.
-    std::string why;
+    std::string why{};
 
     void encode(JSONWriter& json) const;
     bool operator==(const IngestFile&) const = default;

@@ -15,16 +15,16 @@ namespace vark {
 /// A file or folder on the vark. Of what the vark says only `id` must be there.
 struct VarkItem {
     std::int64_t id = 0;
-    std::string path;
-    std::string name;
-    std::optional<std::int64_t> parent;
+    std::string path{};
+    std::string name{};
+    std::optional<std::int64_t> parent{};
     bool isDir = false;
     std::int64_t size = 0;
     /// Seconds since 1970.
-    std::optional<double> mtime;
+    std::optional<double> mtime{};
     /// Lower-case hexadecimal; empty when not known.
-    std::string sha256;
-    std::string kind;
+    std::string sha256{};
+    std::string kind{};
 
     static VarkItem fromJSON(const boost::json::value& value);
     void encode(JSONWriter& json) const;
@@ -41,12 +41,12 @@ struct VarkItem {
 
 /// One page of a folder's children.
 struct VarkPage {
-    std::vector<VarkItem> items;
+    std::vector<VarkItem> items{};
     /// Where the next page starts; empty when the vark gave none.
-    std::string cursor;
+    std::string cursor{};
     bool more = false;
     /// First pages of sub-folders that came along, by the folder's id; theirs are empty.
-    std::map<std::int64_t, VarkPage> ahead;
+    std::map<std::int64_t, VarkPage> ahead{};
 
     static VarkPage fromJSON(const boost::json::value& value);
     bool operator==(const VarkPage&) const = default;
@@ -54,10 +54,10 @@ struct VarkPage {
 
 /// One page of the change feed.
 struct VarkChanges {
-    std::vector<VarkItem> changed;
+    std::vector<VarkItem> changed{};
     /// Ids of items that went away.
-    std::vector<std::int64_t> gone;
-    std::string cursor;
+    std::vector<std::int64_t> gone{};
+    std::string cursor{};
     bool more = false;
 
     static VarkChanges fromJSON(const boost::json::value& value);

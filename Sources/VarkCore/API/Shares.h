@@ -28,12 +28,12 @@ std::string_view label(ShareExpiry expiry);
 
 struct ShareRequest {
     /// Paths on the vark.
-    std::vector<std::string> paths;
+    std::vector<std::string> paths{};
     ShareAudience audience = ShareAudience::link;
     /// No value leaves it to the vark.
-    std::optional<ShareExpiry> expiry;
+    std::optional<ShareExpiry> expiry{};
     /// A note to go with the link; empty means none.
-    std::string message;
+    std::string message{};
 
     void encode(JSONWriter& json) const;
     bool operator==(const ShareRequest&) const = default;
@@ -41,13 +41,13 @@ struct ShareRequest {
 
 /// A link that the vark has made.
 struct VarkShare {
-    std::string url;
+    std::string url{};
     /// When the link runs out, worded to follow "runs out".
-    std::optional<std::string> expires;
-    std::optional<std::string> title;
-    std::optional<std::string> audience;
-    std::optional<std::string> expiresAt;
-    std::optional<std::int64_t> shareID;
+    std::optional<std::string> expires{};
+    std::optional<std::string> title{};
+    std::optional<std::string> audience{};
+    std::optional<std::string> expiresAt{};
+    std::optional<std::int64_t> shareID{};
 
     static VarkShare fromJSON(const boost::json::value& value);
     void encode(JSONWriter& json) const;

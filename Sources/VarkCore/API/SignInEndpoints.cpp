@@ -30,10 +30,10 @@ Task<DevicePoll> HTTPVarkAPI::pollDeviceSignIn(std::string nonce) {
     } catch (const VarkAPIError& error) {
         // A network that fails once does not end the sign-in.
         if (!std::holds_alternative<VarkAPIError::Transport>(error.which())) throw;
-        co_return DevicePoll(DevicePoll::Unreachable{});
+        co_return DevicePoll::Unreachable{};
     }
-    if (answer.status == 429) co_return DevicePoll(DevicePoll::SlowDown{});
-    if (answer.status == 404 || answer.status == 410) co_return DevicePoll(DevicePoll::Expired{});
+    if (answer.status == 429) co_return DevicePoll::SlowDown{};
+    if (answer.status == 404 || answer.status == 410) co_return DevicePoll::Expired{};
     requireStatus(answer, {200});
     co_return DevicePoll::from(answer.body);
 }

@@ -10,9 +10,9 @@ namespace vark {
 
 /// A top-level folder of the vark. Its name is its identity.
 struct VarkFolder {
-    std::string name;
+    std::string name{};
     /// "fridge", "archive" or nothing.
-    std::optional<std::string> area;
+    std::optional<std::string> area{};
 
     bool isFridge() const { return area == "fridge"; }
     bool isArchive() const { return area == "archive"; }

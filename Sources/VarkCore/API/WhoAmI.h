@@ -9,15 +9,15 @@ namespace vark {
 
 /// Who this device is to the vark, and what it may do there.
 struct WhoAmI {
-    std::string email;
-    std::string client;
+    std::string email{};
+    std::string client{};
     std::int64_t level = 0;
-    std::string levelLabel;
-    std::string deviceName;
+    std::string levelLabel{};
+    std::string deviceName{};
     bool jobNumbers = false;
     /// In bytes.
-    std::optional<std::int64_t> spaceUsed;
-    std::optional<std::int64_t> spacePlan;
+    std::optional<std::int64_t> spaceUsed{};
+    std::optional<std::int64_t> spacePlan{};
 
     static WhoAmI fromJSON(const boost::json::value& value);
     bool operator==(const WhoAmI&) const = default;
