@@ -7,9 +7,18 @@ namespace vark {
 namespace detail {
 
 void StartedTasks::enter(const std::shared_ptr<StartedTask>& task) {
+    {
+        Locked hold(lock_);
+        task->placeInScope = tasks_.size();
+        tasks_.push_back(task);
+        if (!closed_) return;
+    }
+    task->cancel();
+}
+
+void StartedTasks::close() {
     Locked hold(lock_);
-    task->placeInScope = tasks_.size();
-    tasks_.push_back(task);
+    closed_ = true;
 }
 
 void StartedTasks::leave(StartedTask& task, Executor& executor) {
@@ -79,6 +88,7 @@ bool StartedTask::withdraw(EndWait& wait) noexcept {
 }  // namespace detail
 
 void TaskScope::endAll() {
+    tasks_->close();
     tasks_->cancelAll();
     if (executor_.isCurrent()) {
         executor_.runUntil([this] { return tasks_->live() == 0; });

@@ -20,7 +20,9 @@ class StartedTask;
 /// the last task may outlast the scope by the few instructions of its leaving.
 class StartedTasks {
   public:
+    /// A task that enters after `close` is cancelled from its beginning.
     void enter(const std::shared_ptr<StartedTask>& task);
+    void close();
     void leave(StartedTask& task, Executor& executor);
     void cancelAll();
     std::size_t live() const;
@@ -30,6 +32,7 @@ class StartedTasks {
     mutable Mutex lock_;
     std::condition_variable_any left_;
     std::vector<std::shared_ptr<StartedTask>> tasks_ VARK_GUARDED_BY(lock_);
+    bool closed_ VARK_GUARDED_BY(lock_) = false;
 };
 
 /// The record of one started task, without its result.
@@ -163,7 +166,8 @@ class TaskScope {
     }
     void cancelAll() { tasks_->cancelAll(); }
     std::size_t live() const { return tasks_->live(); }
-    /// Cancels everything and returns when all of it has ended.
+    /// Cancels everything and returns when all of it has ended. What is started after this is cancelled from its
+    /// beginning.
     void endAll();
 
   private:

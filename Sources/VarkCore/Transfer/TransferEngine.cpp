@@ -30,7 +30,7 @@ TransferEngine::TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, 
       chunkSlots_(chunkSlots),
       scope_(host_.executor, host_.clock) {}
 
-TransferEngine::~TransferEngine() = default;
+TransferEngine::~TransferEngine() { quitting_ = true; }
 
 void TransferEngine::assertOnExecutor() const {
     assert(host_.executor.isCurrent());
@@ -48,6 +48,7 @@ void TransferEngine::setOfficeHours(const OfficeHours& hours) {
 
 void TransferEngine::start(bool watchNetwork) {
     assertOnExecutor();
+    quitting_ = false;
     if (!job_) {
         try {
             job_ = store_.load();
@@ -148,6 +149,7 @@ void TransferEngine::reconsiderSchedule(bool force) {
 }
 
 void TransferEngine::pump() {
+    if (quitting_) return;
     if (!job_ || job_->isPaused || hold_) {
         finishIfIdle();
         return;
@@ -224,6 +226,7 @@ bool TransferEngine::resumeIfTheVarkPausedIt() {
 
 void TransferEngine::pauseForQuit() {
     assertOnExecutor();
+    quitting_ = true;
     cancelAllTasks();
     if (ticker_) ticker_->cancel();
     ticker_.reset();
@@ -243,7 +246,7 @@ void TransferEngine::flush() {
 }
 
 void TransferEngine::scheduleSave() {
-    if (!saveTask_) saveTask_ = scope_.start(saveSoon());
+    if (!saveTask_ && !quitting_) saveTask_ = scope_.start(saveSoon());
 }
 
 Task<void> TransferEngine::saveSoon() {

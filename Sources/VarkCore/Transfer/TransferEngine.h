@@ -263,6 +263,7 @@ class TransferEngine {
     std::uint64_t tick_ = 0;
     std::uint64_t started_ = 0;
     bool worked_ = false;
+    bool quitting_ = false;  // Nothing is started any more, and nothing more is saved by itself.
 
     const std::size_t chunkWidth_;
     AsyncSemaphore chunkSlots_;

@@ -147,6 +147,22 @@ TEST(TaskScope, ItsEndCancelsAndAwaitsWhatItStarted) {
     EXPECT_EQ(note.use_count(), 1);
 }
 
+Task<void> startsAnotherAtItsEnd(TaskScope* scope, std::shared_ptr<std::string> note) {
+    co_await noteTheEnd(note);
+    scope->start(noteTheEnd(note));
+}
+
+TEST(TaskScope, WhatATaskStartsWhileTheScopeEndsIsCancelledFromItsBeginning) {
+    auto note = std::make_shared<std::string>();
+    TestLoop loop;
+    {
+        TaskScope scope(loop.executor, loop.clock);
+        scope.start(startsAnotherAtItsEnd(&scope, note));
+        loop.settle();
+    }
+    EXPECT_EQ(*note, "cancelledcancelled");
+}
+
 TEST(TaskScope, EndsTasksOfAnotherThreadFromThisOne) {
     SystemClock clock;
     EngineThread thread;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,6 +16,7 @@
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"
+#include "VarkCore/Upload/FileHasher.h"
 
 namespace vark::test {
 

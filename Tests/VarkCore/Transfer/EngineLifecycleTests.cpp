@@ -15,6 +15,7 @@ class TransferEngineLifecycle : public EngineTest {};
 TEST_F(TransferEngineLifecycle, SendsWhatWasAddedAndSaysSo) {
     write("Shoot/one.mov", 250);
     write("Shoot/two.mov", 0);
+    engine->maxConcurrentFiles = 1;
     engine->start(false);
     engine->setDestination("//Jobs//2024/");
     EXPECT_EQ(add({folder.path() / "files" / "Shoot"}).items, 2);
@@ -26,9 +27,9 @@ TEST_F(TransferEngineLifecycle, SendsWhatWasAddedAndSaysSo) {
     EXPECT_THAT(logged(),
                 ElementsAre("Destination set to Jobs/2024", "Added Shoot: 2 files, 250 bytes",
                             "Sending Jobs/2024/Shoot/one.mov: 250 bytes, 3 of 3 chunks to send",
+                            "Landed and checked: Jobs/2024/Shoot/one.mov",
                             "Sending Jobs/2024/Shoot/two.mov: 0 bytes, 0 of 0 chunks to send",
                             "Landed and checked: Jobs/2024/Shoot/two.mov",
-                            "Landed and checked: Jobs/2024/Shoot/one.mov",
                             "Finished: 2 files landed and checked, 0 failed, 0 skipped, 0 waiting on a decision"));
     EXPECT_EQ(engine->overall().bytesDone, 250);
     EXPECT_EQ(saved()->items[0].doneChunks.size(), 3U);
