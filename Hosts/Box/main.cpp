@@ -1,9 +1,9 @@
 #include <fmt/format.h>
 #include <sys/resource.h>
 
-#include <boost/json/parse.hpp>
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 
@@ -14,11 +14,12 @@ namespace {
 using vark::box::Box;
 using vark::box::BoxOptions;
 
+constexpr std::int64_t mostBytes = std::int64_t{1} << 50;
+
 struct Arguments {
     BoxOptions options;
     bool noChunkURL = false;
     bool quiet = false;
-    std::vector<std::string> faults;
 };
 
 void describe(CLI::App& serve, Arguments& arguments) {
@@ -33,7 +34,7 @@ void describe(CLI::App& serve, Arguments& arguments) {
         ->capture_default_str();
     serve.add_option("--name", options.client, "The company whose files these are")->capture_default_str();
     serve.add_option("--chunk-size", options.chunkSize, "Bytes of a chunk of new uploads")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(std::int64_t{1}, mostBytes))
         ->capture_default_str();
     serve
         .add_option("--token-file", options.tokenFile, "The file with the device token (default: ROOT/token)")
@@ -45,10 +46,10 @@ void describe(CLI::App& serve, Arguments& arguments) {
     serve
         .add_option("--check-inline-below", options.checkInlineBelow,
                     "Files below so many bytes are checked before their finish is answered")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(std::int64_t{0}, mostBytes))
         ->capture_default_str();
     serve
-        .add_option("--fault", arguments.faults,
+        .add_option("--fault", options.faults,
                     "A fault as JSON, as POST /control/faults takes it; repeatable")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -65,9 +66,6 @@ void raiseDescriptorLimit() {
 
 void serve(Arguments arguments) {
     arguments.options.givesChunkURL = !arguments.noChunkURL;
-    for (const std::string& fault : arguments.faults) {
-        arguments.options.faults.push_back(boost::json::parse(fault));
-    }
     raiseDescriptorLimit();
     // Blocked before any thread starts, so that all threads leave the signals to this one.
     sigset_t ends;

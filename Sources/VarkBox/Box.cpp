@@ -14,6 +14,7 @@
 #include "VarkBox/Database.h"
 #include "VarkBox/Hasher.h"
 #include "VarkBox/HTTPServer.h"
+#include "VarkBox/JSONBody.h"
 #include "VarkBox/ObjectFiles.h"
 #include "VarkBox/RequestLog.h"
 #include "VarkBox/Services.h"
@@ -69,8 +70,8 @@ struct Box::Running {
           site(services, log),
           server(site, certificates) {
         furnish(database);
-        for (const boost::json::value& fault : options.faults)
-            faults.add(Fault::fromJSON(fault));
+        for (const std::string& fault : options.faults)
+            faults.add(Fault::fromJSON(JSONBody(fault)));
     }
 
     Database database;
@@ -92,6 +93,8 @@ Box::~Box() {
 
 void Box::start() {
     lock_ = lockRoot(options_.root);
+    // Left by a box that was killed: whoever waits for the file must not find the old one.
+    fs::remove(options_.root / "address.json");
     token_ = readOrMakeToken();
     std::optional<CertificateFiles> certificates;
     if (!options_.plain) {
@@ -109,6 +112,8 @@ void Box::start() {
 }
 
 void Box::stop() {
+    if (!running_) return;
+    fs::remove(options_.root / "address.json");
     running_.reset();
     lock_.reset();
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <boost/json/value.hpp>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -27,8 +26,8 @@ struct BoxOptions {
     /// Whether uploads are told an address of their own for their chunks.
     bool givesChunkURL = true;
     std::int64_t checkInlineBelow = 1 << 20;
-    /// In force from the start.
-    std::vector<boost::json::value> faults;
+    /// In force from the start; each as JSON, as the control call takes it.
+    std::vector<std::string> faults;
 };
 
 /// The whole development vark. `start` makes what is missing under the root, listens, and writes

@@ -24,7 +24,7 @@ BoxReply files(Services& services) {
 
 void addControlRoutes(Router& router, Services& services) {
     router.add("POST", "/control/faults", Door::open, [&services](const BoxRequest& request, const auto&) {
-        Fault fault = Fault::fromJSON(JSONBody(request.body).object());
+        Fault fault = Fault::fromJSON(JSONBody(request.body));
         return BoxReply::json(201, boost::json::object{{"id", services.faults.add(std::move(fault))}});
     });
     router.add("GET", "/control/faults", Door::open, [&services](const auto&, const auto&) {

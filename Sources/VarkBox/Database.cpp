@@ -7,10 +7,17 @@ namespace vark::box {
 
 namespace {
 
-// Ids are never used twice: a client remembers them for good.
-constexpr const char* schema = R"(
+// The root has a lock of its own, so SQLite need not take its locks afresh for each transaction. A checkpoint
+// syncs, so it is made seldom.
+constexpr const char* settings = R"(
+PRAGMA locking_mode = EXCLUSIVE;
 PRAGMA journal_mode = WAL;
 PRAGMA synchronous = NORMAL;
+PRAGMA wal_autocheckpoint = 10000;
+)";
+
+// Ids are never used twice: a client remembers them for good.
+constexpr const char* schema = R"(
 BEGIN IMMEDIATE;
 CREATE TABLE IF NOT EXISTS items(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -150,6 +157,7 @@ Database::Database(const std::filesystem::path& path) {
         if (code != SQLITE_OK) {
             throw DatabaseError(fmt::format("Could not open {}: {}.", path.string(), sqlite3_errstr(code)));
         }
+        execute(settings);
         execute(schema);
     } catch (...) {
         sqlite3_close_v2(connection_);

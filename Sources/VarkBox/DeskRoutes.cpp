@@ -3,10 +3,9 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
-#include <chrono>
-
 #include "VarkBox/JSONBody.h"
 #include "VarkBox/Services.h"
+#include "VarkCore/Foundation/Date.h"
 
 namespace vark::box {
 
@@ -76,10 +75,9 @@ BoxReply finishIngest(Services& services, const BoxRequest& request, std::string
 
 BoxReply keepDiagnostics(Services& services, const BoxRequest& request) {
     JSONBody json(request.body);
-    double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     Turn turn = services.database.write();
     turn.query("INSERT INTO diagnostics(at, report) VALUES(?, ?)")
-        .with(now, boost::json::serialize(json.object()))
+        .with(systemDate().since1970(), boost::json::serialize(json.object()))
         .run();
     turn.commit();
     return BoxReply::json(201, boost::json::object{});

@@ -7,8 +7,6 @@
 #include <boost/json/serialize.hpp>
 #include <ranges>
 
-#include "VarkBox/JSONBody.h"
-
 namespace vark::box {
 
 namespace {
@@ -43,8 +41,7 @@ std::string bodyFrom(const JSONBody& json) {
 
 }  // namespace
 
-Fault Fault::fromJSON(const boost::json::value& value) {
-    JSONBody json(value);
+Fault Fault::fromJSON(const JSONBody& json) {
     Fault fault;
     if (auto listener = json.optional<std::string>("listener")) fault.listener = listenerNamed(*listener);
     fault.method = json.optional<std::string>("method").value_or("");

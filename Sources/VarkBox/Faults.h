@@ -1,7 +1,7 @@
 #pragma once
 
 #include <boost/json/array.hpp>
-#include <boost/json/value.hpp>
+#include <boost/json/object.hpp>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "VarkBox/Exchange.h"
+#include "VarkBox/JSONBody.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
@@ -49,7 +50,7 @@ struct Fault {
     double probability = 1;
 
     /// Refuses with 400 what does not describe a fault.
-    static Fault fromJSON(const boost::json::value& json);
+    static Fault fromJSON(const JSONBody& json);
     boost::json::object toJSON() const;
     bool matches(const BoxRequest& request) const;
 };

@@ -1,14 +1,9 @@
 #include "VarkBox/HTTPServer.h"
 
 #include <fmt/format.h>
-#include <netinet/in.h>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-#include <poll.h>
-#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/asio/as_tuple.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/co_spawn.hpp>
@@ -21,14 +16,14 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/rfc7230.hpp>
 #include <boost/beast/http/status.hpp>
-#include <boost/url/parse.hpp>
-#include <boost/url/url_view.hpp>
 #include <charconv>
 #include <csignal>
-#include <cstdio>
 #include <limits>
 #include <thread>
 #include <vector>
+
+#include "VarkBox/RequestTarget.h"
+#include "VarkBox/Wire.h"
 
 namespace vark::box {
 
@@ -41,197 +36,9 @@ namespace {
 constexpr std::size_t pieceSize = 256 << 10;
 constexpr std::uint32_t longestHead = 64 << 10;
 constexpr int threadCount = 2;
-constexpr std::chrono::milliseconds departureLook{50};
+constexpr std::chrono::milliseconds acceptPause{50};
 
 constexpr auto awaited = asio::as_tuple(asio::use_awaitable);
-
-template <class T>
-using Waiting = asio::awaitable<T>;
-
-struct FreeTLS {
-    void operator()(SSL* session) const { SSL_free(session); }
-    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-};
-using TLSContext = std::unique_ptr<SSL_CTX, FreeTLS>;
-
-std::string tlsReason() {
-    std::array<char, 256> text{};
-    ERR_error_string_n(ERR_get_error(), text.data(), text.size());
-    return text.data();
-}
-
-TLSContext tlsContext(const CertificateFiles& files) {
-    TLSContext context(SSL_CTX_new(TLS_server_method()));
-    bool good = context != nullptr &&
-                SSL_CTX_use_certificate_chain_file(context.get(), files.certificate.c_str()) == 1 &&
-                SSL_CTX_use_PrivateKey_file(context.get(), files.privateKey.c_str(), SSL_FILETYPE_PEM) == 1 &&
-                SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION) == 1;
-    if (!good) {
-        throw std::runtime_error(
-            fmt::format("Could not use the certificate {}: {}.", files.certificate.string(), tlsReason()));
-    }
-    constexpr std::string_view sessions = "vark-box";
-    SSL_CTX_set_session_id_context(context.get(), reinterpret_cast<const unsigned char*>(sessions.data()),
-                                   sessions.size());
-    SSL_CTX_set_mode(context.get(), SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-    // One read of the socket brings many records.
-    SSL_CTX_set_read_ahead(context.get(), 1);
-    SSL_CTX_set_default_read_buffer_len(context.get(), pieceSize);
-    return context;
-}
-
-/// The bytes of one connection, with or without TLS. OpenSSL works on the socket itself, and Asio only waits
-/// until the socket is ready: that saves the copies of a stream between them.
-class Wire {
-  public:
-    Wire(tcp::socket socket, SSL_CTX* context) : socket_(std::move(socket)) {
-        boost::system::error_code ignored;
-        socket_.non_blocking(true, ignored);
-        socket_.set_option(tcp::no_delay(true), ignored);
-        if (context == nullptr) return;
-        session_.reset(SSL_new(context));
-        SSL_set_fd(session_.get(), socket_.native_handle());
-    }
-
-    Waiting<bool> accept() {
-        if (!session_) co_return true;
-        auto handshake = [this] {
-            ERR_clear_error();
-            return tlsStep(SSL_accept(session_.get()));
-        };
-        co_return co_await untilDone(handshake) > 0;
-    }
-
-    /// As many bytes as are there, at least one; 0 when the peer is gone.
-    Waiting<std::size_t> read(char* to, std::size_t size) {
-        auto once = [&] { return readOnce(to, size); };
-        std::ptrdiff_t first = co_await untilDone(once);
-        if (first <= 0) co_return 0;
-        auto total = static_cast<std::size_t>(first);
-        while (total < size) {
-            std::ptrdiff_t more = readOnce(to + total, size - total).count;
-            if (more <= 0) break;
-            total += static_cast<std::size_t>(more);
-        }
-        co_return total;
-    }
-
-    /// False when the peer is gone.
-    Waiting<bool> write(std::string_view bytes) {
-        while (!bytes.empty()) {
-            auto once = [&] { return writeOnce(bytes); };
-            std::ptrdiff_t count = co_await untilDone(once);
-            if (count <= 0) co_return false;
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        }
-        co_return true;
-    }
-
-    /// Reads nothing more, and returns when the peer has closed or lost the connection.
-    Waiting<void> untilPeerGoes() {
-        asio::steady_timer timer(socket_.get_executor());
-        while (true) {
-            pollfd look{.fd = socket_.native_handle(), .events = POLLRDHUP, .revents = 0};
-            if (::poll(&look, 1, 0) != 0) co_return;
-            timer.expires_after(departureLook);
-            co_await timer.async_wait(awaited);
-        }
-    }
-
-    void reset() {
-        boost::system::error_code ignored;
-        socket_.set_option(asio::socket_base::linger(true, 0), ignored);
-        socket_.close(ignored);
-    }
-
-    void sayGoodbye() {
-        ERR_clear_error();
-        if (session_) SSL_shutdown(session_.get());
-        boost::system::error_code ignored;
-        socket_.shutdown(tcp::socket::shutdown_send, ignored);
-    }
-
-  private:
-    /// One try: bytes that were moved, or what to wait for, or neither when the connection has ended.
-    struct Step {
-        std::ptrdiff_t count = 0;
-        std::optional<tcp::socket::wait_type> wait;
-    };
-
-    template <class Try>
-    Waiting<std::ptrdiff_t> untilDone(Try& attempt) {
-        while (true) {
-            Step step = attempt();
-            if (!step.wait) co_return step.count;
-            auto [error] = co_await socket_.async_wait(*step.wait, awaited);
-            if (error) co_return 0;
-        }
-    }
-
-    Step readOnce(char* to, std::size_t size) {
-        if (session_) {
-            ERR_clear_error();
-            return tlsStep(SSL_read(session_.get(), to, static_cast<int>(size)));
-        }
-        return plainStep(::recv(socket_.native_handle(), to, size, 0), tcp::socket::wait_read);
-    }
-
-    Step writeOnce(std::string_view bytes) {
-        if (session_) {
-            ERR_clear_error();
-            return tlsStep(SSL_write(session_.get(), bytes.data(), static_cast<int>(bytes.size())));
-        }
-        return plainStep(::send(socket_.native_handle(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                         tcp::socket::wait_write);
-    }
-
-    Step tlsStep(int result) {
-        if (result > 0) return {result, std::nullopt};
-        int reason = SSL_get_error(session_.get(), result);
-        if (reason == SSL_ERROR_WANT_READ) return {0, tcp::socket::wait_read};
-        if (reason == SSL_ERROR_WANT_WRITE) return {0, tcp::socket::wait_write};
-        return {};
-    }
-
-    static Step plainStep(ssize_t result, tcp::socket::wait_type wait) {
-        if (result >= 0) return {result, std::nullopt};
-        if (errno == EAGAIN || errno == EINTR) return {0, wait};
-        return {};
-    }
-
-    tcp::socket socket_;
-    // Goes before the socket that it uses.
-    std::unique_ptr<SSL, FreeTLS> session_;
-};
-
-/// Percent-encodes what may not stand in a target though a lenient client sends it as it is.
-std::string asciiTarget(std::string_view target) {
-    std::string result;
-    for (char character : target) {
-        auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x80) {
-            result += character;
-        } else {
-            result += fmt::format("%{:02X}", byte);
-        }
-    }
-    return result;
-}
-
-/// False when the target is none.
-bool takeApart(BoxRequest& request) {
-    std::string target = asciiTarget(request.target);
-    auto parsed = boost::urls::parse_origin_form(target);
-    if (!parsed) return false;
-    for (boost::urls::pct_string_view segment : parsed->encoded_segments()) {
-        request.segments.push_back(segment.decode());
-    }
-    // A "+" is a plus here, not a blank: the clients of a vark encode blanks as "%20".
-    for (boost::urls::param_pct_view param : parsed->encoded_params()) {
-        request.query.emplace_back(param.key.decode(), param.value.decode());
-    }
-    return true;
-}
 
 using HeadParser = http::request_parser<http::empty_body>;
 
@@ -249,7 +56,7 @@ std::optional<BoxRequest> requestFrom(const HeadParser& parser, Listener listene
     request.userAgent = text(http::field::user_agent);
     request.via = std::string(head["X-Vark-Via"]);
     request.contentLength = parser.content_length().value_or(0);
-    if (!takeApart(request)) return std::nullopt;
+    if (!takeTargetApart(request)) return std::nullopt;
     return request;
 }
 
@@ -363,7 +170,7 @@ class Conversation {
         if (!co_await readHead(parser)) co_return false;
         std::optional<BoxRequest> request = requestFrom(parser, listener_);
         if (!request || parser.chunked()) {
-            Refusal noTarget(400, "The target of this request is no path.");
+            Refusal noTarget(400, "The target of this request is no path in UTF-8.");
             Refusal noLength(411, "A body needs a Content-Length here.");
             co_await refuse(request ? noLength : noTarget);
             co_return false;
@@ -535,7 +342,7 @@ class HTTPServer::Machine {
                 continue;
             }
             // Out of descriptors, most likely: some connection will end.
-            asio::steady_timer timer(io_, departureLook);
+            asio::steady_timer timer(io_, acceptPause);
             co_await timer.async_wait(awaited);
         }
     }

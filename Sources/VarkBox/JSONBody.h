@@ -17,7 +17,6 @@ class JSONBody {
   public:
     /// Refuses what is not a JSON object.
     explicit JSONBody(std::string_view text);
-    explicit JSONBody(const boost::json::value& value);
 
     template <class T>
     std::optional<T> optional(std::string_view key) const {

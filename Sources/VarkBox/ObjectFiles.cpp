@@ -18,9 +18,7 @@ constexpr std::string_view uploadExtension = ".part";
 
 ObjectFiles::ObjectFiles(const fs::path& root) : objects_(root / "objects"), uploads_(root / "uploads") {
     fs::create_directories(uploads_);
-    for (int prefix = 0; prefix < 256; ++prefix) {
-        fs::create_directories(objects_ / fmt::format("{:02x}", prefix));
-    }
+    fs::create_directories(objects_);
 }
 
 fs::path ObjectFiles::objectPath(std::string_view sha256) const {
@@ -63,7 +61,13 @@ void ObjectFiles::discard(std::string_view uploadID) const {
 }
 
 void ObjectFiles::adopt(std::string_view uploadID, std::string_view sha256) const {
-    fs::rename(uploadPath(uploadID), objectPath(sha256));
+    fs::path object = objectPath(sha256);
+    std::error_code failed;
+    fs::rename(uploadPath(uploadID), object, failed);
+    if (!failed) return;
+    // The first object of its folder, or a failure that the second try tells of.
+    fs::create_directory(object.parent_path());
+    fs::rename(uploadPath(uploadID), object);
 }
 
 std::vector<std::string> ObjectFiles::uploadsOnDisk() const {

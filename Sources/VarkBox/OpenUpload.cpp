@@ -23,11 +23,7 @@ std::shared_ptr<ChunkSlot> OpenUpload::slot(std::int64_t index) {
     std::weak_ptr<ChunkSlot>& known = slots_[index];
     std::shared_ptr<ChunkSlot> slot = known.lock();
     if (!slot) {
-        slot = std::make_shared<ChunkSlot>();
-        {
-            Locked fresh(slot->lock);
-            slot->landed = held_.at(static_cast<std::size_t>(index));
-        }
+        slot = std::make_shared<ChunkSlot>(held_.at(static_cast<std::size_t>(index)));
         known = slot;
     }
     return slot;

@@ -20,8 +20,10 @@ namespace vark::box {
 /// `lock`, and nobody writes once `landed` is set: the bytes of a chunk that has landed never change, so they
 /// may be hashed.
 struct ChunkSlot {
+    explicit ChunkSlot(bool hasLanded) : landed(hasLanded) {}
+
     Mutex lock;
-    bool landed VARK_GUARDED_BY(lock) = false;
+    bool landed VARK_GUARDED_BY(lock);
 };
 
 /// What is known in memory of an upload that has not ended. Shared by the requests and the checking thread,

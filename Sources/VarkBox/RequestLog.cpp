@@ -5,8 +5,9 @@
 
 #include <boost/json/serialize.hpp>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
+
+#include "VarkCore/Foundation/Date.h"
 
 namespace vark::box {
 
@@ -18,8 +19,7 @@ RequestLog::RequestLog(const std::filesystem::path& path)
 void RequestLog::append(const RequestRecord& record) noexcept {
     try {
         boost::json::object line;
-        line["time"] =
-            std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+        line["time"] = systemDate().since1970();
         line["listener"] = nameOf(record.listener);
         line["method"] = record.method;
         line["target"] = record.target;

@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <chrono>
-
 #include "VarkBox/Exchange.h"
 #include "VarkBox/Names.h"
+#include "VarkCore/Foundation/Date.h"
 
 namespace vark::box {
 
@@ -33,7 +32,7 @@ std::vector<Item> allOf(Query& query) {
 }
 
 double now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    return systemDate().since1970();
 }
 
 Refusal nameTaken(std::string_view name) {
@@ -257,20 +256,24 @@ std::optional<BinnedFile> Tree::binned(std::string_view path) {
     std::vector<std::string> names = pathComponents(path);
     // The thing itself went to the Bin, or one of the folders around it.
     for (std::size_t length = names.size(); length > 0; --length) {
-        std::optional<Item> item;
-        std::string deletedBy;
-        {
-            Query query = turn_.query(
-                "SELECT item, deleted_by FROM bin WHERE original_path = ? ORDER BY number DESC LIMIT 1");
-            if (!query.with(joined(std::span(names).first(length))).next()) continue;
-            item = row(query.integer(0));
-            deletedBy = query.text(1);
+        for (const auto& [itemID, deletedBy] : binnedFrom(joined(std::span(names).first(length)))) {
+            std::optional<Item> item = row(itemID);
+            for (std::size_t i = length; item && i < names.size(); ++i)
+                item = child(item->id, names[i]);
+            if (item) return BinnedFile{*item, std::string(path), deletedBy};
         }
-        for (std::size_t i = length; item && i < names.size(); ++i)
-            item = child(item->id, names[i]);
-        if (item) return BinnedFile{*item, std::string(path), deletedBy};
     }
     return std::nullopt;
+}
+
+std::vector<std::pair<std::int64_t, std::string>> Tree::binnedFrom(std::string_view path) {
+    Query query =
+        turn_.query("SELECT item, deleted_by FROM bin WHERE original_path = ? ORDER BY number DESC");
+    query.with(path);
+    std::vector<std::pair<std::int64_t, std::string>> binned;
+    while (query.next())
+        binned.emplace_back(query.integer(0), query.text(1));
+    return binned;
 }
 
 void Tree::noteChange(std::int64_t id, std::string_view wasUnder) {

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "VarkBox/Database.h"
@@ -83,6 +84,8 @@ class Tree {
     Item makeFolders(std::span<const std::string> components);
     void relocate(const Item& item, std::int64_t parent, std::string_view name);
     std::string freeBinPath(std::string_view name);
+    /// What went to the Bin from exactly this path, and who binned it; the latest first.
+    std::vector<std::pair<std::int64_t, std::string>> binnedFrom(std::string_view path);
     void noteChange(std::int64_t id, std::string_view wasUnder);
 
     Turn& turn_;

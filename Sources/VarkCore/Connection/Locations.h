@@ -21,6 +21,10 @@ class Locations {
     std::filesystem::path storageFolder() const;
     std::filesystem::path queue() const { return storageFolder() / "queue.json"; }
     std::filesystem::path runningLock() const { return storageFolder() / "running.lock"; }
+    /// A copy of a saved queue that could not be read, from before a new one took its place.
+    std::filesystem::path damagedQueue() const { return storageFolder() / "queue.damaged.json"; }
+    /// Where one process asks the one that has the queue to change it.
+    std::filesystem::path requests() const { return storageFolder() / "requests"; }
 
     std::filesystem::path logsFolder() const;
     std::filesystem::path transferLog() const { return logsFolder() / "transfer.log"; }

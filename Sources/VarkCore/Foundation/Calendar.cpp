@@ -87,7 +87,8 @@ Date Calendar::startOfDay(Date date, int addingMinutes) const {
     UErrorCode status = U_ZERO_ERROR;
     zone_->basic->getOffsetFromLocal(static_cast<double>(wall) * 1000.0, UCAL_TZ_LOCAL_FORMER,
                                      UCAL_TZ_LOCAL_FORMER, raw, summer, status);
-    return Date::fromSince1970(static_cast<double>(wall - (raw + summer) / 1000));
+    const std::int64_t secondsEast = (raw + summer) / 1000;
+    return Date::fromSince1970(static_cast<double>(wall - secondsEast));
 }
 
 std::string Calendar::format(Date date, std::string_view pattern) const {

@@ -16,15 +16,12 @@
 namespace vark {
 namespace {
 
-/// Calls `visit(character, bytes)` for each character; `character` is negative for bytes that are no UTF-8.
+/// Calls `visit(character, bytes)` for each character; there is no `character` for bytes that are no UTF-8.
 template <class Visit>
 void forEachCharacter(std::string_view text, Visit visit) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    const std::size_t length = text.size();
-    for (std::size_t start = 0; start < length;) {
+    for (std::size_t start = 0; start < text.size();) {
         std::size_t next = start;
-        UChar32 character = 0;
-        U8_NEXT(bytes, next, length, character);
+        const std::optional<char32_t> character = nextCharacter(text, next);
         visit(character, text.substr(start, next - start));
         start = next;
     }
@@ -44,13 +41,13 @@ std::size_t lengthOfASCIIPrefix(std::string_view text) {
 }
 
 /// Characters that move the cursor, colour or reorder what stands around them, or cannot be seen at all.
-bool isDangerousOnTerminal(UChar32 character) {
+bool isDangerousOnTerminal(char32_t character) {
     return character < 0x20 || (character >= 0x7F && character <= 0x9F) || character == 0x061C ||
            character == 0x200E || character == 0x200F || (character >= 0x2028 && character <= 0x202E) ||
            (character >= 0x2066 && character <= 0x2069) || character == 0xFEFF;
 }
 
-void appendEscaped(std::string& to, UChar32 character) {
+void appendEscaped(std::string& to, char32_t character) {
     switch (character) {
         case '\n':
             to += "\\n";
@@ -65,27 +62,35 @@ void appendEscaped(std::string& to, UChar32 character) {
             break;
     }
     if (character < 0x80) {
-        fmt::format_to(std::back_inserter(to), "\\x{:02x}", character);
+        fmt::format_to(std::back_inserter(to), "\\x{:02x}", static_cast<unsigned>(character));
         return;
     }
-    fmt::format_to(std::back_inserter(to), "\\u{:04x}", character);
+    fmt::format_to(std::back_inserter(to), "\\u{:04x}", static_cast<unsigned>(character));
 }
 
 }  // namespace
 
+std::optional<char32_t> nextCharacter(std::string_view text, std::size_t& place) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    UChar32 character = 0;
+    U8_NEXT(bytes, place, text.size(), character);  // NOLINT(bugprone-inc-dec-in-conditions): ICU's macro
+    if (character < 0) return std::nullopt;
+    return static_cast<char32_t>(character);
+}
+
 bool isUTF8(std::string_view text) {
-    text.remove_prefix(lengthOfASCIIPrefix(text));
-    bool valid = true;
-    forEachCharacter(text, [&](UChar32 character, std::string_view) { valid = valid && character >= 0; });
-    return valid;
+    for (std::size_t place = lengthOfASCIIPrefix(text); place < text.size();) {
+        if (!nextCharacter(text, place)) return false;
+    }
+    return true;
 }
 
 std::string repairedUTF8(std::string_view text) {
     if (isUTF8(text)) return std::string(text);
     std::string repaired;
     repaired.reserve(text.size() + 8);
-    forEachCharacter(text, [&](UChar32 character, std::string_view bytes) {
-        repaired += character >= 0 ? bytes : std::string_view("\xEF\xBF\xBD");
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        repaired += character ? bytes : std::string_view("\xEF\xBF\xBD");
     });
     return repaired;
 }
@@ -169,15 +174,15 @@ std::string NaturalOrder::key(std::string_view text) const {
 std::string escapedForTerminal(std::string_view text) {
     std::string shown;
     shown.reserve(text.size());
-    forEachCharacter(text, [&](UChar32 character, std::string_view bytes) {
-        if (character < 0) {
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        if (!character) {
             for (const char byte : bytes) {
                 fmt::format_to(std::back_inserter(shown), "\\x{:02x}", static_cast<unsigned char>(byte));
             }
             return;
         }
-        if (isDangerousOnTerminal(character)) {
-            appendEscaped(shown, character);
+        if (isDangerousOnTerminal(*character)) {
+            appendEscaped(shown, *character);
             return;
         }
         shown += bytes;

@@ -8,6 +8,8 @@
 
 namespace vark {
 
+/// The character at `place`, which moves past it; nothing for bytes that are no UTF-8.
+std::optional<char32_t> nextCharacter(std::string_view text, std::size_t& place);
 bool isUTF8(std::string_view text);
 /// The text with every invalid byte sequence replaced by U+FFFD.
 std::string repairedUTF8(std::string_view text);

@@ -1,7 +1,5 @@
 #include "VarkCore/Foundation/URL.h"
 
-#include <unicode/utf8.h>
-
 #include <boost/url/parse.hpp>
 #include <boost/url/url.hpp>
 #include <boost/url/url_view.hpp>
@@ -244,19 +242,17 @@ std::string withQuery(std::string_view path, const std::vector<QueryItem>& items
 
 std::optional<std::string> percentEncodedByAlphanumerics(std::string_view text,
                                                          std::string_view alsoAllowed) {
-    if (!isUTF8(text)) return std::nullopt;
     std::string encoded;
     encoded.reserve(text.size());
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
     for (std::size_t start = 0; start < text.size();) {
         std::size_t next = start;
-        UChar32 character = 0;
-        U8_NEXT(bytes, next, text.size(), character);
+        const std::optional<char32_t> character = nextCharacter(text, next);
+        if (!character) return std::nullopt;
         const std::string_view piece = text.substr(start, next - start);
         start = next;
-        const bool stays = isAlphanumeric(static_cast<char32_t>(character)) ||
-                           (character < 0x80 && (unreservedMarks.find(piece) != std::string_view::npos ||
-                                                 alsoAllowed.find(piece) != std::string_view::npos));
+        const bool stays = isAlphanumeric(*character) ||
+                           (*character < 0x80 && (unreservedMarks.find(piece) != std::string_view::npos ||
+                                                  alsoAllowed.find(piece) != std::string_view::npos));
         if (stays) {
             encoded += piece;
             continue;

@@ -98,6 +98,8 @@ class TransferEngine {
     double retryBase = 2.0;     // Seconds.
     int maxAttempts = 6;
     std::function<void(const Event&)> onEvent;
+    /// Told of each item as it becomes `verified`, `conflict`, `skipped` or `failed`. Must not call back.
+    std::function<void(const TransferItem&)> onSettled;
     const OfficeHours& officeHours() const { return officeHours_; }
     void setOfficeHours(const OfficeHours& hours);
     /// Takes effect for tasks that start later.
@@ -293,6 +295,7 @@ void TransferEngine::set(const UUID& id, Change change) {
     TransferItem& item = job_->items[*place];
     auto active = tasks_.find(id);
     bool hasTask = active != tasks_.end();
+    const ItemState before = item.state;
     totals_.remove(item.entryID, shareOf(item));
     change(item);
     if (hasTask) active->second.heldBytes = item.bytesDone();
@@ -302,6 +305,8 @@ void TransferEngine::set(const UUID& id, Change change) {
     } else {
         waiting_.erase(*place);
     }
+    const bool isSettled = item.state != ItemState::queued && !isInFlight(item.state);
+    if (isSettled && item.state != before && onSettled) onSettled(item);
 }
 
 }  // namespace vark

@@ -48,13 +48,13 @@ Task<HTTPResponse> ChunkTransfer::send(HTTPRequest request) {
     }
 
     if (lost) co_await checkCancellation();
-    const std::optional<ChunkWriter::Failure> failure = writer_.failure();
-    if (failure && failure->cause == ChunkWriter::Failure::ofTheFile)
-        throw VarkAPIError::transport(failure->sentence);
+    if (std::optional<std::string> failure = writer_.failure())
+        throw VarkAPIError::transport(std::move(*failure));
     if (lost) throw VarkAPIError::transport(describeURLError(*lost));
     // The vark may well refuse a chunk before it has read it, but it cannot have taken one that was not sent.
-    if (failure && answer.status >= 200 && answer.status <= 299)
-        throw VarkAPIError::transport(failure->sentence);
+    const bool taken = answer.status >= 200 && answer.status <= 299;
+    if (taken && writer_.moved() < length_)
+        throw VarkAPIError::transport("The connection closed while sending.");
     co_return answer;
 }
 

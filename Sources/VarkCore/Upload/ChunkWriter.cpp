@@ -42,7 +42,7 @@ void ChunkWriter::pump() {
     try {
         file = openForReading(source_.file);
     } catch (const FileError&) {
-        return fail(Failure::ofTheFile, fmt::format("Could not open {}.", name()));
+        return fail(fmt::format("Could not open {}.", name()));
     }
     std::int64_t sent = 0;
     while (sent < source_.length && !isCancelled()) {
@@ -59,11 +59,11 @@ std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
     const std::span<char> piece(piece_.get(), static_cast<std::size_t>(wanted));
     const ssize_t count = readAt(file, piece, source_.offset + sent);
     if (count < 0) {
-        fail(Failure::ofTheFile, fmt::format("Could not read {}.", name()));
+        fail(fmt::format("Could not read {}.", name()));
         return 0;
     }
     if (count == 0) {
-        fail(Failure::ofTheFile, fmt::format("{} is shorter than it was. Was it changed?", name()));
+        fail(fmt::format("{} is shorter than it was. Was it changed?", name()));
         return 0;
     }
     keepPace(count);
@@ -74,10 +74,7 @@ bool ChunkWriter::writePiece(std::span<const char> piece) {
     while (!piece.empty()) {
         if (isCancelled()) return false;
         const std::ptrdiff_t taken = output_->write(piece);
-        if (taken < 0) {
-            fail(Failure::readerGone, "The connection closed while sending.");
-            return false;
-        }
+        if (taken < 0) return false;
         if (taken == 0) output_->waitForSpace(lookForSpace);
         piece = piece.subspan(static_cast<std::size_t>(taken));
     }
@@ -106,14 +103,14 @@ bool ChunkWriter::isCancelled() const {
     return cancelled_;
 }
 
-std::optional<ChunkWriter::Failure> ChunkWriter::failure() const {
+std::optional<std::string> ChunkWriter::failure() const {
     const Locked hold(lock_);
     return failure_;
 }
 
-void ChunkWriter::fail(Failure::Cause cause, std::string sentence) {
+void ChunkWriter::fail(std::string sentence) {
     const Locked hold(lock_);
-    failure_ = Failure{cause, std::move(sentence)};
+    failure_ = std::move(sentence);
 }
 
 std::string ChunkWriter::name() const {

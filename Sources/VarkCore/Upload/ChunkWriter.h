@@ -34,14 +34,6 @@ struct ChunkSource {
 /// `run` once, on a thread that may block; the rest from any thread.
 class ChunkWriter {
   public:
-    struct Failure {
-        /// The reader goes away when the transfer has ended, which then knows better why.
-        enum Cause { ofTheFile, readerGone };
-        Cause cause;
-        /// Finished.
-        std::string sentence;
-    };
-
     ChunkWriter(ChunkSource source, std::shared_ptr<BytePipe> output, WallClock now);
 
     /// Ends the stream on every way out, so the reader never waits for more.
@@ -50,7 +42,9 @@ class ChunkWriter {
     void cancel();
     /// Bytes handed to the pipe.
     std::int64_t moved() const { return moved_.value(); }
-    std::optional<Failure> failure() const;
+    /// What is wrong with the file, as a finished sentence. That the reader has gone is no failure here: the
+    /// transfer knows better why.
+    std::optional<std::string> failure() const;
 
   private:
     void pump();
@@ -59,7 +53,7 @@ class ChunkWriter {
     bool writePiece(std::span<const char> piece);
     void keepPace(std::int64_t bytes);
     bool isCancelled() const;
-    void fail(Failure::Cause cause, std::string sentence);
+    void fail(std::string sentence);
     std::string name() const;
 
     const ChunkSource source_;
@@ -72,7 +66,7 @@ class ChunkWriter {
     mutable Mutex lock_;
     std::condition_variable_any cancelledNow_;
     bool cancelled_ VARK_GUARDED_BY(lock_) = false;
-    std::optional<Failure> failure_ VARK_GUARDED_BY(lock_);
+    std::optional<std::string> failure_ VARK_GUARDED_BY(lock_);
 };
 
 }  // namespace vark

@@ -4,16 +4,17 @@ namespace vark {
 namespace {
 
 constexpr std::string_view digits = "0123456789abcdef";
+constexpr std::uint8_t noDigit = 0xFF;
 
-constexpr std::array<std::int8_t, 256> makeValues() {
-    std::array<std::int8_t, 256> values{};
-    values.fill(-1);
+constexpr std::array<std::uint8_t, 256> makeValues() {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(noDigit);
     for (std::size_t digit = 0; digit < digits.size(); ++digit) {
-        values[static_cast<unsigned char>(digits[digit])] = static_cast<std::int8_t>(digit);
+        values[static_cast<unsigned char>(digits[digit])] = static_cast<std::uint8_t>(digit);
     }
     return values;
 }
-constexpr std::array<std::int8_t, 256> valueOfDigit = makeValues();
+constexpr std::array<std::uint8_t, 256> valueOfDigit = makeValues();
 
 }  // namespace
 
@@ -21,9 +22,9 @@ std::optional<ContentHash> ContentHash::parse(std::string_view text) {
     if (text.size() != textLength) return std::nullopt;
     ContentHash hash;
     for (std::size_t byte = 0; byte < hash.bytes_.size(); ++byte) {
-        const int high = valueOfDigit[static_cast<unsigned char>(text[2 * byte])];
-        const int low = valueOfDigit[static_cast<unsigned char>(text[2 * byte + 1])];
-        if (high < 0 || low < 0) return std::nullopt;
+        const unsigned high = valueOfDigit[static_cast<unsigned char>(text[2 * byte])];
+        const unsigned low = valueOfDigit[static_cast<unsigned char>(text[2 * byte + 1])];
+        if (high == noDigit || low == noDigit) return std::nullopt;
         hash.bytes_[byte] = static_cast<std::uint8_t>(high * 16 + low);
     }
     return hash;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <concepts>
 #include <cstdint>
 #include <optional>
 #include <string>

@@ -240,6 +240,8 @@ std::size_t CurlTransfer::takeHeaderLine(std::string_view line) {
         response_.headers.push_back(
             {std::string(trimmed(line.substr(0, colon))), std::string(trimmed(line.substr(colon + 1)))});
     }
+    // A refusal ends the sending, but libcurl never notices the end of one that is paused.
+    if (body_ && trimmed(line).empty()) loop_.resume(*this);
     return line.size();
 }
 

@@ -38,10 +38,6 @@ TEST_F(TransferLogTest, RollsOnceTheLimitIsPassed) {
     EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:41:07  c\n");
     EXPECT_EQ(readWholeFile(folder / "Logs/Vark/transfer.previous.log"),
               "3 Mar 2025, 09:41:07  a\n3 Mar 2025, 09:41:07  bbbbbbbbb\n");
-    log.write("d");
-    log.write("e");
-    EXPECT_EQ(readWholeFile(folder / "Logs/Vark/transfer.previous.log"),
-              "3 Mar 2025, 09:41:07  c\n3 Mar 2025, 09:41:07  d\n");
 }
 
 TEST_F(TransferLogTest, TailCountsTheEmptyPieceBehindTheLastLine) {

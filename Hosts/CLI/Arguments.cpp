@@ -1,0 +1,99 @@
+#include "Hosts/CLI/Arguments.h"
+
+#include <charconv>
+#include <utility>
+
+#include "VarkCore/Foundation/Text.h"
+
+namespace vark::cli {
+
+namespace {
+
+constexpr std::pair<std::string_view, double> unitsOfBytes[] = {
+    {"b", 1}, {"kb", 1e3}, {"mb", 1e6}, {"gb", 1e9}};
+constexpr double highestRate = 1e15;
+
+std::string_view trimmed(std::string_view text) {
+    while (text.starts_with(' '))
+        text.remove_prefix(1);
+    while (text.ends_with(' '))
+        text.remove_suffix(1);
+    return text;
+}
+
+/// Up to two digits at the front, taken off `text`.
+std::optional<int> takeNumber(std::string_view& text) {
+    int number = 0;
+    auto [end, failure] =
+        std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 2), number);
+    if (failure != std::errc() || number < 0) return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return number;
+}
+
+bool take(std::string_view& text, char expected) {
+    if (!text.starts_with(expected)) return false;
+    text.remove_prefix(1);
+    return true;
+}
+
+/// "9:00" or "17:30" at the front, taken off `text`, in minutes after midnight; "24:00" is the last.
+std::optional<int> takeMinuteOfDay(std::string_view& text) {
+    std::optional<int> hour = takeNumber(text);
+    if (!hour || !take(text, ':')) return std::nullopt;
+    std::size_t before = text.size();
+    std::optional<int> minute = takeNumber(text);
+    if (!minute || *minute > 59 || before - text.size() != 2) return std::nullopt;
+    int minutes = *hour * 60 + *minute;
+    if (minutes > 24 * 60) return std::nullopt;
+    return minutes;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> parseRate(std::string_view text) {
+    text = trimmed(text);
+    double number = 0;
+    auto [end, failure] =
+        std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
+    if (failure != std::errc()) return std::nullopt;
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+
+    std::string unit = lowercased(trimmed(text));
+    if (unit.ends_with("/s")) unit.resize(unit.size() - 2);
+    for (const auto& [name, bytes] : unitsOfBytes) {
+        if (unit != name) continue;
+        double rate = number * bytes;
+        if (!(rate >= 1 && rate <= highestRate)) return std::nullopt;
+        return static_cast<std::int64_t>(rate);
+    }
+    return std::nullopt;
+}
+
+std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
+    std::optional<int> start = takeMinuteOfDay(text);
+    if (!start || !take(text, '-')) return std::nullopt;
+    std::optional<int> end = takeMinuteOfDay(text);
+    if (!end || !text.empty() || *start >= *end) return std::nullopt;
+    OfficeHours hours;
+    hours.onlyOutside = true;
+    hours.startMinute = *start;
+    hours.endMinute = *end;
+    return hours;
+}
+
+std::string tidiedVarkPath(std::string_view path) {
+    std::string tidied;
+    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
+        if (piece.empty()) continue;
+        if (!tidied.empty()) tidied += '/';
+        tidied += piece;
+    }
+    return tidied;
+}
+
+std::string joinedVarkPath(std::string_view root, std::string_view below) {
+    return tidiedVarkPath(std::string(root) + "/" + std::string(below));
+}
+
+}  // namespace vark::cli

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VarkCore/Transfer/OfficeHours.h"
+
+namespace vark::cli {
+
+/// "10MB", "500 KB/s", "1.5MB/s": bytes a second, in decimal units. Nothing for other text and for less than
+/// one byte.
+std::optional<std::int64_t> parseRate(std::string_view text);
+
+/// "09:00-17:30" as the hours of the working day in which nothing is sent. Nothing for other text, and for a
+/// day that does not begin before it ends.
+std::optional<OfficeHours> parseOfficeHours(std::string_view text);
+
+/// The pieces of a path in the vark with single slashes between them and none at the ends.
+std::string tidiedVarkPath(std::string_view path);
+/// `below` under `root`; either may be empty.
+std::string joinedVarkPath(std::string_view root, std::string_view below);
+
+}  // namespace vark::cli

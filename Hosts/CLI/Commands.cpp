@@ -1,0 +1,75 @@
+#include "Hosts/CLI/Commands.h"
+
+#include <sstream>
+
+#include "VarkCore/API/VarkAPIError.h"
+
+namespace vark::cli {
+
+namespace {
+
+constexpr const char* exitCodes =
+    "Exit codes: 0 all landed, 1 something failed, 2 wrong usage, 3 not connected or signed out,\n"
+    "4 a decision is waiting, 130 interrupted (the queue is saved; \"vark send\" carries on).";
+
+/// What the person chose, with failures told in words.
+ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
+    try {
+        return chosen(surroundings);
+    } catch (const CommandError& error) {
+        surroundings.console.say(error.what());
+        return error.code();
+    } catch (const VarkAPIError& error) {
+        surroundings.console.say(error.errorDescription());
+        if (!error.isSignOut()) return ExitCode::somethingFailed;
+        surroundings.console.say(
+            "Get a new token and connect again with: vark connect URL --token-file FILE");
+        return ExitCode::notConnected;
+    } catch (const std::exception& error) {
+        surroundings.console.say(error.what());
+        return ExitCode::somethingFailed;
+    }
+}
+
+}  // namespace
+
+void declareProgram(CLI::App& program, Chosen& chosen) {
+    program.name("vark");
+    program.description("Sends files to the vark through a queue that survives a restart.");
+    program.set_version_flag("--version", "vark " VARK_VERSION, "Print the version");
+    program.set_help_flag("-h,--help", "Print this help");
+    program.require_subcommand(1);
+    program.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    program.get_formatter()->label("Subcommands", "Commands");
+    program.get_formatter()->column_width(34);
+    declareConnectionCommands(program, chosen);
+    declareListing(program, chosen);
+    declareSend(program, chosen);
+    declareQueueCommands(program, chosen);
+    declareLog(program, chosen);
+    declareDocumentation(program, chosen);
+    // Last, since commands take over what the program has when they are added.
+    program.footer(exitCodes);
+}
+
+ExitCode runCommandLine(int count, const char* const* arguments, Platform& platform, Console& console) {
+    Chosen chosen;
+    CLI::App program;
+    declareProgram(program, chosen);
+    try {
+        program.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        std::ostringstream results;
+        std::ostringstream advice;
+        const int code = program.exit(error, results, advice);
+        console.printText(results.str());
+        console.sayText(advice.str());
+        return code == 0 ? ExitCode::allLanded : ExitCode::usage;
+    }
+    SerialExecutor executor;
+    SystemClock clock;
+    Surroundings surroundings(platform, console, executor, clock);
+    return carryOut(chosen, surroundings);
+}
+
+}  // namespace vark::cli

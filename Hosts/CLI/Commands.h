@@ -1,0 +1,46 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "Hosts/CLI/ExitCode.h"
+#include "Hosts/CLI/Surroundings.h"
+
+namespace vark::cli {
+
+/// What the person chose, to be run once the whole command line has been read.
+using Chosen = std::function<ExitCode(Surroundings&)>;
+
+// Each adds its commands with their options and help to the program, and sets `chosen` when one of them
+// stands on the command line. `chosen` outlives `program`.
+void declareConnectionCommands(CLI::App& program, Chosen& chosen);
+void declareListing(CLI::App& program, Chosen& chosen);
+void declareSend(CLI::App& program, Chosen& chosen);
+void declareQueueCommands(CLI::App& program, Chosen& chosen);
+void declareLog(CLI::App& program, Chosen& chosen);
+void declareDocumentation(CLI::App& program, Chosen& chosen);
+
+/// Adds a command whose options are gathered in an object of their own, and run by `run`.
+template <class Options>
+CLI::App& addCommand(CLI::App& program, Chosen& chosen, const std::string& name, const std::string& help,
+                     const std::shared_ptr<Options>& options,
+                     ExitCode (*run)(Surroundings&, const Options&)) {
+    CLI::App* command = program.add_subcommand(name, help);
+    command->callback([&chosen, options, run] {
+        chosen = [options, run](Surroundings& surroundings) { return run(surroundings, *options); };
+    });
+    return *command;
+}
+
+/// The option of all commands that print.
+inline void addJSON(CLI::App& command, bool& json) {
+    command.add_flag("--json", json, "Print one JSON object a line, for programs");
+}
+
+/// The whole program with all its commands.
+void declareProgram(CLI::App& program, Chosen& chosen);
+
+/// Reads the command line and does what it says.
+ExitCode runCommandLine(int count, const char* const* arguments, Platform& platform, Console& console);
+
+}  // namespace vark::cli

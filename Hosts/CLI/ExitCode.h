@@ -1,0 +1,15 @@
+#pragma once
+
+namespace vark::cli {
+
+/// How a run of `vark` ended, for whoever started it.
+enum class ExitCode {
+    allLanded = 0,
+    somethingFailed = 1,
+    usage = 2,
+    notConnected = 3,
+    decisionWaits = 4,
+    interrupted = 130,
+};
+
+}  // namespace vark::cli

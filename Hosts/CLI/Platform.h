@@ -1,0 +1,40 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/Foundation/URL.h"
+#include "VarkCore/Services/Bundle.h"
+#include "VarkCore/Services/PathMonitor.h"
+#include "VarkCore/Services/UserFolders.h"
+#include "VarkCore/Services/Volumes.h"
+
+namespace vark::cli {
+
+/// Where a vark is, and by what it is trusted beside the system's own roots.
+struct VarkAddress {
+    URL url;
+    std::optional<std::filesystem::path> authority;
+};
+
+/// What the commands need of the system. Each service is built when it is first asked for. Owned by the main
+/// and outlives everything that the commands build; the main thread only.
+class Platform {
+  public:
+    virtual ~Platform() = default;
+
+    virtual const Bundle& bundle() = 0;
+    virtual const UserFolders& folders() = 0;
+    virtual Volumes& volumes() = 0;
+    virtual std::unique_ptr<PathMonitor> makePathMonitor() = 0;
+    /// An API that can have so many chunks on their way at once.
+    virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
+                                             int chunksAtOnce) = 0;
+    /// Whether what answers at the address proves who it is. True as well when nothing answers.
+    virtual Task<bool> provesItself(VarkAddress address) = 0;
+};
+
+}  // namespace vark::cli

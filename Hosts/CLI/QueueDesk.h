@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+
+#include "Hosts/CLI/QueueRequest.h"
+#include "VarkCore/Concurrency/Task.h"
+#include "VarkCore/Transfer/TransferEngine.h"
+
+namespace vark::cli {
+
+/// Carries requests out on an engine, one at a time, whoever asked. Owned by whoever has the engine; on the
+/// engine's executor.
+class QueueDesk {
+  public:
+    /// `clientName` is that of the connection that the queue is for.
+    QueueDesk(TransferEngine& engine, std::string rootPath, std::string clientName)
+        : engine_(engine), rootPath_(std::move(rootPath)), clientName_(std::move(clientName)) {}
+
+    /// Never fails: what cannot be done stands in the answer.
+    Task<QueueAnswer> carryOut(QueueRequest request);
+    /// Why what is left of the queue must not go to the vark that this machine is connected to; nothing when
+    /// it may.
+    std::optional<std::string> whyItMustNotGo() const;
+
+  private:
+    QueueAnswer show() const;
+    Task<QueueAnswer> add(QueueRequest request);
+    QueueAnswer pause();
+    QueueAnswer resume();
+    QueueAnswer retry();
+    QueueAnswer remove(const QueueRequest& request);
+    QueueAnswer clear(const QueueRequest& request);
+    QueueAnswer resolve(const QueueRequest& request);
+
+    /// Makes the queue ready to take in what goes to that place; says why it cannot.
+    bool prepare(const QueueRequest& request, QueueAnswer& answer);
+    /// The one entry that the person means.
+    std::optional<UUID> entry(const QueueRequest::Named& named) const;
+    /// The files that wait for a decision and that the person means by one name.
+    std::vector<UUID> conflicts(const QueueRequest::Named& named) const;
+    bool isSettledWhole() const;
+
+    TransferEngine& engine_;
+    const std::string rootPath_;
+    const std::string clientName_;
+};
+
+}  // namespace vark::cli

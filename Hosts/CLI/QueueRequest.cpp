@@ -1,0 +1,99 @@
+#include "Hosts/CLI/QueueRequest.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+namespace vark::cli {
+
+namespace {
+
+using Command = QueueRequest::Command;
+
+constexpr std::pair<std::string_view, Command> commandNames[] = {
+    {"show", Command::show},     {"add", Command::add},         {"pause", Command::pause},
+    {"resume", Command::resume}, {"retry", Command::retry},     {"remove", Command::remove},
+    {"clear", Command::clear},   {"resolve", Command::resolve},
+};
+
+constexpr ExitCode codesOfAnswers[] = {ExitCode::allLanded, ExitCode::somethingFailed, ExitCode::usage,
+                                       ExitCode::notConnected, ExitCode::decisionWaits};
+
+Command commandNamed(std::string_view name) {
+    for (const auto& [known, command] : commandNames) {
+        if (known == name) return command;
+    }
+    throw DecodingError("an unknown command: " + std::string(name));
+}
+
+std::string_view nameOf(Command command) {
+    return std::ranges::find(commandNames, command, &std::pair<std::string_view, Command>::second)->first;
+}
+
+}  // namespace
+
+QueueRequest::Named QueueRequest::Named::of(const std::string& argument) {
+    std::filesystem::path path = std::filesystem::absolute(argument).lexically_normal();
+    if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
+    return {argument, path.string()};
+}
+
+QueueRequest::Named QueueRequest::Named::fromJSON(const boost::json::value& value) {
+    JSONFields fields(value);
+    return {fields.required<std::string>("text"), fields.required<std::string>("path")};
+}
+
+QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
+    JSONFields fields(value);
+    QueueRequest request;
+    request.command = commandNamed(fields.required<std::string>("command"));
+    request.named = fields.required<std::vector<Named>>("named");
+    request.destination = fields.optional<std::string>("destination");
+    request.title = fields.optional<std::string>("title");
+    request.finishedOnly = fields.required<bool>("finishedOnly");
+    request.replace = fields.required<bool>("replace");
+    return request;
+}
+
+std::string QueueRequest::toJSON() const {
+    JSONWriter json;
+    json.beginObject().field("command", nameOf(command)).key("named").beginArray();
+    for (const Named& one : named)
+        json.beginObject().field("text", one.text).field("path", one.path).endObject();
+    json.endArray().field("destination", destination).field("title", title);
+    json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
+    return json.take();
+}
+
+void QueueAnswer::refuse(std::string sentence, ExitCode why) {
+    problems.push_back(std::move(sentence));
+    code = why;
+}
+
+QueueAnswer QueueAnswer::fromJSON(const boost::json::value& value) {
+    JSONFields fields(value);
+    QueueAnswer answer;
+    answer.results = fields.required<std::vector<std::string>>("results");
+    answer.problems = fields.required<std::vector<std::string>>("problems");
+    auto code = static_cast<ExitCode>(fields.required<std::int32_t>("exitCode"));
+    if (std::ranges::find(codesOfAnswers, code) == std::end(codesOfAnswers))
+        throw DecodingError("an unknown exit code");
+    answer.code = code;
+    answer.queue = fields.optional<QueueView>("queue");
+    return answer;
+}
+
+std::string QueueAnswer::toJSON() const {
+    JSONWriter json;
+    json.beginObject().field("results", results).field("problems", problems);
+    json.field("exitCode", static_cast<int>(code));
+    if (queue) {
+        json.key("queue").beginObject();
+        queue->encode(json);
+        json.endObject();
+    }
+    json.endObject();
+    return json.take();
+}
+
+}  // namespace vark::cli

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <boost/json/value.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Hosts/CLI/ExitCode.h"
+#include "Hosts/CLI/QueueView.h"
+
+namespace vark::cli {
+
+/// Something that is to be done to the queue, by whoever has it. A value.
+struct QueueRequest {
+    enum class Command { show, add, pause, resume, retry, remove, clear, resolve };
+
+    /// What a person named on the command line, and the path that it stands for in their working folder.
+    struct Named {
+        std::string text;
+        std::string path;
+
+        static Named of(const std::string& argument);
+        static Named fromJSON(const boost::json::value& value);
+        bool operator==(const Named&) const = default;
+    };
+
+    Command command = Command::show;
+    /// What to add, remove or resolve.
+    std::vector<Named> named;
+    /// For `add`: where in the vark, counted from its root; without a value it goes where the queue goes.
+    std::optional<std::string> destination;
+    /// For `add`: a new name of the job.
+    std::optional<std::string> title;
+    /// For `clear`: leave what has not landed.
+    bool finishedOnly = false;
+    /// For `resolve`: overwrite what is in the vark.
+    bool replace = false;
+
+    static QueueRequest fromJSON(const boost::json::value& value);
+    std::string toJSON() const;
+    bool operator==(const QueueRequest&) const = default;
+};
+
+/// What became of a request, in finished sentences. A value.
+struct QueueAnswer {
+    std::vector<std::string> results;
+    /// What could not be done, and what to do about it.
+    std::vector<std::string> problems;
+    ExitCode code = ExitCode::allLanded;
+    /// For `show`, when there is a queue.
+    std::optional<QueueView> queue;
+
+    /// Notes what could not be done.
+    void refuse(std::string sentence, ExitCode why = ExitCode::somethingFailed);
+
+    static QueueAnswer fromJSON(const boost::json::value& value);
+    std::string toJSON() const;
+    bool operator==(const QueueAnswer&) const = default;
+};
+
+}  // namespace vark::cli

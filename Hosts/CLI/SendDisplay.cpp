@@ -1,0 +1,131 @@
+#include "Hosts/CLI/SendDisplay.h"
+
+#include "Hosts/CLI/QueueWords.h"
+#include "VarkCore/Transfer/Format.h"
+
+namespace vark::cli {
+
+namespace {
+
+constexpr int columnsOfNoTerminal = 80;
+
+std::string eventName(const SettledFile& file) {
+    switch (file.state) {
+        case ItemState::verified:
+            return "landed";
+        case ItemState::skipped:
+            return "skipped";
+        case ItemState::conflict:
+            return "decision";
+        default:
+            return "failed";
+    }
+}
+
+std::string sentenceOf(const SettledFile& file) {
+    switch (file.state) {
+        case ItemState::verified:
+            return fmt::format("{}: {} ({})", file.alreadyThere ? "Already in the vark" : "Landed", file.path,
+                               Format::bytes(file.size));
+        case ItemState::skipped:
+            return fmt::format("Skipped: {}", file.path);
+        case ItemState::conflict:
+            return fmt::format("Waits for a decision, since a different file is in the vark: {}", file.path);
+        default:
+            return fmt::format("Failed: {}: {}", file.path, file.error.value_or("no reason is known"));
+    }
+}
+
+/// Why nothing goes; nothing when it goes.
+std::optional<std::string> whatStops(const QueueView& view) {
+    if (view.paused) return "Paused";
+    return view.hold;
+}
+
+}  // namespace
+
+void PlainDisplay::fileSettled(const SettledFile& file) {
+    console_.print(sentenceOf(file));
+}
+
+void PlainDisplay::show(const QueueView& view) {
+    std::optional<std::string> stops = whatStops(view);
+    if (stops == stopped_) return;
+    stopped_ = stops;
+    console_.print(stops.value_or("Carrying on"));
+}
+
+void PlainDisplay::finish(const QueueView& view, ExitCode) {
+    console_.print(closingLine(view.overall));
+    for (const std::string& line : closingAdvice(view))
+        console_.say(line);
+}
+
+JSONWriter JSONDisplay::begin(std::string_view event) const {
+    JSONWriter json;
+    json.beginObject().field("event", event).field("at", iso8601(date_()));
+    return json;
+}
+
+void JSONDisplay::fileSettled(const SettledFile& file) {
+    JSONWriter json = begin(eventName(file));
+    json.field("path", file.path).field("localPath", file.localPath).field("size", file.size);
+    json.field("alreadyThere", file.alreadyThere);
+    if (file.state != ItemState::verified) json.field("error", file.error);
+    console_.printJSON(json.endObject().take());
+}
+
+void JSONDisplay::show(const QueueView& view) {
+    std::optional<std::string> stops = whatStops(view);
+    if (stops == stopped_) return;
+    stopped_ = stops;
+    JSONWriter json = begin(stops ? "stopped" : "going");
+    json.field("reason", stops);
+    console_.printJSON(json.endObject().take());
+}
+
+void JSONDisplay::finish(const QueueView& view, ExitCode code) {
+    JSONWriter json = begin("finished");
+    const Overall& overall = view.overall;
+    json.field("verified", overall.filesVerified).field("failed", overall.filesFailed);
+    json.field("skipped", overall.filesSkipped).field("conflicts", overall.filesConflict);
+    json.field("bytesVerified", overall.bytesVerified).field("exitCode", static_cast<int>(code));
+    console_.printJSON(json.endObject().take());
+}
+
+void LiveDisplay::erase() {
+    std::optional<TerminalSize> size = size_();
+    console_.results() << area_.replace({}, size ? size->columns : columnsOfNoTerminal) << std::flush;
+}
+
+void LiveDisplay::fileSettled(const SettledFile& file) {
+    if (file.state != ItemState::failed && file.state != ItemState::conflict) return;
+    erase();
+    console_.print(sentenceOf(file));
+}
+
+void LiveDisplay::show(const QueueView& view) {
+    std::optional<TerminalSize> size = size_();
+    if (!size) return;
+    console_.results() << area_.replace(liveLines(view, size->columns, size->rows), size->columns)
+                       << std::flush;
+}
+
+void LiveDisplay::say(const std::string& sentence) {
+    erase();
+    console_.say(sentence);
+}
+
+void LiveDisplay::finish(const QueueView& view, ExitCode) {
+    erase();
+    console_.print(closingLine(view.overall));
+    for (const std::string& line : closingAdvice(view))
+        console_.say(line);
+}
+
+void LiveDisplay::breakOff(const std::string& sentence) {
+    erase();
+    console_.say(sentence);
+}
+
+}  // namespace vark::cli

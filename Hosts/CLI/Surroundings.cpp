@@ -1,0 +1,84 @@
+#include "Hosts/CLI/Surroundings.h"
+
+#include "Hosts/CLI/ConnectionToken.h"
+
+namespace vark::cli {
+
+namespace {
+
+constexpr std::int64_t largestLog = 5'242'880;
+/// For hashing, walking and saving, which wait for the disk more than for a processor.
+constexpr std::size_t mostWorkers = 8;
+
+}  // namespace
+
+Surroundings::Surroundings(Platform& thePlatform, Console& theConsole, Executor& theExecutor, Clock& theClock,
+                           WallClock theDate)
+    : platform(thePlatform),
+      console(theConsole),
+      executor(theExecutor),
+      clock(theClock),
+      date(std::move(theDate)) {}
+
+Surroundings::~Surroundings() = default;
+
+const Calendar& Surroundings::calendar() {
+    if (!calendar_) calendar_.emplace(Calendar::current());
+    return *calendar_;
+}
+
+BlockingPool& Surroundings::pool() {
+    if (!pool_) pool_.emplace(mostWorkers);
+    return *pool_;
+}
+
+const Locations& Surroundings::locations() {
+    if (!locations_) locations_.emplace(platform.bundle(), platform.folders());
+    return *locations_;
+}
+
+const SharedStore::Folder& Surroundings::sharedFolder() {
+    if (!sharedFolder_) sharedFolder_.emplace(SharedStore::folder(platform.bundle(), platform.folders()));
+    return *sharedFolder_;
+}
+
+std::optional<SharedConnection> Surroundings::connection() {
+    return SharedStore::read(sharedFolder());
+}
+
+SharedConnection Surroundings::neededConnection() {
+    std::optional<SharedConnection> connection = this->connection();
+    if (connection && connection->serverURL()) return *connection;
+    throw CommandError(ExitCode::notConnected,
+                       "Not connected to a vark. Connect with: vark connect URL --token-file FILE");
+}
+
+std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, int chunksAtOnce) {
+    VarkAddress address{*connection.serverURL(), std::nullopt};
+    std::filesystem::path authority = SharedFiles::authority(*sharedFolder());
+    if (std::filesystem::exists(authority)) address.authority = authority;
+    auto token = std::make_shared<ConnectionToken>(*sharedFolder(), connection.server);
+    return platform.makeAPI(address, [token] { return token->current(); }, chunksAtOnce);
+}
+
+QueueStore& Surroundings::store() {
+    if (!store_) store_.emplace(locations().queue());
+    return *store_;
+}
+
+TransferLog& Surroundings::log() {
+    if (!log_) log_.emplace(TransferLog::defaultURL(locations()), largestLog, date, calendar());
+    return *log_;
+}
+
+TransferEngine::Host Surroundings::engineHost() {
+    return {executor,
+            clock,
+            date,
+            calendar(),
+            pool(),
+            platform.volumes(),
+            [this] { return platform.makePathMonitor(); }};
+}
+
+}  // namespace vark::cli

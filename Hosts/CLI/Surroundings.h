@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "Hosts/CLI/Console.h"
+#include "Hosts/CLI/ExitCode.h"
+#include "Hosts/CLI/Platform.h"
+#include "VarkCore/Concurrency/TaskScope.h"
+#include "VarkCore/Connection/Locations.h"
+#include "VarkCore/Connection/SharedStore.h"
+#include "VarkCore/Transfer/TransferEngine.h"
+
+namespace vark::cli {
+
+/// A command cannot do what was asked; `what()` is for the person and says what to do next.
+class CommandError : public std::runtime_error {
+  public:
+    CommandError(ExitCode code, const std::string& sentence) : std::runtime_error(sentence), code_(code) {}
+    ExitCode code() const { return code_; }
+
+  private:
+    ExitCode code_;
+};
+
+/// What one run of `vark` works with, built piece by piece as a command asks for it. Owned by the main, ends
+/// after all that uses it; the main thread only, which drives `executor`.
+class Surroundings {
+  public:
+    Surroundings(Platform& platform, Console& console, Executor& executor, Clock& clock,
+                 WallClock date = systemDate);
+    ~Surroundings();
+
+    Platform& platform;
+    Console& console;
+    Executor& executor;
+    Clock& clock;
+    const WallClock date;
+
+    const Calendar& calendar();
+    BlockingPool& pool();
+    const Locations& locations();
+    const SharedStore::Folder& sharedFolder();
+    std::optional<SharedConnection> connection();
+    /// Fails with a `CommandError` that says how to connect.
+    SharedConnection neededConnection();
+    /// An API for the connection, which goes by the token that is in force at each call.
+    std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
+    QueueStore& store();
+    TransferLog& log();
+    TransferEngine::Host engineHost();
+
+    /// Drives the executor until the task has ended.
+    template <class T>
+    T await(Task<T> task) {
+        return run(executor, clock, std::move(task));
+    }
+
+  private:
+    std::optional<Calendar> calendar_;
+    std::optional<BlockingPool> pool_;
+    std::optional<Locations> locations_;
+    std::optional<SharedStore::Folder> sharedFolder_;
+    std::optional<QueueStore> store_;
+    std::optional<TransferLog> log_;
+};
+
+}  // namespace vark::cli

@@ -1,0 +1,69 @@
+#include "Hosts/CLI/SystemPlatform.h"
+
+#include "VarkCore/API/SessionSettings.h"
+#include "VarkPlatform/Linux/CurlSession.h"
+#include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+
+namespace vark::cli {
+
+namespace {
+
+/// How the vark knows the calls of this program.
+constexpr const char* via = "Terminal";
+
+HTTPSessionSettings settingsFor(const VarkAddress& address) {
+    std::optional<std::string> authority;
+    if (address.authority) authority = address.authority->string();
+    return sessionSettings(via, authority);
+}
+
+/// An API with what it stands on, in the order in which they end.
+struct Line {
+    Line(const VarkAddress& address, TokenProvider token, int chunksAtOnce)
+        : session(settingsFor(address)),
+          writers(static_cast<std::size_t>(chunksAtOnce)),
+          api(session, address.url, std::move(token), writers) {}
+
+    CurlSession session;
+    BlockingPool writers;
+    HTTPVarkAPI api;
+};
+
+}  // namespace
+
+const Bundle& SystemPlatform::bundle() {
+    if (!bundle_) bundle_.emplace();
+    return *bundle_;
+}
+
+const UserFolders& SystemPlatform::folders() {
+    if (!folders_) folders_.emplace();
+    return *folders_;
+}
+
+Volumes& SystemPlatform::volumes() {
+    if (!volumes_) volumes_.emplace();
+    return *volumes_;
+}
+
+std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor() {
+    return std::make_unique<NetlinkPathMonitor>();
+}
+
+std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, TokenProvider token,
+                                                 int chunksAtOnce) {
+    auto line = std::make_shared<Line>(address, std::move(token), chunksAtOnce);
+    return {line, &line->api};
+}
+
+Task<bool> SystemPlatform::provesItself(VarkAddress address) {
+    CurlSession session(settingsFor(address));
+    try {
+        co_await session.data(HTTPRequest{.url = address.url});
+    } catch (const HTTPError& error) {
+        co_return error.code() != HTTPError::untrusted;
+    }
+    co_return true;
+}
+
+}  // namespace vark::cli

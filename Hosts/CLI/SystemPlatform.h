@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+
+#include "Hosts/CLI/Platform.h"
+#include "VarkPlatform/Linux/AppBundle.h"
+#include "VarkPlatform/Linux/MountedVolumes.h"
+#include "VarkPlatform/Linux/XDGFolders.h"
+
+namespace vark::cli {
+
+/// The system that `vark` runs on.
+class SystemPlatform final : public Platform {
+  public:
+    const Bundle& bundle() override;
+    const UserFolders& folders() override;
+    Volumes& volumes() override;
+    std::unique_ptr<PathMonitor> makePathMonitor() override;
+    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
+                                     int chunksAtOnce) override;
+    Task<bool> provesItself(VarkAddress address) override;
+
+  private:
+    std::optional<AppBundle> bundle_;
+    std::optional<XDGFolders> folders_;
+    std::optional<MountedVolumes> volumes_;
+};
+
+}  // namespace vark::cli

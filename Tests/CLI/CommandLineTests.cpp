@@ -1,0 +1,279 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Hosts/CLI/Commands.h"
+#include "Tests/CLI/CLIWorld.h"
+#include "VarkCore/Foundation/Files.h"
+
+namespace vark::cli {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// The program as a person calls it, against a vark in memory.
+class CommandLine : public ::testing::Test {
+  public:
+    ExitCode vark(std::vector<std::string> arguments) {
+        world.results.str("");
+        world.advice.str("");
+        arguments.insert(arguments.begin(), "vark");
+        std::vector<const char*> pointers;
+        for (const std::string& argument : arguments)
+            pointers.push_back(argument.c_str());
+        return runCommandLine(static_cast<int>(pointers.size()), pointers.data(), world.platform,
+                              world.console);
+    }
+    std::string printed() const { return world.results.str(); }
+    std::string said() const { return world.advice.str(); }
+    std::filesystem::path connectionFile() {
+        return SharedFiles::connection(*world.surroundings.sharedFolder());
+    }
+    VarkItem folder(std::string path, std::int64_t id) {
+        VarkItem item;
+        item.id = id;
+        item.path = path;
+        item.name = lastPathComponent(path);
+        item.isDir = true;
+        return item;
+    }
+
+    test::CLIWorld world;
+    test::TestVark& server = *world.platform.vark;
+    std::string token = world.home.file("token", "  tok-123 \nnever read\n");
+    std::string authority = world.home.file("ca.pem", "-----BEGIN CERTIFICATE-----\n");
+};
+
+TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
+    const std::vector<std::string> cases[] = {
+        {},
+        {"fly"},
+        {"send", "--rate", "fast", "x"},
+        {"send", "--outside-office-hours=17:00-09:00", "x"},
+        {"send", "--on-conflict", "perhaps", "x"},
+        {"send", "--chunks", "0", "x"},
+        {"connect", "https://vark.example"},
+        {"resolve"},
+        {"resolve", "--replace", "--skip"},
+        {"remove"},
+        {"log", "-n", "-1"},
+    };
+    for (const std::vector<std::string>& arguments : cases) {
+        EXPECT_EQ(vark(arguments), ExitCode::usage) << ::testing::PrintToString(arguments);
+        EXPECT_THAT(said(), Not(::testing::IsEmpty())) << ::testing::PrintToString(arguments);
+        EXPECT_EQ(printed(), "");
+    }
+    EXPECT_EQ(vark({"--version"}), ExitCode::allLanded);
+    EXPECT_EQ(vark({"send", "--help"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("--on-conflict"));
+}
+
+TEST_F(CommandLine, ConnectingProvesTheTokenAndSaysWhoIsConnected) {
+    server.items["Jobs/2026"] = folder("Jobs/2026", 42);
+    ASSERT_EQ(vark({"connect", "vark.example/", "--token-file", token, "--ca-file", authority, "--root",
+                    "/Jobs/2026/"}),
+              ExitCode::allLanded)
+        << said();
+    EXPECT_EQ(
+        printed(),
+        "Connected.\nAcme (2026) at https://vark.example\nanna@acme.example on tower, Editor (level 5)\n"
+        "1 MB of 4 MB used\n");
+    EXPECT_EQ(server.uploads.calls.size(), 0u);
+    std::optional<SharedConnection> connection = world.surroundings.connection();
+    ASSERT_TRUE(connection);
+    SharedConnection expected;
+    expected.server = "https://vark.example";
+    expected.token = "tok-123";
+    expected.clientName = "Acme";
+    expected.rootPath = "Jobs/2026";
+    expected.rootID = 42;
+    expected.level = 5;
+    EXPECT_EQ(*connection, expected);
+    EXPECT_EQ(std::filesystem::status(connectionFile()).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(readWholeFile(SharedFiles::authority(*world.surroundings.sharedFolder())),
+              "-----BEGIN CERTIFICATE-----\n");
+
+    // Connecting elsewhere without an authority leaves none behind.
+    ASSERT_EQ(vark({"connect", "https://other.example", "--token-file", token}), ExitCode::allLanded);
+    EXPECT_FALSE(std::filesystem::exists(SharedFiles::authority(*world.surroundings.sharedFolder())));
+    EXPECT_EQ(world.surroundings.connection()->rootID, 0);
+
+    EXPECT_EQ(vark({"disconnect"}), ExitCode::allLanded);
+    EXPECT_FALSE(std::filesystem::exists(connectionFile()));
+}
+
+TEST_F(CommandLine, WhatKeepsFromConnectingIsSaidAndNothingIsWritten) {
+    const std::string empty = world.home.file("empty", " \n");
+    const std::string blanks = world.home.file("blanks", "two words\n");
+    struct Case {
+        const char* name;
+        std::vector<std::string> arguments;
+        std::function<void(CommandLine&)> arrange;
+        ExitCode code;
+        const char* said;
+    };
+    const std::vector<std::string> good = {"connect", "https://vark.example", "--token-file", token};
+    auto with = [&](std::initializer_list<std::string> more) {
+        std::vector<std::string> all = good;
+        all.insert(all.end(), more);
+        return all;
+    };
+    auto nothing = [](CommandLine&) {};
+    const Case cases[] = {
+        {"no token file",
+         {"connect", "https://x", "--token-file", "/no/such"},
+         nothing,
+         ExitCode::usage,
+         "/no/such"},
+        {"empty token file",
+         {"connect", "https://x", "--token-file", empty},
+         nothing,
+         ExitCode::usage,
+         "has no token"},
+        {"no token in it",
+         {"connect", "https://x", "--token-file", blanks},
+         nothing,
+         ExitCode::usage,
+         "no token"},
+        {"no authority file", with({"--ca-file", "/no/ca"}), nothing, ExitCode::usage, "/no/ca"},
+        {"no certificate in it", with({"--ca-file", token}), nothing, ExitCode::usage, "no certificate"},
+        {"no address",
+         {"connect", "https://", "--token-file", token},
+         nothing,
+         ExitCode::usage,
+         "no address"},
+        {"not safe",
+         {"connect", "http://vark.example", "--token-file", token},
+         nothing,
+         ExitCode::usage,
+         "https"},
+        {"refused", good,
+         [](CommandLine& t) { t.server.refusals = {VarkAPIError::unauthorized("Device revoked.")}; },
+         ExitCode::notConnected, "Device revoked."},
+        {"unreachable", good,
+         [](CommandLine& t) { t.server.refusals = {VarkAPIError::transport("Could not reach the vark.")}; },
+         ExitCode::notConnected, "Could not reach the vark."},
+        {"not trusted", good,
+         [](CommandLine& t) {
+             t.server.refusals = {VarkAPIError::transport("SSL trouble")};
+             t.world.platform.isTrusted = false;
+         },
+         ExitCode::notConnected, "--ca-file"},
+        {"no such root", with({"--root", "Nowhere"}), nothing, ExitCode::usage, "Nowhere"},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.name);
+        one.arrange(*this);
+        EXPECT_EQ(vark(one.arguments), one.code);
+        EXPECT_THAT(said(), HasSubstr(one.said));
+        EXPECT_THAT(said(), Not(HasSubstr("tok-123")));
+        EXPECT_EQ(printed(), "");
+        EXPECT_FALSE(std::filesystem::exists(connectionFile()));
+    }
+}
+
+TEST_F(CommandLine, WithoutAConnectionOneIsToldHowToGetIt) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"whoami"}, {"ls"}, {"send"}}) {
+        EXPECT_EQ(vark(arguments), ExitCode::notConnected);
+        EXPECT_THAT(said(), HasSubstr("vark connect"));
+    }
+    world.connect();
+    server.refusals = {VarkAPIError::unauthorized("Device revoked.")};
+    EXPECT_EQ(vark({"whoami"}), ExitCode::notConnected);
+    EXPECT_THAT(said(), HasSubstr("vark connect"));
+    EXPECT_EQ(vark({"whoami", "--json"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("\"levelLabel\":\"Editor\""));
+}
+
+TEST_F(CommandLine, ListingGoesThroughAllPagesBelowTheRoot) {
+    world.connect("Acme");
+    server.items["Acme/Jobs"] = folder("Acme/Jobs", 7);
+    VarkItem file;
+    file.id = 8;
+    file.name = "evil\x1b[2J\n.mov";
+    file.path = "Acme/Jobs/" + file.name;
+    file.size = 1'500'000;
+    file.mtime = 1'700'000'000;
+    server.folders_[7] = {folder("Acme/Jobs/A", 9), file, folder("Acme/Jobs/B", 10)};
+    EXPECT_EQ(vark({"ls", "Jobs"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "A/\nevil\\x1b[2J\\n.mov\nB/\n");
+    EXPECT_EQ(vark({"ls", "--json", "/Jobs/"}), ExitCode::allLanded);
+    EXPECT_THAT(
+        printed(),
+        HasSubstr("\"name\":\"evil\\u001b[2J\\n.mov\",\"path\":\"Acme/Jobs/evil\\u001b[2J\\n.mov\",\"id\":8,"
+                  "\"isFolder\":false,\"size\":1500000,\"modified\":\"2023-11-14T22:13:20Z\""));
+    EXPECT_EQ(vark({"ls", "-l", "Jobs"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("        2 MB  "));
+    EXPECT_EQ(vark({"ls", "Nowhere"}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("Acme/Nowhere"));
+}
+
+TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
+    EXPECT_EQ(vark({"queue"}), ExitCode::allLanded);
+    EXPECT_THAT(said(), HasSubstr("Nothing is in the queue"));
+
+    TransferJob job;
+    job.id = UUID::random();
+    job.title = "Card";
+    for (const char* name : {"a", "b"}) {
+        TransferEntry entry;
+        entry.id = UUID::random();
+        entry.name = name;
+        entry.localPath = std::string("/in/") + name;
+        for (ItemState state : {ItemState::failed, ItemState::conflict, ItemState::queued}) {
+            TransferItem item;
+            item.id = UUID::random();
+            item.entryID = entry.id;
+            item.state = state;
+            item.relativePath = fmt::format("{}/{}", name, text(state));
+            item.localPath = "/in/" + item.relativePath;
+            job.items.push_back(item);
+        }
+        job.entries.push_back(entry);
+    }
+    world.surroundings.store().save(&job);
+    auto states = [&] {
+        std::string all;
+        for (const TransferItem& item : world.surroundings.store().load()->items)
+            all += fmt::format("{} ", text(item.state));
+        return all;
+    };
+
+    EXPECT_EQ(vark({"queue", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(std::ranges::count(printed(), '\n'), 1 + 2 + 4);
+    EXPECT_EQ(vark({"resolve", "--skip", "a/conflict"}), ExitCode::allLanded);
+    EXPECT_EQ(states(), "failed skipped queued failed conflict queued ");
+    EXPECT_EQ(vark({"resolve", "--skip", "nothing"}), ExitCode::somethingFailed);
+    EXPECT_EQ(vark({"resolve", "--replace", "/in/b"}), ExitCode::allLanded);
+    EXPECT_EQ(states(), "failed skipped queued failed queued queued ");
+    EXPECT_EQ(vark({"retry"}), ExitCode::allLanded);
+    EXPECT_EQ(states(), "queued skipped queued queued queued queued ");
+    EXPECT_EQ(vark({"pause"}), ExitCode::allLanded);
+    EXPECT_TRUE(world.surroundings.store().load()->isPaused);
+    EXPECT_EQ(vark({"resume"}), ExitCode::allLanded);
+    EXPECT_FALSE(world.surroundings.store().load()->isPaused);
+    EXPECT_EQ(vark({"remove", "2", "x"}), ExitCode::somethingFailed);
+    EXPECT_EQ(states(), "queued skipped queued ");
+    EXPECT_EQ(vark({"log", "-n", "1", "--json"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("\"message\":\"Removed b from the queue\""));
+    EXPECT_EQ(vark({"clear", "--finished"}), ExitCode::allLanded);
+    EXPECT_TRUE(world.surroundings.store().load());
+    EXPECT_EQ(vark({"clear"}), ExitCode::allLanded);
+    EXPECT_FALSE(world.surroundings.store().load());
+}
+
+TEST_F(CommandLine, ADamagedQueueIsLeftAlone) {
+    const std::filesystem::path queue = world.surroundings.store().url();
+    std::filesystem::create_directories(queue.parent_path());
+    std::ofstream(queue) << "{damaged";
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"queue"}, {"pause"}, {"clear"}, {"retry"}}) {
+        EXPECT_EQ(vark(arguments), ExitCode::somethingFailed);
+        EXPECT_THAT(said(), HasSubstr("cannot be read"));
+        EXPECT_EQ(readWholeFile(queue), "{damaged");
+    }
+}
+
+}  // namespace
+}  // namespace vark::cli

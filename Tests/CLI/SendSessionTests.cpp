@@ -1,0 +1,316 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Hosts/CLI/QueueHolder.h"
+#include "Hosts/CLI/SendSession.h"
+#include "Tests/CLI/CLIWorld.h"
+
+namespace vark::cli {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+
+class SendSessionTest : public ::testing::Test {
+  public:
+    static SendSession::Settings adding(const std::vector<std::filesystem::path>& paths) {
+        SendSession::Settings settings;
+        settings.add.command = QueueRequest::Command::add;
+        for (const std::filesystem::path& path : paths)
+            settings.add.named.push_back(QueueRequest::Named::of(path.string()));
+        return settings;
+    }
+    SendSession& begin(SendSession::Settings settings) {
+        session.emplace(world.surroundings, connection, std::move(settings), display);
+        world.settle();
+        return *session;
+    }
+    /// Runs it to its end, and lets it go.
+    ExitCode run(SendSession::Settings settings) {
+        begin(std::move(settings));
+        return runOn();
+    }
+    ExitCode runOn() {
+        EXPECT_TRUE(world.passTime([&] { return session->ended().has_value(); })) << "it does not end";
+        ExitCode code = session->ended().value_or(ExitCode::usage);
+        session.reset();
+        return code;
+    }
+    std::optional<TransferJob> saved() { return world.surroundings.store().load(); }
+    QueueAnswer ask(const QueueRequest& request) {
+        RequestFolder folder(world.surroundings.locations().requests());
+        UUID id = folder.ask(request);
+        std::optional<QueueAnswer> answer;
+        EXPECT_TRUE(world.passTime([&] { return (answer = folder.takeAnswer(id)).has_value(); },
+                                   std::chrono::seconds(1)));
+        return answer.value_or(QueueAnswer{});
+    }
+    QueueAnswer ask(QueueRequest::Command command) {
+        QueueRequest request;
+        request.command = command;
+        return ask(request);
+    }
+    std::string printed() const { return world.results.str(); }
+    std::string said() const { return world.advice.str(); }
+
+    test::CLIWorld world;
+    SharedConnection connection = world.connect();
+    test::FakeVark& vark = world.platform.vark->uploads;
+    std::filesystem::path a = world.home.file("in/a.mov", std::string(250, 'a'));
+    std::filesystem::path b = world.home.file("in/b.mov", std::string(250, 'b'));
+    PlainDisplay display{world.console};
+    std::optional<SendSession> session;
+};
+
+TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
+    struct Case {
+        const char* name;
+        std::function<void(SendSessionTest&, SendSession::Settings&)> arrange;
+        ExitCode code;
+        const char* said;
+    };
+    const Case cases[] = {
+        {"all landed", [](auto&, auto&) {}, ExitCode::allLanded, ""},
+        {"one failed",
+         [](auto& test, auto&) { test.vark.failures["begin"] = {VarkAPIError::server(403, "No room.")}; },
+         ExitCode::somethingFailed, "vark retry"},
+        {"a path is not there",
+         [](auto&, auto& settings) { settings.add.named.push_back(QueueRequest::Named::of("/no/such")); },
+         ExitCode::somethingFailed, "/no/such"},
+        {"a decision waits", [](auto& test, auto&) { test.vark.files["a.mov"] = "other"; },
+         ExitCode::decisionWaits, "vark resolve"},
+        {"a conflict is overwritten",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.replaceConflicts = true;
+         },
+         ExitCode::allLanded, ""},
+        {"a conflict is left",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.replaceConflicts = false;
+         },
+         ExitCode::allLanded, ""},
+        {"signed out for good",
+         [](auto& test, auto&) {
+             test.vark.lasting.insert({"begin", VarkAPIError::unauthorized("Device revoked.")});
+             for (int n = 0; n < 3; ++n)
+                 test.world.platform.vark->refusals.push_back(VarkAPIError::unauthorized("Device revoked."));
+         },
+         ExitCode::notConnected, "vark connect"},
+        {"disconnected",
+         [](auto& test, auto&) { test.vark.lasting.insert({"begin", VarkAPIError::notConnected()}); },
+         ExitCode::notConnected, "vark connect"},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.name);
+        vark.files.clear();
+        vark.uploads.clear();
+        vark.failures.clear();
+        vark.lasting.clear();
+        world.platform.vark->refusals.clear();
+        world.advice.str("");
+        world.surroundings.store().save(nullptr);
+        SendSession::Settings settings = adding({a, b});
+        one.arrange(*this, settings);
+        EXPECT_EQ(run(settings), one.code);
+        EXPECT_THAT(said(), HasSubstr(one.said));
+        EXPECT_TRUE(saved());
+    }
+}
+
+TEST_F(SendSessionTest, WhatHappensIsPrintedLineByLine) {
+    vark.files["in/b.mov"] = "other";
+    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::decisionWaits);
+    EXPECT_EQ(printed(),
+              "Waits for a decision, since a different file is in the vark: in/b.mov\n"
+              "Landed: in/a.mov (250 bytes)\n"
+              "1 file landed and checked, 250 bytes · 1 waits for a decision\n");
+    EXPECT_EQ(
+        said(),
+        "Waiting for a decision, since a different file is in the vark:\n"
+        "  in/b.mov\n"
+        "Decide with: vark resolve --replace [FILE...] or vark resolve --skip [FILE...], then vark send\n");
+}
+
+TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_THAT(said(), HasSubstr("There is no saved queue"));
+
+    begin(adding({a, b})).interrupt();
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_THAT(said(), HasSubstr("Carry on with: vark send"));
+    ASSERT_EQ(saved()->items.size(), 2u);
+    EXPECT_EQ(saved()->items[0].state, ItemState::queued);
+
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_EQ(vark.files.size(), 2u);
+}
+
+TEST_F(SendSessionTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {
+    vark.failures["begin"] = {VarkAPIError::unauthorized()};
+    world.platform.vark->refusals = {VarkAPIError::unauthorized(), VarkAPIError::transport("No network.")};
+    Instant began = world.clock.now();
+    EXPECT_EQ(run(adding({a})), ExitCode::allLanded);
+    EXPECT_GE(world.clock.now() - began, std::chrono::seconds(40));
+    EXPECT_LT(world.clock.now() - began, std::chrono::seconds(42));
+    EXPECT_THAT(said(), HasSubstr("accepts the token again"));
+}
+
+TEST_F(SendSessionTest, AQueueThatTheVarkPausedGoesOnAtTheNextRunWhenTheTokenIsGood) {
+    vark.lasting.insert({"begin", VarkAPIError::unauthorized()});
+    world.platform.vark->refusals.assign(3, VarkAPIError::unauthorized());
+    EXPECT_EQ(run(adding({a})), ExitCode::notConnected);
+    EXPECT_TRUE(saved()->isPaused);
+    world.platform.vark->refusals.assign(1, VarkAPIError::unauthorized());
+    EXPECT_EQ(run({}), ExitCode::notConnected);
+    vark.lasting.clear();
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+}
+
+TEST_F(SendSessionTest, AQueueThatAPersonPausedStaysPausedUntilTheyResumeIt) {
+    begin(adding({a})).press('p');
+    session->press('q');
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_TRUE(saved()->isPaused);
+
+    begin({});
+    EXPECT_THAT(said(), HasSubstr("vark resume"));
+    EXPECT_FALSE(world.passTime([&] { return session->ended().has_value(); }, std::chrono::minutes(1)));
+    session->press('p');
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
+TEST_F(SendSessionTest, TheWholeQueueGoesToOnePlace) {
+    SendSession::Settings settings = adding({a});
+    settings.add.destination = "Jobs";
+    begin(settings).interrupt();
+    runOn();
+
+    settings = adding({b});
+    settings.add.destination = "Elsewhere";
+    EXPECT_EQ(run(settings), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("The queue goes to Jobs"));
+    EXPECT_EQ(saved()->entries.size(), 1u);
+    EXPECT_TRUE(vark.files.empty());
+
+    // With nothing said it goes where the rest goes.
+    EXPECT_EQ(run(adding({b})), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("Jobs/b.mov"));
+
+    // A queue that has finished makes room for the next.
+    settings = adding({b});
+    settings.add.destination = "Elsewhere";
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("Elsewhere/b.mov"));
+    EXPECT_EQ(saved()->entries.size(), 1u);
+}
+
+TEST_F(SendSessionTest, AQueueForAnotherClientIsNotSentToThisOne) {
+    begin(adding({a})).interrupt();
+    runOn();
+    connection.clientName = "Beta";
+    EXPECT_EQ(run(adding({b})), ExitCode::usage);
+    EXPECT_EQ(run({}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("is for Acme"));
+    EXPECT_TRUE(vark.files.empty());
+}
+
+TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    EXPECT_EQ(ask(QueueRequest::Command::pause).results.at(0), "Paused. Carry on with: vark resume");
+    EXPECT_TRUE(saved()->isPaused);
+
+    QueueRequest add;
+    add.command = QueueRequest::Command::add;
+    add.named = {QueueRequest::Named::of(b.string()), QueueRequest::Named::of(a.string()), {"x", "/no/such"}};
+    QueueAnswer answer = ask(add);
+    EXPECT_EQ(answer.code, ExitCode::somethingFailed);
+    EXPECT_THAT(answer.results, Contains("Added 1 file"));
+    EXPECT_THAT(answer.problems, Contains(HasSubstr("Already in the queue")));
+    EXPECT_THAT(answer.problems, Contains(HasSubstr("/no/such")));
+
+    QueueAnswer shown = ask(QueueRequest::Command::show);
+    ASSERT_TRUE(shown.queue);
+    EXPECT_TRUE(shown.queue->paused);
+    EXPECT_EQ(shown.queue->entries.size(), 2u);
+
+    QueueRequest remove;
+    remove.command = QueueRequest::Command::remove;
+    remove.named = {{"1", "/elsewhere/1"}, {"b.mov", "/elsewhere/b.mov"}, {"9", "/elsewhere/9"}};
+    answer = ask(remove);
+    EXPECT_EQ(answer.results.size(), 2u);
+    EXPECT_EQ(answer.problems.size(), 1u);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(vark.count("cancel"), 1);
+}
+
+TEST_F(SendSessionTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    const UUID id = UUID::random();
+    const std::filesystem::path requests = world.surroundings.locations().requests();
+    std::filesystem::create_directories(requests);
+    std::ofstream(requests / (id.text() + ".json")) << "{\"command\":";
+    std::optional<QueueAnswer> answer;
+    EXPECT_TRUE(world.passTime([&] { return (answer = RequestFolder(requests).takeAnswer(id)).has_value(); },
+                               std::chrono::seconds(2)));
+    EXPECT_EQ(answer->code, ExitCode::somethingFailed);
+    EXPECT_THAT(answer->problems.at(0), HasSubstr("did not understand"));
+    session->interrupt();
+    runOn();
+}
+
+TEST_F(SendSessionTest, ASavedQueueThatCannotBeReadIsNeverLost) {
+    const std::filesystem::path queue = world.surroundings.store().url();
+    std::filesystem::create_directories(queue.parent_path());
+    std::ofstream(queue) << "{damaged";
+    EXPECT_EQ(run({}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("cannot be read"));
+    EXPECT_EQ(readWholeFile(queue), "{damaged");
+
+    EXPECT_EQ(run(adding({a})), ExitCode::allLanded);
+    EXPECT_EQ(readWholeFile(world.surroundings.locations().damagedQueue()), "{damaged");
+    EXPECT_EQ(saved()->items.size(), 1u);
+}
+
+TEST_F(SendSessionTest, TheSettingsReachTheEngine) {
+    SendSession::Settings settings = adding({a});
+    settings.bytesPerSecond = 1'000'000;
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
+    EXPECT_NE(vark.limiters.at(0), nullptr);
+
+    settings = adding({world.home.file("in/long.mov", std::string(900, 'c'))});
+    settings.chunksAtOnce = 2;
+    vark.mostChunksInFlight = 0;
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
+    EXPECT_EQ(vark.mostChunksInFlight, 2);
+    EXPECT_EQ(vark.limiters.back(), nullptr);
+
+    settings = adding({b});
+    // Every minute of every day is between these two, but for weekends.
+    settings.officeHours = OfficeHours{true, 0, 24 * 60};
+    WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
+    Surroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
+    SendSession waiting(atWork, connection, settings, display);
+    EXPECT_FALSE(world.passTime([&] { return waiting.ended().has_value(); }, std::chrono::minutes(1)));
+    EXPECT_THAT(printed(), HasSubstr("outside office hours only"));
+    waiting.interrupt();
+}
+
+TEST_F(SendSessionTest, ProgramsGetOneObjectForEachThingThatHappens) {
+    JSONDisplay json(world.console, [] { return *dateFromISO8601("2026-02-03T04:05:06Z"); });
+    session.emplace(world.surroundings, connection, adding({a}), json);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "{\"event\":\"landed\",\"at\":\"2026-02-03T04:05:06Z\",\"path\":\"a.mov\",\"localPath\":\"" +
+                  a.string() +
+                  "\",\"size\":250,\"alreadyThere\":false}\n"
+                  "{\"event\":\"finished\",\"at\":\"2026-02-03T04:05:06Z\",\"verified\":1,\"failed\":0,"
+                  "\"skipped\":0,"
+                  "\"conflicts\":0,\"bytesVerified\":250,\"exitCode\":0}\n");
+}
+
+}  // namespace
+}  // namespace vark::cli

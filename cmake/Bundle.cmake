@@ -1,0 +1,11 @@
+# The bundle in which the programs run, assembled in the build tree. Only a release has the identity of what
+# people install; every other build keeps its files apart from it.
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(VARK_BUNDLE_IDENTIFIER "dev.vark.mac")
+  set(VARK_APP_GROUP "group.dev.vark")
+else()
+  set(VARK_BUNDLE_IDENTIFIER "dev.vark.mac.dev")
+  set(VARK_APP_GROUP "group.dev.vark.dev")
+endif()
+set(VARK_BUNDLE ${CMAKE_BINARY_DIR}/Vark.app/Contents)
+configure_file(${CMAKE_SOURCE_DIR}/Packaging/Info.plist.in ${VARK_BUNDLE}/Info.plist @ONLY)
