@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <set>
 
+#include "Tests/VarkPlatform/ChangedVariables.h"
 #include "Tests/VarkPlatform/CurlFixture.h"
 
 namespace vark::test {
@@ -141,9 +142,8 @@ TEST_F(CurlSessionTest, TrustsTheSystemsAuthoritiesBesideTheFile) {
     const auto answering =
         answeringAll([](Conversation& client, const RequestHead&) { client.answer(200, ""); });
     const TestAuthority ofTheSystem;
-    setenv("SSL_CERT_FILE", ofTheSystem.file().c_str(), 1);
+    const ChangedVariables changed({{"SSL_CERT_FILE", ofTheSystem.file()}});
     CurlSession both(settings());
-    unsetenv("SSL_CERT_FILE");
     ScriptedServer one(authority, answering);
     ScriptedServer other(ofTheSystem, answering);
     EXPECT_EQ(outcome(both.data(request(one.url("/")))), "200");

@@ -17,9 +17,8 @@ std::optional<std::int64_t> folderID(std::string_view text) {
         if (text.starts_with('-')) return std::nullopt;
     }
     std::int64_t id = 0;
-    const char* end = text.data() + text.size();
-    const std::from_chars_result result = std::from_chars(text.data(), end, id);
-    if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
+    const std::from_chars_result result = std::from_chars(text.begin(), text.end(), id);
+    if (result.ec != std::errc() || result.ptr != text.end()) return std::nullopt;
     return id;
 }
 

@@ -60,10 +60,11 @@ Task<BeginResult> HTTPVarkAPI::begin(std::string path, std::int64_t size, std::s
     requireStatus(answer, {200});
     if (!said) throw VarkAPIError::badResponse("begin");
     if (said->exists) co_return BeginResult::Exists{};
-    if (!said->uploadID || said->chunkSize.value_or(0) < 1)
+    const std::int64_t chunkSize = said->chunkSize.value_or(0);
+    if (!said->uploadID || chunkSize < 1)
         throw VarkAPIError::badResponse("begin returned neither an upload nor exists");
     rememberChunkBase(*said->uploadID, said->chunkURL);
-    co_return BeginResult::Start{std::move(*said->uploadID), *said->chunkSize, std::move(said->have)};
+    co_return BeginResult::Start{std::move(*said->uploadID), chunkSize, std::move(said->have)};
 }
 
 Task<UploadStatus> HTTPVarkAPI::status(std::string uploadID) {

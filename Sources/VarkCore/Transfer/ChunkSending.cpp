@@ -36,6 +36,7 @@ Task<std::int64_t> TransferEngine::sendChunk(UUID id, std::shared_ptr<VarkAPI> a
     co_await chunkSlots_.wait();
     SlotPermit slot(chunkSlots_);
     co_await checkCancellation();
+    setProgress(id, [index](Active& active) { active.partial[index] = 0; });
     for (int attempt = 1;; ++attempt) {
         TokenBucket* pace = limiter.bytesPerSecond() >= 1 ? &limiter : nullptr;
         auto progress = [this, id, index](std::int64_t sent) {
@@ -65,9 +66,11 @@ Task<void> TransferEngine::reportPartial(UUID id, std::int64_t chunk, std::int64
 
 void TransferEngine::notePartial(const UUID& id, std::int64_t chunk, std::int64_t bytes) {
     setProgress(id, [chunk, bytes](Active& active) {
-        std::int64_t& noted = active.partial[chunk];
-        active.inFlightBytes += bytes - noted;
-        noted = bytes;
+        // What comes late, of a chunk that has landed meanwhile, counts no more.
+        auto noted = active.partial.find(chunk);
+        if (noted == active.partial.end()) return;
+        active.inFlightBytes += bytes - noted->second;
+        noted->second = bytes;
     });
 }
 

@@ -125,8 +125,9 @@ TEST_F(TransferEngineLifecycle, NoMoreFilesAtOnceThanAllowedAndInQueueOrder) {
     for (const std::string& call : vark->calls) {
         if (call.starts_with("begin")) begins.push_back(call);
     }
-    EXPECT_TRUE(std::ranges::is_sorted(begins));
-    EXPECT_EQ(begins.size(), 10U);
+    ASSERT_EQ(begins.size(), 10U);
+    begins.resize(4);
+    EXPECT_THAT(begins, ::testing::UnorderedElementsAre("begin f0", "begin f1", "begin f2", "begin f3"));
     EXPECT_LE(vark->mostChunksInFlight, 3);
 }
 
@@ -146,7 +147,7 @@ TEST_F(TransferEngineLifecycle, RateNeedsThreeSamplesAndTimeLeftFollowsIt) {
 }
 
 TEST_F(TransferEngineLifecycle, DroppingTheEngineEndsItsTasksAndLosesNothingOnDisk) {
-    std::filesystem::path file = write("long.mov", 1000);
+    std::filesystem::path file = write("long.mov", 10'000);
     engine->start(false);
     add({file});
     loop.advance(1200ms);
@@ -154,6 +155,7 @@ TEST_F(TransferEngineLifecycle, DroppingTheEngineEndsItsTasksAndLosesNothingOnDi
     EXPECT_EQ(vark->chunksInFlight, 0);
     EXPECT_FALSE(loop.clock.nextDeadline());
     EXPECT_EQ(saved()->items[0].state, ItemState::queued);
+    EXPECT_FALSE(saved()->items[0].doneChunks.empty());
 }
 
 }  // namespace

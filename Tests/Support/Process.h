@@ -1,0 +1,74 @@
+#pragma once
+
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VarkCore/Foundation/Files.h"
+
+namespace vark::test {
+
+/// How a process ended.
+struct Exit {
+    /// The exit code; absent when a signal ended it.
+    std::optional<int> code;
+    std::optional<int> signal;
+
+    bool operator==(const Exit&) const = default;
+};
+
+/// One real program. Its output goes into files, and it is killed when this object or the thread that started
+/// it ends before it. For the test's thread alone.
+class Process {
+  public:
+    struct Options {
+        std::filesystem::path program;
+        std::vector<std::string> arguments;
+        /// The whole environment: nothing is inherited.
+        std::map<std::string, std::string> environment;
+        std::filesystem::path output;
+        std::filesystem::path errors;
+        /// No file that it writes may grow beyond this: a write beyond it fails as it does on a full disk.
+        std::optional<rlim_t> largestFile;
+        /// The end of a terminal that it runs on, instead of the two files.
+        int terminal = -1;
+    };
+
+    explicit Process(const Options& options);
+    Process(Process&&) noexcept;
+    Process& operator=(Process&&) = delete;
+    ~Process();
+
+    pid_t pid() const { return pid_; }
+    /// Readable once it has ended.
+    int descriptor() const { return pidfd_.get(); }
+    bool hasEnded() { return exitWithin(std::chrono::milliseconds(0)).has_value(); }
+    std::optional<Exit> exitWithin(std::chrono::milliseconds limit);
+    /// A process that outlives the limit is killed and fails the test with what it wrote.
+    Exit wait(std::chrono::milliseconds limit = std::chrono::seconds(60));
+    void signal(int number) const;
+    /// SIGKILL, and the wait for its end. Does nothing to a process that has ended.
+    void kill();
+
+    std::string output() const { return read(options_.output); }
+    std::string errors() const { return read(options_.errors); }
+    /// The most memory that it ever held, in bytes; known once it has ended.
+    std::int64_t peakMemory() const { return peakMemory_; }
+
+  private:
+    static std::string read(const std::filesystem::path& path);
+
+    Options options_;
+    pid_t pid_ = -1;
+    Descriptor pidfd_;
+    std::optional<Exit> exit_;
+    std::int64_t peakMemory_ = 0;
+};
+
+}  // namespace vark::test
