@@ -36,8 +36,10 @@ class MountedVolumesTest : public testing::Test {
         std::filesystem::create_symlink(std::filesystem::path("../dev") / device, folder / kind / name);
     }
     void mount(const char* number, const std::string& source, const std::string& path) {
+        const std::string device =
+            source.starts_with("sd") ? folder / ("dev/" + source) : std::filesystem::path(source);
         table += "36 35 " + std::string(number) + " / " + path + " rw,noatime shared:1 master:2 - ext4 " +
-                 (source.starts_with("sd") ? folder / ("dev/" + source) : source).string() + " rw\n";
+                 device + " rw\n";
     }
     MountedVolumes volumes() {
         return MountedVolumes({.mounts = folder.file("mountinfo", table),

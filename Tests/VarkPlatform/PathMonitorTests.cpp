@@ -1,12 +1,14 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/sockios.h>
+#include <linux/if_tun.h>
 #include <net/if.h>
 #include <net/route.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <thread>
@@ -49,8 +51,14 @@ class OwnNetwork {
 
     void bringUp(const char* interface) { setFlags(interface, IFF_UP); }
     void takeDown(const char* interface) { setFlags(interface, 0); }
+    /// The interface goes with this object.
     void addInterfaceWithoutCarrier(const char* name) {
-        EXPECT_EQ(ioctl(control_.get(), SIOCBRADDBR, name), 0);
+        tunnel_ = Descriptor(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
+        ifreq request = about(name);
+        request.ifr_flags = IFF_TUN | IFF_NO_PI;
+        EXPECT_EQ(ioctl(tunnel_.get(), TUNSETIFF, &request), 0);
+        int carrier = 0;
+        EXPECT_EQ(ioctl(tunnel_.get(), TUNSETCARRIER, &carrier), 0);
     }
     void setAddress(const char* interface, const char* address) {
         ifreq request = about(interface);
@@ -97,6 +105,7 @@ class OwnNetwork {
 
     bool isOwn_;
     Descriptor control_;
+    Descriptor tunnel_;
 };
 
 /// Runs the test on a thread with a network of its own; threads that it starts share that.
@@ -149,10 +158,10 @@ TEST(NetlinkPathMonitor, JudgesByTheWorldOrByTheHostOfTheVark) {
         network.addRoute(everywhere, everywhere, "lo");
     };
     constexpr auto unplugged = [](OwnNetwork& network) {
-        network.addInterfaceWithoutCarrier("br0");
-        network.setAddress("br0", "10.1.2.1");
-        network.bringUp("br0");
-        network.addRoute(everywhere, everywhere, "br0");
+        network.addInterfaceWithoutCarrier("tun0");
+        network.setAddress("tun0", "10.1.2.1");
+        network.bringUp("tun0");
+        network.addRoute(everywhere, everywhere, "tun0");
     };
     const std::vector<Case> cases{
         {"nothing at all", nothing, std::nullopt, false},
