@@ -29,7 +29,8 @@ class Platform {
     virtual const Bundle& bundle() = 0;
     virtual const UserFolders& folders() = 0;
     virtual Volumes& volumes() = 0;
-    virtual std::unique_ptr<PathMonitor> makePathMonitor() = 0;
+    /// Of the way to that host; empty for the way out into the world alone.
+    virtual std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) = 0;
     /// An API that can have so many chunks on their way at once.
     virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                              int chunksAtOnce) = 0;

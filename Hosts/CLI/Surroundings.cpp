@@ -72,13 +72,11 @@ TransferLog& Surroundings::log() {
 }
 
 TransferEngine::Host Surroundings::engineHost() {
-    return {executor,
-            clock,
-            date,
-            calendar(),
-            pool(),
-            platform.volumes(),
-            [this] { return platform.makePathMonitor(); }};
+    return {executor, clock, date, calendar(), pool(), platform.volumes(), [this] {
+                const std::optional<SharedConnection> connection = this->connection();
+                const std::optional<URL> server = connection ? connection->serverURL() : std::nullopt;
+                return platform.makePathMonitor(server ? server->host() : "");
+            }};
 }
 
 }  // namespace vark::cli

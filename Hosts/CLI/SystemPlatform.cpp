@@ -46,8 +46,8 @@ Volumes& SystemPlatform::volumes() {
     return *volumes_;
 }
 
-std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor() {
-    return std::make_unique<NetlinkPathMonitor>();
+std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor(const std::string& host) {
+    return std::make_unique<NetlinkPathMonitor>(host.empty() ? std::nullopt : std::optional(host));
 }
 
 std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, TokenProvider token,

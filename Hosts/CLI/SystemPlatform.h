@@ -15,7 +15,7 @@ class SystemPlatform final : public Platform {
     const Bundle& bundle() override;
     const UserFolders& folders() override;
     Volumes& volumes() override;
-    std::unique_ptr<PathMonitor> makePathMonitor() override;
+    std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                      int chunksAtOnce) override;
     Task<bool> provesItself(VarkAddress address) override;

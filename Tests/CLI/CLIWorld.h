@@ -82,7 +82,7 @@ class TestPlatform final : public Platform {
     const Bundle& bundle() override { return bundle_; }
     const UserFolders& folders() override { return folders_; }
     Volumes& volumes() override { return volumes_; }
-    std::unique_ptr<PathMonitor> makePathMonitor() override {
+    std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
     }
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, int) override {

@@ -1,9 +1,11 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Hosts/CLI/Commands.h"
 #include "Tests/CLI/CLIWorld.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 namespace {
