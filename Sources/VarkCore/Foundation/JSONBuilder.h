@@ -4,6 +4,7 @@
 #include <boost/json/value.hpp>
 #include <boost/json/value_stack.hpp>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -71,11 +72,15 @@ class JSONBuilder {
         stack_.push_uint64(number);
         return true;
     }
-    bool on_double(double rounded, Text digits, Error&) {
+    bool on_double(double rounded, Text digits, Error& error) {
         number_.append(digits.data(), digits.size());
         double exact = rounded;
         std::from_chars(number_.data(), number_.data() + number_.size(), exact);
         number_.clear();
+        if (!std::isfinite(exact)) {
+            error = boost::json::error::exponent_overflow;
+            return false;
+        }
         stack_.push_double(exact);
         return true;
     }

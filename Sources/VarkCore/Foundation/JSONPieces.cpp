@@ -87,8 +87,7 @@ class PieceHandler {
         return finishElement();
     }
     bool on_double(double number, Text digits, Error& error) {
-        builder().on_double(number, digits, error);
-        return finishElement();
+        return builder().on_double(number, digits, error) && finishElement();
     }
     bool on_bool(bool flag, Error& error) {
         builder().on_bool(flag, error);

@@ -31,7 +31,7 @@ TEST(JSON, RefusesBytesThatAreNoJSON) {
     const std::string bottom(33, ']');
     for (const std::string& bytes :
          {std::string(), std::string("{"), std::string("{} x"), std::string("\"\xFF\""),
-          std::string("{\"a\":1,}"), std::string("NaN"), deep + bottom}) {
+          std::string("{\"a\":1,}"), std::string("NaN"), std::string("[1e999]"), deep + bottom}) {
         EXPECT_THROW(parseJSON(bytes), DecodingError) << bytes;
     }
     EXPECT_NO_THROW(parseJSON(deep.substr(1) + bottom.substr(1)));
