@@ -48,6 +48,7 @@ class EndToEndTest : public testing::Test {
     }
     /// Waits until the diary holds the words.
     bool untilDiary(std::string_view words, const Process& process) const {
+        std::filesystem::create_directories(vark.diaryFile().parent_path());
         FileWatch watch(vark.diaryFile().parent_path());
         return watch.until([&] { return vark.diary().find(words) != std::string::npos; },
                            std::chrono::minutes(1), process.descriptor());

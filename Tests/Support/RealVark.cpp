@@ -66,11 +66,11 @@ std::optional<fs::path> RealVark::find(std::string_view name) const {
 }
 
 fs::path RealVark::queueFile() const {
-    if (std::optional<fs::path> found = find("queue.json")) return *found;
-    // The lock lies beside the queue, and is there from the first run on.
-    std::optional<fs::path> lock = find("running.lock");
-    if (!lock) throw std::runtime_error("No run of vark has had a queue yet.");
-    return lock->parent_path() / "queue.json";
+    return folder_ / "data/" VARK_FOLDER "/queue.json";
+}
+
+fs::path RealVark::diaryFile() const {
+    return folder_ / "state/Logs/" VARK_FOLDER "/transfer.log";
 }
 
 json::object RealVark::savedJob() const {
@@ -78,7 +78,7 @@ json::object RealVark::savedJob() const {
 }
 
 json::array RealVark::savedItems() const {
-    if (!find("queue.json")) return {};
+    if (!fs::exists(queueFile())) return {};
     return savedJob().at("items").as_array();
 }
 
@@ -102,8 +102,7 @@ std::string RealVark::savedState(std::string_view relativePath) const {
 }
 
 std::string RealVark::diary() const {
-    std::optional<fs::path> log = find("transfer.log");
-    return log ? readWholeFile(*log) : std::string();
+    return fs::exists(diaryFile()) ? readWholeFile(diaryFile()) : std::string();
 }
 
 }  // namespace vark::test

@@ -55,7 +55,7 @@ class RealVark {
     std::map<std::string, int> savedStates() const;
     /// The diary's sentences.
     std::string diary() const;
-    std::filesystem::path diaryFile() const { return folder_ / "state/Logs/Vark/transfer.log"; }
+    std::filesystem::path diaryFile() const;
     /// Where the output of all runs goes.
     std::filesystem::path runsFolder() const { return folder_ / "runs"; }
     /// A file of the program's own, by its name.
