@@ -18,7 +18,7 @@ ExitCode showLog(Surroundings& surroundings, const LogOptions& options) {
     if (lines.empty()) surroundings.console.say("Nothing has been written into the diary yet.");
     for (const DiaryLine& line : joinedDiaryLines(lines, surroundings.calendar())) {
         if (!options.json) {
-            surroundings.console.print(escapedForTerminal(line.text));
+            surroundings.console.print(line.text);
             continue;
         }
         JSONWriter record;
