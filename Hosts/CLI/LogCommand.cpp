@@ -37,6 +37,7 @@ void declareLog(CLI::App& program, Chosen& chosen) {
     CLI::App& command = addCommand(program, chosen, "log", "Show the diary of the queue", options, showLog);
     command.add_option("-n,--lines", options->lines, "How many of the last lines")
         ->type_name("N")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
     addJSON(command, options->json);
 }
