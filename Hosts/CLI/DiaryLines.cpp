@@ -50,14 +50,28 @@ std::optional<Date> readTime(const std::string& text, const Calendar& calendar) 
     return std::nullopt;
 }
 
+DiaryLine readDiaryLine(const std::string& line, const Calendar& calendar) {
+    const std::size_t end = line.find(afterTime);
+    if (end == std::string::npos || end > longestTime) return {line, std::nullopt, line};
+    std::optional<Date> at = readTime(line.substr(0, end), calendar);
+    if (!at) return {line, std::nullopt, line};
+    return {line, at, line.substr(end + afterTime.size())};
+}
+
 }  // namespace
 
-DiaryLine readDiaryLine(std::string_view line, const Calendar& calendar) {
-    const std::size_t end = line.find(afterTime);
-    if (end == std::string_view::npos || end > longestTime) return {std::nullopt, std::string(line)};
-    std::optional<Date> at = readTime(std::string(line.substr(0, end)), calendar);
-    if (!at) return {std::nullopt, std::string(line)};
-    return {at, std::string(line.substr(end + afterTime.size()))};
+std::vector<DiaryLine> joinedDiaryLines(const std::vector<std::string>& lines, const Calendar& calendar) {
+    std::vector<DiaryLine> sentences;
+    for (const std::string& line : lines) {
+        DiaryLine read = readDiaryLine(line, calendar);
+        if (read.at || sentences.empty()) {
+            sentences.push_back(std::move(read));
+            continue;
+        }
+        sentences.back().text += "\n" + line;
+        sentences.back().message += "\n" + line;
+    }
+    return sentences;
 }
 
 }  // namespace vark::cli

@@ -3,18 +3,22 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "VarkCore/Foundation/Calendar.h"
 
 namespace vark::cli {
 
-/// One line of the diary, "3 Mar 2025, 09:41:07  Paused", taken apart.
+/// One sentence of the diary, "3 Mar 2025, 09:41:07  Paused", taken apart.
 struct DiaryLine {
-    /// Nothing for the later lines of a message that holds line ends.
+    /// As it stands in the diary, with the line ends that are part of the message.
+    std::string text;
+    /// Nothing when the beginning of the message is not there.
     std::optional<Date> at;
     std::string message;
 };
 
-DiaryLine readDiaryLine(std::string_view line, const Calendar& calendar);
+/// The sentences that these lines make: a message that holds line ends was spread over several.
+std::vector<DiaryLine> joinedDiaryLines(const std::vector<std::string>& lines, const Calendar& calendar);
 
 }  // namespace vark::cli

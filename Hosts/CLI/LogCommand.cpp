@@ -16,16 +16,15 @@ ExitCode showLog(Surroundings& surroundings, const LogOptions& options) {
     std::vector<std::string> lines = splitKeepingEmpty(surroundings.log().tail(options.lines + 1), '\n');
     if (lines.back().empty()) lines.pop_back();
     if (lines.empty()) surroundings.console.say("Nothing has been written into the diary yet.");
-    for (const std::string& line : lines) {
+    for (const DiaryLine& line : joinedDiaryLines(lines, surroundings.calendar())) {
         if (!options.json) {
-            surroundings.console.print(line);
+            surroundings.console.print(line.text);
             continue;
         }
-        DiaryLine read = readDiaryLine(line, surroundings.calendar());
         JSONWriter record;
         record.beginObject();
-        if (read.at) record.field("at", iso8601(*read.at));
-        record.field("message", read.message).endObject();
+        if (line.at) record.field("at", iso8601(*line.at));
+        record.field("message", line.message).endObject();
         surroundings.console.printJSON(record.text());
     }
     return ExitCode::allLanded;
@@ -38,6 +37,7 @@ void declareLog(CLI::App& program, Chosen& chosen) {
     CLI::App& command = addCommand(program, chosen, "log", "Show the diary of the queue", options, showLog);
     command.add_option("-n,--lines", options->lines, "How many of the last lines")
         ->type_name("N")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
     addJSON(command, options->json);
 }

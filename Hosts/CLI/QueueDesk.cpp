@@ -91,7 +91,8 @@ bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
         answer.refuse(
             fmt::format("The queue goes to {0}, and the whole of it goes to one place. Let it finish "
                         "first, add to it with --to of that place, or give it up with: vark clear",
-                        shownDestination(job.destination)));
+                        shownDestination(job.destination)),
+            ExitCode::usage);
         return false;
     }
     if (!request.destination && job.destination != wanted)

@@ -59,7 +59,7 @@ std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, Tok
 Task<bool> SystemPlatform::provesItself(VarkAddress address) {
     CurlSession session(settingsFor(address));
     try {
-        co_await session.data(HTTPRequest{.url = address.url});
+        co_await session.data(HTTPRequest{.url = address.url, .headers = {}, .body = {}});
     } catch (const HTTPError& error) {
         co_return error.code() != HTTPError::untrusted;
     }

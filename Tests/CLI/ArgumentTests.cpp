@@ -86,7 +86,7 @@ TEST(DiaryLines, TheTimeInFrontIsTakenApartInTheCalendarsZone) {
         {"", "", ""},
     };
     for (const auto& [line, at, message] : cases) {
-        DiaryLine read = readDiaryLine(line, melbourne);
+        DiaryLine read = joinedDiaryLines({line}, melbourne).at(0);
         EXPECT_EQ(read.at ? iso8601(*read.at) : "", at) << line;
         EXPECT_EQ(read.message, message) << line;
     }
@@ -94,10 +94,20 @@ TEST(DiaryLines, TheTimeInFrontIsTakenApartInTheCalendarsZone) {
     for (int month = 0; month < 12; ++month) {
         Date moment = *dateFromISO8601("2025-01-15T03:04:05Z") + month * 30.4 * 86'400;
         std::string line = melbourne.format(moment, "d MMM yyyy, HH:mm:ss") + "  x";
-        DiaryLine read = readDiaryLine(line, melbourne);
+        DiaryLine read = joinedDiaryLines({line}, melbourne).at(0);
         ASSERT_TRUE(read.at) << line;
         EXPECT_NEAR(*read.at - moment, 0, 1) << line;
     }
+}
+
+TEST(DiaryLines, AMessageThatWasSpreadOverLinesIsOneSentenceAgain) {
+    const std::vector<DiaryLine> sentences =
+        joinedDiaryLines({"the end of one", "3 Mar 2025, 09:41:07  Sending line", "break", "3 Mar 2025, 09:41:08  Paused"},
+                         Calendar("UTC"));
+    ASSERT_EQ(sentences.size(), 3U);
+    EXPECT_EQ(sentences[1].text, "3 Mar 2025, 09:41:07  Sending line\nbreak");
+    EXPECT_EQ(sentences[1].message, "Sending line\nbreak");
+    EXPECT_EQ(sentences[2].message, "Paused");
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -44,6 +46,11 @@ class CurlFixture : public testing::Test {
         HTTPSessionSettings settings;
         settings.authorityFile = authority.file();
         return settings;
+    }
+    static URL url(const std::string& text) {
+        const std::optional<URL> parsed = URL::parse(text);
+        if (!parsed) throw std::invalid_argument(text + " is no address");
+        return *parsed;
     }
     static HTTPRequest request(const URL& url, std::string method = "GET") {
         return {.method = std::move(method), .url = url, .headers = {}, .body = ""};

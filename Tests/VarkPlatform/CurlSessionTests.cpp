@@ -127,10 +127,9 @@ TEST_F(CurlSessionTest, TrustsNobodyWithoutProof) {
         {"another server's certificate", misnamed.url("/"), "untrusted"},
         {"an authority that is not known", unknown.url("/"), "untrusted"},
         {"breaks off the handshake", withoutTLS.url("/"), "cannot connect"},
-        {"nobody listens", *URL::parse(fmt::format("https://127.0.0.1:{}/", silent.port())),
-         "cannot connect"},
-        {"no such host", *URL::parse("https://" + std::string(64, 'a') + ".invalid/"), "cannot find host"},
-        {"not the web", *URL::parse("file:///etc/passwd"), "other"},
+        {"nobody listens", url(fmt::format("https://127.0.0.1:{}/", silent.port())), "cannot connect"},
+        {"no such host", url("https://" + std::string(64, 'a') + ".invalid/"), "cannot find host"},
+        {"not the web", url("file:///etc/passwd"), "other"},
     };
     for (const Case& one : cases) {
         SCOPED_TRACE(one.name);
@@ -324,6 +323,7 @@ TEST_F(CurlSessionTest, OpensNoMoreThanSixConnectionsToAHostAndKeepsThem) {
     for (int round = 0; round < 2; ++round) {
         asked = 0;
         std::vector<TaskHandle<HTTPResponse>> handles;
+        handles.reserve(18);
         for (int count = 0; count < 18; ++count)
             handles.push_back(scope.start(session->data(request(server.url("/")))));
         for (const TaskHandle<HTTPResponse>& handle : handles)

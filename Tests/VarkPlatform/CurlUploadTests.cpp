@@ -57,18 +57,18 @@ TEST_F(CurlUploadTest, CarriesEveryByteOfAFastWriter) {
 }
 
 TEST_F(CurlUploadTest, WaitsForASlowWriterAndGoesOnEachTime) {
-    constexpr int pieces = 200;
+    constexpr std::int64_t pieces = 200;
     std::counting_semaphore<> arrived(1);
     ScriptedServer server(authority, [&](Conversation& client) {
         client.readHead();
-        for (int piece = 0; piece < pieces; ++piece) {
+        for (std::int64_t piece = 0; piece < pieces; ++piece) {
             EXPECT_EQ(client.readBody(3), "abc");
             arrived.release();
         }
         client.answer(200, "");
     });
     std::jthread writer([&] {
-        for (int piece = 0; piece < pieces; ++piece) {
+        for (std::int64_t piece = 0; piece < pieces; ++piece) {
             arrived.acquire();
             writeAll(*pipe, "abc");
         }
@@ -127,7 +127,7 @@ TEST_F(CurlUploadTest, ComesToAnEndBeforeTheBodyDoes) {
          },
          0, true, "other"},
         {"answered while the writer is slow", answerAtOnce, 10, false, "404"},
-        {"answered while the writer is fast", answerAtOnce, 64 * 1024, false, "404"},
+        {"answered while the writer is fast", answerAtOnce, 65'536, false, "404"},
         {"reset while the writer is slow",
          [](Conversation& client) {
              client.readHead();
@@ -159,7 +159,7 @@ TEST_F(CurlUploadTest, IsNotRedirected) {
 }
 
 TEST_F(CurlUploadTest, ClosesTheBodyOfARequestThatIsNeverSent) {
-    HTTPRequest broken = request(*URL::parse("https://127.0.0.1:1/"), "PUT");
+    HTTPRequest broken = request(url("https://127.0.0.1:1/"), "PUT");
     broken.headers = {{"X-Name", "a\nb"}};
     EXPECT_EQ(outcome(session->upload(broken, pipe, 3)), "other");
     EXPECT_TRUE(readingIsClosed());

@@ -68,7 +68,7 @@ TEST(XDGFolders, MakesAGroupContainerThatIsPrivate) {
     const TemporaryFolder base;
     const ChangedVariables changed({{"XDG_DATA_HOME", base / "not/there/yet"}});
     const XDGFolders folders;
-    const Path container = folders.groupContainer("dev.vark.group").value();
+    const Path container = folders.groupContainer("dev.vark.group").value_or("");
     EXPECT_EQ(permissionsOf(container), 0700U);
     EXPECT_EQ(permissionsOf(container.parent_path()), 0700U);
     EXPECT_NE(folders.groupContainer("dev.vark.group.dev"), container);

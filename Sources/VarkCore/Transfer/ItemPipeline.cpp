@@ -17,6 +17,7 @@ constexpr std::int64_t hashingStep = 8'388'608;
 constexpr double longestBackOff = 60;
 constexpr double longestPollWait = 5;
 constexpr int quickPolls = 10;
+constexpr std::int64_t mostChunks = 1'000'000;
 
 }  // namespace
 
@@ -168,6 +169,11 @@ Task<std::optional<UploadStatus>> TransferEngine::sendAndFinish(UUID id, std::sh
     const TransferItem* current = item(id);
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
+    if (plan.count() > mostChunks) {
+        throw EngineError::gaveUp(fmt::format(
+            "The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks after the vark.",
+            Format::number(plan.count()), Format::bytes(plan.chunkSize())));
+    }
     std::vector<std::int64_t> missing = plan.missing(start.have);
     opened(id, serverPath, start, plan, missing);
 

@@ -64,6 +64,7 @@ AppBundle::AppBundle(const std::filesystem::path& executable) {
             texts_ = textsOfList(readWholeFile(contents / "Info.plist", longestInfoList));
         } catch (const FileError&) {
             // A bundle without its list says nothing about itself.
+            return;
         }
         return;
     }

@@ -7,12 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace vark {
 namespace {
 
-constexpr long transferBufferBytes = 512 * 1024;
+constexpr long transferBufferBytes = 512L * 1024;
 constexpr std::chrono::seconds longestConnecting{30};
 
 /// Sets options until one is refused, and keeps why.
@@ -122,7 +123,7 @@ void CurlTransfer::buildHeaderList() {
 void CurlTransfer::addHeaderLine(const std::string& line) {
     curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
     if (longer == nullptr) throw std::bad_alloc();
-    (void)headers_.release();
+    std::ignore = headers_.release();
     headers_.reset(longer);
 }
 
@@ -255,6 +256,7 @@ std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
 }
 
 std::size_t CurlTransfer::giveBody(std::span<char> to) {
+    if (!body_) return CURL_READFUNC_ABORT;
     const auto missing = static_cast<std::size_t>(body_->length() - sent_);
     if (missing == 0) return 0;
     const BytePipe::Read read = body_->pipe().read(to.first(std::min(to.size(), missing)));

@@ -18,8 +18,9 @@ namespace {
 constexpr std::array globalAddresses{"198.41.0.4", "2001:503:ba3e::2:30"};
 
 bool isUsable(const std::optional<std::string>& host) {
-    for (const char* address : globalAddresses) {
-        if (hasRoute(NetworkAddress::parse(address).value())) return true;
+    for (const char* text : globalAddresses) {
+        const std::optional<NetworkAddress> address = NetworkAddress::parse(text);
+        if (address && hasRoute(*address)) return true;
     }
     return host && std::ranges::any_of(NetworkAddress::resolve(*host), [](const NetworkAddress& address) {
                return address.isLoopback() || hasRoute(address);

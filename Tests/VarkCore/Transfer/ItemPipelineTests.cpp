@@ -255,6 +255,14 @@ TEST_F(ItemPipeline, ABadChunkSizeFailsTheItemAndEveryChunkHeldSendsNothing) {
     EXPECT_EQ(item("a.mov").error, "chunk size must be positive");
     engine->clearAll();
     loop.settle();
+    vark->chunkSize = 1;
+    send(1'000'001, "tiny pieces.mov");
+    loop.advance(1s);
+    EXPECT_EQ(item("tiny pieces.mov").error,
+              "The vark wants this file in 1,000,001 pieces of 1 byte, which is too many. Tell whoever looks after "
+              "the vark.");
+    engine->clearAll();
+    loop.settle();
     vark->chunkSize = 50;
     std::filesystem::path file = write("b.mov", 100);
     vark->uploads["old"] = FakeVark::Upload{"b.mov", 100, FileHasher::sha256Of(file), {0, 1, 7}, false};
