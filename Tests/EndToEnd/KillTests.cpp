@@ -87,7 +87,8 @@ class KilledSending {
     }
 
     /// What the box took in for chunks, broken-off ones included, against the files themselves: beyond those
-    /// only what was in flight at a kill may have gone twice.
+    /// only what was in flight at a kill may have gone twice, which is as many chunks as go at once. What was
+    /// in flight when the box itself was killed is missing from its log.
     void expectFewBytesTwice() {
         std::int64_t received = 0;
         for (const LoggedRequest& request : box_.requests())

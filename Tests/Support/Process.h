@@ -58,7 +58,8 @@ class Process {
 
     std::string output() const { return read(options_.output); }
     std::string errors() const { return read(options_.errors); }
-    /// The most memory that it ever held, in bytes; known once it has ended.
+    /// The most memory that it ever held, in bytes, or what the test held when it was started if that was
+    /// more; known once it has ended.
     std::int64_t peakMemory() const { return peakMemory_; }
 
   private:
