@@ -101,9 +101,9 @@ TEST(DiaryLines, TheTimeInFrontIsTakenApartInTheCalendarsZone) {
 }
 
 TEST(DiaryLines, AMessageThatWasSpreadOverLinesIsOneSentenceAgain) {
-    const std::vector<DiaryLine> sentences =
-        joinedDiaryLines({"the end of one", "3 Mar 2025, 09:41:07  Sending line", "break", "3 Mar 2025, 09:41:08  Paused"},
-                         Calendar("UTC"));
+    const std::vector<DiaryLine> sentences = joinedDiaryLines(
+        {"the end of one", "3 Mar 2025, 09:41:07  Sending line", "break", "3 Mar 2025, 09:41:08  Paused"},
+        Calendar("UTC"));
     ASSERT_EQ(sentences.size(), 3U);
     EXPECT_EQ(sentences[1].text, "3 Mar 2025, 09:41:07  Sending line\nbreak");
     EXPECT_EQ(sentences[1].message, "Sending line\nbreak");

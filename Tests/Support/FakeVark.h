@@ -17,7 +17,8 @@
 
 namespace vark::test {
 
-/// A vark in memory, with the upload protocol's rules and failures on demand. Touched on the test's thread alone.
+/// A vark in memory, with the upload protocol's rules and failures on demand. Touched on the test's thread
+/// alone.
 class FakeVark final : public SilentVark {
   public:
     struct Upload {
@@ -37,7 +38,8 @@ class FakeVark final : public SilentVark {
     /// How many times `status` says "checking" before it says how it ended.
     int checkingPolls = 0;
     std::optional<UploadStatus> verdict;
-    /// Failures that the next calls of a kind ("begin", "chunk", "finish", "status") end with, first come first.
+    /// Failures that the next calls of a kind ("begin", "chunk", "finish", "status") end with, first come
+    /// first.
     std::map<std::string, std::deque<VarkAPIError>> failures;
     /// As above, for ever.
     std::map<std::string, VarkAPIError> lasting;
@@ -59,8 +61,9 @@ class FakeVark final : public SilentVark {
                             bool replace) override {
         return begin(std::move(path), size, std::move(sha256), mtime, replace, std::nullopt, std::nullopt);
     }
-    Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double /*mtime*/, bool replace,
-                            std::optional<std::int64_t> ingestID, std::optional<std::string> source) override {
+    Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double /*mtime*/,
+                            bool replace, std::optional<std::int64_t> ingestID,
+                            std::optional<std::string> source) override {
         calls.push_back("begin " + path);
         ingestIDs.push_back(ingestID);
         sources.push_back(source);
@@ -73,7 +76,8 @@ class FakeVark final : public SilentVark {
         }
         for (auto& [id, upload] : uploads) {
             if (upload.path == path && upload.sha256 == sha256 && !upload.finished) {
-                co_return BeginResult(BeginResult::Start{id, chunkSize, {upload.have.begin(), upload.have.end()}});
+                co_return BeginResult(
+                    BeginResult::Start{id, chunkSize, {upload.have.begin(), upload.have.end()}});
             }
         }
         std::string id = "u" + std::to_string(++opened_);

@@ -17,7 +17,9 @@ class SilentVark : public VarkAPI {
     Task<DeviceClaim> claim(std::string, std::string) override { co_return fails<DeviceClaim>(); }
     Task<DeviceBegin> beginDeviceSignIn(std::string) override { co_return fails<DeviceBegin>(); }
     Task<DevicePoll> pollDeviceSignIn(std::string) override { co_return fails<DevicePoll>(); }
-    Task<std::vector<VarkFolder>> folders(std::string) override { co_return fails<std::vector<VarkFolder>>(); }
+    Task<std::vector<VarkFolder>> folders(std::string) override {
+        co_return fails<std::vector<VarkFolder>>();
+    }
     Task<std::vector<std::string>> tags() override { co_return fails<std::vector<std::string>>(); }
     Task<std::int64_t> tagFiles(std::vector<std::string>, std::vector<std::string>) override {
         co_return fails<std::int64_t>();
@@ -43,8 +45,8 @@ class SilentVark : public VarkAPI {
     Task<BeginResult> begin(std::string, std::int64_t, std::string, double, bool) override {
         co_return fails<BeginResult>();
     }
-    Task<void> putChunk(std::string, std::int64_t, std::filesystem::path, std::int64_t, std::int64_t, TokenBucket*,
-                        ChunkProgress) override {
+    Task<void> putChunk(std::string, std::int64_t, std::filesystem::path, std::int64_t, std::int64_t,
+                        TokenBucket*, ChunkProgress) override {
         fails<bool>();
         co_return;
     }

@@ -166,8 +166,8 @@ class TaskScope {
     }
     void cancelAll() { tasks_->cancelAll(); }
     std::size_t live() const { return tasks_->live(); }
-    /// Cancels everything and returns when all of it has ended. What is started after this is cancelled from its
-    /// beginning.
+    /// Cancels everything and returns when all of it has ended. What is started after this is cancelled from
+    /// its beginning.
     void endAll();
 
   private:

@@ -75,7 +75,8 @@ Task<void> TransferEngine::carry(UUID id) {
             blocked(id, serverPath);
             co_return;
         }
-        std::optional<UploadStatus> status = co_await sendAndFinish(id, api, serverPath, file, *begun.start());
+        std::optional<UploadStatus> status =
+            co_await sendAndFinish(id, api, serverPath, file, *begun.start());
         if (!status) continue;
         if (status->state != "done") {
             throw EngineError::gaveUp(
@@ -170,9 +171,10 @@ Task<std::optional<UploadStatus>> TransferEngine::sendAndFinish(UUID id, std::sh
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
     if (plan.count() > mostChunks) {
-        throw EngineError::gaveUp(fmt::format(
-            "The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks after the vark.",
-            Format::number(plan.count()), Format::bytes(plan.chunkSize())));
+        throw EngineError::gaveUp(
+            fmt::format("The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks "
+                        "after the vark.",
+                        Format::number(plan.count()), Format::bytes(plan.chunkSize())));
     }
     std::vector<std::int64_t> missing = plan.missing(start.have);
     opened(id, serverPath, start, plan, missing);

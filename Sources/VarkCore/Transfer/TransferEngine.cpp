@@ -30,7 +30,9 @@ TransferEngine::TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, 
       chunkSlots_(chunkSlots),
       scope_(host_.executor, host_.clock) {}
 
-TransferEngine::~TransferEngine() { quitting_ = true; }
+TransferEngine::~TransferEngine() {
+    quitting_ = true;
+}
 
 void TransferEngine::assertOnExecutor() const {
     assert(host_.executor.isCurrent());

@@ -169,7 +169,8 @@ Walker::WalkError::WalkError(Kind kind, const std::filesystem::path& path)
 
 std::int64_t Walker::Result::totalBytes() const {
     std::int64_t total = 0;
-    for (const Found& file : files) total += file.size;
+    for (const Found& file : files)
+        total += file.size;
     return total;
 }
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/FakeVark.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -32,8 +32,13 @@ class EngineTest : public ::testing::Test {
     void makeEngine(int chunkSlots = 3) {
         engine.reset();
         events.clear();
-        TransferEngine::Host host{loop.executor, loop.clock, [this] { return date(); }, Calendar("UTC"), loop.pool,
-                                  volumes,       [this] {
+        TransferEngine::Host host{loop.executor,
+                                  loop.clock,
+                                  [this] { return date(); },
+                                  Calendar("UTC"),
+                                  loop.pool,
+                                  volumes,
+                                  [this] {
                                       auto monitor = std::make_unique<FakePathMonitor>();
                                       network = monitor->remote();
                                       ++monitorsMade;
@@ -67,14 +72,16 @@ class EngineTest : public ::testing::Test {
     }
     std::vector<std::string> states() const {
         std::vector<std::string> list;
-        for (const TransferItem& one : engine->job()->items) list.emplace_back(text(one.state));
+        for (const TransferItem& one : engine->job()->items)
+            list.emplace_back(text(one.state));
         return list;
     }
     /// The log's sentences, without their times.
     std::vector<std::string> logged() const {
         std::vector<std::string> lines;
         std::ifstream file(folder.path() / "transfer.log");
-        for (std::string line; std::getline(file, line);) lines.push_back(line.substr(line.find("  ") + 2));
+        for (std::string line; std::getline(file, line);)
+            lines.push_back(line.substr(line.find("  ") + 2));
         return lines;
     }
     /// What stands in queue.json now.

@@ -24,13 +24,14 @@ TEST_F(TransferEngineLifecycle, SendsWhatWasAddedAndSaysSo) {
     EXPECT_EQ(vark->files.size(), 2U);
     EXPECT_TRUE(vark->files.contains("Jobs/2024/Shoot/one.mov"));
     EXPECT_THAT(events, ElementsAre("finished 2 0 0 0"));
-    EXPECT_THAT(logged(),
-                ElementsAre("Destination set to Jobs/2024", "Added Shoot: 2 files, 250 bytes",
-                            "Sending Jobs/2024/Shoot/one.mov: 250 bytes, 3 of 3 chunks to send",
-                            "Landed and checked: Jobs/2024/Shoot/one.mov",
-                            "Sending Jobs/2024/Shoot/two.mov: 0 bytes, 0 of 0 chunks to send",
-                            "Landed and checked: Jobs/2024/Shoot/two.mov",
-                            "Finished: 2 files landed and checked, 0 failed, 0 skipped, 0 waiting on a decision"));
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("Destination set to Jobs/2024", "Added Shoot: 2 files, 250 bytes",
+                    "Sending Jobs/2024/Shoot/one.mov: 250 bytes, 3 of 3 chunks to send",
+                    "Landed and checked: Jobs/2024/Shoot/one.mov",
+                    "Sending Jobs/2024/Shoot/two.mov: 0 bytes, 0 of 0 chunks to send",
+                    "Landed and checked: Jobs/2024/Shoot/two.mov",
+                    "Finished: 2 files landed and checked, 0 failed, 0 skipped, 0 waiting on a decision"));
     EXPECT_EQ(engine->overall().bytesDone, 250);
     EXPECT_EQ(saved()->items[0].doneChunks.size(), 3U);
 }
@@ -116,7 +117,8 @@ TEST_F(TransferEngineLifecycle, ADiskThatTakesNoQueueStopsNothing) {
 
 TEST_F(TransferEngineLifecycle, NoMoreFilesAtOnceThanAllowedAndInQueueOrder) {
     std::vector<std::filesystem::path> files;
-    for (int i = 0; i < 10; ++i) files.push_back(write("f" + std::to_string(i), 100));
+    for (int i = 0; i < 10; ++i)
+        files.push_back(write("f" + std::to_string(i), 100));
     engine->start(false);
     add(files);
     EXPECT_EQ(engine->activeItemIDs().size(), 4U);

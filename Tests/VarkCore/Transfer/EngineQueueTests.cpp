@@ -19,7 +19,8 @@ class EngineQueue : public EngineTest {
         engine->recompute();
         Overall whole;
         std::map<UUID, EntryProgress> entries;
-        for (const TransferEntry& entry : engine->job()->entries) entries[entry.id];
+        for (const TransferEntry& entry : engine->job()->entries)
+            entries[entry.id];
         for (const TransferItem& one : engine->job()->items) {
             EntryProgress& entry = entries[one.entryID];
             std::int64_t done = std::min(one.size, one.bytesDone() + engine->inFlightBytes(one.id));
@@ -45,8 +46,9 @@ class EngineQueue : public EngineTest {
         published.rate = 0;
         published.secondsLeft.reset();
         EXPECT_EQ(published, whole);
-        EXPECT_EQ((std::map<UUID, EntryProgress>(engine->entryProgress().begin(), engine->entryProgress().end())),
-                  entries);
+        EXPECT_EQ(
+            (std::map<UUID, EntryProgress>(engine->entryProgress().begin(), engine->entryProgress().end())),
+            entries);
     }
 };
 
@@ -57,8 +59,9 @@ TEST_F(EngineQueue, TheSameThingIsAddedOnceHoweverItIsSpelled) {
     TransferEngine::Added again =
         add({file.parent_path() / "", file.parent_path() / "." / "", folder.path() / "files/x/../Shoot"});
     EXPECT_EQ(again.items, 0);
-    EXPECT_THAT(again.notAdded, ElementsAre(HasSubstr("Already in the queue: "), HasSubstr("Already in the queue: "),
-                                            HasSubstr("Already in the queue: ")));
+    EXPECT_THAT(again.notAdded,
+                ElementsAre(HasSubstr("Already in the queue: "), HasSubstr("Already in the queue: "),
+                            HasSubstr("Already in the queue: ")));
     EXPECT_EQ(engine->job()->title, "Shoot");
     EXPECT_EQ(item("a.mov").localPath, file.string());
     EXPECT_EQ(item("a.mov").relativePath, "Shoot/a.mov");
@@ -68,13 +71,15 @@ TEST_F(EngineQueue, APathThatCannotBeAddedIsToldAndTheOthersGoOn) {
     engine->start(false);
     TransferEngine::Added added = add({folder.path() / "nowhere", write("a.mov", 10)});
     EXPECT_EQ(added.items, 1);
-    EXPECT_THAT(added.notAdded, ElementsAre(HasSubstr("Could not add " + (folder.path() / "nowhere").string())));
+    EXPECT_THAT(added.notAdded,
+                ElementsAre(HasSubstr("Could not add " + (folder.path() / "nowhere").string())));
     EXPECT_THAT(logged(), Contains(HasSubstr("Could not add ")));
     EXPECT_TRUE(engine->job());
 }
 
 TEST_F(EngineQueue, ClearingTakesFinishedEntriesAndClearingAllTakesTheFileToo) {
-    std::vector<std::filesystem::path> files = {write("good", 100), write("bad", 100), write("long", 100'000)};
+    std::vector<std::filesystem::path> files = {write("good", 100), write("bad", 100),
+                                                write("long", 100'000)};
     engine->start(false);
     add(files);
     std::filesystem::create_directories(folder.path() / "files" / "Empty");
@@ -108,7 +113,8 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
             case 2: {
                 std::string name = fmt::format("batch{}", named++);
                 for (int i = roll(4); i >= 0; --i) {
-                    write(fmt::format("{}/{}", name, i), static_cast<std::size_t>(roll(700)), static_cast<char>(i));
+                    write(fmt::format("{}/{}", name, i), static_cast<std::size_t>(roll(700)),
+                          static_cast<char>(i));
                 }
                 add({folder.path() / "files" / name});
                 break;
@@ -122,7 +128,8 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
                 break;
             case 5:
                 if (engine->job() && !engine->job()->entries.empty()) {
-                    std::size_t which = static_cast<std::size_t>(roll(static_cast<int>(engine->job()->entries.size())));
+                    std::size_t which =
+                        static_cast<std::size_t>(roll(static_cast<int>(engine->job()->entries.size())));
                     engine->remove(engine->job()->entries[which].id);
                 }
                 break;

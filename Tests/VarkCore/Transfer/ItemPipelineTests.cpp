@@ -99,14 +99,16 @@ TEST_F(ItemPipeline, CallsAreTriedAgainAfterLongerAndLongerWaitsAndTheSixthFailu
         }
         EXPECT_EQ(vark->count(kind), 6);
         ASSERT_EQ(waits.size(), 5U);
-        for (std::size_t i = 1; i < 5; ++i) EXPECT_NEAR(waits[i], std::ldexp(2.0, static_cast<int>(i)), 0.3);
+        for (std::size_t i = 1; i < 5; ++i)
+            EXPECT_NEAR(waits[i], std::ldexp(2.0, static_cast<int>(i)), 0.3);
         EXPECT_EQ(item("a.mov").error, "The vark answered 503.");
         EXPECT_EQ(item("a.mov").attempts, 1);
     }
     EXPECT_THAT(logged(),
                 Contains("begin a.mov did not get through (The vark answered 503.); trying again in 2 s"));
-    EXPECT_THAT(logged(), Contains("Chunk 0 of a.mov did not get through (The vark answered 503.); trying again "
-                                   "in 32 s"));
+    EXPECT_THAT(logged(),
+                Contains("Chunk 0 of a.mov did not get through (The vark answered 503.); trying again "
+                         "in 32 s"));
     EXPECT_THAT(logged(), Contains("Failed: a.mov: The vark answered 503."));
 }
 
@@ -115,10 +117,10 @@ TEST_F(ItemPipeline, WhatIsNoMatterOfTryingAgainFailsAtOnce) {
         const char* kind;
         VarkAPIError error;
     };
-    for (const Case& one : {Case{"begin", VarkAPIError::server(404)}, Case{"begin", VarkAPIError::nameTaken()},
-                            Case{"begin", VarkAPIError::badResponse("begin")},
-                            Case{"chunk", VarkAPIError::server(403, "Read only")},
-                            Case{"finish", VarkAPIError::server(400)}}) {
+    for (const Case& one :
+         {Case{"begin", VarkAPIError::server(404)}, Case{"begin", VarkAPIError::nameTaken()},
+          Case{"begin", VarkAPIError::badResponse("begin")},
+          Case{"chunk", VarkAPIError::server(403, "Read only")}, Case{"finish", VarkAPIError::server(400)}}) {
         SCOPED_TRACE(one.error.what());
         engine->clearAll();
         events.clear();
@@ -128,7 +130,8 @@ TEST_F(ItemPipeline, WhatIsNoMatterOfTryingAgainFailsAtOnce) {
         loop.advance(1s);
         EXPECT_THAT(states(), ElementsAre("failed"));
         EXPECT_EQ(vark->count(one.kind), 1);
-        EXPECT_THAT(events, ElementsAre(std::string("failed a.mov: ") + one.error.what(), "finished 0 1 0 0"));
+        EXPECT_THAT(events,
+                    ElementsAre(std::string("failed a.mov: ") + one.error.what(), "finished 0 1 0 0"));
     }
 }
 
@@ -156,8 +159,9 @@ TEST_F(ItemPipeline, ALostUploadBeginsAgainTwiceAndFailsTheThirdTime) {
             EXPECT_EQ(item("a.mov").attempts, 0);
         }
     }
-    EXPECT_THAT(logged(),
-                Contains("Beginning upload u1 for a.mov again: The vark forgot this upload; starting it again."));
+    EXPECT_THAT(
+        logged(),
+        Contains("Beginning upload u1 for a.mov again: The vark forgot this upload; starting it again."));
     EXPECT_THAT(logged(), Contains(HasSubstr("for a.mov again at finish: The vark forgot this upload")));
     EXPECT_THAT(logged(), Contains("Retrying 1 file"));
 }
@@ -258,9 +262,10 @@ TEST_F(ItemPipeline, ABadChunkSizeFailsTheItemAndEveryChunkHeldSendsNothing) {
     vark->chunkSize = 1;
     send(1'000'001, "tiny pieces.mov");
     loop.advance(1s);
-    EXPECT_EQ(item("tiny pieces.mov").error,
-              "The vark wants this file in 1,000,001 pieces of 1 byte, which is too many. Tell whoever looks after "
-              "the vark.");
+    EXPECT_EQ(
+        item("tiny pieces.mov").error,
+        "The vark wants this file in 1,000,001 pieces of 1 byte, which is too many. Tell whoever looks after "
+        "the vark.");
     engine->clearAll();
     loop.settle();
     vark->chunkSize = 50;
