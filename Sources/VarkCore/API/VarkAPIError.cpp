@@ -12,22 +12,27 @@ struct Overloaded : Functions... {
     using Functions::operator()...;
 };
 
+/// The vark's own words; an empty message says nothing to anyone.
+std::string wordsOr(const std::optional<std::string>& message, std::string otherwise) {
+    return message && !message->empty() ? *message : std::move(otherwise);
+}
+
 std::string describe(const VarkAPIError::Case& which) {
     using Error = VarkAPIError;
     return std::visit(
         Overloaded{
             [](const Error::Unauthorized& error) {
-                return error.message.value_or("The vark no longer accepts this Mac. Sign in again.");
+                return wordsOr(error.message, "The vark no longer accepts this Mac. Sign in again.");
             },
             [](const Error::WrongChunkRoute& error) {
-                return error.message.value_or(
-                    "That part of the vark does not take file bytes; starting the upload again.");
+                return wordsOr(error.message,
+                               "That part of the vark does not take file bytes; starting the upload again.");
             },
             [](const Error::NameTaken& error) {
-                return error.message.value_or("Something of that name is already there.");
+                return wordsOr(error.message, "Something of that name is already there.");
             },
             [](const Error::Server& error) {
-                return error.message.value_or(fmt::format("The vark answered {}.", error.status));
+                return wordsOr(error.message, fmt::format("The vark answered {}.", error.status));
             },
             [](const Error::Transport& error) { return error.sentence; },
             [](const Error::BadResponse& error) {
