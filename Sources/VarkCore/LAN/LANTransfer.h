@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VarkCore/Concurrency/BlockingPool.h"
+#include "VarkCore/Concurrency/Task.h"
+#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Progress.h"
+#include "VarkCore/LAN/LANNode.h"
+#include "VarkCore/Services/Dialer.h"
+#include "VarkCore/Services/HTTPSession.h"
+
+namespace vark {
+
+class TokenBucket;
+
+/// HTTP/1.1 to a node: one request for each connection, a body by its length or to the end, and nothing else.
+/// Holds no state between calls, so any number may be under way; outlives them, and is outlived by the dialer
+/// and by the pool, on which files are read and written a piece at a time. Every operation may fail with
+/// `LANTransfer::Failure`, `CancellationError` or `FileError`.
+class LANTransfer {
+  public:
+    class Failure;
+    struct Response {
+        int status = 0;
+        /// Names lower-cased, values trimmed.
+        std::map<std::string, std::string> headers;
+        /// Empty when it went to a file.
+        std::string body;
+
+        bool operator==(const Response&) const = default;
+    };
+    using Headers = std::vector<HTTPHeader>;
+    /// Told the bytes that have gone so far, from any thread.
+    using PutProgress = std::function<void(std::int64_t)>;
+
+    /// `now` paces the limiters.
+    LANTransfer(Dialer& dialer, BlockingPool& files, WallClock now = systemDate);
+
+    Task<Response> request(std::string method, LANRoute route, Headers headers,
+                           std::optional<std::string> body = std::nullopt);
+    /// Sends `length` bytes of the file from `offset` on.
+    Task<Response> put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
+                       std::string contentType, LANRoute route, TokenBucket* limiter, Headers headers,
+                       PutProgress progress);
+    /// Writes the body over what stands at `to`, which is gone once the node has been asked. Judges no
+    /// status: the body of a refusal lies in the file too. No token goes along.
+    Task<Response> get(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+
+    /// The request line and the header lines, with the end of the head.
+    static std::string head(std::string_view method, const LANRoute& route, const Headers& headers);
+
+  private:
+    Task<std::unique_ptr<TLSConnection>> open(const LANRoute& route);
+
+    Dialer& dialer_;
+    BlockingPool& files_;
+    const WallClock now_;
+};
+
+/// Why a transfer came to no answer. `what()` is a finished sentence, seen in logs.
+class LANTransfer::Failure : public std::exception {
+  public:
+    enum Kind { connectKind, badAnswerKind, statusKind, certificateKind, shortBodyKind, cancelledKind };
+
+    static Failure connect(std::string description);
+    static Failure badAnswer(std::string what);
+    static Failure status(int status, std::string words = "");
+    static Failure certificate();
+    static Failure shortBody();
+    static Failure cancelled();
+
+    Kind kind() const { return kind_; }
+    const char* what() const noexcept override { return description_.c_str(); }
+    bool operator==(const Failure& other) const {
+        return kind_ == other.kind_ && description_ == other.description_;
+    }
+
+  private:
+    Failure(Kind kind, std::string description) : kind_(kind), description_(std::move(description)) {}
+
+    Kind kind_;
+    std::string description_;
+};
+
+}  // namespace vark
