@@ -44,6 +44,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     program.get_formatter()->column_width(34);
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
+    declareGet(program, chosen);
     declareSend(program, chosen);
     declareQueueCommands(program, chosen);
     declareLog(program, chosen);

@@ -61,6 +61,15 @@ std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, i
     return platform.makeAPI(address, [token] { return token->current(); }, chunksAtOnce);
 }
 
+VarkItem Surroundings::neededItem(VarkAPI& api, const std::string& path) {
+    try {
+        return await(api.item(path));
+    } catch (const VarkAPIError& error) {
+        if (!error.isGone()) throw;
+        throw CommandError(ExitCode::somethingFailed, fmt::format("There is no \"{}\" on the vark.", path));
+    }
+}
+
 QueueStore& Surroundings::store() {
     if (!store_) store_.emplace(locations().queue());
     return *store_;

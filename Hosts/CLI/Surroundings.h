@@ -48,6 +48,8 @@ class Surroundings {
     SharedConnection neededConnection();
     /// An API for the connection, which goes by the token that is in force at each call.
     std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
+    /// Fails with a `CommandError` when the vark has nothing there.
+    VarkItem neededItem(VarkAPI& api, const std::string& path);
     QueueStore& store();
     TransferLog& log();
     TransferEngine::Host engineHost();

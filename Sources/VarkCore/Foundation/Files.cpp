@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
 #include <system_error>
 
 #include "VarkCore/Foundation/Text.h"
@@ -95,6 +97,21 @@ class TemporaryFile {
     bool renamed_ = false;
 };
 
+/// The error number; 0 when it went well.
+int renamed(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags) {
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
+}
+
+/// Read from the system's table, since asking by the call would change it for all threads.
+mode_t umaskOfThisProcess() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("Umask:")) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
+    }
+    return 0077;
+}
+
 /// Nothing when somebody else has the lock and `operation` does not wait.
 bool takeLock(const Descriptor& file, const std::filesystem::path& path, int operation) {
     if (uninterrupted([&] { return flock(file.get(), operation); }) == 0) return true;
@@ -173,6 +190,24 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
     if (uninterrupted([&] { return fsync(openFolder.get()); }) != 0 && errno != EINVAL) {
         throw FileError("Could not write", folder, errno);
     }
+}
+
+void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing) {
+    {
+        const Descriptor file = openForReading(from);
+        const mode_t mask = umaskOfThisProcess();
+        if (fchmod(file.get(), 0666 & ~mask) != 0)
+            throw FileError("Could not set the permissions of", from, errno);
+        if (uninterrupted([&] { return fdatasync(file.get()); }) != 0)
+            throw FileError("Could not write", from, errno);
+    }
+    int failure = renamed(from, to, replacing == Replacing::refused ? RENAME_NOREPLACE : 0);
+    if (failure == EINVAL && replacing == Replacing::refused) {
+        // This file system cannot look and rename in one step.
+        failure =
+            std::filesystem::exists(std::filesystem::symlink_status(to)) ? EEXIST : renamed(from, to, 0);
+    }
+    if (failure != 0) throw FileError("Could not put in place", to, failure);
 }
 
 FileLock FileLock::exclusive(const std::filesystem::path& path) {

@@ -61,6 +61,13 @@ enum class Durability { synced, cached };
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability = Durability::synced);
 
+enum class Replacing { refused, allowed };
+
+/// Puts a file that was written under another name of the same folder into its place, for everybody to read
+/// whom the person's umask lets, with its bytes on the disk first. Fails with `FileError` (EEXIST when
+/// something stands there and is not to be replaced), and the file is then still under its other name.
+void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing);
+
 /// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process
 /// dies. Move-only; gives the lock back at its end.
 class FileLock {
