@@ -52,8 +52,9 @@ class IncomingFile {
         std::error_code failure;
         std::filesystem::rename(path_, destination_, failure);
         if (failure == std::errc::is_a_directory) {
+            // One that holds something stays, and is why this fails.
             std::error_code ignored;
-            std::filesystem::remove_all(destination_, ignored);
+            std::filesystem::remove(destination_, ignored);
             std::filesystem::rename(path_, destination_, failure);
         }
         if (failure) throw FileError("Could not replace", destination_, failure.value());
