@@ -16,6 +16,7 @@ using Chosen = std::function<ExitCode(Surroundings&)>;
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
 void declareGet(CLI::App& program, Chosen& chosen);
+void declareNodes(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
 void declareQueueCommands(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);

@@ -8,7 +8,6 @@
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
-#include "VarkCore/Foundation/UUID.h"
 #include "VarkCore/Upload/FileHasher.h"
 
 namespace vark::cli {
@@ -49,8 +48,7 @@ void take(VarkItem item, std::filesystem::path to, WantedFiles& wanted, std::deq
 /// A temporary file beside the one that it becomes; gone again unless it took that place.
 class Arriving {
   public:
-    explicit Arriving(const std::filesystem::path& to)
-        : path_(to.parent_path() / (".vark-" + UUID::random().text() + ".part")) {}
+    explicit Arriving(const std::filesystem::path& to) : path_(temporaryPathBeside(to)) {}
     Arriving(const Arriving&) = delete;
     Arriving& operator=(const Arriving&) = delete;
     ~Arriving() {
@@ -144,7 +142,7 @@ Task<bool> Fetching::bring(const WantedFile& file) {
 }
 
 Task<void> Fetching::download(const VarkItem& item, std::filesystem::path to) {
-    std::shared_ptr<VarkDownload> download = co_await api_->download(item.id, std::move(to));
+    const std::shared_ptr<VarkDownload> download = api_->download(item.id, std::move(to));
     UnderWay here{item.size, download->progress()};
     underWay_.push_back(&here);
     Outcome<void> outcome = co_await detail::outcomeOf(download->value());

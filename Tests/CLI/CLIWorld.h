@@ -4,6 +4,7 @@
 
 #include "Hosts/CLI/Surroundings.h"
 #include "Tests/Support/FakePathMonitor.h"
+#include "Tests/Support/FakeServiceBrowser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
@@ -85,9 +86,12 @@ class TestPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
     }
-    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, int) override {
+    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, const APIHost&) override {
         tokenGiven = token();
         return vark;
+    }
+    std::unique_ptr<ServiceBrowser> makeServiceBrowser() override {
+        return std::make_unique<vark::test::FakeServiceBrowser>();
     }
     Task<bool> provesItself(VarkAddress) override { co_return isTrusted; }
 

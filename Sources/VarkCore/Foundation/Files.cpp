@@ -50,46 +50,6 @@ std::filesystem::path folderOf(const std::filesystem::path& path) {
     return path.has_parent_path() ? path.parent_path() : ".";
 }
 
-/// A file that goes again unless it was renamed to its place.
-class TemporaryFile {
-  public:
-    TemporaryFile(const std::filesystem::path& folder, mode_t mode)
-        : path_(folder / (".vark-" + UUID::random().text() + ".tmp")) {
-        file_ = Descriptor(uninterrupted(
-            [&] { return open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
-        if (!file_) throw FileError("Could not create", path_, errno);
-        // The umask may have taken bits away.
-        if (fchmod(file_.get(), mode) != 0) {
-            const int failure = errno;
-            unlink(path_.c_str());
-            throw FileError("Could not set the permissions of", path_, failure);
-        }
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() {
-        if (!renamed_) unlink(path_.c_str());
-    }
-
-    void write(std::string_view bytes) { writeAll(file_, bytes, path_); }
-
-    void sync() {
-        if (uninterrupted([&] { return fdatasync(file_.get()); }) != 0) {
-            throw FileError("Could not write", path_, errno);
-        }
-    }
-
-    void renameTo(const std::filesystem::path& path) {
-        if (rename(path_.c_str(), path.c_str()) != 0) throw FileError("Could not replace", path, errno);
-        renamed_ = true;
-    }
-
-  private:
-    std::filesystem::path path_;
-    Descriptor file_;
-    bool renamed_ = false;
-};
-
 /// The error number; 0 when it went well.
 int renamed(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags) {
     return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
@@ -183,10 +143,55 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
     }
 }
 
+std::filesystem::path temporaryPathBeside(const std::filesystem::path& path) {
+    return folderOf(path) / (".vark-" + UUID::random().text() + ".tmp");
+}
+
+UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(std::move(path)) {
+    file_ = Descriptor(uninterrupted(
+        [&] { return open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
+    if (!file_) throw FileError("Could not create", path_, errno);
+    // The umask may have taken bits away.
+    if (fchmod(file_.get(), mode) != 0) {
+        const int failure = errno;
+        unlink(path_.c_str());
+        throw FileError("Could not set the permissions of", path_, failure);
+    }
+}
+
+UnfinishedFile::~UnfinishedFile() {
+    if (!finished_) unlink(path_.c_str());
+}
+
+void UnfinishedFile::write(std::string_view bytes) {
+    writeAll(file_, bytes, path_);
+}
+
+void UnfinishedFile::startOver() {
+    if (ftruncate(file_.get(), 0) != 0 || lseek(file_.get(), 0, SEEK_SET) != 0)
+        throw FileError("Could not write", path_, errno);
+}
+
+void UnfinishedFile::sync() {
+    if (uninterrupted([&] { return fdatasync(file_.get()); }) != 0)
+        throw FileError("Could not write", path_, errno);
+}
+
+void UnfinishedFile::renameTo(const std::filesystem::path& path) {
+    if (rename(path_.c_str(), path.c_str()) != 0) throw FileError("Could not replace", path, errno);
+    finished_ = true;
+}
+
+void UnfinishedFile::keep() {
+    // An interrupted close has closed all the same.
+    if (::close(file_.release()) != 0 && errno != EINTR) throw FileError("Could not write", path_, errno);
+    finished_ = true;
+}
+
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability) {
     const std::filesystem::path folder = folderOf(path);
-    TemporaryFile file(folder, mode);
+    UnfinishedFile file(temporaryPathBeside(path), mode);
     file.write(bytes);
     if (durability == Durability::cached) {
         file.renameTo(path);

@@ -55,6 +55,33 @@ void writeAll(const Descriptor& file, std::string_view bytes, const std::filesys
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
 
+/// A name beside `path` that no person gives a file: for what takes the place of `path` once it is whole.
+std::filesystem::path temporaryPathBeside(const std::filesystem::path& path);
+
+/// A file in the making, with its mode from its first moment, which goes again unless it was kept or renamed
+/// to its place. Used by one thread at a time. All of it fails with `FileError`.
+class UnfinishedFile {
+  public:
+    /// Nothing may stand at `path` yet.
+    UnfinishedFile(std::filesystem::path path, mode_t mode);
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+    ~UnfinishedFile();
+
+    void write(std::string_view bytes);
+    /// Forgets all that was written.
+    void startOver();
+    void sync();
+    void renameTo(const std::filesystem::path& path);
+    /// The last thing to do with it: closes it, which on some disks is when a failed write shows.
+    void keep();
+
+  private:
+    const std::filesystem::path path_;
+    Descriptor file_;
+    bool finished_ = false;
+};
+
 /// Whether the bytes must be on the disk, and not only in the system's cache, before the old file is
 /// replaced.
 enum class Durability { synced, cached };
