@@ -8,6 +8,7 @@
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/Files.h"
 
 namespace vark::cli::test {
 
@@ -51,6 +52,21 @@ class TestVark final : public SilentVark {
         page.more = place + 1 < all.size();
         page.cursor = std::to_string(place + 1);
         co_return page;
+    }
+
+    std::map<std::int64_t, std::string> contents;
+    std::optional<VarkAPIError> downloadRefusal;
+    std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override {
+        if (downloadRefusal) throw *downloadRefusal;
+        auto download = std::make_shared<VarkDownload>(std::make_shared<Progress>(100), [] {});
+        const auto found = contents.find(id);
+        if (found == contents.end()) {
+            download->finish(std::make_exception_ptr(VarkAPIError::server(404)));
+        } else {
+            writeAtomically(to, found->second, 0600);
+            download->finish(nullptr);
+        }
+        return download;
     }
 
     Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
