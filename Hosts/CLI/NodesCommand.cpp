@@ -26,6 +26,12 @@ void print(Console& console, const LANNode& node, bool json) {
                               node.api ? ", with the API" : ""));
 }
 
+Task<void> lookFor(std::optional<Duration> limit) {
+    if (limit) co_await sleepFor(*limit);
+    while (!limit)
+        co_await sleepFor(longEnough);
+}
+
 /// Looks at the network with a table of its own, which nobody else is told of.
 ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
     LANRouter found;
@@ -51,7 +57,8 @@ ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
         };
 
     TaskScope scope(surroundings.executor, surroundings.clock);
-    const TaskHandle<void> waiting = scope.start(sleepFor(options.watch ? Duration::max() : longEnough));
+    const TaskHandle<void> waiting =
+        scope.start(lookFor(options.watch ? std::nullopt : std::optional(longEnough)));
     Terminal terminal(false, [waiting](std::optional<char>) { waiting.cancel(); });
     browser.start();
     surroundings.executor.runUntil([&] { return waiting.done() || !console.isRead(); });
