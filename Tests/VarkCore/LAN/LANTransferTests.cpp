@@ -38,7 +38,7 @@ class LANTransferTest : public testing::Test {
     TemporaryFolder folder;
     LANTransfer lan{dialer, loop.pool, [this] { return dateOf(loop.clock.now()); }};
 
-    static Date dateOf(Instant instant) { return Date{inSeconds(instant.time_since_epoch())}; }
+    static Date dateOf(Instant instant) { return Date{1000 + inSeconds(instant.time_since_epoch())}; }
 
     Task<Response> get(std::shared_ptr<Progress> progress = nullptr) {
         return lan.get(routeTo(), folder / "new/file", std::move(progress));
