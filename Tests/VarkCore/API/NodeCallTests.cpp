@@ -42,7 +42,7 @@ TEST_F(NodeCalls, ANodeProvesOnceThatItSpeaksTheAPIAndThenTakesTheCalls) {
     const std::string common =
         " HTTP/1.1\r\nHost: api.example\r\nConnection: close\r\nUser-Agent: Vark/1.0 (macOS; LAN)\r\n"
         "Accept: application/json\r\nAuthorization: Bearer t0ken\r\n";
-    const std::string call = "POST /portal/api/folder" + common +
+    const std::string call = "POST /api/folders" + common +
                              "Content-Type: application/json\r\nContent-Length: 12\r\n\r\n" +
                              R"({"path":"a"})";
     EXPECT_THAT(dialer.received, ElementsAre("GET /portal/api/whoami" + common + "\r\n", call, call));
@@ -127,7 +127,7 @@ TEST_F(NodeCalls, WhatFailsOnANodeGoesOverTheInternetAndTheCallerSeesNothingOfIt
         std::string target;
     };
     const std::vector<Transfer> transfers{
-        {"call", [this]() -> Task<void> { co_await api.createFolder("a"); }, "/portal/api/folder"},
+        {"call", [this]() -> Task<void> { co_await api.createFolder("a"); }, "/api/folders"},
         {"chunk", [this] { return chunk(); }, "/portal/api/upload/u1/5"},
         {"download", [this] { return api.download(7, folder / "item")->value(); }, "/portal/api/file/7"},
     };
