@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/Foundation/Files.h"
+#include "VarkBox/RootFolder.h"
 
 namespace vark::box {
 
@@ -55,15 +55,14 @@ class Box {
     struct Running;
 
     std::string readOrMakeToken() const;
-    void writeAddress() const;
 
     const BoxOptions options_;
     std::string url_;
     std::string chunkURL_;
     std::filesystem::path authority_;
     std::string token_;
-    std::optional<FileLock> lock_;
-    // After the lock: what runs ends before the root is free for another box.
+    std::optional<RootFolder> root_;
+    // After the root: what runs ends before it is free for another box.
     std::unique_ptr<Running> running_;
 };
 
