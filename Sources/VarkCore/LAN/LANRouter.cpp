@@ -89,14 +89,10 @@ void LANRouter::tellChange() const {
 std::optional<LANRoute> LANRouter::route(const URL& url, Date now) const {
     if (url.scheme() != "https") return std::nullopt;
     const std::string host = lowercased(url.host());
-    std::optional<LANNode> node;
-    {
-        const Locked hold(lock_);
-        const auto found = nodes_.find(host);
-        if (found == nodes_.end() || coolsOff(badUntil_, host, now)) return std::nullopt;
-        node = found->second;
-    }
-    return routeThrough(*node, url);
+    const Locked hold(lock_);
+    const auto found = nodes_.find(host);
+    if (found == nodes_.end() || coolsOff(badUntil_, host, now)) return std::nullopt;
+    return routeThrough(found->second, url);
 }
 
 std::optional<LANNode> LANRouter::apiNode(Date now) const {
