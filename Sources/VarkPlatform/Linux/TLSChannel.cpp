@@ -1,5 +1,7 @@
 #include "VarkPlatform/Linux/TLSChannel.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -8,6 +10,7 @@
 #include <boost/asio/post.hpp>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -29,6 +32,28 @@ void check(const boost::system::error_code& error) {
     if (error) throw DialError(DialError::network, error.message());
 }
 
+/// A machine that has gone says nothing, and TCP alone would try it for many minutes. One that is slow, or
+/// that takes no more for now, still acknowledges what reaches it, so neither rule counts it as lost.
+constexpr std::chrono::seconds timeBetweenLooks{1};
+constexpr int mostUnansweredTries = 4;
+constexpr std::chrono::seconds longestSilence{6};
+/// The same while nothing is on its way to it.
+constexpr int idleSecondsBeforeProbes = 5;
+constexpr int secondsBetweenProbes = 2;
+constexpr int mostUnansweredProbes = 3;
+
+void set(int socket, int level, int option, int value) {
+    // An option that the system does not know leaves the connection as good as it is.
+    setsockopt(socket, level, option, &value, sizeof value);
+}
+
+void probeWhenIdle(int socket) {
+    set(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    set(socket, IPPROTO_TCP, TCP_KEEPIDLE, idleSecondsBeforeProbes);
+    set(socket, IPPROTO_TCP, TCP_KEEPINTVL, secondsBetweenProbes);
+    set(socket, IPPROTO_TCP, TCP_KEEPCNT, mostUnansweredProbes);
+}
+
 bool mustWait(int errorNumber) {
     return errorNumber == EAGAIN || errorNumber == EWOULDBLOCK;
 }
@@ -36,7 +61,7 @@ bool mustWait(int errorNumber) {
 }  // namespace
 
 TLSChannel::TLSChannel(boost::asio::io_context& lane, ssl_ctx_st* context)
-    : lane_(lane), socket_(lane), tls_(SSL_new(context)) {
+    : lane_(lane), socket_(lane), watch_(lane), tls_(SSL_new(context)) {
     BIO* bio = BIO_new(transport());
     if (!tls_ || bio == nullptr) throw std::bad_alloc();
     BIO_set_data(bio, this);
@@ -98,6 +123,7 @@ void TLSChannel::close() {
     boost::asio::post(lane_, [self = shared_from_this()] {
         boost::system::error_code ignored;
         self->socket_.close(ignored);
+        self->watch_.cancel();
         self->finish(std::make_exception_ptr(CancellationError()));
     });
 }
@@ -133,10 +159,33 @@ void TLSChannel::proceed() {
         finish(nullptr);
         return;
     }
+    keepWatch();
     socket_.async_wait(*need, [self = shared_from_this(), number = number_](boost::system::error_code) {
         // A call that has ended meanwhile cancelled this; a failure of the socket's shows at its next use.
         if (self->number_ == number && self->call_ != nullptr) self->proceed();
     });
+}
+
+void TLSChannel::keepWatch() {
+    if (std::exchange(watching_, true)) return;
+    watch_.expires_after(timeBetweenLooks);
+    watch_.async_wait([self = shared_from_this()](boost::system::error_code) {
+        self->watching_ = false;
+        if (self->call_ == nullptr) return;
+        if (!self->farSideIsLost()) return self->keepWatch();
+        boost::system::error_code ignored;
+        self->socket_.cancel(ignored);
+        self->finish(std::make_exception_ptr(
+            DialError(DialError::network, std::system_category().message(ETIMEDOUT))));
+    });
+}
+
+bool TLSChannel::farSideIsLost() {
+    tcp_info info{};
+    socklen_t length = sizeof info;
+    if (getsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_INFO, &info, &length) != 0) return false;
+    return info.tcpi_retransmits >= mostUnansweredTries &&
+           std::chrono::milliseconds(info.tcpi_last_ack_recv) >= longestSilence;
 }
 
 void TLSChannel::finish(std::exception_ptr failure) {
@@ -212,6 +261,7 @@ void TLSConnect::begin() {
     check(error);
     channel_->socket_.non_blocking(true, error);
     check(error);
+    probeWhenIdle(channel_->socket_.native_handle());
     // Asio's own way would block here, or bring a second kind of waiting.
     const int result = ::connect(channel_->socket_.native_handle(), endpoint.data(),
                                  static_cast<socklen_t>(endpoint.size()));

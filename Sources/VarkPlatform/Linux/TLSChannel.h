@@ -2,6 +2,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -55,6 +56,9 @@ class TLSChannel final : public std::enable_shared_from_this<TLSChannel> {
     void begin(Call& call);
     void cancel(std::uint64_t number);
     void proceed();
+    /// Ends the call under way once the far side has fallen silent in the middle of it.
+    void keepWatch();
+    bool farSideIsLost();
     void finish(std::exception_ptr failure);
 
     /// Hands the kernel what has been encrypted.
@@ -65,6 +69,8 @@ class TLSChannel final : public std::enable_shared_from_this<TLSChannel> {
 
     boost::asio::io_context& lane_;
     boost::asio::ip::tcp::socket socket_;
+    boost::asio::steady_timer watch_;
+    bool watching_ = false;
     std::unique_ptr<ssl_st, Free> tls_;
 
     std::vector<char> encrypted_;
