@@ -26,7 +26,8 @@ void print(Console& console, const LANNode& node, bool json) {
                               node.api ? ", with the API" : ""));
 }
 
-Task<void> lookFor(std::optional<Duration> limit) {
+Task<void> look(NodeBrowser& browser, std::optional<Duration> limit) {
+    browser.start();
     if (limit) co_await sleepFor(*limit);
     while (!limit)
         co_await sleepFor(longEnough);
@@ -58,9 +59,8 @@ ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
 
     TaskScope scope(surroundings.executor, surroundings.clock);
     const TaskHandle<void> waiting =
-        scope.start(lookFor(options.watch ? std::nullopt : std::optional(longEnough)));
+        scope.start(look(browser, options.watch ? std::nullopt : std::optional(longEnough)));
     Terminal terminal(false, [waiting](std::optional<char>) { waiting.cancel(); });
-    browser.start();
     surroundings.executor.runUntil([&] { return waiting.done() || !console.isRead(); });
     browser.stop();
     if (options.watch) return ExitCode::allLanded;

@@ -55,7 +55,6 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
                               item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
     };
     nodes_.log = [this](const std::string& sentence) { surroundings_.log().write(sentence); };
-    nodes_.start();
     scope_.start(watched(open()));
     scope_.start(watched(beating()));
 }
@@ -84,6 +83,7 @@ Task<void> SendSession::watched(Task<void> task) {
 }
 
 Task<void> SendSession::open() {
+    nodes_.start();
     engine_.start(false);
     if (settings_.officeHours) engine_.setOfficeHours(*settings_.officeHours);
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();

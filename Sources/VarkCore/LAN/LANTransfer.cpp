@@ -21,6 +21,8 @@ using Failure = LANTransfer::Failure;
 using Response = LANTransfer::Response;
 
 constexpr std::size_t mostBytesOfARead = 1'048'576;
+/// Until the head has come: the start of the body that comes along counts against the limit of the head.
+constexpr std::size_t mostBytesOfAHeadRead = 16'384;
 constexpr std::size_t mostBytesOfAPiece = 262'144;
 /// Of an answer that is held in memory, as of the vark's own ones.
 constexpr std::size_t longestBody = std::size_t{32} << 20;
@@ -194,8 +196,8 @@ Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFi
     Response response;
     do {
         co_await checkCancellation();
-        const TLSConnection::Received received =
-            co_await connection.receive({buffer.get(), mostBytesOfARead});
+        const std::size_t wanted = reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead;
+        const TLSConnection::Received received = co_await connection.receive({buffer.get(), wanted});
         const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
         if (to == nullptr) {
             keep(piece, response.body);
