@@ -31,9 +31,9 @@ class Platform {
     virtual Volumes& volumes() = 0;
     /// Of the way to that host; empty for the way out into the world alone.
     virtual std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) = 0;
-    /// An API that can have so many chunks on their way at once.
+    /// An API that can have so many chunks on their way at once, and does work of its own on the executor.
     virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
-                                             int chunksAtOnce) = 0;
+                                             int chunksAtOnce, Executor& executor, Clock& clock) = 0;
     /// Whether what answers at the address proves who it is. True as well when nothing answers.
     virtual Task<bool> provesItself(VarkAddress address) = 0;
 };

@@ -21,7 +21,7 @@ const URL nowhere = *URL::parse("https://vark.invalid");
 std::shared_ptr<VarkAPI> apiIfConnected(Surroundings& surroundings,
                                         const std::optional<SharedConnection>& connection) {
     if (connection && connection->serverURL()) return surroundings.api(*connection);
-    return surroundings.platform.makeAPI({nowhere, std::nullopt}, [] { return std::nullopt; }, 1);
+    return surroundings.api({nowhere, std::nullopt}, [] { return std::nullopt; });
 }
 
 Task<QueueAnswer> carryOutAndSay(TransferEngine& engine, QueueDesk& desk, QueueRequest request) {

@@ -58,7 +58,12 @@ std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, i
     std::filesystem::path authority = SharedFiles::authority(*sharedFolder());
     if (std::filesystem::exists(authority)) address.authority = authority;
     auto token = std::make_shared<ConnectionToken>(*sharedFolder(), connection.server);
-    return platform.makeAPI(address, [token] { return token->current(); }, chunksAtOnce);
+    return api(address, [token] { return token->current(); }, chunksAtOnce);
+}
+
+std::shared_ptr<VarkAPI> Surroundings::api(const VarkAddress& address, TokenProvider token,
+                                           int chunksAtOnce) {
+    return platform.makeAPI(address, std::move(token), chunksAtOnce, executor, clock);
 }
 
 QueueStore& Surroundings::store() {

@@ -48,6 +48,8 @@ class Surroundings {
     SharedConnection neededConnection();
     /// An API for the connection, which goes by the token that is in force at each call.
     std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
+    /// One for an address that there is no connection to yet.
+    std::shared_ptr<VarkAPI> api(const VarkAddress& address, TokenProvider token, int chunksAtOnce = 1);
     QueueStore& store();
     TransferLog& log();
     TransferEngine::Host engineHost();

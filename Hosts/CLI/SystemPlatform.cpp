@@ -3,6 +3,7 @@
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/OfficeNodes.h"
 
 namespace vark::cli {
 
@@ -11,20 +12,30 @@ namespace {
 /// How the vark knows the calls of this program.
 constexpr const char* via = "Terminal";
 
+std::optional<std::string> authorityOf(const VarkAddress& address) {
+    return address.authority ? std::optional(address.authority->string()) : std::nullopt;
+}
+
 HTTPSessionSettings settingsFor(const VarkAddress& address) {
-    std::optional<std::string> authority;
-    if (address.authority) authority = address.authority->string();
-    return sessionSettings(via, authority);
+    return sessionSettings(via, authorityOf(address));
 }
 
 /// An API with what it stands on, in the order in which they end.
 struct Line {
-    Line(const VarkAddress& address, TokenProvider token, int chunksAtOnce)
+    Line(const VarkAddress& address, TokenProvider token, int chunksAtOnce, Executor& executor, Clock& clock)
         : session(settingsFor(address)),
+          nodes(authorityOf(address)),
           writers(static_cast<std::size_t>(chunksAtOnce)),
-          api(session, address.url, std::move(token), writers) {}
+          api({.session = session,
+               .lan = nodes.router,
+               .nodes = nodes.transfer,
+               .writers = writers,
+               .executor = executor,
+               .clock = clock},
+              address.url, std::move(token)) {}
 
     CurlSession session;
+    OfficeNodes nodes;
     BlockingPool writers;
     HTTPVarkAPI api;
 };
@@ -51,8 +62,8 @@ std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor(const std::string& 
 }
 
 std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, TokenProvider token,
-                                                 int chunksAtOnce) {
-    auto line = std::make_shared<Line>(address, std::move(token), chunksAtOnce);
+                                                 int chunksAtOnce, Executor& executor, Clock& clock) {
+    auto line = std::make_shared<Line>(address, std::move(token), chunksAtOnce, executor, clock);
     return {line, &line->api};
 }
 

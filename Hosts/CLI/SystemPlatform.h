@@ -16,8 +16,8 @@ class SystemPlatform final : public Platform {
     const UserFolders& folders() override;
     Volumes& volumes() override;
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
-    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
-                                     int chunksAtOnce) override;
+    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token, int chunksAtOnce,
+                                     Executor& executor, Clock& clock) override;
     Task<bool> provesItself(VarkAddress address) override;
 
   private:

@@ -85,7 +85,8 @@ class TestPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
     }
-    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, int) override {
+    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, int, Executor&,
+                                     Clock&) override {
         tokenGiven = token();
         return vark;
     }
