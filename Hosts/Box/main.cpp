@@ -25,6 +25,7 @@ struct Arguments {
     BoxOptions box;
     NodeOptions node;
     bool noChunkURL = false;
+    bool noJobBook = false;
     bool quiet = false;
 };
 
@@ -61,6 +62,12 @@ void describeServe(CLI::App& serve, Arguments& arguments) {
         .add_option("--check-inline-below", options.checkInlineBelow,
                     "Files below so many bytes are checked before their finish is answered")
         ->check(CLI::Range(std::int64_t{0}, mostBytes))
+        ->capture_default_str();
+    serve.add_flag("--no-job-book", arguments.noJobBook, "Have no job book: its calls answer 404");
+    serve
+        .add_option("--sign-in-lasts", options.signInLastsSeconds,
+                    "Seconds for which a code or a sign-in in the browser is good")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
     describeFaults(serve, options.faults);
     serve.add_flag("--quiet", arguments.quiet, "Print nothing but errors");
@@ -127,6 +134,7 @@ void say(const std::string& line) {
 
 void serve(Arguments arguments) {
     arguments.box.givesChunkURL = !arguments.noChunkURL;
+    arguments.box.hasJobBook = !arguments.noJobBook;
     EndSignals ends;
     Box box(arguments.box);
     box.start();

@@ -26,6 +26,25 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// The job book has entries of every completeness.
+void fillJobBook(Turn& turn) {
+    struct Job {
+        const char* ref;
+        const char* title;
+        const char* client;
+        const char* artist;
+        const char* date;
+    };
+    for (const Job& job : {Job{"J-1042", "Summer", "Northwind", "A. Lindqvist", "2025-03-03"},
+                           Job{"J-1043", "Harbour at night", "Northwind", "", "2025-03-10"},
+                           Job{"J-1044", "", "Bakery & Sons", "", "2025-04-01"},
+                           Job{"J-1045", "Autumn lookbook", "", "", ""}, Job{"J-1046", "", "", "", ""}}) {
+        turn.query("INSERT INTO jobs(ref, title, client, artist, date) VALUES(?, ?, ?, ?, ?)")
+            .with(job.ref, job.title, job.client, job.artist, job.date)
+            .run();
+    }
+}
+
 /// What a new vark holds before anybody has put anything into it.
 void furnish(Database& database) {
     Turn turn = database.write();
@@ -35,6 +54,7 @@ void furnish(Database& database) {
     tree.makeFolder("Templates");
     tree.setArea(tree.makeFolder("Fridge").id, "fridge");
     tree.setArea(tree.makeFolder("Archive").id, "archive");
+    fillJobBook(turn);
     turn.commit();
 }
 
@@ -53,10 +73,11 @@ struct Box::Running {
           database(root / "records.sqlite"),
           files(root),
           uploads(database, files, {options.chunkSize, options.checkInlineBelow}),
-          account(options.client, token, options.level),
+          account(database, options.client, token, options.level),
           nodes(database),
+          signIns(options.signInLastsSeconds),
           log(root / "requests.jsonl"),
-          services{database, files, uploads, account, faults, nodes, tickets},
+          services{database, files, uploads, account, faults, nodes, tickets, signIns, options.hasJobBook},
           site(services, log) {
         furnish(database);
         for (const std::string& fault : options.faults)
@@ -77,6 +98,7 @@ struct Box::Running {
     Faults faults;
     Nodes nodes;
     Tickets tickets;
+    SignIns signIns;
     RequestLog log;
     Services services;
     BoxSite site;
@@ -99,6 +121,7 @@ void Box::start() {
     HTTPServer& server = *running->server;
     url_ = fmt::format("{}://{}", scheme, server.listen(Listener::app, options_.listen));
     chunkURL_ = fmt::format("{}://{}", scheme, server.listen(Listener::chunk, options_.chunkListen));
+    running->services.url = url_;
     running->services.chunkURL = chunkURL_;
     server.start();
     running_ = std::move(running);

@@ -26,6 +26,9 @@ struct BoxOptions {
     /// Whether uploads are told an address of their own for their chunks.
     bool givesChunkURL = true;
     std::int64_t checkInlineBelow = 1 << 20;
+    bool hasJobBook = true;
+    /// How long a code, or a sign-in in the browser, is good for.
+    double signInLastsSeconds = 600;
     /// In force from the start; each as JSON, as the control call takes it.
     std::vector<std::string> faults;
 };

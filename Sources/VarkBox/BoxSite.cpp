@@ -19,6 +19,9 @@ BoxSite::BoxSite(Services& services, RequestLog& log)
     addFileRoutes(application_, services);
     addUploadRoutes(application_, services);
     addDeskRoutes(application_, services);
+    addShareRoutes(application_, services);
+    addJobRoutes(application_, services);
+    addSignInRoutes(application_, services);
     addControlRoutes(application_, services);
     addNodeRoutes(application_, services);
     addChunkRoutes(chunks_, services);

@@ -47,12 +47,14 @@ void addControlRoutes(Router& router, Services& services) {
         services.account.setLevel(JSONBody(request.body).required<int>("level"));
         return nothing();
     });
-    router.add("POST", "/control/sign-out", Door::open, [&services](const auto&, const auto&) {
-        services.account.setSignedOut(true);
+    router.add("POST", "/control/sign-out", Door::open, [&services](const BoxRequest& request, const auto&) {
+        SignOut how;
+        if (!request.body.empty()) how.code = JSONBody(request.body).optional<std::string>("code");
+        services.account.signOut(how);
         return nothing();
     });
     router.add("POST", "/control/sign-in", Door::open, [&services](const auto&, const auto&) {
-        services.account.setSignedOut(false);
+        services.account.signIn();
         return nothing();
     });
 }

@@ -68,6 +68,7 @@ class Refusal : public std::runtime_error {
   public:
     Refusal(int status, const std::string& sentence, boost::json::object extras = {});
 
+    int status() const { return status_; }
     BoxReply reply() const;
 
   private:

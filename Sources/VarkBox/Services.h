@@ -9,6 +9,7 @@
 #include "VarkBox/Nodes.h"
 #include "VarkBox/ObjectFiles.h"
 #include "VarkBox/Router.h"
+#include "VarkBox/SignIns.h"
 #include "VarkBox/Tickets.h"
 #include "VarkBox/Uploads.h"
 
@@ -23,6 +24,10 @@ struct Services {
     Faults& faults;
     Nodes& nodes;
     const Tickets& tickets;
+    SignIns& signIns;
+    bool hasJobBook = true;
+    /// The address of the application; set before the server starts.
+    std::string url{};
     /// Where file bytes are taken and given without a token; set before the server starts.
     std::string chunkURL{};
     /// Whether uploads are told that address, or send their chunks through the application.
@@ -38,6 +43,13 @@ void addUploadRoutes(Router& router, Services& services);
 void addChunkRoutes(Router& router, Services& services);
 void addDeskRoutes(Router& router, Services& services);
 void addControlRoutes(Router& router, Services& services);
+/// Shares, with their pages.
+void addShareRoutes(Router& router, Services& services);
+/// Nothing for a vark without a job book.
+void addJobRoutes(Router& router, Services& services);
+/// The calls of devices that sign in, and the pages of the portal for the person, whom everybody on this
+/// machine is taken for.
+void addSignInRoutes(Router& router, Services& services);
 void addNodeRoutes(Router& router, Services& services);
 /// What the chunk listener gives and takes.
 void addTicketRoutes(Router& router, Services& services);

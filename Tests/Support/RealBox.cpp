@@ -22,7 +22,7 @@ std::string withoutScheme(const std::string& url) {
 
 }  // namespace
 
-RealBox::RealBox(Options options) : options_(options) {
+RealBox::RealBox(Options options) : options_(std::move(options)) {
     start();
 }
 
@@ -40,6 +40,7 @@ void RealBox::start() {
                          std::to_string(options_.checkInlineBelow),
                          "--quiet"};
     if (!options_.givesChunkURL) options.arguments.emplace_back("--no-chunk-url");
+    options.arguments.insert(options.arguments.end(), options_.arguments.begin(), options_.arguments.end());
     if (!url_.empty()) {
         for (const std::string& argument : {std::string("--listen"), withoutScheme(url_),
                                             std::string("--chunk-listen"), withoutScheme(chunkURL_)})

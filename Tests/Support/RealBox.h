@@ -32,6 +32,8 @@ class RealBox {
         std::int64_t chunkSize = 8 << 20;
         bool givesChunkURL = true;
         std::int64_t checkInlineBelow = 1 << 20;
+        /// More of what `vark-box serve` takes.
+        std::vector<std::string> arguments{};
     };
 
     explicit RealBox(Options options);

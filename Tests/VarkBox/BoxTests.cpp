@@ -37,16 +37,6 @@ TEST_F(BoxFixture, EveryCallOfTheApplicationNeedsTheToken) {
     }
 }
 
-TEST_F(BoxFixture, ASignedOutTokenSaysSoUntilItIsSignedInAgain) {
-    start();
-    client->control("POST", "/control/sign-out");
-    Answer refused = client->get("/api/whoami");
-    EXPECT_EQ(refused.status, 401);
-    EXPECT_EQ(refused.json().at("sign_out"), true);
-    client->control("POST", "/control/sign-in");
-    EXPECT_EQ(client->get("/api/whoami").status, 200);
-}
-
 TEST_F(BoxFixture, TheTokenMayStandInAFileThatSomebodyElseWrote) {
     options.tokenFile = folder.path() / "given";
     for (std::string_view bytes : {"", "\n\r\n"}) {
