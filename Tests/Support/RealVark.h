@@ -33,7 +33,8 @@ class RealVark {
         std::map<std::string, std::string> environment{};
     };
 
-    explicit RealVark(Place place = {});
+    RealVark() : RealVark(Place()) {}
+    explicit RealVark(Place place);
 
     /// A run that goes on beside the test. Its output is in files of its own.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);

@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
@@ -11,6 +12,9 @@ namespace vark {
 namespace {
 
 const HTTPHeader acceptJSON{"Accept", "application/json"};
+
+/// A node of this office answers at once; the call that waits for the proof has the internet.
+constexpr std::chrono::seconds longestProbe{10};
 
 bool isJSONObject(std::string_view body) {
     try {
@@ -61,7 +65,8 @@ Task<std::optional<APIAnswer>> HTTPVarkAPI::sendOverNode(HTTPRequest request, LA
     if (!request.body.empty()) body = std::move(request.body);
     Task<LANTransfer::Response> exchange =
         nodes_.request(request.method, route, headersForNode(request), std::move(body));
-    std::optional<LANTransfer::Response> answer = co_await answerOfNode(route.host, std::move(exchange));
+    std::optional<LANTransfer::Response> answer =
+        co_await answerOfNode(route.host, withTimeout(request.idleLimit, std::move(exchange)));
     if (!answer) co_return std::nullopt;
     if (answer->status == 401 && auth == Auth::token) throw serverErrorFor(401, answer->body);
     co_return APIAnswer{answer->status, std::move(answer->body)};
@@ -74,6 +79,8 @@ Task<std::optional<LANTransfer::Response>> HTTPVarkAPI::answerOfNode(std::string
         co_return co_await std::move(exchange);
     } catch (const LANTransfer::Failure& error) {
         failure = error;
+    } catch (const TimeoutError&) {
+        failure = LANTransfer::Failure::connect("it did not answer in time");
     }
     co_await checkCancellation();
     if (failure.kind() == LANTransfer::Failure::cancelledKind) throw CancellationError();
@@ -110,7 +117,7 @@ Task<bool> HTTPVarkAPI::provesItself(LANRoute probe) {
         headers.push_back({"Authorization", "Bearer " + *token});
     Task<LANTransfer::Response> exchange = nodes_.request("GET", probe, std::move(headers));
     const std::optional<LANTransfer::Response> answer =
-        co_await answerOfNode(probe.host, std::move(exchange));
+        co_await answerOfNode(probe.host, withTimeout(longestProbe, std::move(exchange)));
     if (!answer) co_return false;
     // A node that refuses a stale token speaks the API all the same.
     const bool isAPI = (answer->status == 200 || answer->status == 401) && isJSONObject(answer->body);

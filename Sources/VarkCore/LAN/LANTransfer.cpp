@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "VarkCore/Concurrency/Clock.h"
+#include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/LAN/ResponseReader.h"
@@ -26,6 +27,8 @@ constexpr std::size_t mostBytesOfAHeadRead = 16'384;
 constexpr std::size_t mostBytesOfAPiece = 262'144;
 /// Of an answer that is held in memory, as of the vark's own ones.
 constexpr std::size_t longestBody = std::size_t{32} << 20;
+/// Of a node that sends a file.
+constexpr std::chrono::seconds longestSilence{60};
 /// A rate so low that a piece takes longer goes out faster than it should.
 constexpr double longestPause = 2;
 
@@ -84,6 +87,14 @@ Task<void> keepPace(TokenBucket* limiter, std::size_t bytes, Date now) {
 void keep(std::string_view piece, std::string& body) {
     if (body.size() + piece.size() > longestBody) throw Failure::badAnswer("body too long");
     body += piece;
+}
+
+Task<TLSConnection::Received> inTime(Task<TLSConnection::Received> receiving) {
+    try {
+        co_return co_await withTimeout(longestSilence, std::move(receiving));
+    } catch (const TimeoutError&) {
+        throw Failure::connect("it sends no more");
+    }
 }
 
 void tell(Progress& progress, const ResponseReader& reader) {
@@ -197,7 +208,10 @@ Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFi
     do {
         co_await checkCancellation();
         const std::size_t wanted = reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead;
-        const TLSConnection::Received received = co_await connection.receive({buffer.get(), wanted});
+        Task<TLSConnection::Received> receiving = connection.receive({buffer.get(), wanted});
+        // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
+        if (to != nullptr) receiving = inTime(std::move(receiving));
+        const TLSConnection::Received received = co_await std::move(receiving);
         const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
         if (to == nullptr) {
             keep(piece, response.body);

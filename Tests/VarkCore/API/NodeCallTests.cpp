@@ -25,6 +25,7 @@ class NodeCalls : public NodeWorld {
     std::filesystem::path file = folder.file("clip.mov", "twelve bytes");
     std::vector<std::int64_t> told;
 
+    Task<void> call() { co_await api.createFolder("a"); }
     Task<void> chunk() {
         return api.putChunk("u1", 5, file, 0, 12, nullptr,
                             [this](std::int64_t sent) { told.push_back(sent); });
@@ -127,7 +128,7 @@ TEST_F(NodeCalls, WhatFailsOnANodeGoesOverTheInternetAndTheCallerSeesNothingOfIt
         std::string target;
     };
     const std::vector<Transfer> transfers{
-        {"call", [this]() -> Task<void> { co_await api.createFolder("a"); }, "/api/folders"},
+        {"call", [this] { return call(); }, "/api/folders"},
         {"chunk", [this] { return chunk(); }, "/portal/api/upload/u1/5"},
         {"download", [this] { return api.download(7, folder / "item")->value(); }, "/portal/api/file/7"},
     };
@@ -158,7 +159,7 @@ TEST_F(NodeCalls, WhatFailsOnANodeGoesOverTheInternetAndTheCallerSeesNothingOfIt
 TEST_F(NodeCalls, ACancelledTransferIsCancelledAndTheNodeNotBadForIt) {
     lan.setAPIVerified(apiNode);
     const std::vector<std::pair<const char*, std::function<Task<void>()>>> transfers{
-        {"call", [this]() -> Task<void> { co_await api.createFolder("a"); }},
+        {"call", [this] { return call(); }},
         {"chunk", [this] { return chunk(); }},
         {"download", [this] { return api.download(7, folder / "item")->value(); }},
     };
