@@ -59,7 +59,7 @@ TEST_F(EngineQueue, TheSameThingIsAddedOnceHoweverItIsSpelled) {
     TransferEngine::Added again =
         add({file.parent_path() / "", file.parent_path() / "." / "", folder.path() / "files/x/../Shoot"});
     EXPECT_EQ(again.items, 0);
-    EXPECT_THAT(again.notAdded, SizeIs(3));
+    EXPECT_THAT(again.notAdded, testing::SizeIs(3));
     for (const TransferEngine::NotAdded& path : again.notAdded) {
         EXPECT_THAT(path.sentence, HasSubstr("Already in the queue: "));
         EXPECT_TRUE(path.isInQueue);
@@ -73,7 +73,7 @@ TEST_F(EngineQueue, APathThatCannotBeAddedIsToldAndTheOthersGoOn) {
     engine->start(false);
     TransferEngine::Added added = add({folder.path() / "nowhere", write("a.mov", 10)});
     EXPECT_EQ(added.items, 1);
-    ASSERT_THAT(added.notAdded, SizeIs(1));
+    ASSERT_THAT(added.notAdded, testing::SizeIs(1));
     EXPECT_THAT(added.notAdded[0].sentence,
                 HasSubstr("Could not add " + (folder.path() / "nowhere").string()));
     EXPECT_FALSE(added.notAdded[0].isInQueue);
