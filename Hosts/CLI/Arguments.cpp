@@ -82,16 +82,6 @@ std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
     return hours;
 }
 
-std::string tidiedVarkPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
-}
-
 std::string joinedVarkPath(std::string_view root, std::string_view below) {
     return tidiedVarkPath(std::string(root) + "/" + std::string(below));
 }

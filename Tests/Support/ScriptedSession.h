@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "Tests/Support/UntilCancelled.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Services/HTTPSession.h"
 
@@ -96,18 +97,6 @@ class ScriptedSession final : public HTTPSession {
 
       private:
         BytePipe& pipe_;
-    };
-
-    class UntilCancelled final : public StoppableWait {
-      public:
-        template <class Promise>
-        bool await_suspend(std::coroutine_handle<Promise> handle) {
-            return suspend(handle, [this](const TaskContext& context) { watch(context.token); });
-        }
-        void await_resume() { unwatch(); }
-
-      private:
-        void onStop() noexcept override { complete(); }
     };
 
     ScriptedAnswer answerTo(HTTPRequest request) {

@@ -69,14 +69,7 @@ class TemporaryFile {
         if (!renamed_) unlink(path_.c_str());
     }
 
-    void write(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t written =
-                uninterrupted([&] { return ::write(file_.get(), bytes.data(), bytes.size()); });
-            if (written < 0) throw FileError("Could not write", path_, errno);
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        }
-    }
+    void write(std::string_view bytes) { writeAll(file_, bytes, path_); }
 
     void sync() {
         if (uninterrupted([&] { return fdatasync(file_.get()); }) != 0) {
@@ -131,6 +124,22 @@ Descriptor openForReading(const std::filesystem::path& path) {
     Descriptor file(uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
     if (!file) throw FileError("Could not open", path, errno);
     return file;
+}
+
+Descriptor openEmptied(const std::filesystem::path& path) {
+    Descriptor file(uninterrupted(
+        [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600); }));
+    if (!file) throw FileError("Could not create", path, errno);
+    return file;
+}
+
+void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path) {
+    while (!bytes.empty()) {
+        const ssize_t written =
+            uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
+        if (written < 0) throw FileError("Could not write", path, errno);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
 }
 
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit) {

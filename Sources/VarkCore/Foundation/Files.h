@@ -47,6 +47,11 @@ class Descriptor {
 
 /// Opens for reading, close-on-exec. Fails with `FileError`.
 Descriptor openForReading(const std::filesystem::path& path);
+/// Creates the file with mode 0600, or empties the one that stands there; for writing, close-on-exec. Fails
+/// with `FileError`.
+Descriptor openEmptied(const std::filesystem::path& path);
+/// All of the bytes, from where the last ones ended. `path` is for the `FileError`.
+void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path);
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
 

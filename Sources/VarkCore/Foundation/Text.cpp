@@ -123,6 +123,16 @@ std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator
     }
 }
 
+std::string tidiedVarkPath(std::string_view path) {
+    std::string tidied;
+    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
+        if (piece.empty()) continue;
+        if (!tidied.empty()) tidied += '/';
+        tidied += piece;
+    }
+    return tidied;
+}
+
 std::string_view lastPathComponent(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);

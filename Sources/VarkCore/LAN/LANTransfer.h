@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "VarkCore/Concurrency/BlockingPool.h"
@@ -59,7 +61,21 @@ class LANTransfer {
     static std::string head(std::string_view method, const LANRoute& route, const Headers& headers);
 
   private:
+    struct FileSlice {
+        std::filesystem::path path;
+        std::int64_t offset;
+        std::int64_t length;
+    };
+    struct BodyFile;
+
+    Task<Response> exchange(LANRoute route, std::string request);
+    Task<Response> sendFile(FileSlice slice, LANRoute route, std::string head, TokenBucket* limiter,
+                            PutProgress progress);
+    Task<Response> fetch(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    // What follows is awaited at once, in the same call.
     Task<std::unique_ptr<TLSConnection>> open(const LANRoute& route);
+    Task<Response> readResponse(TLSConnection& connection, const BodyFile* to = nullptr);
+    Task<void> store(std::string_view piece, const BodyFile& to);
 
     Dialer& dialer_;
     BlockingPool& files_;

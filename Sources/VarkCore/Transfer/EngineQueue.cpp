@@ -10,17 +10,6 @@ namespace vark {
 
 namespace {
 
-/// Without leading, trailing and doubled slashes.
-std::string tidiedPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
-}
-
 /// Absolute, without "." and "..", and without a slash at its end.
 std::filesystem::path standardised(const std::filesystem::path& path) {
     std::filesystem::path standard = std::filesystem::absolute(path).lexically_normal();
@@ -90,7 +79,7 @@ void TransferEngine::setTitle(const std::string& title) {
 
 void TransferEngine::setDestination(const std::string& path) {
     ensureJob("", "", "");
-    std::string destination = tidiedPath(path);
+    std::string destination = tidiedVarkPath(path);
     if (destination == job_->destination) return;
     job_->destination = destination;
     log_.write(fmt::format("Destination set to {}", destination.empty() ? "the vark root" : destination));
