@@ -25,6 +25,8 @@ constexpr std::size_t mostBytesOfARead = 1'048'576;
 /// Until the head has come: the start of the body that comes along counts against the limit of the head.
 constexpr std::size_t mostBytesOfAHeadRead = 16'384;
 constexpr std::size_t mostBytesOfAPiece = 262'144;
+/// After so many, whoever waits for the pool has a turn.
+constexpr int mostPiecesOfATurn = 16;
 /// Of an answer that is held in memory, as of the vark's own ones.
 constexpr std::size_t longestBody = std::size_t{32} << 20;
 /// Of a node that sends a file.
@@ -168,18 +170,34 @@ Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::strin
 
     const auto size = static_cast<std::size_t>(std::clamp<std::int64_t>(slice.length, 0, mostBytesOfAPiece));
     const auto buffer = std::make_unique_for_overwrite<char[]>(size);
+    const std::stop_token cancelled = co_await thisToken();
     std::int64_t sent = 0;
-    while (sent < slice.length) {
-        co_await checkCancellation();
-        const auto wanted =
-            static_cast<std::size_t>(std::min<std::int64_t>(mostBytesOfAPiece, slice.length - sent));
-        auto readNext = [&] { return readPiece(file, {buffer.get(), wanted}, slice.path); };
-        const std::size_t count = co_await files_.run(readNext);
-        if (count == 0) throw Failure::shortBody();
-        co_await keepPace(limiter, count, now_());
-        co_await connection->send({buffer.get(), count});
+    const auto haveSent = [&](std::size_t count) {
         sent += static_cast<std::int64_t>(count);
         if (progress) progress(sent);
+    };
+    while (sent < slice.length) {
+        co_await checkCancellation();
+        std::size_t count = 0;
+        std::span<const char> rest;
+        // Reads pieces and sends them on, for as long as that takes no waiting.
+        auto sendWhatGoes = [&] {
+            for (int pieces = 0; pieces < mostPiecesOfATurn; ++pieces) {
+                const std::int64_t missing = slice.length - sent;
+                if (missing == 0 || cancelled.stop_requested()) return true;
+                count = readPiece(file, {buffer.get(), std::min(size, static_cast<std::size_t>(missing))},
+                                  slice.path);
+                if (count == 0) throw Failure::shortBody();
+                rest = {buffer.get(), count};
+                if (limiter != nullptr || !connection->trySend(rest)) return false;
+                haveSent(count);
+            }
+            return true;
+        };
+        if (co_await files_.run(sendWhatGoes)) continue;
+        co_await keepPace(limiter, count, now_());
+        co_await connection->send(rest);
+        haveSent(count);
     }
     co_return co_await readResponse(*connection);
 }
