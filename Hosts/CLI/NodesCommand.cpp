@@ -36,7 +36,8 @@ Task<void> look(NodeBrowser& browser, std::optional<Duration> limit) {
 /// Looks at the network with a table of its own, which nobody else is told of.
 ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
     LANRouter found;
-    const std::unique_ptr<ServiceBrowser> services = surroundings.platform.makeServiceBrowser();
+    const std::unique_ptr<ServiceBrowser> services =
+        surroundings.platform.makeServiceBrowser(surroundings.executor);
     NodeBrowser browser(found, {surroundings.executor, surroundings.clock, surroundings.date, *services,
                                 surroundings.pool(), std::nullopt});
     Console& console = surroundings.console;

@@ -44,7 +44,7 @@ class Platform {
     /// An API that goes by the nodes of `lan` where it can.
     virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                              const APIHost& host) = 0;
-    virtual std::unique_ptr<ServiceBrowser> makeServiceBrowser() = 0;
+    virtual std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) = 0;
     /// Whether what answers at the address proves who it is. True as well when nothing answers.
     virtual Task<bool> provesItself(VarkAddress address) = 0;
 };

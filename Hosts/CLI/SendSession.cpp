@@ -41,7 +41,7 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
       engine_(api_, surroundings.store(), surroundings.log(), settings_.chunksAtOnce,
               surroundings.engineHost()),
       desk_(engine_, connection.rootPath, connection.clientName),
-      services_(surroundings.platform.makeServiceBrowser()),
+      services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
       nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
                                   surroundings.pool(), surroundings.sharedFolder()}),
       scope_(surroundings.executor, surroundings.clock) {

@@ -65,8 +65,8 @@ std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, Tok
     return {line, &line->api};
 }
 
-std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser() {
-    return std::make_unique<AvahiBrowser>();
+std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser(Executor& executor) {
+    return std::make_unique<AvahiBrowser>(executor);
 }
 
 Task<bool> SystemPlatform::provesItself(VarkAddress address) {

@@ -18,7 +18,7 @@ class SystemPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                      const APIHost& host) override;
-    std::unique_ptr<ServiceBrowser> makeServiceBrowser() override;
+    std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) override;
     Task<bool> provesItself(VarkAddress address) override;
 
   private:

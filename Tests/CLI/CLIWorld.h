@@ -106,7 +106,7 @@ class TestPlatform final : public Platform {
         tokenGiven = token();
         return vark;
     }
-    std::unique_ptr<ServiceBrowser> makeServiceBrowser() override {
+    std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor&) override {
         return std::make_unique<vark::test::FakeServiceBrowser>();
     }
     Task<bool> provesItself(VarkAddress) override { co_return isTrusted; }
