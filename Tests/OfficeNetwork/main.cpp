@@ -25,7 +25,7 @@ bool onlyLists(int count, char** arguments) {
 }
 
 int runInOffice(int count, char** arguments) {
-    const vark::test::TemporaryFolder folder;
+    const vark::TemporaryFolder folder;
     std::vector<const char*> command = {VARK_OFFICE_NETWORK, folder.path().c_str()};
     command.insert(command.end(), arguments, arguments + count);
     command.push_back(nullptr);

@@ -7,6 +7,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <cassert>
 #include <cerrno>
@@ -184,7 +185,9 @@ bool TLSChannel::farSideIsLost() {
     tcp_info info{};
     socklen_t length = sizeof info;
     if (getsockopt(socket_.native_handle(), IPPROTO_TCP, TCP_INFO, &info, &length) != 0) return false;
-    return info.tcpi_retransmits >= mostUnansweredTries &&
+    // What cannot even leave this machine counts as a probe.
+    const int unanswered = std::max(info.tcpi_retransmits, info.tcpi_probes);
+    return unanswered >= mostUnansweredTries &&
            std::chrono::milliseconds(info.tcpi_last_ack_recv) >= longestSilence;
 }
 
