@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "VarkCore/API/HTTPVarkAPI.h"
-#include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
@@ -65,8 +64,7 @@ Task<std::optional<APIAnswer>> HTTPVarkAPI::sendOverNode(HTTPRequest request, LA
     if (!request.body.empty()) body = std::move(request.body);
     Task<LANTransfer::Response> exchange =
         nodes_.request(request.method, route, headersForNode(request), std::move(body));
-    std::optional<LANTransfer::Response> answer =
-        co_await answerOfNode(route.host, withTimeout(request.idleLimit, std::move(exchange)));
+    std::optional<LANTransfer::Response> answer = co_await answerOfNode(route.host, std::move(exchange));
     if (!answer) co_return std::nullopt;
     if (answer->status == 401 && auth == Auth::token) throw serverErrorFor(401, answer->body);
     co_return APIAnswer{answer->status, std::move(answer->body)};
@@ -79,8 +77,6 @@ Task<std::optional<LANTransfer::Response>> HTTPVarkAPI::answerOfNode(std::string
         co_return co_await std::move(exchange);
     } catch (const LANTransfer::Failure& error) {
         failure = error;
-    } catch (const TimeoutError&) {
-        failure = LANTransfer::Failure::connect("it did not answer in time");
     }
     co_await checkCancellation();
     if (failure.kind() == LANTransfer::Failure::cancelledKind) throw CancellationError();
@@ -115,9 +111,10 @@ Task<bool> HTTPVarkAPI::provesItself(LANRoute probe) {
     LANTransfer::Headers headers{acceptJSON};
     if (const std::optional<std::string> token = token_())
         headers.push_back({"Authorization", "Bearer " + *token});
-    Task<LANTransfer::Response> exchange = nodes_.request("GET", probe, std::move(headers));
+    Task<LANTransfer::Response> exchange =
+        nodes_.request("GET", probe, std::move(headers), std::nullopt, longestProbe);
     const std::optional<LANTransfer::Response> answer =
-        co_await answerOfNode(probe.host, withTimeout(longestProbe, std::move(exchange)));
+        co_await answerOfNode(probe.host, std::move(exchange));
     if (!answer) co_return false;
     // A node that refuses a stale token speaks the API all the same.
     const bool isAPI = (answer->status == 200 || answer->status == 401) && isJSONObject(answer->body);

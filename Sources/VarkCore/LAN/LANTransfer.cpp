@@ -91,11 +91,12 @@ void keep(std::string_view piece, std::string& body) {
     body += piece;
 }
 
-Task<TLSConnection::Received> inTime(Task<TLSConnection::Received> receiving) {
+template <class T>
+Task<T> inTime(std::chrono::seconds limit, Task<T> task) {
     try {
-        co_return co_await withTimeout(longestSilence, std::move(receiving));
+        co_return co_await withTimeout(limit, std::move(task));
     } catch (const TimeoutError&) {
-        throw Failure::connect("it sends no more");
+        throw Failure::connect("it has fallen silent");
     }
 }
 
@@ -127,13 +128,13 @@ std::string LANTransfer::head(std::string_view method, const LANRoute& route, co
 }
 
 Task<Response> LANTransfer::request(std::string method, LANRoute route, Headers headers,
-                                    std::optional<std::string> body) {
+                                    std::optional<std::string> body, std::chrono::seconds limit) {
     std::string secret = secretIn(headers);
     if (body || method == "POST")
         headers.push_back({"Content-Length", std::to_string(body ? body->size() : 0)});
     // Head and body go in one piece.
     std::string request = head(method, route, headers) + std::move(body).value_or("");
-    return judged(exchange(std::move(route), std::move(request)), std::move(secret));
+    return judged(inTime(limit, exchange(std::move(route), std::move(request))), std::move(secret));
 }
 
 Task<Response> LANTransfer::put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
@@ -228,7 +229,7 @@ Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFi
         const std::size_t wanted = reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead;
         Task<TLSConnection::Received> receiving = connection.receive({buffer.get(), wanted});
         // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
-        if (to != nullptr) receiving = inTime(std::move(receiving));
+        if (to != nullptr) receiving = inTime(longestSilence, std::move(receiving));
         const TLSConnection::Received received = co_await std::move(receiving);
         const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
         if (to == nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -47,8 +48,10 @@ class LANTransfer {
     /// `now` paces the limiters.
     LANTransfer(Dialer& dialer, BlockingPool& files, WallClock now = systemDate);
 
+    /// A node that has not answered after `limit` counts as one that could not be reached.
     Task<Response> request(std::string method, LANRoute route, Headers headers,
-                           std::optional<std::string> body = std::nullopt);
+                           std::optional<std::string> body = std::nullopt,
+                           std::chrono::seconds limit = std::chrono::seconds(60));
     /// Sends `length` bytes of the file from `offset` on.
     Task<Response> put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
                        std::string contentType, LANRoute route, TokenBucket* limiter, Headers headers,

@@ -156,6 +156,46 @@ TEST_F(NodeCalls, WhatFailsOnANodeGoesOverTheInternetAndTheCallerSeesNothingOfIt
     }
 }
 
+TEST_F(NodeCalls, ANodeThatFallsSilentIsGivenUp) {
+    session.script = [](const HTTPRequest&) { return answer(200, "{}"); };
+    const ScriptedNode silent{.then = ScriptedNode::silence};
+    const std::string redirect = "HTTP/1.1 302 Found\r\nLocation: https://bytes.example/f/1\r\n\r\n";
+    const std::string begun = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello";
+    struct Case {
+        const char* name;
+        bool isProven;
+        std::function<Task<void>()> start;
+        std::vector<ScriptedNode> nodes;
+        std::chrono::seconds limit;
+    };
+    const auto download = [this] { return api.download(7, folder / "item")->value(); };
+    const Case cases[] = {
+        {"proof", false, [this] { return call(); }, {silent}, std::chrono::seconds(10)},
+        {"call", true, [this] { return call(); }, {silent}, std::chrono::seconds(60)},
+        {"redirect", true, download, {silent}, std::chrono::seconds(60)},
+        {"file",
+         true,
+         download,
+         {{.pieces = {redirect}}, {.pieces = {begun}, .then = ScriptedNode::silence}},
+         std::chrono::seconds(60)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        now = now + 61;
+        if (c.isProven) lan.setAPIVerified(apiNode);
+        for (const ScriptedNode& node : c.nodes)
+            dialer.queue(node);
+        const TaskHandle<void> transfer = loop.start(c.start());
+        loop.advance(c.limit - std::chrono::seconds(1));
+        EXPECT_FALSE(transfer.done());
+        loop.advance(std::chrono::seconds(1));
+        ASSERT_TRUE(transfer.done());
+        EXPECT_NO_THROW(transfer.result());
+        EXPECT_TRUE(isBad(apiNode));
+        EXPECT_EQ(dialer.open, 0);
+    }
+}
+
 TEST_F(NodeCalls, ACancelledTransferIsCancelledAndTheNodeNotBadForIt) {
     lan.setAPIVerified(apiNode);
     const std::vector<std::pair<const char*, std::function<Task<void>()>>> transfers{
