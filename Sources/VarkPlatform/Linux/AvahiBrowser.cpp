@@ -147,6 +147,7 @@ void AvahiBrowser::stop() {
 }
 
 Task<std::string> AvahiBrowser::locate(FoundService service) {
+    co_await checkCancellation();
     if (!machinery_) throw DialError(DialError::network, "nobody is looking for services");
     co_return co_await Locating(*machinery_, std::move(service.name));
 }
