@@ -150,14 +150,15 @@ void TLSChannel::cancel(std::uint64_t number) {
 
 void TLSChannel::proceed() {
     Need need;
+    std::exception_ptr failure;
     try {
         need = call_->advance();
     } catch (...) {
-        finish(std::current_exception());
-        return;
+        failure = std::current_exception();
     }
-    if (!need) {
-        finish(nullptr);
+    // Behind the handler: from here on the failure belongs to the one who waits, and to no other thread.
+    if (failure || !need) {
+        finish(std::move(failure));
         return;
     }
     keepWatch();
