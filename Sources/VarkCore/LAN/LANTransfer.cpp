@@ -20,8 +20,10 @@ namespace {
 using Failure = LANTransfer::Failure;
 using Response = LANTransfer::Response;
 
-constexpr std::size_t mostBytesOfARead = 1'048'576;
-constexpr std::size_t mostBytesOfAPiece = 262'144;
+/// Read, sent or written at once: more would leave the processor's cache before it is used.
+constexpr std::size_t pieceBytes = 65'536;
+/// After so many, whoever waits for the pool has a turn.
+constexpr int mostPiecesOfATurn = 64;
 /// Of an answer that is held in memory, as of the vark's own ones.
 constexpr std::size_t longestBody = std::size_t{32} << 20;
 /// A rate so low that a piece takes longer goes out faster than it should.
@@ -153,20 +155,36 @@ Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::strin
     const std::unique_ptr<TLSConnection> connection = co_await open(route);
     co_await connection->send(head);
 
-    const auto size = static_cast<std::size_t>(std::clamp<std::int64_t>(slice.length, 0, mostBytesOfAPiece));
+    const auto size = static_cast<std::size_t>(std::clamp<std::int64_t>(slice.length, 0, pieceBytes));
     const auto buffer = std::make_unique_for_overwrite<char[]>(size);
+    const std::stop_token cancelled = co_await thisToken();
     std::int64_t sent = 0;
-    while (sent < slice.length) {
-        co_await checkCancellation();
-        const auto wanted =
-            static_cast<std::size_t>(std::min<std::int64_t>(mostBytesOfAPiece, slice.length - sent));
-        auto readNext = [&] { return readPiece(file, {buffer.get(), wanted}, slice.path); };
-        const std::size_t count = co_await files_.run(readNext);
-        if (count == 0) throw Failure::shortBody();
-        co_await keepPace(limiter, count, now_());
-        co_await connection->send({buffer.get(), count});
+    const auto haveSent = [&](std::size_t count) {
         sent += static_cast<std::int64_t>(count);
         if (progress) progress(sent);
+    };
+    while (sent < slice.length) {
+        co_await checkCancellation();
+        std::size_t count = 0;
+        std::span<const char> rest;
+        // Reads pieces and sends them on, for as long as that takes no waiting.
+        auto sendWhatGoes = [&] {
+            for (int pieces = 0; pieces < mostPiecesOfATurn; ++pieces) {
+                const std::int64_t missing = slice.length - sent;
+                if (missing == 0 || cancelled.stop_requested()) return true;
+                count = readPiece(file, {buffer.get(), std::min(size, static_cast<std::size_t>(missing))},
+                                  slice.path);
+                if (count == 0) throw Failure::shortBody();
+                rest = {buffer.get(), count};
+                if (limiter != nullptr || !connection->trySend(rest)) return false;
+                haveSent(count);
+            }
+            return true;
+        };
+        if (co_await files_.run(sendWhatGoes)) continue;
+        co_await keepPace(limiter, count, now_());
+        co_await connection->send(rest);
+        haveSent(count);
     }
     co_return co_await readResponse(*connection);
 }
@@ -189,30 +207,39 @@ Task<std::unique_ptr<TLSConnection>> LANTransfer::open(const LANRoute& route) {
 }
 
 Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFile* to) {
-    const auto buffer = std::make_unique_for_overwrite<char[]>(mostBytesOfARead);
+    const auto memory = std::make_unique_for_overwrite<char[]>(pieceBytes);
+    const std::span<char> buffer(memory.get(), pieceBytes);
+    const std::stop_token cancelled = co_await thisToken();
     ResponseReader reader;
     Response response;
     do {
         co_await checkCancellation();
-        const TLSConnection::Received received =
-            co_await connection.receive({buffer.get(), mostBytesOfARead});
-        const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
+        const TLSConnection::Received received = co_await connection.receive(buffer);
+        const std::string_view piece = reader.take({buffer.data(), received.count}, received.finished);
         if (to == nullptr) {
             keep(piece, response.body);
             continue;
         }
-        co_await store(piece, *to);
-        if (to->progress && reader.hasHead()) tell(*to->progress, reader);
+        // Stores the piece and more of them, for as long as that takes no waiting.
+        auto storeWhatComes = [&] {
+            store(piece, reader, *to);
+            for (int pieces = 1; pieces < mostPiecesOfATurn; ++pieces) {
+                if (reader.isComplete() || cancelled.stop_requested()) return;
+                const std::optional<TLSConnection::Received> more = connection.tryReceive(buffer);
+                if (!more) return;
+                store(reader.take({buffer.data(), more->count}, more->finished), reader, *to);
+            }
+        };
+        co_await files_.run(storeWhatComes);
     } while (!reader.isComplete());
     response.status = reader.status();
     response.headers = std::move(reader.headers());
     co_return response;
 }
 
-Task<void> LANTransfer::store(std::string_view piece, const BodyFile& to) {
-    if (piece.empty()) co_return;
-    auto write = [piece, &to] { writeAll(to.file, piece, to.path); };
-    co_await files_.run(write);
+void LANTransfer::store(std::string_view piece, const ResponseReader& reader, const BodyFile& to) {
+    if (!piece.empty()) writeAll(to.file, piece, to.path);
+    if (to.progress && reader.hasHead()) tell(*to.progress, reader);
 }
 
 Failure Failure::connect(std::string description) {

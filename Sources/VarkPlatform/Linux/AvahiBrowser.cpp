@@ -28,6 +28,7 @@ std::string sentenceFor(int error) {
 /// The browsing on its thread: one session after another, as daemons come and go.
 class AvahiBrowser::Machinery final : private AvahiSession::Listener {
   public:
+    explicit Machinery(Executor& executor) : news_(executor) {}
     ~Machinery() {
         thread_.end();
         session_.reset();
@@ -39,12 +40,16 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
             round_ = round;
             type_ = type;
             told_.clear();
+            isLooking_ = true;
             connect();
         });
     }
     void end() {
         news_.close();
-        thread_.post([this] { session_.reset(); });
+        thread_.post([this] {
+            isLooking_ = false;
+            if (session_) session_->stopLooking();
+        });
     }
     std::uint64_t nextNumber() { return ++lastNumber_; }
     void locate(std::uint64_t number, const std::string& name, AvahiLocation::OnEnd end) {
@@ -54,8 +59,8 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
                 return;
             }
             Outcome<std::string> outcome;
-            outcome.setFailure(std::make_exception_ptr(
-                DialError(DialError::network, "nobody is looking for services any more")));
+            outcome.setFailure(
+                std::make_exception_ptr(DialError(DialError::network, "nobody is looking for services")));
             end(std::move(outcome));
         });
     }
@@ -83,7 +88,8 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
     void lost() override {
         found({});
         thread_.post([this] {
-            if (session_) connect();
+            session_.reset();
+            if (isLooking_) connect();
         });
     }
 
@@ -95,6 +101,7 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
     int round_ = 0;
     std::string type_;
     std::vector<FoundService> told_;
+    bool isLooking_ = false;
     std::optional<AvahiSession> session_;
 };
 
@@ -127,11 +134,11 @@ class AvahiBrowser::Locating final : public StoppableWait {
     Outcome<std::string> outcome_;
 };
 
-AvahiBrowser::AvahiBrowser() = default;
+AvahiBrowser::AvahiBrowser(Executor& executor) : executor_(executor) {}
 AvahiBrowser::~AvahiBrowser() = default;
 
 void AvahiBrowser::start(std::string_view type, OnState onState, OnResults onResults) {
-    if (!machinery_) machinery_ = std::make_unique<Machinery>();
+    if (!machinery_) machinery_ = std::make_unique<Machinery>(executor_);
     machinery_->begin(std::string(type), std::move(onState), std::move(onResults));
 }
 
@@ -140,7 +147,7 @@ void AvahiBrowser::stop() {
 }
 
 Task<std::string> AvahiBrowser::locate(FoundService service) {
-    if (!machinery_) throw DialError(DialError::network, "nobody has looked for services yet");
+    if (!machinery_) throw DialError(DialError::network, "nobody is looking for services");
     co_return co_await Locating(*machinery_, std::move(service.name));
 }
 

@@ -70,7 +70,7 @@ void AvahiSession::clientChanged(AvahiClient* client, AvahiClientState state) {
         case AVAHI_CLIENT_S_REGISTERING:
         case AVAHI_CLIENT_S_COLLISION:
             // The machine's own name does not matter to whoever only looks.
-            if (!browser_) browse(client);
+            if (isLooking_ && !browser_) browse(client);
             return;
         case AVAHI_CLIENT_CONNECTING:
             if (isAvahiForbidden()) listener_.denied();
@@ -152,6 +152,12 @@ void AvahiSession::tell() const {
         services.push_back({place.name, pairsIn(*sighting.text), nameOf(place.interface)});
     }
     listener_.found(std::move(services));
+}
+
+void AvahiSession::stopLooking() {
+    isLooking_ = false;
+    browser_.reset();
+    sightings_.clear();
 }
 
 void AvahiSession::locate(std::uint64_t number, const std::string& name, AvahiLocation::OnEnd end) {

@@ -44,6 +44,8 @@ class AvahiSession {
     AvahiSession(const AvahiSession&) = delete;
     AvahiSession& operator=(const AvahiSession&) = delete;
 
+    /// Services that are being located are located still.
+    void stopLooking();
     /// `end` is called once, for a service that is not there before this returns.
     void locate(std::uint64_t number, const std::string& name, AvahiLocation::OnEnd end);
     /// The location ends as a cancelled one, if it has not ended.
@@ -83,6 +85,7 @@ class AvahiSession {
     // The client goes last: it takes what others hold with it.
     std::unique_ptr<AvahiClient, AvahiFree<avahi_client_free>> client_;
     std::unique_ptr<AvahiServiceBrowser, AvahiFree<avahi_service_browser_free>> browser_;
+    bool isLooking_ = true;
     std::map<Place, Sighting> sightings_;
     std::map<std::uint64_t, PendingLocation> locations_;
 };

@@ -5,8 +5,6 @@
 
 namespace vark {
 
-BrowsingNews::BrowsingNews() : home_(*Executor::current()) {}
-
 BrowsingNews::~BrowsingNews() {
     close();
     home_.runUntil([this] { return !isPosted(); });

@@ -9,14 +9,14 @@
 
 namespace vark {
 
-/// Carries what a browser finds to the executor on which this was made, in order. Rounds keep what a browser
-/// that was stopped had still to say from the ears of the next one. Made, opened, closed and ended on that
-/// executor, and not ended by what it calls; its end drives the executor until nothing of it is queued there.
+/// Carries what a browser finds to `home`, in order. Rounds keep what a browser that was stopped had still to
+/// say from the ears of the next one. Opened, closed and ended on that executor's thread, and not ended by
+/// what it calls; its end drives the executor until nothing of it is queued there.
 class BrowsingNews final : private Work {
   public:
     using Item = std::variant<BrowsingState, std::vector<FoundService>>;
 
-    BrowsingNews();
+    explicit BrowsingNews(Executor& home) : home_(home) {}
     ~BrowsingNews();
     BrowsingNews(const BrowsingNews&) = delete;
     BrowsingNews& operator=(const BrowsingNews&) = delete;

@@ -19,7 +19,7 @@ using boost::asio::ip::tcp;
 using Wait = boost::asio::socket_base::wait_type;
 
 /// More does not fit the processor's cache, less costs calls of the kernel.
-constexpr std::size_t bytesEncryptedAtOnce = std::size_t{128} << 10;
+constexpr std::size_t bytesEncryptedAtOnce = std::size_t{64} << 10;
 
 [[noreturn]] void throwNetwork(int errorNumber) {
     throw DialError(DialError::network, std::system_category().message(errorNumber));
@@ -160,6 +160,43 @@ TLSChannel::Need TLSChannel::flush() {
     return std::nullopt;
 }
 
+TLSChannel::Need TLSChannel::sendOn(std::span<const char>& bytes) {
+    while (true) {
+        if (const Need need = flush()) return need;
+        if (bytes.empty()) return std::nullopt;
+        const std::span<const char> piece = bytes.first(std::min(bytes.size(), bytesEncryptedAtOnce));
+        ERR_clear_error();
+        std::size_t written = 0;
+        if (SSL_write_ex(tls_.get(), piece.data(), piece.size(), &written) != 1) throw failure();
+        bytes = bytes.subspan(written);
+    }
+}
+
+TLSChannel::Need TLSChannel::receiveOn(std::span<char> into, TLSConnection::Received& received) {
+    while (received.count < into.size()) {
+        const std::span<char> rest = into.subspan(received.count);
+        ERR_clear_error();
+        std::size_t count = 0;
+        const int result = SSL_read_ex(tls_.get(), rest.data(), rest.size(), &count);
+        received.count += count;
+        if (result == 1) continue;
+        if (SSL_get_error(tls_.get(), result) == SSL_ERROR_ZERO_RETURN) {
+            received.finished = true;
+            return std::nullopt;
+        }
+        // A failure shows again at the next call, when these bytes have been taken.
+        if (received.count > 0) return std::nullopt;
+        return readOrThrow(result);
+    }
+    return std::nullopt;
+}
+
+std::optional<TLSConnection::Received> TLSChannel::tryReceive(std::span<char> into) {
+    TLSConnection::Received received;
+    if (receiveOn(into, received)) return std::nullopt;
+    return received;
+}
+
 TLSChannel::Need TLSChannel::readOrThrow(int result) {
     if (SSL_get_error(tls_.get(), result) != SSL_ERROR_WANT_READ) throw failure();
     if (const Need need = flush()) return need;
@@ -227,39 +264,6 @@ void TLSConnect::expectHost() {
         SSL_set_tlsext_host_name(channel_->tls_.get(), target_.host.c_str()) == 1)
         return;
     throw DialError(DialError::tls, "the name to check is no name");
-}
-
-TLSChannel::Need TLSSend::advance() {
-    while (true) {
-        if (const TLSChannel::Need need = channel_->flush()) return need;
-        if (bytes_.empty()) return std::nullopt;
-        const std::span<const char> piece = bytes_.first(std::min(bytes_.size(), bytesEncryptedAtOnce));
-        ERR_clear_error();
-        std::size_t written = 0;
-        if (SSL_write_ex(channel_->tls_.get(), piece.data(), piece.size(), &written) != 1)
-            throw channel_->failure();
-        bytes_ = bytes_.subspan(written);
-    }
-}
-
-TLSChannel::Need TLSReceive::advance() {
-    SSL* tls = channel_->tls_.get();
-    while (received_.count < into_.size()) {
-        const std::span<char> rest = into_.subspan(received_.count);
-        ERR_clear_error();
-        std::size_t count = 0;
-        const int result = SSL_read_ex(tls, rest.data(), rest.size(), &count);
-        received_.count += count;
-        if (result == 1) continue;
-        if (SSL_get_error(tls, result) == SSL_ERROR_ZERO_RETURN) {
-            received_.finished = true;
-            return std::nullopt;
-        }
-        // A failure shows again at the next call, when these bytes have been taken.
-        if (received_.count > 0) return std::nullopt;
-        return channel_->readOrThrow(result);
-    }
-    return std::nullopt;
 }
 
 }  // namespace vark

@@ -36,6 +36,9 @@ class TLSChannel final : public std::enable_shared_from_this<TLSChannel> {
 
     /// From any thread. A call that is under way ends as a cancelled one.
     void close();
+    /// On any thread while no call is under way.
+    bool trySend(std::span<const char>& bytes) { return !sendOn(bytes); }
+    std::optional<TLSConnection::Received> tryReceive(std::span<char> into);
 
   private:
     friend class TLSConnect;
@@ -59,6 +62,9 @@ class TLSChannel final : public std::enable_shared_from_this<TLSChannel> {
 
     /// Hands the kernel what has been encrypted.
     Need flush();
+    /// Takes off the front of `bytes` what has been encrypted; done when all of it is the kernel's.
+    Need sendOn(std::span<const char>& bytes);
+    Need receiveOn(std::span<char> into, TLSConnection::Received& received);
     /// What a refusal of OpenSSL's means, with `result` as it gave it: that it waits for bytes, or a failure.
     Need readOrThrow(int result);
     DialError failure() const;
@@ -141,7 +147,7 @@ class TLSSend final : public TLSChannel::Call {
     using Call::await_resume;
 
   private:
-    TLSChannel::Need advance() override;
+    TLSChannel::Need advance() override { return channel_->sendOn(bytes_); }
 
     std::span<const char> bytes_;
 };
@@ -156,7 +162,7 @@ class TLSReceive final : public TLSChannel::Call {
     }
 
   private:
-    TLSChannel::Need advance() override;
+    TLSChannel::Need advance() override { return channel_->receiveOn(into_, received_); }
 
     const std::span<char> into_;
     TLSConnection::Received received_;

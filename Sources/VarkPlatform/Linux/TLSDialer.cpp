@@ -65,6 +65,9 @@ class TLSDialer::Connection final : public TLSConnection {
     Task<void> send(std::span<const char> bytes) override { co_await TLSSend(channel_, bytes); }
     Task<Received> receive(std::span<char> into) override { co_return co_await TLSReceive(channel_, into); }
 
+    bool trySend(std::span<const char>& bytes) override { return channel_->trySend(bytes); }
+    std::optional<Received> tryReceive(std::span<char> into) override { return channel_->tryReceive(into); }
+
   private:
     Lane& lane_;
     const std::shared_ptr<TLSChannel> channel_;
