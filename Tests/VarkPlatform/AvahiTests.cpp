@@ -50,18 +50,11 @@ class AvahiTest : public testing::Test {
         if (!world.isPossible()) GTEST_SKIP() << AvahiWorld::whySkipped;
     }
 
-    /// On the executor, as an application does it.
-    Task<void> startOn(AvahiBrowser* chosen) {
-        chosen->start(
-            "_vark-node._tcp", [this](BrowsingState state) { states.push_back(words(state)); },
+    void startBrowsing(AvahiBrowser& chosen) {
+        chosen.start(
+            "_vark-node._tcp", [this](const BrowsingState& state) { states.push_back(words(state)); },
             [this](std::vector<FoundService> services) { found = std::move(services); });
-        co_return;
     }
-    Task<void> stopped(AvahiBrowser* chosen) {
-        chosen->stop();
-        co_return;
-    }
-    void startBrowsing() { run(executor, clock, startOn(&browser)); }
     void waitUntil(const std::function<bool()>& condition) { executor.runUntil(condition); }
     void waitUntilSeen(const std::string& name) {
         waitUntil([&] { return found.size() == 1 && found[0].name == name; });
@@ -88,14 +81,14 @@ class AvahiTest : public testing::Test {
     SystemClock clock;
     std::vector<std::string> states;
     std::vector<FoundService> found;
-    AvahiBrowser browser;
+    AvahiBrowser browser{executor};
     TaskScope scope{executor, clock};
 };
 
 TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressUntilItLeaves) {
     world.startBus();
     world.startDaemon();
-    startBrowsing();
+    startBrowsing(browser);
     Listener listener;
     std::optional<AvahiAnnouncer> node(
         std::in_place, AvahiAnnouncer::Announcement{
@@ -122,7 +115,7 @@ TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressUntilItLeaves) {
 
 TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOne) {
     world.startBus();
-    startBrowsing();
+    startBrowsing(browser);
     const AvahiAnnouncer node({"Office", 8443, {{"host", "node.test"}}});
     EXPECT_THAT(node.trouble().value_or(""), HasSubstr("avahi-daemon is not running"));
     world.startDaemon();
@@ -139,7 +132,7 @@ TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOne) {
 }
 
 TEST_F(AvahiTest, SaysWhatToDoWithoutABusAndWhenLookingIsForbidden) {
-    startBrowsing();
+    startBrowsing(browser);
     waitUntil([&] { return !states.empty(); });
     EXPECT_THAT(states, ElementsAre(HasSubstr("Install and start dbus and avahi-daemon")));
     const AvahiAnnouncer node({"Office", 8443, {}});
@@ -148,7 +141,7 @@ TEST_F(AvahiTest, SaysWhatToDoWithoutABusAndWhenLookingIsForbidden) {
     states.clear();
     world.startClosedBus();
     world.startDaemon();
-    startBrowsing();
+    startBrowsing(browser);
     waitUntil([&] { return !states.empty(); });
     EXPECT_THAT(states, ElementsAre("denied"));
 }
@@ -156,16 +149,16 @@ TEST_F(AvahiTest, SaysWhatToDoWithoutABusAndWhenLookingIsForbidden) {
 TEST_F(AvahiTest, SaysNothingOnceItIsStopped) {
     world.startBus();
     world.startDaemon();
-    startBrowsing();
-    run(executor, clock, stopped(&browser));
+    startBrowsing(browser);
+    browser.stop();
     const AvahiAnnouncer node({"Office", 8443, {{"host", "node.test"}}});
     // A second browser sees what the first one would have.
     const std::vector<std::string> before = states;
-    AvahiBrowser second;
-    run(executor, clock, startOn(&second));
+    AvahiBrowser second(executor);
+    startBrowsing(second);
     waitUntilSeen("Office");
     EXPECT_EQ(states.size(), before.size() + 1);
-    EXPECT_THAT(outcome(browser.locate(found[0])), HasSubstr("nobody is looking"));
+    EXPECT_THAT(outcome(browser.locate(found[0])), HasSubstr("not announced"));
 }
 
 }  // namespace
