@@ -49,6 +49,8 @@ class Office : public testing::Test {
         ASSERT_EQ(connected.exit, exitCode(0)) << connected.output << connected.errors;
     }
 
+    void TearDown() override { cable("up"); }
+
     /// A machine in the office that says it is the node; of another vark's authority if there is one.
     RealNode node(const RealBox* of = nullptr) {
         return RealNode(of != nullptr ? *of : box, {.host = nodeHost,
