@@ -1,5 +1,7 @@
 #include "Hosts/CLI/Arguments.h"
 
+#include <fmt/ranges.h>
+
 #include <charconv>
 #include <utility>
 
@@ -83,13 +85,7 @@ std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
 }
 
 std::string tidiedVarkPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
+    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 std::string joinedVarkPath(std::string_view root, std::string_view below) {

@@ -1,6 +1,7 @@
 // What changes the queue as a list: adding, removing, editing, deciding.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
@@ -12,13 +13,7 @@ namespace {
 
 /// Without leading, trailing and doubled slashes.
 std::string tidiedPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
+    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 /// Absolute, without "." and "..", and without a slash at its end.
