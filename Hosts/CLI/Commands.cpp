@@ -47,6 +47,8 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareSend(program, chosen);
     declareQueueCommands(program, chosen);
     declareLog(program, chosen);
+    declareActivity(program, chosen);
+    declareSync(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);
