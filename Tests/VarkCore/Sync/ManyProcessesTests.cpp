@@ -37,7 +37,7 @@ class ManyProcesses : public testing::Test {
     }
     void expectAllEndWell(std::vector<Process>& processes) {
         for (Process& process : processes)
-            EXPECT_EQ(process.wait().code, 0) << process.errors();
+            EXPECT_EQ(process.wait(std::chrono::minutes(10)).code, 0) << process.errors();
     }
     /// The numbers of each writer's lines, in the order of the file.
     std::map<std::string, std::vector<int>> linesInHistory() const {
@@ -96,7 +96,7 @@ TEST_F(ManyProcesses, AWriterThatIsKilledLeavesABoardThatIsReadAndWritten) {
 }
 
 TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
-    constexpr int lines = 150;
+    constexpr int lines = 60;
     std::vector<Process> writers;
     for (int number = 0; number < 8; ++number)
         writers.push_back(start({"lines", std::to_string(number), std::to_string(lines), "9000"}));
@@ -111,7 +111,7 @@ TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
 }
 
 TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
-    constexpr int lines = 3000;
+    constexpr int lines = 2000;
     Process writer = start({"lines", "w", std::to_string(lines), "6000"});
     std::size_t prunes = 0;
     bool hasEnded = false;
