@@ -1,6 +1,5 @@
 #include "Hosts/CLI/Arguments.h"
 
-#include <fmt/ranges.h>
 
 #include <charconv>
 #include <utility>
@@ -82,10 +81,6 @@ std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
     hours.startMinute = *start;
     hours.endMinute = *end;
     return hours;
-}
-
-std::string tidiedVarkPath(std::string_view path) {
-    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 std::string joinedVarkPath(std::string_view root, std::string_view below) {

@@ -17,8 +17,6 @@ std::optional<std::int64_t> parseRate(std::string_view text);
 /// day that does not begin before it ends.
 std::optional<OfficeHours> parseOfficeHours(std::string_view text);
 
-/// The pieces of a path in the vark with single slashes between them and none at the ends.
-std::string tidiedVarkPath(std::string_view path);
 /// `below` under `root`; either may be empty.
 std::string joinedVarkPath(std::string_view root, std::string_view below);
 

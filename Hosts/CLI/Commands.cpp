@@ -44,11 +44,13 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     program.get_formatter()->column_width(34);
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
+    declareGet(program, chosen);
     declareSend(program, chosen);
     declareQueueCommands(program, chosen);
     declareLog(program, chosen);
     declareActivity(program, chosen);
     declareSync(program, chosen);
+    declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);

@@ -1,6 +1,7 @@
 #include "VarkCore/Foundation/Text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unicode/numberformatter.h>
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
@@ -141,6 +142,10 @@ std::string_view withoutBlanksAround(std::string_view text) {
         place += bytes.size();
     });
     return end == 0 ? std::string_view() : text.substr(first, end - first);
+}
+
+std::string tidiedVarkPath(std::string_view path) {
+    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 std::string_view lastPathComponent(std::string_view path) {

@@ -25,6 +25,8 @@ std::vector<std::string> pathComponents(std::string_view path);
 std::string_view withoutBlanksAround(std::string_view text);
 /// What stands behind the last "/", or the whole text.
 std::string_view lastPathComponent(std::string_view path);
+/// The pieces of a path in the vark with single slashes between them and none at the ends.
+std::string tidiedVarkPath(std::string_view path);
 
 /// "1,234": decimal with the thousands separators of the locale en_AU.
 std::string decimalNumber(std::int64_t number);

@@ -1,7 +1,6 @@
 // What changes the queue as a list: adding, removing, editing, deciding.
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
@@ -10,11 +9,6 @@
 namespace vark {
 
 namespace {
-
-/// Without leading, trailing and doubled slashes.
-std::string tidiedPath(std::string_view path) {
-    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
-}
 
 /// Absolute, without "." and "..", and without a slash at its end.
 std::filesystem::path standardised(const std::filesystem::path& path) {
@@ -85,7 +79,7 @@ void TransferEngine::setTitle(const std::string& title) {
 
 void TransferEngine::setDestination(const std::string& path) {
     ensureJob("", "", "");
-    std::string destination = tidiedPath(path);
+    std::string destination = tidiedVarkPath(path);
     if (destination == job_->destination) return;
     job_->destination = destination;
     log_.write(fmt::format("Destination set to {}", destination.empty() ? "the vark root" : destination));
@@ -117,24 +111,22 @@ Task<TransferEngine::Added> TransferEngine::add(std::vector<std::filesystem::pat
     Added added;
     for (const std::filesystem::path& given : paths) {
         std::filesystem::path path = standardised(given);
-        std::string refusal;
+        std::optional<NotAdded> refusal;
         std::optional<Walker::Result> found;
-        if (hasEntry(path.string())) {
-            refusal = fmt::format("Already in the queue: {}", path.string());
-        } else {
+        if (!hasEntry(path.string())) {
             try {
                 found = co_await host_.pool.run([&path, this] { return Walker::walk(path, host_.volumes); });
             } catch (const std::exception& error) {
-                refusal = fmt::format("Could not add {}: {}", path.string(), error.what());
+                refusal = NotAdded{fmt::format("Could not add {}: {}", path.string(), error.what())};
             }
         }
         // While the walk went on, the queue may have been cleared, or somebody else may have added the same.
         ensureJob("", "", "");
-        if (found && hasEntry(path.string()))
-            refusal = fmt::format("Already in the queue: {}", path.string());
-        if (!refusal.empty()) {
-            log_.write(refusal);
-            added.notAdded.push_back(std::move(refusal));
+        if (hasEntry(path.string()))
+            refusal = NotAdded{fmt::format("Already in the queue: {}", path.string()), true};
+        if (refusal) {
+            log_.write(refusal->sentence);
+            added.notAdded.push_back(std::move(*refusal));
             continue;
         }
         append(path, *found);
