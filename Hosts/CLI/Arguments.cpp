@@ -1,6 +1,5 @@
 #include "Hosts/CLI/Arguments.h"
 
-
 #include <charconv>
 #include <utility>
 
