@@ -54,7 +54,7 @@ ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
             JSONWriter line;
             line.beginObject().field("event", "nodes").key("nodes").beginArray();
             for (const LANNode& node : nodes)
-                node.writeTo(line);
+                node.encode(line);
             console.printJSON(line.endArray().endObject().take());
         };
 
