@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <cstdlib>
 #include <map>
 #include <numeric>
 #include <random>
@@ -63,8 +64,8 @@ class ManyProcesses : public testing::Test {
     int started_ = 0;
 };
 
-TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoneOfTenThousandChanges) {
-    constexpr int changes = 2500;
+TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoChange) {
+    const int changes = std::getenv("VARK_FULL_SCALE") != nullptr ? 2500 : 500;
     std::vector<Process> writers;
     for (const char* name : {"a", "b", "c", "d"})
         writers.push_back(start({"sync", name, std::to_string(changes)}));
