@@ -9,20 +9,6 @@
 namespace vark {
 namespace {
 
-TEST(ActivityEntry, HasACategoryByItsKind) {
-    using Category = ActivityEntry::Category;
-    struct Case {
-        const char* kind;
-        Category category;
-    };
-    for (const Case& each :
-         {Case{"put", Category::sent}, Case{"folder", Category::sent}, Case{"open", Category::opened},
-          Case{"move", Category::moved}, Case{"rename", Category::moved}, Case{"bin", Category::binned},
-          Case{"link", Category::links}, Case{"share", Category::other}, Case{"", Category::other}}) {
-        EXPECT_EQ(ActivityEntry{.kind = each.kind}.category(), each.category) << each.kind;
-    }
-}
-
 TEST(ActivityEntry, ShowsThePlaceByTheLastTwoPiecesOfAPath) {
     struct Case {
         const char* path;
