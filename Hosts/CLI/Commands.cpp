@@ -48,6 +48,8 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareSend(program, chosen);
     declareQueueCommands(program, chosen);
     declareLog(program, chosen);
+    declareActivity(program, chosen);
+    declareSync(program, chosen);
     declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
