@@ -1,6 +1,8 @@
 #include "Hosts/CLI/Surroundings.h"
 
 #include "Hosts/CLI/ConnectionToken.h"
+#include "Hosts/CLI/TokenKeeper.h"
+#include "VarkCore/Connection/SharedLevel.h"
 
 namespace vark::cli {
 
@@ -48,9 +50,10 @@ std::optional<SharedConnection> Surroundings::connection() {
 
 SharedConnection Surroundings::neededConnection() {
     std::optional<SharedConnection> connection = this->connection();
-    if (connection && connection->serverURL()) return *connection;
-    throw CommandError(ExitCode::notConnected,
-                       "Not connected to a vark. Connect with: vark connect URL --token-file FILE");
+    if (!connection || !connection->serverURL())
+        throw CommandError(ExitCode::notConnected, "Not connected to a vark. Connect with: vark connect URL");
+    TokenKeeper(*this, TokenKeeper::placeInUse(*this)).require(*connection);
+    return *connection;
 }
 
 std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, int chunksAtOnce) {
@@ -59,6 +62,19 @@ std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, i
     if (std::filesystem::exists(authority)) address.authority = authority;
     auto token = std::make_shared<ConnectionToken>(*sharedFolder(), connection.server);
     return platform.makeAPI(address, [token] { return token->current(); }, chunksAtOnce);
+}
+
+VarkItem Surroundings::neededItem(VarkAPI& api, const std::string& path) {
+    try {
+        return await(api.item(path));
+    } catch (const VarkAPIError& error) {
+        if (!error.isGone()) throw;
+        throw CommandError(ExitCode::somethingFailed, fmt::format("There is no \"{}\" on the vark.", path));
+    }
+}
+
+void Surroundings::learn(const WhoAmI& who) {
+    SharedLevelStore::write({who.level, who.jobNumbers, date()}, sharedFolder());
 }
 
 QueueStore& Surroundings::store() {

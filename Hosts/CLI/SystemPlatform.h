@@ -18,6 +18,11 @@ class SystemPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                      int chunksAtOnce) override;
+    std::shared_ptr<SecretStore> makeKeychain() override;
+    std::shared_ptr<SecretStore> makeSecretFile(const std::filesystem::path& file) override;
+    std::string machineName() override;
+    bool openInBrowser(const std::string& page) override;
+    bool copyToClipboard(const std::string& text) override;
     Task<bool> provesItself(VarkAddress address) override;
 
   private:

@@ -24,7 +24,11 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
                            {"XDG_CONFIG_HOME", folder_ / "config"},
                            {"PATH", "/usr/bin:/bin"},
                            {"LANG", "C.UTF-8"},
-                           {"TERM", "xterm-256color"}};
+                           {"TERM", "xterm-256color"},
+                           // There is no desktop session around a test.
+                           {"VARK_SECRET_STORE", "file"}};
+    for (const auto& [name, value] : variables)
+        options.environment.insert_or_assign(name, value);
     std::string run = std::to_string(++runs_);
     options.output = folder_ / ("runs/" + run + ".out");
     options.errors = folder_ / ("runs/" + run + ".err");

@@ -28,6 +28,9 @@ class RealVark {
   public:
     RealVark();
 
+    /// What its environment holds beside the least; takes the place of what is there.
+    std::map<std::string, std::string> variables;
+
     /// A run that goes on beside the test. Its output is in files of its own.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
     /// The same on a terminal, whose program side is given.
