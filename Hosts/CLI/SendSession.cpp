@@ -22,7 +22,8 @@ struct TokenVerdict {
 
 Task<TokenVerdict> judgeToken(Surroundings& surroundings, std::shared_ptr<VarkAPI> api) {
     try {
-        surroundings.learn(co_await api->whoami());
+        const WhoAmI who = co_await api->whoami();
+        surroundings.learn(who);
     } catch (const VarkAPIError& error) {
         co_return TokenVerdict{false, error.errorDescription()};
     }

@@ -9,7 +9,6 @@
 namespace vark::cli {
 namespace {
 
-using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;

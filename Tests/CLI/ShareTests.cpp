@@ -70,8 +70,8 @@ TEST_F(Sharing, WhatKeepsFromSharingIsSaid) {
 }
 
 TEST_F(Sharing, JobsAreFoundByTheirLine) {
-    server.jobs = {
-        {{.id = 7, .ref = "J-1042", .title = "Summer", .client = "Ac\x1bme"}, {.id = 8, .ref = "J-8"}}};
+    server.jobs = std::vector<VarkJob>{{.id = 7, .ref = "J-1042", .title = "Summer", .client = "Ac\x1bme"},
+                                       {.id = 8, .ref = "J-8"}};
     EXPECT_EQ(vark({"job", "find", "summer", "acme"}), ExitCode::allLanded);
     EXPECT_EQ(printed(), "J-1042 · Summer, Ac\\x1bme\nJ-8\n");
     EXPECT_EQ(vark({"job", "find", "x", "--json"}), ExitCode::allLanded);

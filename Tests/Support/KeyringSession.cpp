@@ -42,8 +42,7 @@ KeyringSession::KeyringSession(Keyring keyring) {
     folder_.file("bus.conf", fmt::format(configuration, folder));
     if (keyring != Keyring::noService) {
         const fs::path script = folder_.file(
-            "daemon",
-            fmt::format(daemonScript, folder, keyring == Keyring::unlocked ? "--unlock" : "--start"));
+            "daemon", fmt::format(daemonScript, folder, keyring == Keyring::unlocked ? "--unlock" : ""));
         fs::permissions(script, fs::perms::owner_all);
         folder_.file(
             "services/org.freedesktop.secrets.service",
@@ -61,6 +60,8 @@ KeyringSession::KeyringSession(Keyring keyring) {
     if (!watch.until([&] { return fs::exists(folder_ / "bus"); }, std::chrono::minutes(1),
                      bus_->descriptor()))
         throw std::runtime_error("The message bus did not start: " + bus_->errors());
+    // The bus starts the daemon for the first who speaks to it.
+    if (keyring != Keyring::noService) run("secret-tool lookup nothing nothing || true");
 }
 
 KeyringSession::~KeyringSession() {
@@ -88,7 +89,6 @@ void KeyringSession::lock() {
 }
 
 void KeyringSession::stop() {
-    run("secret-tool lookup nothing nothing || true");
     ASSERT_TRUE(daemon());
     ::kill(*daemon(), SIGSTOP);
 }

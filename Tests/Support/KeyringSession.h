@@ -10,9 +10,8 @@
 
 namespace vark::test {
 
-/// A person's session for the time of a test: a message bus of its own, with a real keyring daemon that the
-/// bus starts when it is first spoken to. Nothing there can ask the person anything. For the test's thread
-/// alone.
+/// A person's session for the time of a test: a message bus of its own, with a real keyring daemon. Nothing
+/// there can ask the person anything. For the test's thread alone.
 class KeyringSession {
   public:
     enum class Keyring { unlocked, none, noService };

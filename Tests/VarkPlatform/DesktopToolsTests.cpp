@@ -39,7 +39,7 @@ TEST_F(DesktopToolsTest, TheFirstToolThatTakesTheTextHasIt) {
     EXPECT_FALSE(std::filesystem::exists(folder / "xsel"));
 
     tool("xclip", "exit 1");
-    const ChangedVariables both({{"WAYLAND_DISPLAY", "wayland-0"}});
+    const ChangedVariables both({{"WAYLAND_DISPLAY", std::string("wayland-0")}});
     EXPECT_TRUE(DesktopTools::copyToClipboard("text"));
     EXPECT_EQ(content("xsel"), "text");
     tool("xsel", "exit 1");
@@ -49,7 +49,7 @@ TEST_F(DesktopToolsTest, TheFirstToolThatTakesTheTextHasIt) {
 TEST_F(DesktopToolsTest, WithoutADesktopNothingIsStarted) {
     for (const char* name : {"xclip", "xsel", "wl-copy", "xdg-open"})
         tool(name, "touch $OUT/started");
-    const ChangedVariables none({{"DISPLAY", ""}});
+    const ChangedVariables none({{"DISPLAY", std::string()}});
     EXPECT_FALSE(DesktopTools::copyToClipboard("text"));
     EXPECT_FALSE(DesktopTools::openInBrowser("https://vark.example/"));
     EXPECT_FALSE(std::filesystem::exists(folder / "started"));

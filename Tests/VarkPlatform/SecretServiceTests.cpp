@@ -97,7 +97,8 @@ TEST(SecretService, OneThatIsNotThereOrDoesNotAnswerWouldNotSay) {
     EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::absent}));
     EXPECT_EQ(world.store.open(), SecretStatus::absent);
     {
-        const test::ChangedVariables noBus({{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/no/such/bus"}});
+        const test::ChangedVariables noBus(
+            {{"DBUS_SESSION_BUS_ADDRESS", std::string("unix:path=/no/such/bus")}});
         EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::absent}));
     }
     {
@@ -127,7 +128,7 @@ TEST(SecretService, CarriesTheTokenOfAnEarlierVersionOver) {
     EXPECT_FALSE(world.keychain.migrateFromLegacy());
 }
 
-TEST(SecretService, TheEndOfASessionEndsNoProcess) {
+TEST(SecretService, ASessionThatEndsTakesNothingWithIt) {
     World world(KeyringSession::Keyring::unlocked);
     world.keychain.write("t0k");
     {

@@ -221,7 +221,6 @@ class Conversation {
         GList wanted{&collection, nullptr, nullptr};
         Trouble trouble;
         const int count = secret_service_unlock_sync(service_.get(), &wanted, nullptr, nullptr, trouble);
-        trouble.check();
         if (count != 1) throw Ended{SecretStatus::refused};
     }
 

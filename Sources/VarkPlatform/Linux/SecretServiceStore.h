@@ -10,7 +10,7 @@ namespace vark {
 /// that does not answer within `patience` is one that would not say.
 class SecretServiceStore final : public SecretStore {
   public:
-    explicit SecretServiceStore(Duration patience = std::chrono::milliseconds(1500)) : patience_(patience) {}
+    explicit SecretServiceStore(Duration patience = std::chrono::seconds(5)) : patience_(patience) {}
 
     /// Asks the person to open the default collection if it is locked, and makes one if there is none.
     std::int32_t open() override;
