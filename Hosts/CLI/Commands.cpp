@@ -44,11 +44,13 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareConnect(program, chosen);
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
+    declareGet(program, chosen);
     declareSend(program, chosen);
     declareQueueCommands(program, chosen);
     declareShare(program, chosen);
     declareJobs(program, chosen);
     declareLog(program, chosen);
+    declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);

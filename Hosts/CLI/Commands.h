@@ -16,6 +16,8 @@ using Chosen = std::function<ExitCode(Surroundings&)>;
 void declareConnect(CLI::App& program, Chosen& chosen);
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
+void declareGet(CLI::App& program, Chosen& chosen);
+void declareNodes(CLI::App& program, Chosen& chosen);
 void declareShare(CLI::App& program, Chosen& chosen);
 void declareJobs(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);

@@ -152,7 +152,7 @@ void writeConnection(const std::filesystem::path& folder, const SharedConnection
 
 std::shared_ptr<VarkAPI> apiWith(Surroundings& surroundings, const VarkAddress& address,
                                  std::optional<std::string> token) {
-    return surroundings.platform.makeAPI(address, [token] { return token; }, 1);
+    return surroundings.platform.makeAPI(address, [token] { return token; }, surroundings.apiHost());
 }
 
 /// The token in the way that the person chose.

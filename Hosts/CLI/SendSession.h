@@ -9,6 +9,7 @@
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
 #include "Hosts/CLI/Surroundings.h"
+#include "VarkCore/LAN/NodeBrowser.h"
 
 namespace vark::cli {
 
@@ -68,6 +69,8 @@ class SendSession {
     RequestFolder requests_;
     TransferEngine engine_;
     QueueDesk desk_;
+    const std::unique_ptr<ServiceBrowser> services_;
+    NodeBrowser nodes_;
 
     std::optional<ExitCode> ended_;
     bool opened_ = false;

@@ -14,7 +14,8 @@ const std::string attributes = "service " VARK_IDENTIFIER " account device-token
 class KeychainOfAPerson : public testing::Test {
   protected:
     void enter(const KeyringSession& session) {
-        vark.variables = {{"DBUS_SESSION_BUS_ADDRESS", session.address()}, {"VARK_SECRET_STORE", "keychain"}};
+        vark.moveTo({.environment = {{"DBUS_SESSION_BUS_ADDRESS", session.address()},
+                                     {"VARK_SECRET_STORE", "keychain"}}});
     }
     Finished connect(std::vector<std::string> options = {}) {
         options.insert(options.begin(), {"connect", box.url(), "--token-file", box.tokenFile().string(),

@@ -14,7 +14,8 @@ class SignIn : public testing::Test {
             vark.write("tools/xdg-open",
                        "#!/bin/sh\nprintf %s \"$1\" > \"$HOME/part\"; mv \"$HOME/part\" \"$HOME/page\"\n");
         fs::permissions(opener, fs::perms::owner_all);
-        vark.variables = {{"PATH", (vark.home() / "tools").string() + ":/usr/bin:/bin"}, {"DISPLAY", ":7"}};
+        vark.moveTo({.environment = {{"PATH", (vark.home() / "tools").string() + ":/usr/bin:/bin"},
+                                     {"DISPLAY", ":7"}}});
     }
 
     std::vector<std::string> connecting(std::vector<std::string> options = {}) const {

@@ -38,6 +38,7 @@ void RealNode::start() {
                          "--quiet"};
     if (options_.api) options.arguments.emplace_back("--api");
     if (options_.announce) options.arguments.emplace_back("--announce");
+    options.startBy(options_.prefix);
     options.output = folder_ / "node.out";
     options.errors = folder_ / "node.err";
     process_.reset();

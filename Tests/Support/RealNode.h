@@ -21,6 +21,8 @@ class RealNode {
         bool api = false;
         bool announce = false;
         std::string listen = "127.0.0.1:0";
+        /// What the program is started by, when it does not stand in the test's own network.
+        std::vector<std::string> prefix{};
         /// What the program finds in its environment.
         std::map<std::string, std::string> environment{};
     };

@@ -10,7 +10,7 @@ namespace vark::test {
 namespace fs = std::filesystem;
 namespace json = boost::json;
 
-RealVark::RealVark() {
+RealVark::RealVark(Place place) : place_(std::move(place)) {
     fs::create_directory(folder_ / "runs");
 }
 
@@ -27,8 +27,9 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
                            {"TERM", "xterm-256color"},
                            // There is no desktop session around a test.
                            {"VARK_SECRET_STORE", "file"}};
-    for (const auto& [name, value] : variables)
+    for (const auto& [name, value] : place_.environment)
         options.environment.insert_or_assign(name, value);
+    options.startBy(place_.prefix);
     std::string run = std::to_string(++runs_);
     options.output = folder_ / ("runs/" + run + ".out");
     options.errors = folder_ / ("runs/" + run + ".err");

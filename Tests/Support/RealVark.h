@@ -26,10 +26,18 @@ struct Finished {
 /// the test's thread alone.
 class RealVark {
   public:
-    RealVark();
+    /// Another place than the test's own: what starts the program there, and what it finds in its environment
+    /// beside the usual or instead.
+    struct Place {
+        std::vector<std::string> prefix{};
+        std::map<std::string, std::string> environment{};
+    };
 
-    /// What its environment holds beside the least; takes the place of what is there.
-    std::map<std::string, std::string> variables;
+    RealVark() : RealVark(Place()) {}
+    explicit RealVark(Place place);
+
+    /// From the next run on.
+    void moveTo(Place place) { place_ = std::move(place); }
 
     /// A run that goes on beside the test. Its output is in files of its own.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
@@ -68,6 +76,7 @@ class RealVark {
     Process::Options options(std::vector<std::string> arguments);
     boost::json::array savedItems() const;
 
+    Place place_;
     TemporaryFolder folder_;
     int runs_ = 0;
 };
