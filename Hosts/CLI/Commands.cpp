@@ -50,6 +50,8 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareShare(program, chosen);
     declareJobs(program, chosen);
     declareLog(program, chosen);
+    declareActivity(program, chosen);
+    declareSync(program, chosen);
     declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.

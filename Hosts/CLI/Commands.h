@@ -23,6 +23,8 @@ void declareJobs(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
 void declareQueueCommands(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);
+void declareActivity(CLI::App& program, Chosen& chosen);
+void declareSync(CLI::App& program, Chosen& chosen);
 void declareDocumentation(CLI::App& program, Chosen& chosen);
 
 /// Adds a command whose options are gathered in an object of their own, and run by `run`.

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "Tests/CLI/CommandLine.h"
+#include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Sync/SharedSync.h"
 
 namespace vark::cli {
 namespace {
@@ -134,6 +136,62 @@ TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     EXPECT_TRUE(world.surroundings.store().load());
     EXPECT_EQ(vark({"clear"}), ExitCode::allLanded);
     EXPECT_FALSE(world.surroundings.store().load());
+}
+
+TEST_F(CommandLine, WhatWasDoneIsToldNewestFirst) {
+    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "");
+    EXPECT_THAT(said(), HasSubstr("Nothing has been done"));
+
+    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
+    const Date now = systemDate();
+    ActivityEntry entry{.at = now - 5000, .text = "Sent a\x1b.mov", .kind = "put"};
+    entry.group = "put:Jobs";
+    entry.many = "Sent %d files";
+    SharedActivity::append(entry, shared);
+    entry.place = "Jobs › 2026";
+    entry.at = now - 4900;
+    SharedActivity::append(entry, shared);
+    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent a\\x1b.mov · Jobs › 2026\n1 hour ago    Sent a\\x1b.mov\n");
+    EXPECT_EQ(vark({"activity", "--history"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent 2 files · Jobs › 2026\n");
+    EXPECT_EQ(vark({"activity", "--history", "--json"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("\"text\":\"Sent 2 files\",\"kind\":\"put\""));
+}
+
+TEST_F(CommandLine, WhatIsOwedToTheVarkIsToldByWhatBecomesOfIt) {
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "");
+    EXPECT_THAT(said(), HasSubstr("Nothing is owed"));
+
+    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
+    const Date now = systemDate();
+    const auto begin = [&](SyncOp::Kind kind, const char* path, std::int64_t bytes) {
+        const SyncOp op(kind, path, bytes, now);
+        SharedSync::begin(op, shared);
+        return op.id;
+    };
+    begin(SyncOp::Kind::rename, "Jobs/x", 0);
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 under way\nUnder way:\n  Jobs/x: renaming\n");
+
+    SharedSync::progress(begin(SyncOp::Kind::upload, "Jobs/clip.mov", 40'000'000), 12'000'000, 0, shared,
+                         now);
+    for (const char* path : {"Jobs/a", "Raw/b", "Old/Jobs/c", "top"})
+        SharedSync::stop(begin(SyncOp::Kind::upload, path, 5), {SyncOp::State::waiting, "Later."}, shared,
+                         now);
+    SharedSync::stop(begin(SyncOp::Kind::bin, "Jobs/\x1b", 0), {SyncOp::State::problem, "Ask."}, shared, now);
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "2 under way, 12 MB of 40 MB · 4 waiting · 1 needs you\n"
+              "Under way:\n  Jobs/clip.mov: sending, 12 MB of 40 MB\n  and 1 more\n"
+              "Waiting:\n  2 changes in Jobs: Later.\n  1 change in Raw: Later.\n"
+              "  1 change at the top of the vark: Later.\n"
+              "Needs you:\n  Jobs/\\x1b: Ask.\n");
+    EXPECT_EQ(vark({"sync", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(std::ranges::count(printed(), '\n'), 7);
+    EXPECT_THAT(printed(), HasSubstr("\"path\":\"top\",\"bytes\":5,\"done\":0,\"state\":\"waiting\""));
 }
 
 TEST_F(CommandLine, ADamagedQueueIsLeftAlone) {

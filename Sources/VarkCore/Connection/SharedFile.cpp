@@ -27,4 +27,14 @@ void SharedFile::remove(const Path& path) {
     std::filesystem::remove(path, ignored);
 }
 
+std::optional<FileLock> SharedFile::lock(const Path& path) {
+    std::error_code ignored;
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    try {
+        return FileLock::exclusive(path);
+    } catch (const FileError&) {
+        return std::nullopt;
+    }
+}
+
 }  // namespace vark

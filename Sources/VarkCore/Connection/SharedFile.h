@@ -12,7 +12,7 @@
 namespace vark {
 
 /// How a file in the folder that our processes share is read and written. Functions only; any thread. Nothing
-/// here fails: a file that is missing or makes no sense is no value.
+/// here fails: a file that is missing or makes no sense is no value, and so is a lock that cannot be had.
 struct SharedFile {
     using Path = std::filesystem::path;
 
@@ -34,6 +34,8 @@ struct SharedFile {
     /// Whole or not at all, with mode 0600 from the first moment, and with the folder if need be.
     static bool write(const Path& path, std::string_view bytes, Durability durability);
     static void remove(const Path& path);
+    /// Waits for the lock without a limit. Makes the folder if need be.
+    static std::optional<FileLock> lock(const Path& path);
 };
 
 }  // namespace vark

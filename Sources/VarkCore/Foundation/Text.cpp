@@ -1,6 +1,7 @@
 #include "VarkCore/Foundation/Text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unicode/numberformatter.h>
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
@@ -134,14 +135,28 @@ std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator
     }
 }
 
+std::vector<std::string> pathComponents(std::string_view path) {
+    std::vector<std::string> components = splitKeepingEmpty(path, '/');
+    std::erase(components, "");
+    return components;
+}
+
+std::string_view withoutBlanksAround(std::string_view text) {
+    std::size_t first = text.size();
+    std::size_t end = 0;
+    std::size_t place = 0;
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        if (!character || u_isblank(static_cast<UChar32>(*character)) == 0) {
+            first = std::min(first, place);
+            end = place + bytes.size();
+        }
+        place += bytes.size();
+    });
+    return end == 0 ? std::string_view() : text.substr(first, end - first);
+}
+
 std::string tidiedVarkPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
+    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 std::string_view lastPathComponent(std::string_view path) {

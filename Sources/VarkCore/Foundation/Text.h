@@ -21,6 +21,10 @@ std::string_view trimmed(std::string_view text);
 
 /// Split at every `separator`, empty pieces kept.
 std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator);
+/// The pieces between the "/" of a path, empty ones left out.
+std::vector<std::string> pathComponents(std::string_view path);
+/// The text without the blanks and tabs, of whatever script, at its ends.
+std::string_view withoutBlanksAround(std::string_view text);
 /// What stands behind the last "/", or the whole text.
 std::string_view lastPathComponent(std::string_view path);
 /// The pieces of a path in the vark with single slashes between them and none at the ends.
