@@ -117,7 +117,6 @@ TEST(ActionLines, SayWhatWasDone) {
     const VarkShare named{.url = "u", .expires = "in 7 days", .audience = "\xC3\x89veryone at Acme"};
     const ActivityEntry entry = ActionLines::shared(items, named, ShareAudience::link, "Acme", Date{7});
     EXPECT_EQ(entry.text, "Shared A and 1 more with \xC3\xA9veryone at Acme, runs out in 7 days");
-    EXPECT_EQ(entry.category(), ActivityEntry::Category::links);
     EXPECT_EQ(entry.at, Date{7});
     EXPECT_EQ(ActionLines::shared(items, {.url = "u", .expires = ""}, ShareAudience::domain, "Acme", {}).text,
               "Shared A and 1 more with everyone at Acme, no expiry given");
