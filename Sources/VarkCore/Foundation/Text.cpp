@@ -114,6 +114,17 @@ std::string lowercased(std::string_view text) {
     return icu::UnicodeString::fromUTF8(text).toLower(icu::Locale("en", "AU")).toUTF8String(lower);
 }
 
+std::string_view trimmed(std::string_view text) {
+    const char* first = nullptr;
+    const char* last = nullptr;
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        if (character && u_isUWhiteSpace(static_cast<UChar32>(*character))) return;
+        if (first == nullptr) first = bytes.data();
+        last = bytes.data() + bytes.size();
+    });
+    return {first, last};
+}
+
 std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator) {
     std::vector<std::string> pieces;
     for (;;) {

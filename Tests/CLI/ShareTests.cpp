@@ -1,0 +1,86 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/CLI/CommandLine.h"
+
+namespace vark::cli {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class Sharing : public test::CommandLine {
+  public:
+    Sharing() {
+        world.connect("Acme");
+        server.items["Acme/a"] = folder("Acme/a", 1);
+    }
+};
+
+TEST_F(Sharing, ALinkIsPrintedAndCopied) {
+    EXPECT_EQ(vark({"share", "a", "--audience", "domain", "--expires", "30d", "--message", " Hi\n"}),
+              ExitCode::allLanded)
+        << said();
+    EXPECT_THAT(server.shares,
+                ElementsAre(ShareRequest{{"Acme/a"}, ShareAudience::domain, ShareExpiry::month, "Hi"}));
+    EXPECT_EQ(printed(), "https://vark.example/s/1\n");
+    EXPECT_EQ(said(), "Link copied. It runs out tomorrow.\n");
+    EXPECT_THAT(world.platform.copied, ElementsAre("https://vark.example/s/1"));
+
+    world.platform.copied.clear();
+    server.share = {.url = "https://vark.example/\x1b[2J", .shareID = 3};
+    EXPECT_EQ(vark({"share", "a", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "{\"url\":\"https://vark.example/\\u001b[2J\",\"shareID\":3}\n");
+    EXPECT_THAT(world.platform.copied, IsEmpty());
+
+    world.platform.hasDesktop = false;
+    EXPECT_EQ(vark({"share", "a"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "https://vark.example/\\x1b[2J\n");
+    EXPECT_EQ(said(), "");
+}
+
+TEST_F(Sharing, AVarkWithoutLinksIsToldFromOneThatRefuses) {
+    struct Case {
+        int status;
+        bool makesShares;
+        const char* said;
+    };
+    for (const Case& each :
+         {Case{403, true, "Refused so."}, Case{404, true, "Refused so."},
+          Case{404, false, "This vark makes no links."}, Case{405, false, "This vark makes no links."}}) {
+        server.shareStatus = each.status;
+        server.makesShares = each.makesShares;
+        EXPECT_EQ(vark({"share", "a"}), ExitCode::somethingFailed);
+        EXPECT_EQ(said(), std::string(each.said) + "\n");
+        EXPECT_EQ(printed(), "");
+    }
+}
+
+TEST_F(Sharing, JobsAreFoundByTheirLine) {
+    server.jobs = std::vector<VarkJob>{{.id = 7, .ref = "J-1042", .title = "Summer", .client = "Ac\x1bme"},
+                                       {.id = 8, .ref = "J-8"}};
+    EXPECT_EQ(vark({"job", "find", "summer", "acme"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "J-1042 · Summer, Ac\\x1bme\nJ-8\n");
+    server.jobs->clear();
+    EXPECT_EQ(vark({"job", "find", "x", "y"}), ExitCode::allLanded);
+    EXPECT_EQ(said(), "The job book has nothing for \"x y\".\n");
+}
+
+TEST_F(Sharing, ItemsAreFiledAgainstTheOneJobOfAReference) {
+    server.jobs = std::vector<VarkJob>{
+        {.id = 7, .ref = "J-7", .title = "Summer"}, {.id = 70, .ref = "J-70"}, {.id = 71, .ref = "J-70"}};
+    EXPECT_EQ(vark({"job", "file", "a", "--job", "J-70"}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("the reference of 2 jobs"));
+    EXPECT_THAT(server.filed, IsEmpty());
+
+    EXPECT_EQ(vark({"job", "file", "a", "--job", "j-7"}), ExitCode::allLanded) << said();
+    EXPECT_EQ(printed(), "Filed 1 under J-7 · Summer\n");
+    server.leftUnfiled = 1;
+    EXPECT_EQ(vark({"job", "file", "a", "--job", "J-7", "--json"}), ExitCode::somethingFailed);
+    EXPECT_EQ(printed(), "{\"filed\":0,\"job\":7,\"ref\":\"J-7\"}\n");
+    EXPECT_EQ(said(), "The vark did not file all 1.\n");
+}
+
+}  // namespace
+}  // namespace vark::cli
