@@ -133,6 +133,20 @@ std::string tidiedVarkPath(std::string_view path) {
     return tidied;
 }
 
+std::string_view withoutBlanksAround(std::string_view text) {
+    std::size_t first = text.size();
+    std::size_t end = 0;
+    std::size_t place = 0;
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        if (!character || u_isblank(static_cast<UChar32>(*character)) == 0) {
+            first = std::min(first, place);
+            end = place + bytes.size();
+        }
+        place += bytes.size();
+    });
+    return end == 0 ? std::string_view() : text.substr(first, end - first);
+}
+
 std::string_view lastPathComponent(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);

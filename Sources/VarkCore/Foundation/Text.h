@@ -19,6 +19,8 @@ std::string lowercased(std::string_view text);
 
 /// Split at every `separator`, empty pieces kept.
 std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator);
+/// The text without the blanks and tabs, of whatever script, at its ends.
+std::string_view withoutBlanksAround(std::string_view text);
 /// What stands behind the last "/", or the whole text.
 std::string_view lastPathComponent(std::string_view path);
 /// The pieces of a path in the vark with single slashes between them and none at the ends.
