@@ -45,8 +45,12 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
     declareSend(program, chosen);
+    declareIngest(program, chosen);
+    declareVolumes(program, chosen);
     declareQueueCommands(program, chosen);
     declareLog(program, chosen);
+    declareDiagnostics(program, chosen);
+    declareCache(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);

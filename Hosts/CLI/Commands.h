@@ -16,7 +16,11 @@ using Chosen = std::function<ExitCode(Surroundings&)>;
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
+void declareIngest(CLI::App& program, Chosen& chosen);
+void declareVolumes(CLI::App& program, Chosen& chosen);
 void declareQueueCommands(CLI::App& program, Chosen& chosen);
+void declareCache(CLI::App& program, Chosen& chosen);
+void declareDiagnostics(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);
 void declareDocumentation(CLI::App& program, Chosen& chosen);
 

@@ -1,8 +1,12 @@
 #include "Hosts/CLI/SystemPlatform.h"
 
+#include <array>
+
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/ProcessList.h"
+#include "VarkPlatform/Linux/SystemVersion.h"
 
 namespace vark::cli {
 
@@ -41,9 +45,18 @@ const UserFolders& SystemPlatform::folders() {
     return *folders_;
 }
 
+std::string SystemPlatform::systemVersion() {
+    return vark::systemVersion();
+}
+
 Volumes& SystemPlatform::volumes() {
     if (!volumes_) volumes_.emplace();
     return *volumes_;
+}
+
+std::vector<std::int32_t> SystemPlatform::otherSenders() {
+    constexpr std::array<std::string_view, 2> sending = {"send", "ingest"};
+    return otherCopiesDoing(sending);
 }
 
 std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor(const std::string& host) {
