@@ -122,12 +122,12 @@ Task<QueueAnswer> IngestDesk::open(IngestWish wish) {
                            announced.code);
     }
     if (!announced.start->fits) {
-        const std::string room = announced.start->free ? fmt::format(", and has room for {}",
+        const std::string room = announced.start->free ? fmt::format(", and {} are free there",
                                                                      Format::bytes(*announced.start->free))
                                                        : "";
         co_await turnAway(wish, *announced.start, *std::move(card));
         co_return refusing(
-            fmt::format("{} does not fit into the vark: it holds {}{}. Nothing has been sent. "
+            fmt::format("{} does not fit into the vark: it takes {}{}. Nothing has been sent. "
                         "Make room there, or leave something out with --leave-out.",
                         name, Format::bytes(bytes), room));
     }

@@ -98,7 +98,7 @@ TEST_F(IngestSessionTest, ARunThatWasEndedIsCarriedOnWithoutAnotherAnnouncement)
 
 TEST_F(IngestSessionTest, TellsWhatFailedAndWhatWasSkipped) {
     vark.files["Jobs/ALPHA/DCIM/2.jpg"] = "other";
-    vark.failures["begin"] = {VarkAPIError::server(403, "No room.")};
+    vark.lasting.insert({"finish", VarkAPIError::server(403, "No room.")});
     SendSession::Settings settings = card();
     settings.replaceConflicts = false;
     EXPECT_EQ(run(settings), ExitCode::somethingFailed);
@@ -106,8 +106,9 @@ TEST_F(IngestSessionTest, TellsWhatFailedAndWhatWasSkipped) {
     EXPECT_THAT(server.reports[0].skipped,
                 ElementsAre(IngestFile{"DCIM/2.jpg", "Jobs/ALPHA/DCIM/2.jpg", 100,
                                        "A different file is already at Jobs/ALPHA/DCIM/2.jpg."}));
-    ASSERT_EQ(server.reports[0].notSent.size(), 1U);
+    ASSERT_EQ(server.reports[0].notSent.size(), 2U);
     EXPECT_EQ(server.reports[0].notSent[0].source, "DCIM/1.jpg");
+    EXPECT_EQ(server.reports[0].notSent[1].source, "MISC/x.dat");
     EXPECT_THAT(server.reports[0].notSent[0].why, HasSubstr("No room."));
 }
 
@@ -148,9 +149,9 @@ TEST_F(IngestSessionTest, WhatCannotBeBroughtInLeavesTheQueueAsItIs) {
         const char* said;
     };
     const Case cases[] = {
-        {"no room", [](auto& test, auto&) { test.server.ingestStart = {8, false, 2'000'000}; },
+        {"no room", [](auto& test, auto&) { test.server.ingestStart = {8, false, 100}; },
          ExitCode::somethingFailed,
-         "ALPHA does not fit into the vark: it holds 300 bytes, and has room for 2 MB."},
+         "ALPHA does not fit into the vark: it takes 300 bytes, and 100 bytes are free there."},
         {"refused",
          [](auto& test, auto&) {
              test.server.ingestFailures = {VarkAPIError::unauthorized("Device revoked.")};

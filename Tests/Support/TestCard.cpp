@@ -18,11 +18,13 @@ constexpr std::uintmax_t sizeOfDisk = 64 << 20;
 
 bool run(const char* program, std::vector<std::string> arguments, const fs::path& folder) {
     if (!fs::exists(program)) return false;
-    Process process({.program = program,
-                     .arguments = std::move(arguments),
-                     .environment = {{"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"}},
-                     .output = folder / "tool.out",
-                     .errors = folder / "tool.err"});
+    Process::Options options;
+    options.program = program;
+    options.arguments = std::move(arguments);
+    options.environment = {{"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"}};
+    options.output = folder / "tool.out";
+    options.errors = folder / "tool.err";
+    Process process(options);
     return process.wait() == Exit{0, std::nullopt};
 }
 

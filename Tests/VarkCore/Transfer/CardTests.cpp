@@ -4,6 +4,7 @@
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Transfer/CardNaming.h"
 #include "VarkCore/Transfer/PendingDrop.h"
+#include "VarkCore/Transfer/QueueModel.h"
 #include "VarkCore/Transfer/VolumeRules.h"
 
 namespace vark::test {
