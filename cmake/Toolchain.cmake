@@ -36,6 +36,13 @@ if(VARK_SANITIZE)
   target_link_options(VarkOptions INTERFACE -fsanitize=${VARK_SANITIZE})
 endif()
 
+# vark_uses_bus(PROGRAM): a program that talks to the system's bus through libraries that no sanitizer has seen.
+function(vark_uses_bus name)
+  if(VARK_SANITIZE MATCHES thread)
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/ThreadSanitizerRules.cpp)
+  endif()
+endfunction()
+
 # vark_library(NAME): a static library of ours with the house's options. Sources come from target_sources.
 function(vark_library name)
   add_library(${name} STATIC)

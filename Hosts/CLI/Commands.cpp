@@ -44,6 +44,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     program.get_formatter()->column_width(34);
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
+    declareGet(program, chosen);
     declareSend(program, chosen);
     declareIngest(program, chosen);
     declareVolumes(program, chosen);
@@ -51,6 +52,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareLog(program, chosen);
     declareDiagnostics(program, chosen);
     declareCache(program, chosen);
+    declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);

@@ -15,6 +15,8 @@ using Chosen = std::function<ExitCode(Surroundings&)>;
 // stands on the command line. `chosen` outlives `program`.
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
+void declareGet(CLI::App& program, Chosen& chosen);
+void declareNodes(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
 void declareIngest(CLI::App& program, Chosen& chosen);
 void declareVolumes(CLI::App& program, Chosen& chosen);

@@ -190,8 +190,8 @@ ExitCode connect(Surroundings& surroundings, const ConnectOptions& options) {
         authority = readAuthority(options.authorityFile);
         address.authority = options.authorityFile;
     }
-    std::shared_ptr<VarkAPI> api =
-        surroundings.platform.makeAPI(address, [token] { return std::optional(token); }, 1);
+    std::shared_ptr<VarkAPI> api = surroundings.platform.makeAPI(
+        address, [token] { return std::optional(token); }, surroundings.apiHost());
     const WhoAmI who = proveToken(surroundings, *api, address);
 
     SharedConnection connection;

@@ -72,15 +72,6 @@ class Listing {
     const ListOptions& options_;
 };
 
-VarkItem find(Surroundings& surroundings, VarkAPI& api, const std::string& path) {
-    try {
-        return surroundings.await(api.item(path));
-    } catch (const VarkAPIError& error) {
-        if (!error.isGone()) throw;
-        throw CommandError(ExitCode::somethingFailed, fmt::format("There is no \"{}\" on the vark.", path));
-    }
-}
-
 ExitCode list(Surroundings& surroundings, const ListOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     std::shared_ptr<VarkAPI> api = surroundings.api(connection);
@@ -95,7 +86,7 @@ ExitCode list(Surroundings& surroundings, const ListOptions& options) {
         }
         return ExitCode::allLanded;
     }
-    const VarkItem item = find(surroundings, *api, path);
+    const VarkItem item = surroundings.neededItem(*api, path);
     if (item.isDir) {
         listing.printChildren(*api, item.id, std::nullopt);
     } else {

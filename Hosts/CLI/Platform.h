@@ -9,6 +9,7 @@
 #include "VarkCore/Foundation/URL.h"
 #include "VarkCore/Services/Bundle.h"
 #include "VarkCore/Services/PathMonitor.h"
+#include "VarkCore/Services/ServiceBrowser.h"
 #include "VarkCore/Services/UserFolders.h"
 #include "VarkCore/Services/Volumes.h"
 
@@ -18,6 +19,15 @@ namespace vark::cli {
 struct VarkAddress {
     URL url;
     std::optional<std::filesystem::path> authority;
+};
+
+/// What an API is given of the run that it serves. All of it outlives the API.
+struct APIHost {
+    LANRouter& lan;
+    WaysTaken& ways;
+    Executor& executor;
+    Clock& clock;
+    int mostChunksAtOnce = 1;
 };
 
 /// What the commands need of the system. Each service is built when it is first asked for. Owned by the main
@@ -34,9 +44,10 @@ class Platform {
     virtual std::vector<std::int32_t> otherSenders() = 0;
     /// Of the way to that host; empty for the way out into the world alone.
     virtual std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) = 0;
-    /// An API that can have so many chunks on their way at once.
+    /// An API that goes by the nodes of `lan` where it can.
     virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
-                                             int chunksAtOnce) = 0;
+                                             const APIHost& host) = 0;
+    virtual std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) = 0;
     /// Whether what answers at the address proves who it is. True as well when nothing answers.
     virtual Task<bool> provesItself(VarkAddress address) = 0;
 };

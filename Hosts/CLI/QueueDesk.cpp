@@ -122,11 +122,10 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     for (const QueueRequest::Named& named : request.named)
         paths.emplace_back(named.path);
     TransferEngine::Added added = co_await engine_.add(std::move(paths));
-    for (std::string& sentence : added.notAdded) {
+    for (TransferEngine::NotAdded& path : added.notAdded) {
+        answer.problems.push_back(std::move(path.sentence));
         // To ask again for what is under way already is no mistake: so one carries on after an interruption.
-        const bool isThere = sentence.starts_with("Already in the queue");
-        answer.problems.push_back(std::move(sentence));
-        if (!isThere) answer.code = ExitCode::somethingFailed;
+        if (!path.isInQueue) answer.code = ExitCode::somethingFailed;
     }
     if (added.items > 0)
         answer.results.push_back(fmt::format("Added {}", Format::count(added.items, "file")));

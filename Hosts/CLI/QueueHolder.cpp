@@ -21,7 +21,8 @@ const URL nowhere = *URL::parse("https://vark.invalid");
 std::shared_ptr<VarkAPI> apiIfConnected(Surroundings& surroundings,
                                         const std::optional<SharedConnection>& connection) {
     if (connection && connection->serverURL()) return surroundings.api(*connection);
-    return surroundings.platform.makeAPI({nowhere, std::nullopt}, [] { return std::nullopt; }, 1);
+    return surroundings.platform.makeAPI(
+        {nowhere, std::nullopt}, [] { return std::nullopt; }, surroundings.apiHost());
 }
 
 Task<QueueAnswer> carryOutAndSay(TransferEngine& engine, QueueDesk& desk, QueueRequest request) {

@@ -22,11 +22,17 @@ std::string eventName(const SettledFile& file) {
     }
 }
 
+/// Nothing when no byte had to go.
+std::string wayOf(const WaysTaken::Ways& ways) {
+    if (ways.nodes.empty()) return ways.internet ? ", by the internet" : "";
+    return fmt::format(", by {}{}", fmt::join(ways.nodes, " and "), ways.internet ? " and the internet" : "");
+}
+
 std::string sentenceOf(const SettledFile& file) {
     switch (file.state) {
         case ItemState::verified:
-            return fmt::format("{}: {} ({})", file.alreadyThere ? "Already in the vark" : "Landed", file.path,
-                               Format::bytes(file.size));
+            return fmt::format("{}: {} ({}{})", file.alreadyThere ? "Already in the vark" : "Landed",
+                               file.path, Format::bytes(file.size), wayOf(file.ways));
         case ItemState::skipped:
             return fmt::format("Skipped: {}", file.path);
         case ItemState::conflict:
@@ -76,6 +82,10 @@ void JSONDisplay::fileSettled(const SettledFile& file) {
     JSONWriter json = begin(eventName(file));
     json.field("path", file.path).field("localPath", file.localPath).field("size", file.size);
     json.field("alreadyThere", file.alreadyThere);
+    json.key("nodes").beginArray();
+    for (const std::string& host : file.ways.nodes)
+        json.value(host);
+    json.endArray().field("internet", file.ways.internet);
     if (file.state != ItemState::verified) json.field("error", file.error);
     console_.printJSON(json.endObject().take());
 }

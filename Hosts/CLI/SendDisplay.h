@@ -7,6 +7,7 @@
 #include "Hosts/CLI/ExitCode.h"
 #include "Hosts/CLI/LiveArea.h"
 #include "Hosts/CLI/QueueView.h"
+#include "VarkCore/API/WaysTaken.h"
 #include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Transfer/IngestReport.h"
 
@@ -21,6 +22,8 @@ struct SettledFile {
     ItemState state = ItemState::verified;
     bool alreadyThere = false;
     std::optional<std::string> error;
+    /// How its bytes went, those of this run.
+    WaysTaken::Ways ways;
 };
 
 /// What a person or a program sees of one run of `vark send`. On the main thread; owned by the command.

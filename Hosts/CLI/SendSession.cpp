@@ -42,6 +42,9 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
               surroundings.engineHost()),
       desk_(engine_, connection.rootPath, connection.clientName),
       ingest_(surroundings, engine_, desk_, api_),
+      services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
+      nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
+                                  surroundings.pool(), surroundings.sharedFolder()}),
       scope_(surroundings.executor, surroundings.clock) {
     engine_.limiter.setBytesPerSecond(settings_.bytesPerSecond);
     // Nothing starts before what is to be added has been taken in, or refused.
@@ -49,8 +52,10 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
     engine_.onEvent = [this](const TransferEngine::Event& event) { heard(event); };
     engine_.onSettled = [this](const TransferItem& item) {
         display_.fileSettled({engine_.job()->serverPath(item), item.localPath, item.size, item.state,
-                              item.alreadyThere, item.error});
+                              item.alreadyThere, item.error,
+                              item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
     };
+    nodes_.log = [this](const std::string& sentence) { surroundings_.log().write(sentence); };
     scope_.start(watched(open()));
     scope_.start(watched(beating()));
 }
@@ -79,6 +84,7 @@ Task<void> SendSession::watched(Task<void> task) {
 }
 
 Task<void> SendSession::open() {
+    nodes_.start();
     engine_.start(false);
     if (settings_.officeHours) engine_.setOfficeHours(*settings_.officeHours);
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();

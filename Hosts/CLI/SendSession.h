@@ -10,6 +10,7 @@
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
 #include "Hosts/CLI/Surroundings.h"
+#include "VarkCore/LAN/NodeBrowser.h"
 
 namespace vark::cli {
 
@@ -81,6 +82,8 @@ class SendSession {
     TransferEngine engine_;
     QueueDesk desk_;
     IngestDesk ingest_;
+    const std::unique_ptr<ServiceBrowser> services_;
+    NodeBrowser nodes_;
 
     std::optional<ExitCode> ended_;
     bool opened_ = false;

@@ -6,6 +6,8 @@ namespace vark::cli {
 
 namespace {
 
+/// In seconds: a node that was seen earlier may be gone.
+constexpr double oldestNode = 600;
 constexpr std::int64_t largestLog = 5'242'880;
 /// For hashing, walking and saving, which wait for the disk more than for a processor.
 constexpr std::size_t mostWorkers = 8;
@@ -58,7 +60,25 @@ std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, i
     std::filesystem::path authority = SharedFiles::authority(*sharedFolder());
     if (std::filesystem::exists(authority)) address.authority = authority;
     auto token = std::make_shared<ConnectionToken>(*sharedFolder(), connection.server);
-    return platform.makeAPI(address, [token] { return token->current(); }, chunksAtOnce);
+    return platform.makeAPI(address, [token] { return token->current(); }, apiHost(chunksAtOnce));
+}
+
+LANRouter& Surroundings::lan() {
+    if (!lan_) lan_.emplace(LANRouter::load(sharedFolder(), date(), oldestNode));
+    return *lan_;
+}
+
+APIHost Surroundings::apiHost(int mostChunksAtOnce) {
+    return {lan(), ways, executor, clock, mostChunksAtOnce};
+}
+
+VarkItem Surroundings::neededItem(VarkAPI& api, const std::string& path) {
+    try {
+        return await(api.item(path));
+    } catch (const VarkAPIError& error) {
+        if (!error.isGone()) throw;
+        throw CommandError(ExitCode::somethingFailed, fmt::format("There is no \"{}\" on the vark.", path));
+    }
 }
 
 QueueStore& Surroundings::store() {

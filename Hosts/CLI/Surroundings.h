@@ -38,6 +38,8 @@ class Surroundings {
     Executor& executor;
     Clock& clock;
     const WallClock date;
+    /// Of every API of this run.
+    WaysTaken ways;
 
     const Calendar& calendar();
     BlockingPool& pool();
@@ -46,8 +48,14 @@ class Surroundings {
     std::optional<SharedConnection> connection();
     /// Fails with a `CommandError` that says how to connect.
     SharedConnection neededConnection();
+    /// The nodes of this network: those that a browsing vark has published of late, and what this one finds.
+    LANRouter& lan();
+    /// What an API works with in this run.
+    APIHost apiHost(int mostChunksAtOnce = 1);
     /// An API for the connection, which goes by the token that is in force at each call.
     std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
+    /// Fails with a `CommandError` when the vark has nothing there.
+    VarkItem neededItem(VarkAPI& api, const std::string& path);
     QueueStore& store();
     TransferLog& log();
     TransferEngine::Host engineHost();
@@ -63,6 +71,7 @@ class Surroundings {
     std::optional<BlockingPool> pool_;
     std::optional<Locations> locations_;
     std::optional<SharedStore::Folder> sharedFolder_;
+    std::optional<LANRouter> lan_;
     std::optional<QueueStore> store_;
     std::optional<TransferLog> log_;
 };

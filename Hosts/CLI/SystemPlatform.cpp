@@ -3,10 +3,12 @@
 #include <array>
 
 #include "VarkCore/API/SessionSettings.h"
+#include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 #include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
+#include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::cli {
 
@@ -15,21 +17,28 @@ namespace {
 /// How the vark knows the calls of this program.
 constexpr const char* via = "Terminal";
 
+std::optional<std::string> authorityOf(const VarkAddress& address) {
+    return address.authority ? std::optional(address.authority->string()) : std::nullopt;
+}
+
 HTTPSessionSettings settingsFor(const VarkAddress& address) {
-    std::optional<std::string> authority;
-    if (address.authority) authority = address.authority->string();
-    return sessionSettings(via, authority);
+    return sessionSettings(via, authorityOf(address));
 }
 
 /// An API with what it stands on, in the order in which they end.
 struct Line {
-    Line(const VarkAddress& address, TokenProvider token, int chunksAtOnce)
+    Line(const VarkAddress& address, TokenProvider token, const APIHost& host)
         : session(settingsFor(address)),
-          writers(static_cast<std::size_t>(chunksAtOnce)),
-          api(session, address.url, std::move(token), writers) {}
+          dialer(authorityOf(address)),
+          writers(static_cast<std::size_t>(host.mostChunksAtOnce)),
+          nodes(dialer, writers),
+          api({session, host.lan, nodes, writers, host.executor, host.clock, systemDate, &host.ways},
+              address.url, std::move(token)) {}
 
     CurlSession session;
+    TLSDialer dialer;
     BlockingPool writers;
+    LANTransfer nodes;
     HTTPVarkAPI api;
 };
 
@@ -64,9 +73,13 @@ std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor(const std::string& 
 }
 
 std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, TokenProvider token,
-                                                 int chunksAtOnce) {
-    auto line = std::make_shared<Line>(address, std::move(token), chunksAtOnce);
+                                                 const APIHost& host) {
+    auto line = std::make_shared<Line>(address, std::move(token), host);
     return {line, &line->api};
+}
+
+std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser(Executor& executor) {
+    return std::make_unique<AvahiBrowser>(executor);
 }
 
 Task<bool> SystemPlatform::provesItself(VarkAddress address) {

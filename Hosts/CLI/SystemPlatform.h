@@ -19,7 +19,8 @@ class SystemPlatform final : public Platform {
     std::vector<std::int32_t> otherSenders() override;
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
-                                     int chunksAtOnce) override;
+                                     const APIHost& host) override;
+    std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) override;
     Task<bool> provesItself(VarkAddress address) override;
 
   private:

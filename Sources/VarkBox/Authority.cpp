@@ -1,5 +1,6 @@
 #include "VarkBox/Authority.h"
 
+#include <fmt/format.h>
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/evp.h>
@@ -7,6 +8,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -93,6 +95,12 @@ bool isGood(const Identity& identity, X509* issuer, EVP_PKEY* issuerKey) {
     return X509_cmp_time(X509_get0_notAfter(identity.certificate.get()), &soon) > 0;
 }
 
+bool speaksFor(X509* certificate, const std::vector<std::string>& hosts) {
+    return std::ranges::all_of(hosts, [certificate](const std::string& host) {
+        return X509_check_host(certificate, host.data(), host.size(), 0, nullptr) == 1;
+    });
+}
+
 void addExtension(X509* certificate, X509* issuer, int kind, const char* value) {
     X509V3_CTX context;
     X509V3_set_ctx_nodb(&context);
@@ -134,7 +142,7 @@ Identity newAuthority() {
     return authority;
 }
 
-Identity newServer(const Identity& authority) {
+Identity newServer(const Identity& authority, const std::vector<std::string>& hosts) {
     Identity server = blank("localhost", serverLifetime);
     X509* certificate = server.certificate.get();
     X509* issuer = authority.certificate.get();
@@ -142,7 +150,10 @@ Identity newServer(const Identity& authority) {
     addExtension(certificate, issuer, NID_basic_constraints, "critical,CA:FALSE");
     addExtension(certificate, issuer, NID_key_usage, "critical,digitalSignature");
     addExtension(certificate, issuer, NID_ext_key_usage, "serverAuth");
-    addExtension(certificate, issuer, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1,IP:::1");
+    std::string names = "DNS:localhost,IP:127.0.0.1,IP:::1";
+    for (const std::string& host : hosts)
+        names += fmt::format(",DNS:{}", host);
+    addExtension(certificate, issuer, NID_subject_alt_name, names.c_str());
     addExtension(certificate, issuer, NID_authority_key_identifier, "keyid:always");
     required(X509_sign(certificate, authority.key.get(), EVP_sha256()));
     return server;
@@ -156,19 +167,21 @@ void keep(const Identity& identity, const fs::path& certificatePath, const fs::p
 
 }  // namespace
 
-CertificateFiles certificatesIn(const fs::path& folder) {
-    CertificateFiles files{.authority = folder / "authority.pem",
+CertificateFiles certificatesIn(const fs::path& folder, const fs::path& authorityFolder,
+                                const std::vector<std::string>& hosts) {
+    CertificateFiles files{.authority = authorityFolder / "authority.pem",
                            .certificate = folder / "server.pem",
                            .privateKey = folder / "server-key.pem"};
-    fs::path authorityKey = folder / "authority-key.pem";
+    fs::path authorityKey = authorityFolder / "authority-key.pem";
     Identity authority = read(files.authority, authorityKey);
     if (!isGood(authority, authority.certificate.get(), authority.key.get())) {
         authority = newAuthority();
         keep(authority, files.authority, authorityKey);
     }
     Identity server = read(files.certificate, files.privateKey);
-    if (!isGood(server, authority.certificate.get(), authority.key.get())) {
-        server = newServer(authority);
+    if (!isGood(server, authority.certificate.get(), authority.key.get()) ||
+        !speaksFor(server.certificate.get(), hosts)) {
+        server = newServer(authority, hosts);
         keep(server, files.certificate, files.privateKey);
     }
     return files;

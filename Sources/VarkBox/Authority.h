@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace vark::box {
 
@@ -11,9 +13,11 @@ struct CertificateFiles {
     std::filesystem::path privateKey;
 };
 
-/// Makes an authority under `folder` unless there is one, and a certificate of this machine's own names
-/// (localhost, 127.0.0.1, ::1) signed by it unless there is one that is good for some time yet. Private keys
-/// are 0600 from the start. Fails with std::runtime_error.
-CertificateFiles certificatesIn(const std::filesystem::path& folder);
+/// Makes an authority under `authority` unless there is one, and under `folder` a certificate signed by it,
+/// unless there is one that is good for some time yet: of this machine's own names (localhost, 127.0.0.1,
+/// ::1) and of `hosts`, which are names as `hostName` gives them. Private keys are 0600 from the start. Fails
+/// with std::runtime_error.
+CertificateFiles certificatesIn(const std::filesystem::path& folder, const std::filesystem::path& authority,
+                                const std::vector<std::string>& hosts);
 
 }  // namespace vark::box

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <boost/json/object.hpp>
-#include <boost/json/serialize.hpp>
 #include <optional>
 #include <stdexcept>
 
@@ -27,14 +26,23 @@ namespace fs = std::filesystem;
 
 namespace {
 
-FileLock lockRoot(const fs::path& root) {
-    fs::create_directories(root);
-    std::optional<FileLock> lock = FileLock::tryExclusive(root / "lock");
-    if (!lock) {
-        throw std::runtime_error(fmt::format(
-            "Another vark-box is serving {} already. Stop it, or choose another --root.", root.string()));
+/// The job book has entries of every completeness.
+void fillJobBook(Turn& turn) {
+    struct Job {
+        const char* ref;
+        const char* title;
+        const char* client;
+        const char* artist;
+        const char* date;
+    };
+    for (const Job& job : {Job{"J-1042", "Summer", "Northwind", "A. Lindqvist", "2025-03-03"},
+                           Job{"J-1043", "Harbour at night", "Northwind", "", "2025-03-10"},
+                           Job{"J-1044", "", "Bakery & Sons", "", "2025-04-01"},
+                           Job{"J-1045", "Autumn lookbook", "", "", ""}, Job{"J-1046", "", "", "", ""}}) {
+        turn.query("INSERT INTO jobs(ref, title, client, artist, date) VALUES(?, ?, ?, ?, ?)")
+            .with(job.ref, job.title, job.client, job.artist, job.date)
+            .run();
     }
-    return std::move(*lock);
 }
 
 /// What a new vark holds before anybody has put anything into it.
@@ -46,6 +54,7 @@ void furnish(Database& database) {
     tree.makeFolder("Templates");
     tree.setArea(tree.makeFolder("Fridge").id, "fridge");
     tree.setArea(tree.makeFolder("Archive").id, "archive");
+    fillJobBook(turn);
     turn.commit();
 }
 
@@ -59,30 +68,42 @@ std::string withoutLineEnd(std::string text) {
 
 /// Everything that lives from start to stop, each after what it uses.
 struct Box::Running {
-    Running(const BoxOptions& options, const std::string& token,
-            const std::optional<CertificateFiles>& certificates)
-        : database(options.root / "records.sqlite"),
-          files(options.root),
+    Running(const BoxOptions& options, const std::string& token)
+        : root(options.root),
+          database(root / "records.sqlite"),
+          files(root),
           uploads(database, files, {options.chunkSize, options.checkInlineBelow}),
-          account(options.client, token, options.level),
-          log(options.root / "requests.jsonl"),
-          services{database, files, uploads, account, faults, std::nullopt},
-          site(services, log),
-          server(site, certificates) {
+          account(database, options.client, token, options.level),
+          nodes(database),
+          signIns(options.signInLastsSeconds),
+          log(root / "requests.jsonl"),
+          services{database, files, uploads, account, faults, nodes, tickets, signIns, options.hasJobBook},
+          site(services, log) {
         furnish(database);
         for (const std::string& fault : options.faults)
             faults.add(Fault::fromJSON(JSONBody(fault)));
+        if (!options.plain) certificates = certificatesIn(root, root, nodes.known());
+        server.emplace(site, certificates);
+        services.givesChunkURL = options.givesChunkURL;
+        services.certify = [this](const std::vector<std::string>& hosts) {
+            if (certificates) server->useCertificates(certificatesIn(root, root, hosts));
+        };
     }
 
+    std::filesystem::path root;
     Database database;
     ObjectFiles files;
     Uploads uploads;
     Account account;
     Faults faults;
+    Nodes nodes;
+    Tickets tickets;
+    SignIns signIns;
     RequestLog log;
     Services services;
     BoxSite site;
-    HTTPServer server;
+    std::optional<CertificateFiles> certificates;
+    std::optional<HTTPServer> server;
 };
 
 Box::Box(BoxOptions options) : options_(std::move(options)) {}
@@ -92,30 +113,28 @@ Box::~Box() {
 }
 
 void Box::start() {
-    lock_ = lockRoot(options_.root);
-    // Left by a box that was killed: whoever waits for the file must not find the old one.
-    fs::remove(options_.root / "address.json");
+    root_.emplace(options_.root);
     token_ = readOrMakeToken();
-    std::optional<CertificateFiles> certificates;
-    if (!options_.plain) {
-        certificates = certificatesIn(options_.root);
-        authority_ = fs::absolute(certificates->authority);
-    }
-    auto running = std::make_unique<Running>(options_, token_, certificates);
+    auto running = std::make_unique<Running>(options_, token_);
+    if (running->certificates) authority_ = fs::absolute(running->certificates->authority);
     const char* scheme = options_.plain ? "http" : "https";
-    url_ = fmt::format("{}://{}", scheme, running->server.listen(Listener::app, options_.listen));
-    chunkURL_ = fmt::format("{}://{}", scheme, running->server.listen(Listener::chunk, options_.chunkListen));
-    if (options_.givesChunkURL) running->services.chunkURL = chunkURL_;
-    running->server.start();
+    HTTPServer& server = *running->server;
+    url_ = fmt::format("{}://{}", scheme, server.listen(Listener::app, options_.listen));
+    chunkURL_ = fmt::format("{}://{}", scheme, server.listen(Listener::chunk, options_.chunkListen));
+    running->services.url = url_;
+    running->services.chunkURL = chunkURL_;
+    server.start();
     running_ = std::move(running);
-    writeAddress();
+    boost::json::object address{{"url", url_}, {"chunk_url", chunkURL_}, {"pid", ::getpid()}};
+    if (!options_.plain) address["authority"] = authority_.string();
+    root_->publishAddress(address);
 }
 
 void Box::stop() {
     if (!running_) return;
-    fs::remove(options_.root / "address.json");
+    root_->withdrawAddress();
     running_.reset();
-    lock_.reset();
+    root_.reset();
 }
 
 std::string Box::readOrMakeToken() const {
@@ -128,13 +147,6 @@ std::string Box::readOrMakeToken() const {
             fmt::format("The token file {} is empty. Write a token into it.", path.string()));
     }
     return token;
-}
-
-void Box::writeAddress() const {
-    boost::json::object address{{"url", url_}, {"chunk_url", chunkURL_}, {"pid", ::getpid()}};
-    if (!options_.plain) address["authority"] = authority_.string();
-    writeAtomically(options_.root / "address.json", boost::json::serialize(address) + "\n", 0600,
-                    Durability::cached);
 }
 
 }  // namespace vark::box

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/Foundation/Files.h"
+#include "VarkBox/RootFolder.h"
 
 namespace vark::box {
 
@@ -26,6 +26,9 @@ struct BoxOptions {
     /// Whether uploads are told an address of their own for their chunks.
     bool givesChunkURL = true;
     std::int64_t checkInlineBelow = 1 << 20;
+    bool hasJobBook = true;
+    /// How long a code, or a sign-in in the browser, is good for.
+    double signInLastsSeconds = 600;
     /// In force from the start; each as JSON, as the control call takes it.
     std::vector<std::string> faults;
 };
@@ -55,15 +58,14 @@ class Box {
     struct Running;
 
     std::string readOrMakeToken() const;
-    void writeAddress() const;
 
     const BoxOptions options_;
     std::string url_;
     std::string chunkURL_;
     std::filesystem::path authority_;
     std::string token_;
-    std::optional<FileLock> lock_;
-    // After the lock: what runs ends before the root is free for another box.
+    std::optional<RootFolder> root_;
+    // After the root: what runs ends before it is free for another box.
     std::unique_ptr<Running> running_;
 };
 

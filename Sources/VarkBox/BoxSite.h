@@ -20,7 +20,6 @@ class BoxSite : public Site {
 
   private:
     void strike(const BoxRequest& request, Visit& visit);
-    void apply(const Fault& fault, const BoxRequest& request, Visit& visit);
 
     Services& services_;
     RequestLog& log_;

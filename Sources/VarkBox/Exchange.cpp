@@ -10,6 +10,10 @@ std::string_view nameOf(Listener listener) {
             return "app";
         case Listener::chunk:
             return "chunk";
+        case Listener::node:
+            return "node";
+        case Listener::control:
+            return "control";
     }
     return "";
 }
@@ -36,6 +40,13 @@ BoxReply BoxReply::plain(int status, std::string text) {
     return reply;
 }
 
+BoxReply BoxReply::redirect(std::string location) {
+    BoxReply reply;
+    reply.status = 302;
+    reply.headers.emplace_back("Location", std::move(location));
+    return reply;
+}
+
 Refusal::Refusal(int status, const std::string& sentence, boost::json::object extras)
     : std::runtime_error(sentence), status_(status), extras_(std::move(extras)) {}
 
@@ -43,6 +54,26 @@ BoxReply Refusal::reply() const {
     boost::json::object body = extras_;
     body["error"] = what();
     return BoxReply::json(status_, body);
+}
+
+RecordAtEnd::RecordAtEnd(Site& site, const BoxRequest& request, bool hadToken) : site_(site) {
+    record.listener = request.listener;
+    record.method = request.method;
+    record.target = request.target;
+    record.hadToken = hadToken;
+    record.via = request.via;
+    record.userAgent = request.userAgent;
+    record.node = request.node;
+}
+
+void RecordAtEnd::answered(int status) {
+    record.status = status;
+    write();
+}
+
+void RecordAtEnd::write() {
+    if (!written_) site_.record(record);
+    written_ = true;
 }
 
 }  // namespace vark::box

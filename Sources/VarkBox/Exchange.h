@@ -15,8 +15,9 @@
 
 namespace vark::box {
 
-/// The application answers calls under "/api"; the chunk listener takes nothing but chunks, without a token.
-enum class Listener { app, chunk };
+/// Of a vark: the application answers calls under "/api", and the chunk listener takes and gives file bytes
+/// without a token. Of a node: what clients in the office reach, and the control calls.
+enum class Listener { app, chunk, node, control };
 
 std::string_view nameOf(Listener listener);
 
@@ -35,6 +36,8 @@ struct BoxRequest {
     std::string range;
     std::string via;
     std::string userAgent;
+    /// The host of the node that brings the request; empty when it came straight.
+    std::string node;
     std::uint64_t contentLength = 0;
     std::string body;
 
@@ -57,6 +60,7 @@ struct BoxReply {
 
     static BoxReply json(int status, const boost::json::value& value);
     static BoxReply plain(int status, std::string text);
+    static BoxReply redirect(std::string location);
 };
 
 /// A request that is turned down, with a sentence for the person who made it.
@@ -64,6 +68,7 @@ class Refusal : public std::runtime_error {
   public:
     Refusal(int status, const std::string& sentence, boost::json::object extras = {});
 
+    int status() const { return status_; }
     BoxReply reply() const;
 
   private:
@@ -99,9 +104,12 @@ class DiscardingSink : public BodySink {
 /// What goes wrong with a connection on purpose.
 enum class Mishap { none, answerEarly, reset, stall, stallAfterBody, shortBody };
 
-/// How a request is to be taken, decided once its head is known.
+class Uplink;
+
+/// How a request is to be taken, decided once its head is known: by a sink, or by the vark of this node.
 struct Visit {
     std::unique_ptr<BodySink> sink;
+    const Uplink* onward = nullptr;
     std::chrono::milliseconds delay{0};
     Mishap mishap = Mishap::none;
     /// How many bytes of the body are read before the mishap.
@@ -119,6 +127,7 @@ struct RequestRecord {
     bool hadToken = false;
     std::string via;
     std::string userAgent;
+    std::string node;
 };
 
 /// What the server needs of the site that it serves. Called from every thread of the server at once.
@@ -131,6 +140,27 @@ class Site {
 
     virtual Visit arrive(BoxRequest request) = 0;
     virtual void record(const RequestRecord& record) noexcept = 0;
+};
+
+/// Gives the record of a request to the site once, at the latest when the request has come to its end in any
+/// way.
+class RecordAtEnd {
+  public:
+    RecordAtEnd(Site& site, const BoxRequest& request, bool hadToken);
+    RecordAtEnd(const RecordAtEnd&) = delete;
+    RecordAtEnd& operator=(const RecordAtEnd&) = delete;
+    ~RecordAtEnd() { write(); }
+
+    /// Called before the last piece of the answer goes: whoever has it whole finds the line in the log.
+    void answered(int status);
+
+    RequestRecord record;
+
+  private:
+    void write();
+
+    Site& site_;
+    bool written_ = false;
 };
 
 }  // namespace vark::box

@@ -26,9 +26,11 @@ FaultKind kindNamed(std::string_view name) {
 }
 
 Listener listenerNamed(std::string_view name) {
-    if (name == nameOf(Listener::app)) return Listener::app;
-    if (name == nameOf(Listener::chunk)) return Listener::chunk;
-    throw Refusal(400, fmt::format("There is no listener \"{}\". It is \"app\" or \"chunk\".", name));
+    for (Listener listener : {Listener::app, Listener::chunk, Listener::node}) {
+        if (name == nameOf(listener)) return listener;
+    }
+    throw Refusal(400,
+                  fmt::format("There is no listener \"{}\". It is \"app\", \"chunk\" or \"node\".", name));
 }
 
 // A status fault may carry any body; the others that answer have a sentence of their own.
@@ -37,6 +39,15 @@ std::string bodyFrom(const JSONBody& json) {
     if (body == nullptr || body->is_null()) return {};
     if (body->is_string()) return std::string(body->get_string());
     return boost::json::serialize(*body);
+}
+
+void answerInstead(Visit& visit, const Fault& fault, const Refusal& usual) {
+    BoxReply reply = usual.reply();
+    if (!fault.body.empty()) reply.body = fault.body;
+    visit.sink = std::make_unique<DiscardingSink>(std::move(reply));
+    if (!fault.afterBytes) return;
+    visit.mishap = Mishap::answerEarly;
+    visit.afterBytes = *fault.afterBytes;
 }
 
 }  // namespace
@@ -72,6 +83,37 @@ boost::json::object Fault::toJSON() const {
 bool Fault::matches(const BoxRequest& request) const {
     return (!listener || *listener == request.listener) && (method.empty() || method == request.method) &&
            request.target.starts_with(path) && request.target.find(pathContains) != std::string::npos;
+}
+
+void Fault::befall(Visit& visit) const {
+    auto breakIn = [&](Mishap mishap) {
+        visit.mishap = mishap;
+        visit.afterBytes = afterBytes.value_or(0);
+    };
+    switch (kind) {
+        case FaultKind::latency:
+            visit.delay += delay;
+            return;
+        case FaultKind::status:
+            return answerInstead(visit, *this, Refusal(status, "The vark was told to answer like this."));
+        case FaultKind::refuseToken:
+            return answerInstead(visit, *this,
+                                 Refusal(401, "The vark does not know this device. Sign in again."));
+        case FaultKind::wrongRoute:
+            return answerInstead(visit, *this,
+                                 Refusal(400, "This part of the vark does not take file bytes."));
+        case FaultKind::reset:
+            return breakIn(Mishap::reset);
+        case FaultKind::stall:
+            return breakIn(Mishap::stall);
+        case FaultKind::stallAfterBody:
+            return breakIn(Mishap::stallAfterBody);
+        case FaultKind::shortBody:
+            return breakIn(Mishap::shortBody);
+        case FaultKind::loseUpload:
+        case FaultKind::failCheck:
+            return;
+    }
 }
 
 std::int64_t Faults::add(Fault fault) {

@@ -53,6 +53,10 @@ struct Fault {
     static Fault fromJSON(const JSONBody& json);
     boost::json::object toJSON() const;
     bool matches(const BoxRequest& request) const;
+    /// Whether it befalls an upload that the vark keeps, and not the request or its connection.
+    bool isOfUpload() const { return kind == FaultKind::loseUpload || kind == FaultKind::failCheck; }
+    /// Makes the visit go wrong. Does nothing for a fault of an upload.
+    void befall(Visit& visit) const;
 };
 
 /// The faults that are in force, in the order in which they were given. Any thread.

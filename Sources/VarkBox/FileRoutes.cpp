@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "VarkBox/Services.h"
+#include "VarkCore/Foundation/Date.h"
 
 namespace vark::box {
 
@@ -46,14 +47,15 @@ std::optional<Stretch> stretchFrom(std::string_view range, std::int64_t size) {
     return Stretch{*start, std::min(*end, size - 1) - *start + 1};
 }
 
-BoxReply fileBytes(Services& services, const BoxRequest& request, std::string_view id) {
-    Item item;
-    {
-        Turn turn = services.database.read();
-        item = Tree(turn).require(numberFrom(id, "The id of a file"));
-    }
+Item requireFile(Services& services, std::int64_t id) {
+    Turn turn = services.database.read();
+    Item item = Tree(turn).require(id);
     if (item.isDir)
         throw Refusal(400, fmt::format("\"{}\" is a folder. Fetch the files inside it.", item.name));
+    return item;
+}
+
+BoxReply fileBytes(Services& services, const BoxRequest& request, const Item& item) {
     std::optional<Stretch> stretch = stretchFrom(request.range, item.size);
     BoxReply reply;
     reply.contentType = "application/octet-stream";
@@ -70,12 +72,33 @@ BoxReply fileBytes(Services& services, const BoxRequest& request, std::string_vi
     return reply;
 }
 
+std::int64_t now() {
+    return static_cast<std::int64_t>(systemDate().since1970());
+}
+
+/// The bytes of a file are fetched from the office's node when there is one.
+BoxReply file(Services& services, const BoxRequest& request, std::int64_t id) {
+    Item item = requireFile(services, id);
+    std::optional<std::string> node = services.nodes.attached();
+    if (!node) return fileBytes(services, request, item);
+    return BoxReply::redirect(
+        fmt::format("{}/f/{}", addressOn(*node, services.chunkURL), services.tickets.issue(id, now())));
+}
+
 }  // namespace
 
 void addFileRoutes(Router& router, Services& services) {
     router.add("GET", "/api/file/{}", Door::reader,
                [&services](const BoxRequest& request, const Router::Arguments& arguments) {
-                   return fileBytes(services, request, arguments[0]);
+                   return file(services, request, numberFrom(arguments[0], "The id of a file"));
+               });
+}
+
+void addTicketRoutes(Router& router, Services& services) {
+    router.add("GET", "/f/{}", Door::open,
+               [&services](const BoxRequest& request, const Router::Arguments& arguments) {
+                   std::int64_t id = services.tickets.open(arguments[0], now());
+                   return fileBytes(services, request, requireFile(services, id));
                });
 }
 

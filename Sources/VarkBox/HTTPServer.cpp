@@ -8,22 +8,22 @@
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
+#include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
-#include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/rfc7230.hpp>
 #include <boost/beast/http/status.hpp>
-#include <charconv>
 #include <csignal>
-#include <limits>
 #include <thread>
 #include <vector>
 
+#include "VarkBox/NodeRelay.h"
 #include "VarkBox/RequestTarget.h"
 #include "VarkBox/Wire.h"
+#include "VarkCore/Concurrency/ThreadSafety.h"
 
 namespace vark::box {
 
@@ -34,13 +34,14 @@ using tcp = asio::ip::tcp;
 namespace {
 
 constexpr std::size_t pieceSize = 256 << 10;
-constexpr std::uint32_t longestHead = 64 << 10;
 constexpr int threadCount = 2;
+constexpr std::uint64_t promisedTooMuch = 1000;
 constexpr std::chrono::milliseconds acceptPause{50};
 
 constexpr auto awaited = asio::as_tuple(asio::use_awaitable);
 
 using HeadParser = http::request_parser<http::empty_body>;
+using namespace asio::experimental::awaitable_operators;
 
 std::optional<BoxRequest> requestFrom(const HeadParser& parser, Listener listener) {
     const auto& head = parser.get();
@@ -55,6 +56,7 @@ std::optional<BoxRequest> requestFrom(const HeadParser& parser, Listener listene
     request.range = text(http::field::range);
     request.userAgent = text(http::field::user_agent);
     request.via = std::string(head["X-Vark-Via"]);
+    request.node = std::string(head[nodeHeader]);
     request.contentLength = parser.content_length().value_or(0);
     if (!takeTargetApart(request)) return std::nullopt;
     return request;
@@ -75,43 +77,11 @@ std::string headOf(const BoxReply& reply, std::uint64_t length, bool keepsAlive)
     return head + "\r\n";
 }
 
-/// Writes the line of a request into the log once, at the latest when the request has come to its end in any
-/// way.
-class RecordAtEnd {
-  public:
-    RecordAtEnd(Site& site, const BoxRequest& request, bool hadToken) : site_(site) {
-        record.listener = request.listener;
-        record.method = request.method;
-        record.target = request.target;
-        record.hadToken = hadToken;
-        record.via = request.via;
-        record.userAgent = request.userAgent;
-    }
-    RecordAtEnd(const RecordAtEnd&) = delete;
-    RecordAtEnd& operator=(const RecordAtEnd&) = delete;
-    ~RecordAtEnd() { write(); }
-
-    void write() {
-        if (!written_) site_.record(record);
-        written_ = true;
-    }
-
-    RequestRecord record;
-
-  private:
-    Site& site_;
-    bool written_ = false;
-};
-
 /// One connection: request after request until either side ends it.
 class Conversation {
   public:
-    Conversation(tcp::socket socket, SSL_CTX* context, Listener listener, Site& site)
-        : executor_(socket.get_executor()),
-          wire_(std::move(socket), context),
-          listener_(listener),
-          site_(site),
-          buffer_(pieceSize) {}
+    Conversation(tcp::socket socket, const TLSContext& context, Listener listener, Site& site)
+        : wire_(std::move(socket), context), reader_(wire_), listener_(listener), site_(site) {}
 
     Waiting<void> run() {
         bool goesOn = co_await wire_.accept();
@@ -120,40 +90,6 @@ class Conversation {
     }
 
   private:
-    /// What of the buffer has been read and not yet used.
-    std::string_view waiting() const { return {buffer_.data() + used_, filled_ - used_}; }
-
-    /// Makes at least one byte more available; false when the peer is gone.
-    Waiting<bool> readMore() {
-        if (used_ == filled_) {
-            used_ = filled_ = 0;
-        } else if (filled_ == buffer_.size()) {
-            std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(used_), buffer_.end(), buffer_.begin());
-            filled_ -= used_;
-            used_ = 0;
-        }
-        std::size_t count = co_await wire_.read(buffer_.data() + filled_, buffer_.size() - filled_);
-        filled_ += count;
-        co_return count > 0;
-    }
-
-    /// False when there is no further request, or none that can be understood.
-    Waiting<bool> readHead(HeadParser& parser) {
-        while (true) {
-            if (!waiting().empty()) {
-                boost::system::error_code error;
-                used_ += parser.put(asio::const_buffer(waiting().data(), waiting().size()), error);
-                if (parser.is_header_done()) co_return true;
-                if (error && error != http::error::need_more) {
-                    co_await refuse(
-                        Refusal(400, fmt::format("That is no HTTP request: {}.", error.message())));
-                    co_return false;
-                }
-            }
-            if (!co_await readMore()) co_return false;
-        }
-    }
-
     Waiting<void> refuse(Refusal refusal) {
         BoxReply reply = refusal.reply();
         std::string bytes = headOf(reply, reply.body.size(), false) + reply.body;
@@ -164,10 +100,13 @@ class Conversation {
     /// One request and its answer. False when the connection is to end.
     Waiting<bool> exchange() {
         HeadParser parser;
-        parser.eager(false);
-        parser.header_limit(longestHead);
-        parser.body_limit(std::numeric_limits<std::uint64_t>::max());
-        if (!co_await readHead(parser)) co_return false;
+        boost::system::error_code wrong;
+        bool understood = co_await readHead(reader_, parser, wrong);
+        if (wrong) {
+            Refusal noRequest(400, fmt::format("That is no HTTP request: {}.", wrong.message()));
+            co_await refuse(noRequest);
+        }
+        if (!understood) co_return false;
         std::optional<BoxRequest> request = requestFrom(parser, listener_);
         if (!request || parser.chunked()) {
             Refusal noTarget(400, "The target of this request is no path in UTF-8.");
@@ -180,13 +119,28 @@ class Conversation {
         std::uint64_t length = request->contentLength;
         Visit visit = site_.arrive(std::move(*request));
         if (visit.delay.count() > 0) {
-            asio::steady_timer timer(executor_, visit.delay);
+            asio::steady_timer timer(wire_.executor(), visit.delay);
             co_await timer.async_wait(awaited);
         }
         if (http::token_list(parser.get()[http::field::expect]).exists("100-continue") && length > 0) {
             if (!co_await wire_.write("HTTP/1.1 100 Continue\r\n\r\n")) co_return false;
         }
+        if (visit.onward != nullptr) co_return co_await passOn(visit, parser.get(), length, end);
         co_return co_await receiveAndAnswer(visit, length, parser.get().keep_alive(), end);
+    }
+
+    Waiting<bool> passOn(const Visit& visit, const RequestHead& head, std::uint64_t length,
+                         RecordAtEnd& end) {
+        bool isShort = visit.mishap == Mishap::shortBody;
+        NodeRelay relay(*visit.onward, wire_, reader_, end);
+        relay.promisedMore = isShort ? promisedTooMuch : 0;
+        relay.keepsAlive = head.keep_alive() && !isShort;
+        // A client that has gone must not leave a request behind that waits for the vark.
+        auto carried = co_await (relay.carry(head, length) || wire_.untilPeerGoes());
+        const bool* whole = std::get_if<0>(&carried);
+        if (whole == nullptr || !*whole) co_return false;
+        if (!relay.keepsAlive) wire_.sayGoodbye();
+        co_return relay.keepsAlive;
     }
 
     Waiting<bool> receiveAndAnswer(Visit& visit, std::uint64_t length, bool keepsAlive, RecordAtEnd& end) {
@@ -209,101 +163,78 @@ class Conversation {
         }
         BoxReply reply = visit.sink->finish();
         bool goesOn = keepsAlive && visit.mishap == Mishap::none;
-        std::uint64_t promised = visit.mishap == Mishap::shortBody ? 1000 : 0;
-        bool isShort = !reply.file;
-        if (isShort) {
-            // Whoever has the answer finds the line in the log.
-            end.record.status = reply.status;
-            end.write();
-        }
-        if (!co_await answer(reply, promised, goesOn)) co_return false;
-        end.record.status = reply.status;
+        std::uint64_t promised = visit.mishap == Mishap::shortBody ? promisedTooMuch : 0;
+        if (!co_await answer(reply, promised, goesOn, end)) co_return false;
         if (goesOn) co_return true;
         wire_.sayGoodbye();
         // A close with bytes unread would reset the connection before the peer has read the answer.
-        while (wanted < length && co_await readMore())
-            used_ = filled_;
+        while (wanted < length && co_await reader_.readMore())
+            reader_.take(reader_.waiting().size());
         co_return false;
     }
 
     Waiting<bool> receive(BodySink& sink, std::uint64_t length, RequestRecord& record) {
         while (record.bodyBytes < length) {
-            if (waiting().empty() && !co_await readMore()) co_return false;
-            std::string_view piece = waiting();
+            if (reader_.waiting().empty() && !co_await reader_.readMore()) co_return false;
+            std::string_view piece = reader_.waiting();
             piece = piece.substr(0, std::min<std::uint64_t>(piece.size(), length - record.bodyBytes));
             sink.write(piece);
-            used_ += piece.size();
+            reader_.take(piece.size());
             record.bodyBytes += piece.size();
         }
         co_return true;
     }
 
-    Waiting<bool> answer(const BoxReply& reply, std::uint64_t promisedMore, bool keepsAlive) {
+    Waiting<bool> answer(const BoxReply& reply, std::uint64_t promisedMore, bool keepsAlive,
+                         RecordAtEnd& end) {
         std::uint64_t length = reply.file ? reply.file->length : reply.body.size();
         std::string bytes = headOf(reply, length + promisedMore, keepsAlive) + reply.body;
+        std::uint64_t left = reply.file ? length : 0;
+        if (left == 0) end.answered(reply.status);
         if (!co_await wire_.write(bytes)) co_return false;
-        if (!reply.file) co_return true;
-        std::vector<char> piece(pieceSize);
-        std::uint64_t sent = 0;
-        while (sent < length) {
-            auto offset = static_cast<off_t>(reply.file->offset + sent);
-            std::size_t size = std::min<std::uint64_t>(piece.size(), length - sent);
+        std::vector<char> piece(left > 0 ? pieceSize : 0);
+        while (left > 0) {
+            auto offset = static_cast<off_t>(reply.file->offset + length - left);
+            std::size_t size = std::min<std::uint64_t>(piece.size(), left);
             ssize_t count = ::pread(reply.file->file.get(), piece.data(), size, offset);
             if (count <= 0) co_return false;
             std::string_view part(piece.data(), static_cast<std::size_t>(count));
+            left -= part.size();
+            if (left == 0) end.answered(reply.status);
             if (!co_await wire_.write(part)) co_return false;
-            sent += part.size();
         }
         co_return true;
     }
 
-    asio::any_io_executor executor_;
     Wire wire_;
+    WireReader reader_;
     Listener listener_;
     Site& site_;
-    std::vector<char> buffer_;
-    std::size_t used_ = 0;
-    std::size_t filled_ = 0;
 };
-
-tcp::endpoint endpointFrom(std::string_view address) {
-    std::size_t colon = address.rfind(':');
-    std::string host(address.substr(0, colon));
-    if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-    if (host == "localhost") host = "127.0.0.1";
-    std::uint32_t port = 0;
-    boost::system::error_code error;
-    asio::ip::address parsed = asio::ip::make_address(host, error);
-    bool hasPort = colon != std::string_view::npos;
-    if (hasPort) {
-        std::string_view digits = address.substr(colon + 1);
-        auto [end, wrong] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
-        hasPort = wrong == std::errc() && end == digits.data() + digits.size() && port <= 65535;
-    }
-    if (error || !hasPort) {
-        throw std::runtime_error(
-            fmt::format("\"{}\" is no address to listen on. Give one like 127.0.0.1:8443.", address));
-    }
-    if (!parsed.is_loopback()) {
-        throw std::runtime_error(fmt::format(
-            "The box listens on this machine only, and {} is open to others. Give one like 127.0.0.1:8443.",
-            host));
-    }
-    return {parsed, static_cast<std::uint16_t>(port)};
-}
 
 }  // namespace
 
 class HTTPServer::Machine {
   public:
     Machine(Site& site, const std::optional<CertificateFiles>& certificates) : site_(site) {
-        if (certificates) context_ = tlsContext(*certificates);
+        if (certificates) useCertificates(*certificates);
     }
 
     ~Machine() { stop(); }
 
-    std::string listen(Listener listener, std::string_view address) {
+    void useCertificates(const CertificateFiles& files) {
+        TLSContext context = serverContext(files);
+        Locked guard(lock_);
+        context_ = std::move(context);
+    }
+
+    std::string listen(Listener listener, std::string_view address, Reach reach) {
         tcp::endpoint endpoint = endpointFrom(address);
+        if (reach == Reach::thisMachine && !endpoint.address().is_loopback()) {
+            throw std::runtime_error(fmt::format(
+                "This listens on this machine only, and {} is open to others. Give one like 127.0.0.1:8443.",
+                address));
+        }
         tcp::acceptor acceptor(io_);
         try {
             acceptor.open(endpoint.protocol());
@@ -336,9 +267,11 @@ class HTTPServer::Machine {
   private:
     Waiting<void> accept(tcp::acceptor acceptor, Listener listener) {
         while (true) {
-            auto [error, socket] = co_await acceptor.async_accept(awaited);
+            // A strand for each: a conversation may wait for two things at once.
+            auto [error, socket] = co_await acceptor.async_accept(asio::make_strand(io_), awaited);
             if (!error) {
-                asio::co_spawn(io_, converse(std::move(socket), listener), asio::detached);
+                asio::any_io_executor executor = socket.get_executor();
+                asio::co_spawn(executor, converse(std::move(socket), listener), asio::detached);
                 continue;
             }
             // Out of descriptors, most likely: some connection will end.
@@ -348,12 +281,18 @@ class HTTPServer::Machine {
     }
 
     Waiting<void> converse(tcp::socket socket, Listener listener) {
-        Conversation conversation(std::move(socket), context_.get(), listener, site_);
+        Conversation conversation(std::move(socket), context(), listener, site_);
         co_await conversation.run();
     }
 
+    TLSContext context() {
+        Locked guard(lock_);
+        return context_;
+    }
+
     Site& site_;
-    TLSContext context_;
+    Mutex lock_;
+    TLSContext context_ VARK_GUARDED_BY(lock_);
     asio::io_context io_{threadCount};
     std::vector<std::jthread> threads_;
 };
@@ -363,8 +302,12 @@ HTTPServer::HTTPServer(Site& site, const std::optional<CertificateFiles>& certif
 
 HTTPServer::~HTTPServer() = default;
 
-std::string HTTPServer::listen(Listener listener, std::string_view address) {
-    return machine_->listen(listener, address);
+void HTTPServer::useCertificates(const CertificateFiles& files) {
+    machine_->useCertificates(files);
+}
+
+std::string HTTPServer::listen(Listener listener, std::string_view address, Reach reach) {
+    return machine_->listen(listener, address, reach);
 }
 
 void HTTPServer::start() {

@@ -10,9 +10,12 @@
 
 namespace vark::box {
 
-/// HTTP/1.1 with keep-alive, over TLS unless there are no certificates, on loopback addresses only. Two
-/// threads of its own; bodies go to the site in pieces as they arrive. `stop`, or its end, cuts every
-/// connection and awaits the threads; the site must live until then.
+/// Who may reach a listener.
+enum class Reach { thisMachine, anywhere };
+
+/// HTTP/1.1 with keep-alive, over TLS unless there are no certificates. Two threads of its own; bodies go to
+/// the site in pieces as they arrive, or on to the vark of a node. `stop`, or its end, cuts every connection
+/// and awaits the threads; the site must live until then.
 class HTTPServer {
   public:
     HTTPServer(Site& site, const std::optional<CertificateFiles>& certificates);
@@ -22,8 +25,10 @@ class HTTPServer {
 
     /// Before `start`. Takes "127.0.0.1:8443", with the port 0 for any that is free, and gives the address
     /// with the port that it got. Fails with std::runtime_error and a sentence, also for an address that is
-    /// not loopback.
-    std::string listen(Listener listener, std::string_view address);
+    /// not loopback though the reach is this machine.
+    std::string listen(Listener listener, std::string_view address, Reach reach = Reach::thisMachine);
+    /// For connections from now on. Any thread.
+    void useCertificates(const CertificateFiles& files);
     void start();
     void stop();
 

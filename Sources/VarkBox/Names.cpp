@@ -46,6 +46,20 @@ std::vector<std::string> pathComponents(std::string_view path) {
     }
 }
 
+std::string hostName(std::string_view text) {
+    constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyz0123456789-.";
+    constexpr std::size_t longestHost = 253;
+    std::string host = lowercased(text);
+    bool isName = host.find_first_not_of(allowed) == std::string::npos && host.size() <= longestHost &&
+                  host.find_first_not_of("0123456789.") != std::string::npos && !host.starts_with('.') &&
+                  !host.ends_with('.') && host.find("..") == std::string::npos;
+    if (!isName) {
+        throw Refusal(400,
+                      fmt::format("\"{}\" is no name of a host. Give one like node1.example.test.", text));
+    }
+    return host;
+}
+
 std::string joined(std::span<const std::string> components) {
     return fmt::format("{}", fmt::join(components, "/"));
 }

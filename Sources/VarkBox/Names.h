@@ -15,6 +15,10 @@ std::vector<std::string> pathComponents(std::string_view path);
 /// The same rules for one name, in which no "/" may stand.
 void checkName(std::string_view name);
 
+/// The name of a host in lower case. Anything that could not stand in a URL or in a certificate as a name is
+/// refused with 400.
+std::string hostName(std::string_view text);
+
 std::string joined(std::span<const std::string> components);
 
 }  // namespace vark::box

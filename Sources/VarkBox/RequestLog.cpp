@@ -28,6 +28,7 @@ void RequestLog::append(const RequestRecord& record) noexcept {
         line["token"] = record.hadToken;
         line["via"] = record.via;
         line["user_agent"] = record.userAgent;
+        line["node"] = record.node;
         std::string text = boost::json::serialize(line) + "\n";
         if (::write(file_.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
             std::perror("vark-box: could not write to the request log");

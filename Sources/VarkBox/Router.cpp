@@ -121,8 +121,8 @@ std::unique_ptr<BodySink> Router::find(const BoxRequest& request) const {
 
 void Router::checkDoor(Door door, const BoxRequest& request) const {
     if (door == Door::open) return;
-    account_.checkToken(request.token);
-    if (door == Door::writer) account_.checkMayWrite();
+    account_->checkToken(request.token);
+    if (door == Door::writer) account_->checkMayWrite();
 }
 
 }  // namespace vark::box

@@ -1,14 +1,16 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "VarkBox/Account.h"
 #include "VarkBox/Database.h"
 #include "VarkBox/Faults.h"
+#include "VarkBox/Nodes.h"
 #include "VarkBox/ObjectFiles.h"
 #include "VarkBox/Router.h"
+#include "VarkBox/SignIns.h"
+#include "VarkBox/Tickets.h"
 #include "VarkBox/Uploads.h"
 
 namespace vark::box {
@@ -20,9 +22,18 @@ struct Services {
     Uploads& uploads;
     Account& account;
     Faults& faults;
-    /// Where chunks are taken without a token, once that is known; nothing when they go through the
-    /// application.
-    std::optional<std::string> chunkURL;
+    Nodes& nodes;
+    const Tickets& tickets;
+    SignIns& signIns;
+    bool hasJobBook = true;
+    /// The address of the application; set before the server starts.
+    std::string url{};
+    /// Where file bytes are taken and given without a token; set before the server starts.
+    std::string chunkURL{};
+    /// Whether uploads are told that address, or send their chunks through the application.
+    bool givesChunkURL = true;
+    /// Makes the server speak for these hosts too; set before the server starts.
+    Nodes::OnNewHost certify{};
 };
 
 // Each adds the calls of one subject.
@@ -32,6 +43,21 @@ void addUploadRoutes(Router& router, Services& services);
 void addChunkRoutes(Router& router, Services& services);
 void addDeskRoutes(Router& router, Services& services);
 void addControlRoutes(Router& router, Services& services);
+/// Shares, with their pages.
+void addShareRoutes(Router& router, Services& services);
+/// Nothing for a vark without a job book.
+void addJobRoutes(Router& router, Services& services);
+/// The calls of devices that sign in, and the pages of the portal for the person, whom everybody on this
+/// machine is taken for.
+void addSignInRoutes(Router& router, Services& services);
+void addNodeRoutes(Router& router, Services& services);
+/// What the chunk listener gives and takes.
+void addTicketRoutes(Router& router, Services& services);
+/// `hasUploads` is false where the faults of uploads have no meaning.
+void addFaultRoutes(Router& router, Faults& faults, bool hasUploads);
+
+/// The same listener under the name of a node.
+std::string addressOn(std::string_view host, std::string_view url);
 
 /// A whole number from outside, refused with 400 under the name that is given when it is none.
 std::int64_t numberFrom(std::string_view text, std::string_view what);

@@ -227,7 +227,7 @@ void Tree::relocate(const Item& item, std::int64_t parent, std::string_view name
     if (holder) throw nameTaken(name);
     std::string wasUnder = lineage(item.id);
     turn_.query("UPDATE items SET parent = ?, name = ? WHERE id = ?").with(parent, name, item.id).run();
-    noteChange(item.id, wasUnder);
+    noteChangeOfAll(item.id, wasUnder);
 }
 
 std::string Tree::bin(std::string_view path, std::string_view deletedBy) {
@@ -239,7 +239,7 @@ std::string Tree::bin(std::string_view path, std::string_view deletedBy) {
         .with(item.id, path, binPath, deletedBy)
         .run();
     turn_.query("UPDATE items SET parent = NULL WHERE id = ?").with(item.id).run();
-    noteChange(item.id, wasUnder);
+    noteChangeOfAll(item.id, wasUnder);
     return binPath;
 }
 
@@ -278,6 +278,18 @@ std::vector<std::pair<std::int64_t, std::string>> Tree::binnedFrom(std::string_v
 
 void Tree::noteChange(std::int64_t id, std::string_view wasUnder) {
     turn_.query("INSERT INTO changes(at, item, was_under) VALUES(?, ?, ?)").with(now(), id, wasUnder).run();
+}
+
+void Tree::noteChangeOfAll(std::int64_t id, std::string_view wasUnder) {
+    turn_
+        .query(R"(
+WITH RECURSIVE inside(id, was_under) AS (
+  VALUES(?, ?)
+  UNION ALL
+  SELECT items.id, inside.was_under || items.id || '/' FROM inside JOIN items ON items.parent = inside.id)
+INSERT INTO changes(at, item, was_under) SELECT ?, id, was_under FROM inside)")
+        .with(id, wasUnder, now())
+        .run();
 }
 
 boost::json::object itemJSON(const Item& item, std::string_view path) {

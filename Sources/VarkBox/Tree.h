@@ -87,6 +87,8 @@ class Tree {
     /// What went to the Bin from exactly this path, and who binned it; the latest first.
     std::vector<std::pair<std::int64_t, std::string>> binnedFrom(std::string_view path);
     void noteChange(std::int64_t id, std::string_view wasUnder);
+    /// Of the item and of all that lies in it: whoever remembers one of those knows it by a path that is old.
+    void noteChangeOfAll(std::int64_t id, std::string_view wasUnder);
 
     Turn& turn_;
 };

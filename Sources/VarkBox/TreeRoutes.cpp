@@ -31,7 +31,7 @@ Item requireFolder(Tree& tree, std::int64_t id) {
     return folder;
 }
 
-BoxReply whoami(Services& services) {
+BoxReply whoami(Services& services, const BoxRequest& request) {
     Turn turn = services.database.read();
     const Account& account = services.account;
     return BoxReply::json(
@@ -40,8 +40,8 @@ BoxReply whoami(Services& services) {
                             {"client", account.client()},
                             {"level", account.level()},
                             {"level_label", account.levelLabel()},
-                            {"device_name", "This device"},
-                            {"job_numbers", true},
+                            {"device_name", account.deviceName(request.token.value_or(""))},
+                            {"job_numbers", services.hasJobBook},
                             {"space", {{"used", Tree(turn).bytesHeld()}, {"plan", Account::bytesOfPlan()}}}});
 }
 
@@ -189,8 +189,9 @@ std::string_view requireQuery(const BoxRequest& request, std::string_view name) 
 
 void addTreeRoutes(Router& router, Services& services) {
     using Arguments = Router::Arguments;
-    router.add("GET", "/api/whoami", Door::reader,
-               [&services](const BoxRequest&, const Arguments&) { return whoami(services); });
+    router.add("GET", "/api/whoami", Door::reader, [&services](const BoxRequest& request, const Arguments&) {
+        return whoami(services, request);
+    });
     router.add("GET", "/api/folders", Door::reader, [&services](const BoxRequest& request, const Arguments&) {
         return folders(services, request);
     });

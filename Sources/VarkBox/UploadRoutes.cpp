@@ -35,7 +35,11 @@ BoxReply begin(Services& services, const BoxRequest& request) {
     json["upload_id"] = answer.uploadID;
     json["chunk_size"] = answer.chunkSize;
     json["have"] = boost::json::array(answer.have.begin(), answer.have.end());
-    if (services.chunkURL) json["chunk_url"] = fmt::format("{}/u/{}", *services.chunkURL, answer.uploadID);
+    if (services.givesChunkURL) {
+        std::optional<std::string> node = services.nodes.attached();
+        json["chunk_url"] = fmt::format(
+            "{}/u/{}", node ? addressOn(*node, services.chunkURL) : services.chunkURL, answer.uploadID);
+    }
     return BoxReply::json(200, json);
 }
 

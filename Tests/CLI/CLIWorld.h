@@ -4,9 +4,11 @@
 
 #include "Hosts/CLI/Surroundings.h"
 #include "Tests/Support/FakePathMonitor.h"
+#include "Tests/Support/FakeServiceBrowser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/Files.h"
 
 namespace vark::cli::test {
 
@@ -90,6 +92,21 @@ class TestVark final : public SilentVark {
         diagnostics.push_back(std::move(report));
     }
 
+    std::map<std::int64_t, std::string> contents;
+    std::optional<VarkAPIError> downloadRefusal;
+    std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override {
+        if (downloadRefusal) throw *downloadRefusal;
+        auto download = std::make_shared<VarkDownload>(std::make_shared<Progress>(100), [] {});
+        const auto found = contents.find(id);
+        if (found == contents.end()) {
+            download->finish(std::make_exception_ptr(VarkAPIError::server(404)));
+        } else {
+            writeAtomically(to, found->second, 0600);
+            download->finish(nullptr);
+        }
+        return download;
+    }
+
     Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
                             bool replace) override {
         return uploads.begin(path, size, sha256, mtime, replace);
@@ -135,9 +152,12 @@ class TestPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
     }
-    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, int) override {
+    std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, const APIHost&) override {
         tokenGiven = token();
         return vark;
+    }
+    std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor&) override {
+        return std::make_unique<vark::test::FakeServiceBrowser>();
     }
     Task<bool> provesItself(VarkAddress) override { co_return isTrusted; }
 

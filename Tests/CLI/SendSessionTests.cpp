@@ -253,7 +253,7 @@ TEST_F(SendSessionTest, ProgramsGetOneObjectForEachThingThatHappens) {
     EXPECT_EQ(printed(),
               "{\"event\":\"landed\",\"at\":\"2026-02-03T04:05:06Z\",\"path\":\"a.mov\",\"localPath\":\"" +
                   a.string() +
-                  "\",\"size\":250,\"alreadyThere\":false}\n"
+                  "\",\"size\":250,\"alreadyThere\":false,\"nodes\":[],\"internet\":false}\n"
                   "{\"event\":\"finished\",\"at\":\"2026-02-03T04:05:06Z\",\"verified\":1,\"failed\":0,"
                   "\"skipped\":0,"
                   "\"conflicts\":0,\"bytesVerified\":250,\"exitCode\":0}\n");

@@ -2,6 +2,7 @@
 #include <iterator>
 
 #include "Tests/Fuzz/FuzzTarget.h"
+#include "Tests/Support/FakeDialer.h"
 #include "Tests/Support/ScriptedSession.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/API/HTTPVarkAPI.h"
@@ -19,8 +20,12 @@ constexpr std::int64_t fileSize = 1'000'000;
 struct World {
     test::TestLoop loop;
     test::ScriptedSession session{loop.pool};
-    HTTPVarkAPI api{session, *URL::parse("https://vark.example/portal/"), [] { return std::string(token); },
-                    loop.pool, [] { return Date{1000}; }};
+    test::FakeDialer dialer;
+    LANRouter lan;
+    LANTransfer nodes{dialer, loop.pool};
+    HTTPVarkAPI api{{session, lan, nodes, loop.pool, loop.executor, loop.clock, [] { return Date{1000}; }},
+                    *URL::parse("https://vark.example/portal/"),
+                    [] { return std::string(token); }};
 };
 
 Task<void> begin(HTTPVarkAPI& api) {

@@ -2,26 +2,35 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Support/FakeDialer.h"
 #include "Tests/Support/ScriptedSession.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/API/HTTPVarkAPI.h"
 
 namespace vark::test {
 
-/// A client of a vark whose answers the test writes. Give it another pool for its writers where the vark
-/// leaves more than a pipe holds unread.
+/// A client of a vark whose answers the test writes, and of nodes when the test puts some into `lan`. Give it
+/// another pool for its writers where the vark leaves more than a pipe holds unread.
 class APIWorld : public testing::Test {
   public:
     TestLoop loop;
     ScriptedSession session{loop.pool};
+    FakeDialer dialer;
     std::optional<std::string> token = "t0ken";
     Date now{1000};
+    LANRouter lan;
+    LANTransfer nodes{dialer, loop.pool, [this] { return now; }};
     HTTPVarkAPI api = client(loop.pool);
 
     HTTPVarkAPI client(BlockingPool& writers) {
-        return HTTPVarkAPI(
-            session, *URL::parse("https://vark.example/portal/"), [this] { return token; }, writers,
-            [this] { return now; });
+        const HTTPVarkAPI::Host host{.session = session,
+                                     .lan = lan,
+                                     .nodes = nodes,
+                                     .writers = writers,
+                                     .executor = loop.executor,
+                                     .clock = loop.clock,
+                                     .now = [this] { return now; }};
+        return HTTPVarkAPI(host, *URL::parse("https://vark.example/portal/"), [this] { return token; });
     }
 
     /// Nothing when the task succeeds.

@@ -81,6 +81,13 @@ class Launch {
 
 }  // namespace
 
+void Process::Options::startBy(const std::vector<std::string>& prefix) {
+    if (prefix.empty()) return;
+    arguments.insert(arguments.begin(), program.string());
+    arguments.insert(arguments.begin(), prefix.begin() + 1, prefix.end());
+    program = prefix.front();
+}
+
 Process::Process(const Options& options) : options_(options) {
     Launch launch(options_);
     pid_t parent = ::getpid();

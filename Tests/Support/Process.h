@@ -38,6 +38,9 @@ class Process {
         std::optional<rlim_t> largestFile;
         /// The end of a terminal that it runs on, instead of the two files.
         int terminal = -1;
+
+        /// Lets another program start this one, as its last arguments.
+        void startBy(const std::vector<std::string>& prefix);
     };
 
     explicit Process(const Options& options);

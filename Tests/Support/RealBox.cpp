@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <boost/json/parse.hpp>
-#include <fstream>
 #include <stdexcept>
 
 namespace vark::test {
@@ -21,18 +20,9 @@ std::string withoutScheme(const std::string& url) {
     return url.substr(url.find("//") + 2);
 }
 
-LoggedRequest requestFrom(const json::object& line) {
-    return {.listener = std::string(line.at("listener").as_string()),
-            .method = std::string(line.at("method").as_string()),
-            .target = std::string(line.at("target").as_string()),
-            .status = line.at("status").to_number<std::int64_t>(),
-            .bodyBytes = line.at("body_bytes").to_number<std::int64_t>(),
-            .hadToken = line.at("token").as_bool()};
-}
-
 }  // namespace
 
-RealBox::RealBox(Options options) : options_(options) {
+RealBox::RealBox(Options options) : options_(std::move(options)) {
     start();
 }
 
@@ -50,6 +40,7 @@ void RealBox::start() {
                          std::to_string(options_.checkInlineBelow),
                          "--quiet"};
     if (!options_.givesChunkURL) options.arguments.emplace_back("--no-chunk-url");
+    options.arguments.insert(options.arguments.end(), options_.arguments.begin(), options_.arguments.end());
     if (!url_.empty()) {
         for (const std::string& argument : {std::string("--listen"), withoutScheme(url_),
                                             std::string("--chunk-listen"), withoutScheme(chunkURL_)})
@@ -109,31 +100,11 @@ std::string RealBox::bytesAt(std::string_view path) const {
     std::vector<HeldFile> held = files();
     auto found = std::ranges::find(held, path, &HeldFile::path);
     if (found == held.end()) throw std::runtime_error(fmt::format("The box does not hold {}.", path));
-    box::Answer answer = client().send("GET", fmt::format("/api/file/{}", found->id), {}, {}, 120'000);
+    box::BoxClient asking = client();
+    box::Answer answer = asking.send("GET", fmt::format("/api/file/{}", found->id), {}, {}, 120'000);
+    if (answer.status == 302) answer = asking.send("GET", answer.redirect, {}, {}, 120'000);
     if (answer.status != 200) throw std::runtime_error("A file could not be fetched: " + answer.error());
     return std::move(answer.body);
-}
-
-const std::vector<LoggedRequest>& RealBox::requests() {
-    std::ifstream log(folder_ / "requests.jsonl", std::ios::binary);
-    log.seekg(static_cast<std::streamoff>(logRead_));
-    std::string line;
-    while (std::getline(log, line) && !log.eof()) {
-        logRead_ += line.size() + 1;
-        requests_.push_back(requestFrom(json::parse(line).as_object()));
-    }
-    return requests_;
-}
-
-bool RealBox::untilRequests(const std::function<bool(const std::vector<LoggedRequest>&)>& answer, int pidfd) {
-    FileWatch watch(folder_.path());
-    return watch.until([&] { return answer(requests()); }, longest, pidfd);
-}
-
-std::int64_t RealBox::count(std::string_view method, std::string_view targetPart) {
-    return std::ranges::count_if(requests(), [&](const LoggedRequest& request) {
-        return request.method == method && request.target.find(targetPart) != std::string::npos;
-    });
 }
 
 }  // namespace vark::test

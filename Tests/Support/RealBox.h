@@ -10,23 +10,11 @@
 
 #include "Tests/Support/FileWatch.h"
 #include "Tests/Support/Process.h"
+#include "Tests/Support/RequestLogFile.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/VarkBox/BoxClient.h"
 
 namespace vark::test {
-
-/// One line of the box's request log.
-struct LoggedRequest {
-    std::string listener;
-    std::string method;
-    std::string target;
-    /// 0 for a request that was broken off.
-    std::int64_t status = 0;
-    std::int64_t bodyBytes = 0;
-    bool hadToken = false;
-
-    bool isChunk() const { return method == "PUT"; }
-};
 
 /// One file that the box holds.
 struct HeldFile {
@@ -44,6 +32,8 @@ class RealBox {
         std::int64_t chunkSize = 8 << 20;
         bool givesChunkURL = true;
         std::int64_t checkInlineBelow = 1 << 20;
+        /// More of what `vark-box serve` takes.
+        std::vector<std::string> arguments{};
     };
 
     explicit RealBox(Options options);
@@ -61,6 +51,7 @@ class RealBox {
     std::filesystem::path tokenFile() const { return folder_ / "token"; }
     std::filesystem::path authority() const { return folder_ / "authority.pem"; }
     const std::string& url() const { return url_; }
+    const std::string& chunkURL() const { return chunkURL_; }
     std::string token() const;
     const Process& process() const { return *process_; }
 
@@ -78,11 +69,15 @@ class RealBox {
     std::string bytesAt(std::string_view path) const;
 
     /// All that was logged since the first start.
-    const std::vector<LoggedRequest>& requests();
+    const std::vector<LoggedRequest>& requests() { return log_.requests(); }
     /// Waits until the log so far gives a yes. False when the process behind `pidfd` ended, or a minute
     /// passed.
-    bool untilRequests(const std::function<bool(const std::vector<LoggedRequest>&)>& answer, int pidfd = -1);
-    std::int64_t count(std::string_view method, std::string_view targetPart);
+    bool untilRequests(const std::function<bool(const std::vector<LoggedRequest>&)>& answer, int pidfd = -1) {
+        return log_.until(answer, pidfd);
+    }
+    std::int64_t count(std::string_view method, std::string_view targetPart) {
+        return log_.count(method, targetPart);
+    }
 
   private:
     const Options options_;
@@ -90,8 +85,7 @@ class RealBox {
     std::string url_;
     std::string chunkURL_;
     std::optional<Process> process_;
-    std::vector<LoggedRequest> requests_;
-    std::uintmax_t logRead_ = 0;
+    RequestLogFile log_{folder_.path()};
 };
 
 }  // namespace vark::test

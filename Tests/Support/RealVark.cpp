@@ -10,7 +10,7 @@ namespace vark::test {
 namespace fs = std::filesystem;
 namespace json = boost::json;
 
-RealVark::RealVark() {
+RealVark::RealVark(Place place) : place_(std::move(place)) {
     fs::create_directory(folder_ / "runs");
 }
 
@@ -25,6 +25,8 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
                            {"PATH", "/usr/bin:/bin"},
                            {"LANG", "C.UTF-8"},
                            {"TERM", "xterm-256color"}};
+    options.environment.insert(place_.environment.begin(), place_.environment.end());
+    options.startBy(place_.prefix);
     std::string run = std::to_string(++runs_);
     options.output = folder_ / ("runs/" + run + ".out");
     options.errors = folder_ / ("runs/" + run + ".err");

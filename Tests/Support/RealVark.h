@@ -26,7 +26,15 @@ struct Finished {
 /// the test's thread alone.
 class RealVark {
   public:
-    RealVark();
+    /// Another place than the test's own: what starts the program there, and what it finds in its environment
+    /// beside the usual.
+    struct Place {
+        std::vector<std::string> prefix{};
+        std::map<std::string, std::string> environment{};
+    };
+
+    RealVark() : RealVark(Place()) {}
+    explicit RealVark(Place place);
 
     /// A run that goes on beside the test. Its output is in files of its own.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
@@ -65,6 +73,7 @@ class RealVark {
     Process::Options options(std::vector<std::string> arguments);
     boost::json::array savedItems() const;
 
+    const Place place_;
     TemporaryFolder folder_;
     int runs_ = 0;
 };

@@ -103,11 +103,19 @@ void Conversation::waitForFirstBytes() {
     (void)recv(socket_.get(), &byte, 1, MSG_PEEK);
 }
 
+void Conversation::writeWithoutTLS(std::string_view text) {
+    require(::send(socket_.get(), text.data(), text.size(), 0) >= 0, "send");
+}
+
 void Conversation::waitForTheEnd() {
     // Below TLS, so that it serves a connection in any state.
     char buffer[65'536];
     while (recv(socket_.get(), buffer, sizeof buffer, 0) > 0) {
     }
+}
+
+void Conversation::sayGoodbye() {
+    if (secure()) SSL_shutdown(tls_.get());
 }
 
 void Conversation::reset() {
@@ -116,13 +124,17 @@ void Conversation::reset() {
     require(connect(socket_.get(), &nobody, sizeof nobody) == 0, "connect");
 }
 
+std::string Conversation::serverName() const {
+    const char* name = SSL_get_servername(tls_.get(), TLSEXT_NAMETYPE_host_name);
+    return name == nullptr ? "" : name;
+}
+
 void Conversation::breakOff() {
     shutdown(socket_.get(), SHUT_RDWR);
 }
 
-ScriptedServer::ScriptedServer(const TestAuthority& authority, Script script,
-                               const std::vector<std::string>& names)
-    : context_(authority.serverContext(names)),
+ScriptedServer::ScriptedServer(ServerContext context, Script script)
+    : context_(std::move(context)),
       script_(std::move(script)),
       listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};

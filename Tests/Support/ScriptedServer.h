@@ -48,13 +48,20 @@ class Conversation {
 
     /// Returns when the client has sent its first bytes, which stay unread.
     void waitForFirstBytes();
+    /// Sends as it is, whatever TLS would have to come first.
+    void writeWithoutTLS(std::string_view text);
     /// Reads and forgets until the client has gone.
     void waitForTheEnd();
+    /// Says that no more comes, as TLS wants it.
+    void sayGoodbye();
     /// Ends the connection with a reset, so that what is under way is lost.
     void reset();
 
     /// Whether the client has taken up an earlier TLS session.
     bool isResumed() const { return SSL_session_reused(tls_.get()) == 1; }
+
+    /// The name that the client asked for; empty when it asked for none.
+    std::string serverName() const;
 
     /// Wakes whoever is blocked here. From any thread.
     void breakOff();
@@ -77,7 +84,9 @@ class ScriptedServer {
     using Script = std::function<void(Conversation&)>;
 
     ScriptedServer(const TestAuthority& authority, Script script,
-                   const std::vector<std::string>& names = {"127.0.0.1", "localhost"});
+                   const std::vector<std::string>& names = {"127.0.0.1", "localhost"})
+        : ScriptedServer(authority.serverContext(names), std::move(script)) {}
+    ScriptedServer(ServerContext context, Script script);
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;

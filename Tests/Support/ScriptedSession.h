@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,13 +11,15 @@
 #include <utility>
 #include <vector>
 
+#include "Tests/Support/UntilCancelled.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Services/HTTPSession.h"
 
 namespace vark::test {
 
 /// What a `ScriptedSession` does with one request. Of an upload it takes the whole body first, unless told
-/// otherwise.
+/// otherwise; of a download it has written the body when it fails or hangs.
 struct ScriptedAnswer {
     HTTPResponse response = {};
     std::optional<HTTPError> failure = std::nullopt;
@@ -38,6 +41,10 @@ struct ScriptedAnswer {
 
 inline ScriptedAnswer answer(int status, std::string body = "") {
     return {.response = {status, {}, std::move(body)}};
+}
+
+inline ScriptedAnswer redirect(int status, std::string location, std::string body = "") {
+    return {.response = {status, {{"Location", std::move(location)}}, std::move(body)}};
 }
 
 inline ScriptedAnswer failure(HTTPError::Code code, std::string description = "The system says so.") {
@@ -86,7 +93,39 @@ class ScriptedSession final : public HTTPSession {
         co_return co_await reply(std::move(next));
     }
 
+    Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to, DownloadProgress progress,
+                                FollowRedirect follow) override {
+        co_await checkCancellation();
+        UnfinishedFile file(to, 0600);
+        downloads.push_back(to);
+        for (;;) {
+            ScriptedAnswer next = answerTo(request);
+            const std::string body = std::exchange(next.response.body, "");
+            file.write(body);
+            const HTTPResponse response = co_await reply(std::move(next));
+            const std::optional<URL> location = locationIn(response);
+            if (!location || !follow({response.status, *location})) {
+                progress(std::ssize(body), std::ssize(body));
+                file.keep();
+                co_return response;
+            }
+            file.startOver();
+            if (location->host() != request.url.host())
+                std::erase_if(request.headers, [](auto& header) { return header.name == "Authorization"; });
+            request.url = *location;
+        }
+    }
+    /// Where each download was written to.
+    std::vector<std::filesystem::path> downloads;
+
   private:
+    static std::optional<URL> locationIn(const HTTPResponse& response) {
+        for (const HTTPHeader& header : response.headers) {
+            if (header.name == "Location" && response.status / 100 == 3) return URL::parse(header.value);
+        }
+        return std::nullopt;
+    }
+
     class ReadingEnd {
       public:
         explicit ReadingEnd(BytePipe& pipe) : pipe_(pipe) {}
@@ -96,18 +135,6 @@ class ScriptedSession final : public HTTPSession {
 
       private:
         BytePipe& pipe_;
-    };
-
-    class UntilCancelled final : public StoppableWait {
-      public:
-        template <class Promise>
-        bool await_suspend(std::coroutine_handle<Promise> handle) {
-            return suspend(handle, [this](const TaskContext& context) { watch(context.token); });
-        }
-        void await_resume() { unwatch(); }
-
-      private:
-        void onStop() noexcept override { complete(); }
     };
 
     ScriptedAnswer answerTo(HTTPRequest request) {

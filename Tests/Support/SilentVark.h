@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,6 +39,9 @@ class SilentVark : public VarkAPI {
     }
     Task<VarkChanges> changes(std::int64_t, std::optional<std::string>, std::int64_t) override {
         co_return fails<VarkChanges>();
+    }
+    std::shared_ptr<VarkDownload> download(std::int64_t, std::filesystem::path) override {
+        return fails<std::shared_ptr<VarkDownload>>();
     }
     Task<std::string> rename(std::string, std::string) override { co_return fails<std::string>(); }
     Task<std::string> move(std::string, std::string) override { co_return fails<std::string>(); }

@@ -54,10 +54,10 @@ TestAuthority::~TestAuthority() {
     unlink(file_.c_str());
 }
 
-ServerContext TestAuthority::serverContext(const std::vector<std::string>& names) const {
+ServerContext TestAuthority::serverContext(const std::vector<std::string>& names, Validity validity) const {
     const Key key(EVP_EC_gen("P-256"));
     require(key != nullptr);
-    const Certificate certificate = issue(key.get(), "Server of the tests", names);
+    const Certificate certificate = issue(key.get(), "Server of the tests", names, validity);
     ServerContext context(SSL_CTX_new(TLS_server_method()));
     require(context && SSL_CTX_use_certificate(context.get(), certificate.get()) == 1 &&
             SSL_CTX_use_PrivateKey(context.get(), key.get()) == 1);
@@ -66,7 +66,8 @@ ServerContext TestAuthority::serverContext(const std::vector<std::string>& names
 
 /// Without names it is the authority's own.
 TestAuthority::Certificate TestAuthority::issue(EVP_PKEY* key, const std::string& commonName,
-                                                const std::vector<std::string>& names) const {
+                                                const std::vector<std::string>& names,
+                                                Validity validity) const {
     Certificate certificate(X509_new());
     require(certificate != nullptr);
     X509_set_version(certificate.get(), X509_VERSION_3);
@@ -74,8 +75,9 @@ TestAuthority::Certificate TestAuthority::issue(EVP_PKEY* key, const std::string
     RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial);
     ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate.get()), serial >> 1);
     constexpr long hour = 3600;
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -hour);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 24 * hour);
+    const long end = validity == Validity::now ? 24 * hour : -hour;
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), end - 25 * hour);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), end);
     X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char*>(commonName.c_str()), -1, -1, 0);
     X509_set_issuer_name(certificate.get(),

@@ -29,15 +29,17 @@ class TestAuthority {
     TestAuthority& operator=(const TestAuthority&) = delete;
 
     const std::string& file() const { return file_; }
+    enum class Validity { now, past };
     /// What a server needs to prove that it is one of `names`: host names or numeric addresses.
-    ServerContext serverContext(const std::vector<std::string>& names) const;
+    ServerContext serverContext(const std::vector<std::string>& names,
+                                Validity validity = Validity::now) const;
 
   private:
     using Key = std::unique_ptr<EVP_PKEY, OpenSSLFree<EVP_PKEY_free>>;
     using Certificate = std::unique_ptr<X509, OpenSSLFree<X509_free>>;
 
-    Certificate issue(EVP_PKEY* key, const std::string& commonName,
-                      const std::vector<std::string>& names) const;
+    Certificate issue(EVP_PKEY* key, const std::string& commonName, const std::vector<std::string>& names,
+                      Validity validity = Validity::now) const;
 
     Key key_;
     Certificate certificate_;

@@ -62,8 +62,16 @@ Answer BoxClient::send(std::string_view method, std::string_view target, std::st
         curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
         curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.empty() ? "" : body.data());
     }
+    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> places(nullptr, curl_slist_free_all);
+    if (url.find(".test:") != std::string::npos) {
+        places.reset(curl_slist_append(nullptr, "::127.0.0.1:"));
+        curl_easy_setopt(curl, CURLOPT_CONNECT_TO, places.get());
+    }
     answer.problem = curl_easy_perform(curl);
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &answer.status);
+    const char* redirect = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_REDIRECT_URL, &redirect);
+    if (redirect != nullptr) answer.redirect = redirect;
     return answer;
 }
 

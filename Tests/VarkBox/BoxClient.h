@@ -16,6 +16,8 @@ struct Answer {
     /// 0 when no answer came.
     long status = 0;
     std::string body;
+    /// Where a redirect leads; it is not followed.
+    std::string redirect;
     /// libcurl's own code: 0 for a whole answer.
     int problem = 0;
 
@@ -25,7 +27,7 @@ struct Answer {
 };
 
 /// Speaks to a box over one kept connection per host, as any client would: libcurl, with the box's own
-/// authority as the only one that it trusts.
+/// authority as the only one that it trusts. Hosts under ".test" are on this machine.
 class BoxClient {
   public:
     BoxClient(std::string url, std::filesystem::path authority, std::string token);

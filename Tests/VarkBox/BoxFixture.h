@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/json/object.hpp>
+#include <boost/json/parse.hpp>
+#include <fstream>
 #include <memory>
 
 #include "Tests/VarkBox/BoxClient.h"
@@ -16,6 +19,16 @@ class BoxFixture : public testing::Test {
         box = std::make_unique<Box>(options);
         box->start();
         client = std::make_unique<BoxClient>(*box);
+    }
+
+    /// The request log under a root.
+    std::vector<boost::json::object> logIn(const std::filesystem::path& root) {
+        std::vector<boost::json::object> lines;
+        std::ifstream text(root / "requests.jsonl");
+        // A line that is being written has no end yet.
+        for (std::string line; std::getline(text, line) && !text.eof();)
+            lines.push_back(boost::json::parse(line).as_object());
+        return lines;
     }
 
     BoxFixture() { options.chunkSize = 1000; }

@@ -37,13 +37,16 @@ TEST_F(BoxFixture, EveryCallOfTheApplicationNeedsTheToken) {
     }
 }
 
-TEST_F(BoxFixture, ASignedOutTokenSaysSoUntilItIsSignedInAgain) {
+TEST_F(BoxFixture, TheTokenMayStandInAFileThatSomebodyElseWrote) {
+    options.tokenFile = folder.path() / "given";
+    for (std::string_view bytes : {"", "\n\r\n"}) {
+        writeAtomically(options.tokenFile, bytes, 0600, Durability::cached);
+        EXPECT_THROW(start(), std::runtime_error) << bytes;
+    }
+    writeAtomically(options.tokenFile, "a token of the test\r\n", 0600, Durability::cached);
     start();
-    client->control("POST", "/control/sign-out");
-    Answer refused = client->get("/api/whoami");
-    EXPECT_EQ(refused.status, 401);
-    EXPECT_EQ(refused.json().at("sign_out"), true);
-    client->control("POST", "/control/sign-in");
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "token"));
+    client->setToken("a token of the test");
     EXPECT_EQ(client->get("/api/whoami").status, 200);
 }
 
@@ -250,6 +253,7 @@ TEST_F(BoxProgram, ItEndsCleanlyWhenToldToAndRefusesWithASentenceAndACode) {
     }
     EXPECT_EQ(BoxProcess(serve({"--listen", "0.0.0.0:0"})).end(0), 1);
     EXPECT_NE(BoxProcess(serve({"--chunk-size", "0"})).end(0), 0);
+    EXPECT_NE(BoxProcess(serve({"--token-file", (folder.path() / "none").string()})).end(0), 0);
     EXPECT_EQ(BoxProcess(serve({"--fault", "{"})).end(0), 1);
     EXPECT_EQ(BoxProcess(serve({"--fault", R"({"kind":"none"})"})).end(0), 1);
 }

@@ -236,6 +236,28 @@ TEST_F(BoxChanges, TheFeedTellsEachFolderWhatCameChangedAndWent) {
     EXPECT_TRUE(changed(changes("", end())).empty());
 }
 
+TEST_F(BoxChanges, AFolderThatMovesTakesAllThatLiesInItAlong) {
+    client->upload("Jobs/A/Sub/deep.txt", "1");
+    makeFolder("Jobs/B");
+    std::int64_t folder = client->itemID("Jobs/A/Sub");
+    std::int64_t file = client->itemID("Jobs/A/Sub/deep.txt");
+    std::string start = end();
+    rename("Jobs/A", "Renamed");
+    using Paths = std::vector<std::string>;
+    EXPECT_EQ(changed(changes("", start)),
+              (Paths{"Jobs/Renamed", "Jobs/Renamed/Sub", "Jobs/Renamed/Sub/deep.txt"}));
+    EXPECT_EQ(changed(changes("Jobs/Renamed/Sub", start)), Paths{"Jobs/Renamed/Sub/deep.txt"});
+
+    start = end();
+    move("Jobs/Renamed/Sub", "Jobs/B");
+    EXPECT_EQ(changed(changes("Jobs/B", start)), (Paths{"Jobs/B/Sub", "Jobs/B/Sub/deep.txt"}));
+    EXPECT_EQ(changes("Jobs/Renamed", start).at("gone"), json::value({folder, file}));
+
+    start = end();
+    bin("Jobs/B");
+    EXPECT_EQ(changes("", start).at("gone").as_array().size(), 3u);
+}
+
 TEST_F(BoxChanges, PagesOfTheFeedGoOnWhereTheLastOneEnded) {
     std::string cursor = end();
     for (int i = 0; i < 5; ++i)

@@ -2,8 +2,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <boost/json/parse.hpp>
-#include <sstream>
 #include <thread>
 
 #include "Tests/VarkBox/BoxFixture.h"
@@ -220,10 +218,7 @@ TEST_F(BoxUploads, TheRequestLogTellsOfTheTokenButNeverItsText) {
     put(begun, 0, "abc");
     std::string log = readWholeFile(folder.path() / "requests.jsonl");
     EXPECT_EQ(log.find(box->token()), std::string::npos);
-    std::vector<json::object> lines;
-    std::istringstream text(log);
-    for (std::string line; std::getline(text, line);)
-        lines.push_back(json::parse(line).as_object());
+    std::vector<json::object> lines = logIn(folder.path());
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0].at("via"), "Finder");
     EXPECT_EQ(lines[0].at("user_agent"), "tests");

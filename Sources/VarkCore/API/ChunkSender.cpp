@@ -3,20 +3,24 @@
 #include <utility>
 
 #include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/Upload/ByteCounter.h"
 #include "VarkCore/Upload/ChunkTransfer.h"
+#include "VarkCore/Upload/RunWhileItMoves.h"
 
 // Where the bytes of a file leave this machine.
 
 namespace vark {
 namespace {
 
+constexpr const char* chunkContentType = "application/octet-stream";
+
 /// The status of a chunk. A 409 means here that the upload has gone, never that a name is taken; and only the
 /// application's host can say, with a 400, that it does not take file bytes.
-void requireChunkTaken(const HTTPResponse& answer, bool viaApp) {
-    if (isSuccess(answer.status)) return;
-    switch (answer.status) {
+void requireChunkTaken(int status, const std::string& body, bool viaApp) {
+    if (isSuccess(status)) return;
+    switch (status) {
         case 400:
-            if (viaApp) throw VarkAPIError::wrongChunkRoute(fieldOf<std::string>(answer.body, "error"));
+            if (viaApp) throw VarkAPIError::wrongChunkRoute(fieldOf<std::string>(body, "error"));
             break;
         case 404:
         case 409:
@@ -25,7 +29,7 @@ void requireChunkTaken(const HTTPResponse& answer, bool viaApp) {
         default:
             break;
     }
-    throw serverErrorFor(answer.status, answer.body);
+    throw serverErrorFor(status, body);
 }
 
 bool isWebAddress(const URL& url) {
@@ -58,18 +62,51 @@ Task<void> HTTPVarkAPI::putChunk(std::string uploadID, std::int64_t index, std::
                                  std::int64_t offset, std::int64_t length, TokenBucket* limiter,
                                  ChunkProgress progress) {
     // Without a token nothing is sent, not even to an address that needs none.
-    HTTPHeader token = authorization();
-    ChunkTarget target = chunkTarget(uploadID, index);
+    const HTTPHeader token = authorization();
+    const ChunkTarget target = chunkTarget(uploadID, index);
+    LANTransfer::Headers tokenForApp;
+    if (target.viaApp) tokenForApp.push_back(token);
+    const ChunkSource source{std::move(file), offset, length, limiter, std::move(progress)};
 
-    HTTPRequest request{"PUT", std::move(target.url), {}, {}};
-    if (target.viaApp) request.headers.push_back(std::move(token));
-    request.headers.push_back({"Content-Type", "application/octet-stream"});
+    std::optional<LANRoute> route;
+    if (target.viaApp) {
+        route = co_await lanAPIRoute(target.url);
+    } else {
+        route = lan_.route(target.url, now_());
+    }
+    if (route) {
+        std::optional<LANTransfer::Response> answer =
+            co_await answerOfNode(route->host, putChunkOnNode(*route, source, tokenForApp));
+        if (answer) {
+            requireChunkTaken(answer->status, answer->body, target.viaApp);
+            if (ways_ != nullptr) ways_->noteNode(uploadID, route->host);
+            co_return;
+        }
+        if (source.progress) source.progress(0);
+    }
+
+    HTTPRequest request{"PUT", target.url, std::move(tokenForApp), {}};
+    request.headers.push_back({"Content-Type", chunkContentType});
     request.headers.push_back({"Content-Length", std::to_string(length)});
-
-    ChunkSource source{std::move(file), offset, length, limiter, std::move(progress)};
-    ChunkTransfer transfer(session_, writerPool_, stallWatch, now_, std::move(source));
+    ChunkTransfer transfer(session_, writerPool_, stallWatch, now_, source);
     const HTTPResponse answer = co_await transfer.send(std::move(request));
-    requireChunkTaken(answer, target.viaApp);
+    requireChunkTaken(answer.status, answer.body, target.viaApp);
+    if (ways_ != nullptr) ways_->noteInternet(uploadID);
+}
+
+Task<LANTransfer::Response> HTTPVarkAPI::putChunkOnNode(LANRoute route, ChunkSource source,
+                                                        LANTransfer::Headers headers) {
+    ByteCounter sent;
+    LANTransfer::PutProgress progress = [&sent, told = source.progress](std::int64_t count) {
+        sent.set(count);
+        if (told) told(count);
+    };
+    Task<LANTransfer::Response> put =
+        nodes_.put(source.file, source.offset, source.length, chunkContentType, std::move(route),
+                   source.limiter, std::move(headers), std::move(progress));
+    auto moved = [&sent] { return sent.value(); };
+    co_return co_await runWhileItMoves<LANTransfer::Response>(source.length, stallWatch, moved,
+                                                              std::move(put));
 }
 
 }  // namespace vark

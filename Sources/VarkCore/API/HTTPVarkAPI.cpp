@@ -4,13 +4,16 @@
 
 namespace vark {
 
-HTTPVarkAPI::HTTPVarkAPI(HTTPSession& session, URL baseURL, TokenProvider token, BlockingPool& writerPool,
-                         WallClock now)
-    : session_(session),
+HTTPVarkAPI::HTTPVarkAPI(const Host& host, URL baseURL, TokenProvider token)
+    : session_(host.session),
+      lan_(host.lan),
+      nodes_(host.nodes),
+      ways_(host.ways),
+      writerPool_(host.writers),
+      now_(host.now),
       baseURL_(std::move(baseURL)),
       token_(std::move(token)),
-      writerPool_(writerPool),
-      now_(std::move(now)) {}
+      downloads_(host.executor, host.clock) {}
 
 Task<APIAnswer> HTTPVarkAPI::send(std::string method, std::string path, std::optional<std::string> json,
                                   Auth auth) {
@@ -23,6 +26,11 @@ Task<APIAnswer> HTTPVarkAPI::send(std::string method, std::string path, std::opt
         request.body = std::move(*json);
     } else if (request.method == "POST") {
         request.headers.push_back({"Content-Length", "0"});
+    }
+    std::optional<LANRoute> route = co_await lanAPIRoute(request.url);
+    if (route) {
+        std::optional<APIAnswer> answer = co_await sendOverNode(request, std::move(*route), auth);
+        if (answer) co_return std::move(*answer);
     }
     co_return co_await sendDirectly(std::move(request), auth);
 }

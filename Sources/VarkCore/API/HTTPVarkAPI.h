@@ -2,18 +2,26 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "VarkCore/API/Answers.h"
 #include "VarkCore/API/VarkAPI.h"
+#include "VarkCore/API/VarkDownload.h"
+#include "VarkCore/API/WaysTaken.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
+#include "VarkCore/Concurrency/TaskScope.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
 #include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Foundation/URL.h"
+#include "VarkCore/LAN/LANRouter.h"
+#include "VarkCore/LAN/LANTransfer.h"
 #include "VarkCore/Services/HTTPSession.h"
+#include "VarkCore/Upload/ChunkWriter.h"
 #include "VarkCore/Upload/StallWatch.h"
 
 namespace vark {
@@ -22,14 +30,27 @@ namespace vark {
 /// any thread.
 using TokenProvider = std::function<std::optional<std::string>()>;
 
-/// The vark over HTTP. One for each connection: a process makes a new one when its connection changes. Called
-/// from many tasks at once, on any executor; outlives them, and is outlived by the session and the pool.
+/// The vark over HTTP, and through the nodes of this network where there are some. One for each connection: a
+/// process makes a new one when its connection changes. Called from many tasks at once, on any executor, and
+/// outlives them; its end cancels its downloads and awaits them.
 class HTTPVarkAPI final : public VarkAPI {
   public:
-    /// Each chunk on its way holds a thread of `writerPool` while it is read, so the pool serves nothing else
-    /// and has a thread for each chunk that may be on its way. `now` paces the limiters.
-    HTTPVarkAPI(HTTPSession& session, URL baseURL, TokenProvider token, BlockingPool& writerPool,
-                WallClock now = systemDate);
+    /// What the API needs of the process that it runs in. All of it outlives the API.
+    struct Host {
+        HTTPSession& session;
+        LANRouter& lan;
+        LANTransfer& nodes;
+        /// Each chunk on its way holds a thread while it is read, so the pool serves nothing else and has a
+        /// thread for each chunk that may be on its way.
+        BlockingPool& writers;
+        /// Where downloads run.
+        Executor& executor;
+        Clock& clock;
+        WallClock now = systemDate;
+        /// Told the way of each chunk that the vark has taken.
+        WaysTaken* ways = nullptr;
+    };
+    HTTPVarkAPI(const Host& host, URL baseURL, TokenProvider token);
 
     /// Written before the first chunk is sent.
     StallWatch stallWatch;
@@ -56,6 +77,7 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<VarkPage> children(std::int64_t of, std::string cursor, std::int64_t limit, bool ahead) override;
     Task<VarkChanges> changes(std::int64_t under, std::optional<std::string> since,
                               std::int64_t limit) override;
+    std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override;
     Task<std::string> rename(std::string path, std::string to) override;
     Task<std::string> move(std::string path, std::string toFolder) override;
     Task<std::string> bin(std::string path) override;
@@ -97,15 +119,59 @@ class HTTPVarkAPI final : public VarkAPI {
 
     Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
     ChunkTarget chunkTarget(const std::string& uploadID, std::int64_t index);
+    Task<LANTransfer::Response> putChunkOnNode(LANRoute route, ChunkSource source,
+                                               LANTransfer::Headers headers);
+
+    /// Nothing when the node failed: the request is for the internet then.
+    Task<std::optional<APIAnswer>> sendOverNode(HTTPRequest request, LANRoute route, Auth auth);
+    /// Nothing when the exchange ended in a failure of the node, which is marked bad for it.
+    Task<std::optional<LANTransfer::Response>> answerOfNode(std::string host,
+                                                            Task<LANTransfer::Response> exchange);
+    /// The way to an address of the application's host through a node, which proves first that it speaks the
+    /// API.
+    Task<std::optional<LANRoute>> lanAPIRoute(URL url);
+    /// The same through a node that has done so before.
+    std::optional<LANRoute> verifiedRoute(const URL& url) const;
+    /// Marks the node bad if not.
+    Task<bool> provesItself(LANRoute probe);
+
+    struct Wanted {
+        std::int64_t id;
+        std::filesystem::path to;
+    };
+    enum class Roads { all, internetOnly };
+    std::shared_ptr<VarkDownload> download(Wanted wanted, Roads roads);
+    Task<void> fetchOverNode(Wanted wanted, LANRoute node, HTTPHeader token,
+                             std::shared_ptr<Progress> progress);
+    Task<void> fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token,
+                                  std::shared_ptr<Progress> progress);
+    /// False when the road failed, and the node was marked bad for it.
+    Task<bool> arrivesOverNode(std::string host, Task<void> road);
+    Task<void> getFromNode(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    /// After a node has failed.
+    Task<void> fetchByInternet(Wanted wanted, std::shared_ptr<Progress> progress);
+    Task<void> plainFetch(URL url, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    Task<void> fetchBySession(Wanted wanted, URL url, HTTPHeader token, Roads roads,
+                              std::shared_ptr<Progress> progress);
 
     HTTPSession& session_;
-    const URL baseURL_;
-    const TokenProvider token_;
+    LANRouter& lan_;
+    LANTransfer& nodes_;
+    WaysTaken* const ways_;
     BlockingPool& writerPool_;
     const WallClock now_;
+    const URL baseURL_;
+    const TokenProvider token_;
+
+    class ProbePermit;
+    Mutex probeLock_;
+    /// The hosts of the nodes that are proving themselves just now.
+    std::set<std::string> probed_ VARK_GUARDED_BY(probeLock_);
 
     Mutex chunkLock_;
     std::map<std::string, URL> chunkBases_ VARK_GUARDED_BY(chunkLock_);
+
+    TaskScope downloads_;  // Last: its tasks use all of the above.
 };
 
 }  // namespace vark

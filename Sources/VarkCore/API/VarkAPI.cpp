@@ -16,11 +16,6 @@ Task<ChildAnswer> VarkAPI::child(std::int64_t /*ofParent*/, std::string /*named*
     co_return ChildAnswer::noRoute();
 }
 
-Task<std::shared_ptr<VarkDownload>> VarkAPI::download(std::int64_t /*id*/, std::filesystem::path /*to*/) {
-    throw VarkAPIError::badResponse("downloads are not part of this build yet");
-    co_return nullptr;
-}
-
 Task<BeginResult> VarkAPI::begin(std::string path, std::int64_t size, std::string sha256, double mtime,
                                  bool replace, std::optional<std::int64_t> /*ingestID*/,
                                  std::optional<std::string> /*source*/) {

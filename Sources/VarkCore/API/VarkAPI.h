@@ -68,7 +68,9 @@ class VarkAPI {
     /// No `since` asks from the beginning; an empty one is sent as it is.
     virtual Task<VarkChanges> changes(std::int64_t under, std::optional<std::string> since,
                                       std::int64_t limit) = 0;
-    virtual Task<std::shared_ptr<VarkDownload>> download(std::int64_t id, std::filesystem::path to);
+    /// Fetches the bytes of an item into a file. Fails at once when no token is at hand; everything else that
+    /// goes wrong is the end of the download.
+    virtual std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) = 0;
     virtual Task<std::string> rename(std::string path, std::string to) = 0;
     virtual Task<std::string> move(std::string path, std::string toFolder) = 0;
     /// Answers where the item now lies; empty when the vark does not say.

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
 #include <system_error>
 
 #include "VarkCore/Foundation/Text.h"
@@ -48,52 +50,20 @@ std::filesystem::path folderOf(const std::filesystem::path& path) {
     return path.has_parent_path() ? path.parent_path() : ".";
 }
 
-/// A file that goes again unless it was renamed to its place.
-class TemporaryFile {
-  public:
-    TemporaryFile(const std::filesystem::path& folder, mode_t mode)
-        : path_(folder / (".vark-" + UUID::random().text() + ".tmp")) {
-        file_ = Descriptor(uninterrupted(
-            [&] { return open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
-        if (!file_) throw FileError("Could not create", path_, errno);
-        // The umask may have taken bits away.
-        if (fchmod(file_.get(), mode) != 0) {
-            const int failure = errno;
-            unlink(path_.c_str());
-            throw FileError("Could not set the permissions of", path_, failure);
-        }
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile() {
-        if (!renamed_) unlink(path_.c_str());
-    }
+/// The error number; 0 when it went well.
+int renamed(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags) {
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
+}
 
-    void write(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t written =
-                uninterrupted([&] { return ::write(file_.get(), bytes.data(), bytes.size()); });
-            if (written < 0) throw FileError("Could not write", path_, errno);
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        }
+/// Read from the system's table, since asking by the call would change it for all threads.
+mode_t umaskOfThisProcess() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("Umask:")) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
     }
-
-    void sync() {
-        if (uninterrupted([&] { return fdatasync(file_.get()); }) != 0) {
-            throw FileError("Could not write", path_, errno);
-        }
-    }
-
-    void renameTo(const std::filesystem::path& path) {
-        if (rename(path_.c_str(), path.c_str()) != 0) throw FileError("Could not replace", path, errno);
-        renamed_ = true;
-    }
-
-  private:
-    std::filesystem::path path_;
-    Descriptor file_;
-    bool renamed_ = false;
-};
+    return 0077;
+}
 
 /// Nothing when somebody else has the lock and `operation` does not wait.
 bool takeLock(const Descriptor& file, const std::filesystem::path& path, int operation) {
@@ -133,6 +103,22 @@ Descriptor openForReading(const std::filesystem::path& path) {
     return file;
 }
 
+Descriptor openEmptied(const std::filesystem::path& path) {
+    Descriptor file(uninterrupted(
+        [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600); }));
+    if (!file) throw FileError("Could not create", path, errno);
+    return file;
+}
+
+void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path) {
+    while (!bytes.empty()) {
+        const ssize_t written =
+            uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
+        if (written < 0) throw FileError("Could not write", path, errno);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit) {
     constexpr std::size_t smallestPiece = 4096;
     const Descriptor file = openForReading(path);
@@ -157,10 +143,55 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
     }
 }
 
+std::filesystem::path temporaryPathBeside(const std::filesystem::path& path) {
+    return folderOf(path) / (".vark-" + UUID::random().text() + ".tmp");
+}
+
+UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(std::move(path)) {
+    file_ = Descriptor(uninterrupted(
+        [&] { return open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode); }));
+    if (!file_) throw FileError("Could not create", path_, errno);
+    // The umask may have taken bits away.
+    if (fchmod(file_.get(), mode) != 0) {
+        const int failure = errno;
+        unlink(path_.c_str());
+        throw FileError("Could not set the permissions of", path_, failure);
+    }
+}
+
+UnfinishedFile::~UnfinishedFile() {
+    if (!finished_) unlink(path_.c_str());
+}
+
+void UnfinishedFile::write(std::string_view bytes) {
+    writeAll(file_, bytes, path_);
+}
+
+void UnfinishedFile::startOver() {
+    if (ftruncate(file_.get(), 0) != 0 || lseek(file_.get(), 0, SEEK_SET) != 0)
+        throw FileError("Could not write", path_, errno);
+}
+
+void UnfinishedFile::sync() {
+    if (uninterrupted([&] { return fdatasync(file_.get()); }) != 0)
+        throw FileError("Could not write", path_, errno);
+}
+
+void UnfinishedFile::renameTo(const std::filesystem::path& path) {
+    if (rename(path_.c_str(), path.c_str()) != 0) throw FileError("Could not replace", path, errno);
+    finished_ = true;
+}
+
+void UnfinishedFile::keep() {
+    // An interrupted close has closed all the same.
+    if (::close(file_.release()) != 0 && errno != EINTR) throw FileError("Could not write", path_, errno);
+    finished_ = true;
+}
+
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability) {
     const std::filesystem::path folder = folderOf(path);
-    TemporaryFile file(folder, mode);
+    UnfinishedFile file(temporaryPathBeside(path), mode);
     file.write(bytes);
     if (durability == Durability::cached) {
         file.renameTo(path);
@@ -173,6 +204,24 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
     if (uninterrupted([&] { return fsync(openFolder.get()); }) != 0 && errno != EINVAL) {
         throw FileError("Could not write", folder, errno);
     }
+}
+
+void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing) {
+    {
+        const Descriptor file = openForReading(from);
+        const mode_t mask = umaskOfThisProcess();
+        if (fchmod(file.get(), 0666 & ~mask) != 0)
+            throw FileError("Could not set the permissions of", from, errno);
+        if (uninterrupted([&] { return fdatasync(file.get()); }) != 0)
+            throw FileError("Could not write", from, errno);
+    }
+    int failure = renamed(from, to, replacing == Replacing::refused ? RENAME_NOREPLACE : 0);
+    if (failure == EINVAL && replacing == Replacing::refused) {
+        // This file system cannot look and rename in one step.
+        failure =
+            std::filesystem::exists(std::filesystem::symlink_status(to)) ? EEXIST : renamed(from, to, 0);
+    }
+    if (failure != 0) throw FileError("Could not put in place", to, failure);
 }
 
 FileLock FileLock::exclusive(const std::filesystem::path& path) {

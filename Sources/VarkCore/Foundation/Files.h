@@ -47,8 +47,40 @@ class Descriptor {
 
 /// Opens for reading, close-on-exec. Fails with `FileError`.
 Descriptor openForReading(const std::filesystem::path& path);
+/// Creates the file with mode 0600, or empties the one that stands there; for writing, close-on-exec. Fails
+/// with `FileError`.
+Descriptor openEmptied(const std::filesystem::path& path);
+/// All of the bytes, from where the last ones ended. `path` is for the `FileError`.
+void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path);
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
+
+/// A name beside `path` that no person gives a file: for what takes the place of `path` once it is whole.
+std::filesystem::path temporaryPathBeside(const std::filesystem::path& path);
+
+/// A file in the making, with its mode from its first moment, which goes again unless it was kept or renamed
+/// to its place. Used by one thread at a time. All of it fails with `FileError`.
+class UnfinishedFile {
+  public:
+    /// Nothing may stand at `path` yet.
+    UnfinishedFile(std::filesystem::path path, mode_t mode);
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+    ~UnfinishedFile();
+
+    void write(std::string_view bytes);
+    /// Forgets all that was written.
+    void startOver();
+    void sync();
+    void renameTo(const std::filesystem::path& path);
+    /// The last thing to do with it: closes it, which on some disks is when a failed write shows.
+    void keep();
+
+  private:
+    const std::filesystem::path path_;
+    Descriptor file_;
+    bool finished_ = false;
+};
 
 /// Whether the bytes must be on the disk, and not only in the system's cache, before the old file is
 /// replaced.
@@ -60,6 +92,13 @@ enum class Durability { synced, cached };
 /// fails, putting the folder's entry on the disk, the new one does.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability = Durability::synced);
+
+enum class Replacing { refused, allowed };
+
+/// Puts a file that was written under another name of the same folder into its place, for everybody to read
+/// whom the person's umask lets, with its bytes on the disk first. Fails with `FileError` (EEXIST when
+/// something stands there and is not to be replaced), and the file is then still under its other name.
+void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing);
 
 /// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process
 /// dies. Move-only; gives the lock back at its end.

@@ -1,8 +1,12 @@
 #include "VarkCore/Foundation/URL.h"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <boost/url/parse.hpp>
 #include <boost/url/url.hpp>
 #include <boost/url/url_view.hpp>
+#include <charconv>
 
 #include "VarkCore/Foundation/Text.h"
 
@@ -99,13 +103,54 @@ std::string encodedAddress(std::string_view text) {
     return encoded;
 }
 
-std::string textOf(urls::pct_string_view piece) {
-    return {piece.data(), piece.size()};
-}
-
 /// `text` is of a form that `parse` has accepted.
 urls::url_view viewOf(const std::string& text) {
     return urls::url_view(text);
+}
+
+/// An address that `parse` has accepted, taken apart without asking again what may stand where. Views into
+/// its text.
+struct Pieces {
+    std::string_view scheme;
+    bool hasAuthority = false;
+    /// With its "@".
+    std::string_view user;
+    std::string_view host;
+    std::string_view port;
+    std::string_view path;
+    std::optional<std::string_view> query;
+
+    explicit Pieces(std::string_view text) {
+        const std::size_t start = startOfPath(text);
+        const std::size_t fragment = std::min(text.find('#', start), text.size());
+        const std::size_t question = std::min(text.find('?', start), fragment);
+        path = text.substr(start, question - start);
+        if (question < fragment) query = text.substr(question + 1, fragment - question - 1);
+        splitFront(text.substr(0, start));
+    }
+
+  private:
+    void splitFront(std::string_view front) {
+        const std::size_t slashes = front.find("//");
+        scheme = front.substr(0, slashes);
+        if (scheme.ends_with(':')) scheme.remove_suffix(1);
+        hasAuthority = slashes != std::string_view::npos;
+        if (hasAuthority) splitAuthority(front.substr(slashes + 2));
+    }
+    void splitAuthority(std::string_view authority) {
+        const std::size_t userEnd = authority.find('@') + 1;  // 0 without a user.
+        user = authority.substr(0, userEnd);
+        host = authority.substr(userEnd);
+        const std::size_t colon = host.find(':', host.starts_with('[') ? host.find(']') : 0);
+        if (colon == std::string_view::npos) return;
+        port = host.substr(colon + 1);
+        host = host.substr(0, colon);
+    }
+};
+
+bool isNumericAddress(const std::string& host) {
+    in6_addr address{};
+    return inet_pton(host.contains(':') ? AF_INET6 : AF_INET, host.c_str(), &address) == 1;
 }
 
 bool hasUsablePort(const urls::url_view& view) {
@@ -140,36 +185,35 @@ std::optional<URL> URL::parse(std::string_view text) {
 }
 
 std::string URL::scheme() const {
-    const urls::url_view view = viewOf(text_);
-    return lowercased(std::string_view(view.scheme().data(), view.scheme().size()));
+    return lowercased(Pieces(text_).scheme);
 }
 
 std::string URL::host() const {
-    std::string host = textOf(viewOf(text_).encoded_host());
-    if (host.starts_with('[')) return host.substr(1, host.size() - 2);
-    return host;
+    std::string_view host = Pieces(text_).host;
+    if (host.starts_with('[')) host = host.substr(1, host.size() - 2);
+    return std::string(host);
 }
 
 std::optional<std::uint16_t> URL::port() const {
-    const urls::url_view view = viewOf(text_);
-    if (!view.has_port() || view.port().empty()) return std::nullopt;
-    return view.port_number();
+    const Pieces pieces(text_);
+    if (pieces.port.empty()) return std::nullopt;
+    std::uint16_t port = 0;
+    std::from_chars(pieces.port.data(), pieces.port.data() + pieces.port.size(), port);
+    return port;
 }
 
 std::string URL::path() const {
-    return textOf(viewOf(text_).encoded_path());
+    return std::string(Pieces(text_).path);
 }
 
 std::optional<std::string> URL::query() const {
-    const urls::url_view view = viewOf(text_);
-    if (!view.has_query()) return std::nullopt;
-    return textOf(view.encoded_query());
+    return std::optional<std::string>(Pieces(text_).query);
 }
 
 std::string URL::requestTarget() const {
-    std::string target = path();
-    if (target.empty()) target = "/";
-    if (const std::optional<std::string> asked = query()) target += '?' + *asked;
+    const Pieces pieces(text_);
+    std::string target(pieces.path.empty() ? "/" : pieces.path);
+    if (pieces.query) (target += '?') += *pieces.query;
     return target;
 }
 
@@ -192,7 +236,7 @@ URL URL::withPath(std::string_view path) const {
     const std::size_t end = std::min(text_.find_first_of("?#", start), text_.size());
     std::string text = text_.substr(0, start);
     // Behind an authority a path begins with "/", or it would run on the host's name.
-    if (!path.empty() && path.front() != '/' && viewOf(text_).has_authority()) text += '/';
+    if (!path.empty() && path.front() != '/' && Pieces(text_).hasAuthority) text += '/';
     // With nothing before it a first piece that holds a ":" would read as a scheme.
     if (start == 0 && path.substr(0, path.find('/')).contains(':')) text += "./";
     text += path;
@@ -202,7 +246,7 @@ URL URL::withPath(std::string_view path) const {
 
 URL URL::appendingPath(std::string_view components) const {
     std::string path = this->path();
-    const bool begins = path.empty() && !viewOf(text_).has_authority();
+    const bool begins = path.empty() && !Pieces(text_).hasAuthority;
     while (path.ends_with('/'))
         path.pop_back();
     while (components.starts_with('/'))
@@ -215,17 +259,20 @@ URL URL::withPathSuffix(std::string_view suffix) const {
     return withPath(path() + encodedPiece(suffix, pathMarks));
 }
 
-std::optional<URL> URL::withHostAndPort(std::string_view host, std::uint16_t port) const {
-    const urls::url_view view = viewOf(text_);
-    if (!view.has_authority() || host.empty()) return std::nullopt;
-    const bool isIPv6 = host.find(':') != std::string_view::npos;
-    std::string text = textOf(urls::pct_string_view(view.scheme().data(), view.scheme().size()));
+std::optional<URL> URL::withHostAndPort(std::string_view newHost, std::uint16_t newPort) const {
+    const Pieces pieces(text_);
+    if (!pieces.hasAuthority || newHost.empty()) return std::nullopt;
+    const std::string host(newHost);
+    std::string text;
+    text.reserve(text_.size() + host.size() + 8);
+    text += pieces.scheme;
     if (!text.empty()) text += ':';
-    text += "//";
-    if (view.has_userinfo()) text += textOf(view.encoded_userinfo()) + '@';
-    text += isIPv6 ? '[' + std::string(host) + ']' : encodedPiece(host, unreservedMarks);
-    text += ':' + std::to_string(port);
+    (text += "//") += pieces.user;
+    text += host.contains(':') ? '[' + host + ']' : encodedPiece(host, unreservedMarks);
+    (text += ':') += std::to_string(newPort);
     text += std::string_view(text_).substr(startOfPath(text_));
+    // All else has been parsed before.
+    if (isNumericAddress(host)) return URL(std::move(text));
     return parse(text);
 }
 

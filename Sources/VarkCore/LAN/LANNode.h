@@ -1,14 +1,15 @@
 #pragma once
 
+#include <boost/json/value.hpp>
 #include <cstdint>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Foundation/URL.h"
 
 namespace vark {
+
+class JSONWriter;
 
 /// A machine on this network that takes and serves bytes for the vark.
 struct LANNode {
@@ -24,6 +25,10 @@ struct LANNode {
     bool api = false;
 
     bool operator==(const LANNode&) const = default;
+
+    /// Fails with `DecodingError`.
+    static LANNode fromJSON(const boost::json::value& value);
+    void writeTo(JSONWriter& json) const;
 };
 
 /// How a request reaches a node.
@@ -38,7 +43,8 @@ struct LANRoute {
     std::string path;
 
     bool operator==(const LANRoute&) const = default;
-    std::string requestTarget() const { return url.requestTarget(); }
+    /// For the request line.
+    std::string requestTarget() const;
 };
 
 }  // namespace vark

@@ -5,7 +5,6 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,6 +54,8 @@ class LANRouter {
     static void save(const std::vector<LANNode>& nodes, const std::optional<std::filesystem::path>& folder);
 
   private:
+    void tellChange() const;
+
     mutable Mutex lock_;
     std::map<std::string, LANNode, std::less<>> nodes_ VARK_GUARDED_BY(lock_);
     std::map<std::string, Date, std::less<>> badUntil_ VARK_GUARDED_BY(lock_);

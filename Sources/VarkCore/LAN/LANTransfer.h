@@ -1,13 +1,16 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "VarkCore/Concurrency/BlockingPool.h"
@@ -45,8 +48,10 @@ class LANTransfer {
     /// `now` paces the limiters.
     LANTransfer(Dialer& dialer, BlockingPool& files, WallClock now = systemDate);
 
+    /// A node that has not answered after `limit` counts as one that could not be reached.
     Task<Response> request(std::string method, LANRoute route, Headers headers,
-                           std::optional<std::string> body = std::nullopt);
+                           std::optional<std::string> body = std::nullopt,
+                           std::chrono::seconds limit = std::chrono::seconds(60));
     /// Sends `length` bytes of the file from `offset` on.
     Task<Response> put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
                        std::string contentType, LANRoute route, TokenBucket* limiter, Headers headers,
@@ -59,7 +64,21 @@ class LANTransfer {
     static std::string head(std::string_view method, const LANRoute& route, const Headers& headers);
 
   private:
+    struct FileSlice {
+        std::filesystem::path path;
+        std::int64_t offset;
+        std::int64_t length;
+    };
+    struct BodyFile;
+
+    Task<Response> exchange(LANRoute route, std::string request);
+    Task<Response> sendFile(FileSlice slice, LANRoute route, std::string head, TokenBucket* limiter,
+                            PutProgress progress);
+    Task<Response> fetch(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    // What follows is awaited at once, in the same call.
     Task<std::unique_ptr<TLSConnection>> open(const LANRoute& route);
+    Task<Response> readResponse(TLSConnection& connection, const BodyFile* to = nullptr);
+    Task<void> store(std::string_view piece, const BodyFile& to);
 
     Dialer& dialer_;
     BlockingPool& files_;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -55,6 +56,12 @@ class TLSConnection {
     virtual Task<void> send(std::span<const char> bytes) = 0;
     /// Waits for at least one byte or the end, and gives at most as much as `into` holds.
     virtual Task<Received> receive(std::span<char> into) = 0;
+
+    /// The short way, on the thread of whoever calls and without waiting: `trySend` hands over what goes at
+    /// once, takes it off `bytes` and answers whether that was all; if not, `send` does the rest, though
+    /// `bytes` may be empty by then. `tryReceive` gives what is there, if anything is.
+    virtual bool trySend(std::span<const char>& bytes) { return bytes.empty(); }
+    virtual std::optional<Received> tryReceive(std::span<char>) { return std::nullopt; }
 };
 
 /// Connects to an address and checks that the machine there may call itself by another name. Outlives its

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,6 +74,12 @@ struct HTTPSessionSettings {
     std::optional<std::string> authorityFile;
 };
 
+/// A redirect that a download is about to follow.
+struct HTTPRedirect {
+    int status = 0;
+    URL location;
+};
+
 /// HTTP to the vark, with connections kept between requests and neither cookies nor a cache. Outlives the
 /// tasks that use it; any thread may call. Every call gives an answer with whatever status, or fails with
 /// `HTTPError`; when its task is cancelled the transfer is dropped, and once nothing of it is left
@@ -86,6 +94,17 @@ class HTTPSession {
     /// and the pipe's reading end is closed when the call returns, however it does.
     virtual Task<HTTPResponse> upload(HTTPRequest request, std::shared_ptr<BytePipe> body,
                                       std::int64_t length) = 0;
+    /// Asked before a redirect is followed, on any thread; false refuses it, and the redirect's own answer
+    /// is then the answer of the call.
+    using FollowRedirect = std::function<bool(const HTTPRedirect&)>;
+    /// Told how much of the body has come, and its whole length if the answer says it, on any thread. Hears
+    /// nothing of the bodies of redirects. Must not throw.
+    using DownloadProgress = std::function<void(std::int64_t received, std::optional<std::int64_t> expected)>;
+    /// Writes the body of the answer, whatever its status, over the file `to`, which is made with mode 0600
+    /// and stays only if the call gives an answer. The answer's own `body` is empty, and `longestAnswer` does
+    /// not bind the file. Fails with `FileError` too.
+    virtual Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to,
+                                        DownloadProgress progress, FollowRedirect follow) = 0;
 };
 
 }  // namespace vark

@@ -45,8 +45,8 @@ class ServiceBrowser {
     virtual void start(std::string_view type, OnState onState, OnResults onResults) = 0;
     virtual void stop() = 0;
     /// Connects to the service by plain TCP, closes at once and answers the numeric address that it went to,
-    /// an IPv6 address with its zone where it has one. Fails with `DialError`; may take as long as the
-    /// network likes and ends with its task.
+    /// an IPv6 address with its zone where it has one. Fails with `DialError`, whose description is empty
+    /// when the system gives none; may take as long as the network likes and ends with its task.
     virtual Task<std::string> locate(FoundService service) = 0;
 };
 

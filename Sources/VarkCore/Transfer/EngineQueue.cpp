@@ -111,24 +111,22 @@ Task<TransferEngine::Added> TransferEngine::add(std::vector<std::filesystem::pat
     Added added;
     for (const std::filesystem::path& given : paths) {
         std::filesystem::path path = standardised(given);
-        std::string refusal;
+        std::optional<NotAdded> refusal;
         std::optional<Walker::Result> found;
-        if (hasEntry(path.string())) {
-            refusal = fmt::format("Already in the queue: {}", path.string());
-        } else {
+        if (!hasEntry(path.string())) {
             try {
                 found = co_await host_.pool.run([&path, this] { return Walker::walk(path, host_.volumes); });
             } catch (const std::exception& error) {
-                refusal = fmt::format("Could not add {}: {}", path.string(), error.what());
+                refusal = NotAdded{fmt::format("Could not add {}: {}", path.string(), error.what())};
             }
         }
         // While the walk went on, the queue may have been cleared, or somebody else may have added the same.
         ensureJob("", "", "");
-        if (found && hasEntry(path.string()))
-            refusal = fmt::format("Already in the queue: {}", path.string());
-        if (!refusal.empty()) {
-            log_.write(refusal);
-            added.notAdded.push_back(std::move(refusal));
+        if (hasEntry(path.string()))
+            refusal = NotAdded{fmt::format("Already in the queue: {}", path.string()), true};
+        if (refusal) {
+            log_.write(refusal->sentence);
+            added.notAdded.push_back(std::move(*refusal));
             continue;
         }
         append(path, *found);

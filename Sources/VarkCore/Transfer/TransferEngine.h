@@ -130,10 +130,14 @@ class TransferEngine {
     void setIngest(const std::optional<IngestInfo>& info);
     void ingestReported();
 
+    struct NotAdded {
+        /// What was logged about the path.
+        std::string sentence;
+        bool isInQueue = false;
+    };
     struct Added {
         int items = 0;
-        /// What was logged about each path that was not added.
-        std::vector<std::string> notAdded;
+        std::vector<NotAdded> notAdded;
     };
     Task<Added> add(std::vector<std::filesystem::path> paths);
     /// Adds what a walk has found, less what the caller has taken out of it. False when it is in the queue

@@ -1,13 +1,12 @@
 #include "VarkPlatform/Linux/CurlLoop.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cassert>
-#include <csignal>
 #include <new>
 #include <stdexcept>
 #include <utility>
+
+#include "VarkPlatform/Linux/SignalsBlocked.h"
 
 namespace vark {
 namespace {
@@ -23,23 +22,6 @@ void setUpLibrary() {
     static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
     if (result != CURLE_OK) throw std::runtime_error("The HTTP library could not be set up.");
 }
-
-/// Signals are the business of the threads of the application. A thread starts with the mask of the one that
-/// starts it.
-class SignalsBlocked {
-  public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-  private:
-    sigset_t before_;
-};
 
 }  // namespace
 

@@ -55,6 +55,19 @@ bool leadToTheSameServer(const URL& one, const URL& other) {
            effectivePort(one) == effectivePort(other);
 }
 
+void redirect(HTTPRequest& request, const URL& next) {
+    if (!leadToTheSameServer(request.url, next)) {
+        std::erase_if(request.headers, [](const HTTPHeader& header) {
+            return haveTheSameName(header, {"Authorization", ""});
+        });
+    }
+    request.url = next;
+}
+
+HTTPError tooManyRedirects(const HTTPRequest& request) {
+    return {HTTPError::other, fmt::format("{} passed the request on too many times.", request.url.host())};
+}
+
 }  // namespace
 
 class CurlSession::Machinery {
@@ -83,15 +96,30 @@ Task<HTTPResponse> CurlSession::data(HTTPRequest request) {
             co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request);
         const std::optional<URL> next = nextAddress(request, response);
         if (!next) co_return response;
-        if (!leadToTheSameServer(request.url, *next)) {
-            std::erase_if(request.headers, [](const HTTPHeader& header) {
-                return haveTheSameName(header, {"Authorization", ""});
-            });
-        }
-        request.url = *next;
+        redirect(request, *next);
     }
-    throw HTTPError(HTTPError::other,
-                    fmt::format("{} passed the request on too many times.", request.url.host()));
+    throw tooManyRedirects(request);
+}
+
+Task<HTTPResponse> CurlSession::download(HTTPRequest request, std::filesystem::path to,
+                                         DownloadProgress progress, FollowRedirect follow) {
+    addSessionHeaders(request, machinery_->headers);
+    std::error_code ignored;
+    std::filesystem::remove(to, ignored);
+    UnfinishedFile file(std::move(to), 0600);
+    for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
+        CurlAnswerFile answerFile{file, progress};
+        HTTPResponse response =
+            co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, answerFile);
+        const std::optional<URL> next = nextAddress(request, response);
+        if (!next || !follow({response.status, *next})) {
+            file.keep();
+            co_return response;
+        }
+        file.startOver();
+        redirect(request, *next);
+    }
+    throw tooManyRedirects(request);
 }
 
 Task<HTTPResponse> CurlSession::upload(HTTPRequest request, std::shared_ptr<BytePipe> body,

@@ -17,6 +17,9 @@ class CurlSession final : public HTTPSession {
     Task<HTTPResponse> data(HTTPRequest request) override;
     Task<HTTPResponse> upload(HTTPRequest request, std::shared_ptr<BytePipe> body,
                               std::int64_t length) override;
+    /// The file is written on the session's own thread.
+    Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to, DownloadProgress progress,
+                                FollowRedirect follow) override;
 
   private:
     class Machinery;

@@ -104,9 +104,16 @@ CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings,
     if (body_) body_->pipe().setReadable([this] { loop_.resume(*this); });
 }
 
+CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
+                           CurlAnswerFile answerFile)
+    : loop_(loop), settings_(settings), request_(request), answerFile_(answerFile) {
+    buildHeaderList();
+}
+
 HTTPResponse CurlTransfer::await_resume() {
     unwatch();
     if (cancelled_) throw CancellationError();
+    if (fileFailure_) throw *std::move(fileFailure_);
     if (failure_) throw *std::move(failure_);
     return std::move(response_);
 }
@@ -128,6 +135,7 @@ void CurlTransfer::addHeaderLine(const std::string& line) {
 }
 
 CURLcode CurlTransfer::prepare(CURL* easy) {
+    handle_ = easy;
     Options options(easy);
     options.set(CURLOPT_URL, request_.url.text().c_str());
     options.set(CURLOPT_PATH_AS_IS, 1L);
@@ -181,7 +189,7 @@ CURLcode CurlTransfer::prepare(CURL* easy) {
     // An answer to HEAD tells of a body that does not come.
     if (request_.method == "HEAD") {
         options.set(CURLOPT_NOBODY, 1L);
-    } else {
+    } else if (!answerFile_) {
         options.set(CURLOPT_MAXFILESIZE_LARGE,
                     static_cast<curl_off_t>(std::min(request_.longestAnswer, std::size_t{1} << 62)));
     }
@@ -247,12 +255,32 @@ std::size_t CurlTransfer::takeHeaderLine(std::string_view line) {
 }
 
 std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
+    if (answerFile_) {
+        try {
+            writeAnswer(bytes);
+        } catch (const FileError& error) {
+            fileFailure_ = error;
+            return 0;
+        }
+        return bytes.size();
+    }
     if (bytes.size() > request_.longestAnswer - response_.body.size()) {
         answerTooLong_ = true;
         return 0;
     }
     response_.body += bytes;
     return bytes.size();
+}
+
+void CurlTransfer::writeAnswer(std::string_view bytes) {
+    answerFile_->file.write(bytes);
+    received_ += static_cast<std::int64_t>(bytes.size());
+    long status = 0;
+    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
+    if (status / 100 == 3) return;
+    curl_off_t length = -1;
+    curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    answerFile_->progress(received_, length < 0 ? std::nullopt : std::optional<std::int64_t>(length));
 }
 
 std::size_t CurlTransfer::giveBody(std::span<char> to) {

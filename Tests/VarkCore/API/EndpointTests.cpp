@@ -463,8 +463,6 @@ TEST_F(Endpoints, AClientThatWritesOnlyWhatMustBeThereCanDoWithoutTheRest) {
     EXPECT_EQ(failureOf(api.VarkAPI::ingestBegin("", "", 0, 0, false)), VarkAPIError::notConnected());
     EXPECT_EQ(failureOf(api.VarkAPI::ingestFinish(1, {}, {}, {})), std::nullopt);
     EXPECT_EQ(failureOf(api.VarkAPI::sendDiagnostics({})), std::nullopt);
-    EXPECT_EQ(failureOf(api.download(1, "/tmp/x")),
-              VarkAPIError::badResponse("downloads are not part of this build yet"));
     EXPECT_TRUE(session.requests.empty());
 
     session.queue(200, R"({"exists":true})");

@@ -1,0 +1,277 @@
+#include "VarkCore/LAN/LANTransfer.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <span>
+#include <utility>
+
+#include "VarkCore/Concurrency/Clock.h"
+#include "VarkCore/Concurrency/TaskGroup.h"
+#include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Text.h"
+#include "VarkCore/LAN/ResponseReader.h"
+#include "VarkCore/Upload/TokenBucket.h"
+
+namespace vark {
+namespace {
+
+using Failure = LANTransfer::Failure;
+using Response = LANTransfer::Response;
+
+constexpr std::size_t mostBytesOfARead = 1'048'576;
+/// Until the head has come: the start of the body that comes along counts against the limit of the head.
+constexpr std::size_t mostBytesOfAHeadRead = 16'384;
+constexpr std::size_t mostBytesOfAPiece = 262'144;
+/// After so many, whoever waits for the pool has a turn.
+constexpr int mostPiecesOfATurn = 16;
+/// Of an answer that is held in memory, as of the vark's own ones.
+constexpr std::size_t longestBody = std::size_t{32} << 20;
+/// Of a node that sends a file.
+constexpr std::chrono::seconds longestSilence{60};
+/// A rate so low that a piece takes longer goes out faster than it should.
+constexpr double longestPause = 2;
+
+/// What the node must not show us again in a sentence: the credentials of the request.
+std::string secretIn(const LANTransfer::Headers& headers) {
+    for (const HTTPHeader& header : headers) {
+        if (lowercased(header.name) == "authorization")
+            return header.value.substr(header.value.find_last_of(' ') + 1);
+    }
+    return "";
+}
+
+/// Gives every failure of the connection the form in which callers know it.
+Task<Response> judged(Task<Response> transfer, std::string secret = "") {
+    try {
+        co_return co_await std::move(transfer);
+    } catch (const DialError& error) {
+        if (error.kind() == DialError::tls) throw Failure::certificate();
+        throw Failure::connect(error.what());
+    } catch (const Failure& failure) {
+        if (secret.empty() || !std::string_view(failure.what()).contains(secret)) throw;
+        throw Failure::badAnswer("our own request");
+    }
+}
+
+Descriptor openForReadingFrom(const std::filesystem::path& path, std::int64_t offset) {
+    Descriptor file = openForReading(path);
+    if (lseek(file.get(), offset, SEEK_SET) < 0) throw FileError("Could not read", path, errno);
+    return file;
+}
+
+std::size_t readPiece(const Descriptor& file, std::span<char> to, const std::filesystem::path& path) {
+    for (;;) {
+        const ssize_t count = read(file.get(), to.data(), to.size());
+        if (count >= 0) return static_cast<std::size_t>(count);
+        if (errno != EINTR) throw FileError("Could not read", path, errno);
+    }
+}
+
+/// In a folder that is made if need be.
+Descriptor replaceByEmptyFile(const std::filesystem::path& path) {
+    std::error_code failure;
+    std::filesystem::remove(path, failure);
+    failure.clear();
+    if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), failure);
+    if (failure) throw FileError("Could not create", path.parent_path(), failure.value());
+    return openEmptied(path);
+}
+
+Task<void> keepPace(TokenBucket* limiter, std::size_t bytes, Date now) {
+    if (limiter == nullptr) co_return;
+    const double pause = limiter->delay(static_cast<std::int64_t>(bytes), now);
+    if (pause > 0) co_await sleepFor(seconds(std::min(pause, longestPause)));
+}
+
+void keep(std::string_view piece, std::string& body) {
+    if (body.size() + piece.size() > longestBody) throw Failure::badAnswer("body too long");
+    body += piece;
+}
+
+template <class T>
+Task<T> inTime(std::chrono::seconds limit, Task<T> task) {
+    try {
+        co_return co_await withTimeout(limit, std::move(task));
+    } catch (const TimeoutError&) {
+        throw Failure::connect("it has fallen silent");
+    }
+}
+
+void tell(Progress& progress, const ResponseReader& reader) {
+    if (const auto expected = reader.expectedLength())
+        progress.setTotalUnitCount(std::max<std::int64_t>(*expected, 1));
+    progress.setCompletedUnitCount(reader.bodyLength());
+}
+
+}  // namespace
+
+/// Where the body of a download goes.
+struct LANTransfer::BodyFile {
+    Descriptor file;
+    std::filesystem::path path;
+    std::shared_ptr<Progress> progress;
+};
+
+LANTransfer::LANTransfer(Dialer& dialer, BlockingPool& files, WallClock now)
+    : dialer_(dialer), files_(files), now_(std::move(now)) {}
+
+std::string LANTransfer::head(std::string_view method, const LANRoute& route, const Headers& headers) {
+    std::string head = fmt::format(
+        "{} {} HTTP/1.1\r\nHost: {}\r\nConnection: close\r\nUser-Agent: Vark/1.0 (macOS; LAN)\r\n", method,
+        route.requestTarget(), route.host);
+    for (const HTTPHeader& header : headers)
+        head += fmt::format("{}: {}\r\n", header.name, header.value);
+    return head + "\r\n";
+}
+
+Task<Response> LANTransfer::request(std::string method, LANRoute route, Headers headers,
+                                    std::optional<std::string> body, std::chrono::seconds limit) {
+    std::string secret = secretIn(headers);
+    if (body || method == "POST")
+        headers.push_back({"Content-Length", std::to_string(body ? body->size() : 0)});
+    // Head and body go in one piece.
+    std::string request = head(method, route, headers) + std::move(body).value_or("");
+    return judged(inTime(limit, exchange(std::move(route), std::move(request))), std::move(secret));
+}
+
+Task<Response> LANTransfer::put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
+                                std::string contentType, LANRoute route, TokenBucket* limiter,
+                                Headers headers, PutProgress progress) {
+    std::string secret = secretIn(headers);
+    const Headers first = {{"Content-Type", std::move(contentType)},
+                           {"Content-Length", std::to_string(length)}};
+    headers.insert(headers.begin(), first.begin(), first.end());
+    std::string request = head("PUT", route, headers);
+    FileSlice slice{std::move(file), offset, length};
+    return judged(
+        sendFile(std::move(slice), std::move(route), std::move(request), limiter, std::move(progress)),
+        std::move(secret));
+}
+
+Task<Response> LANTransfer::get(LANRoute route, std::filesystem::path to,
+                                std::shared_ptr<Progress> progress) {
+    return judged(fetch(std::move(route), std::move(to), std::move(progress)));
+}
+
+Task<Response> LANTransfer::exchange(LANRoute route, std::string request) {
+    const std::unique_ptr<TLSConnection> connection = co_await open(route);
+    co_await connection->send(request);
+    co_return co_await readResponse(*connection);
+}
+
+Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::string head, TokenBucket* limiter,
+                                     PutProgress progress) {
+    auto openSlice = [&slice] { return openForReadingFrom(slice.path, slice.offset); };
+    const Descriptor file = co_await files_.run(openSlice);
+    const std::unique_ptr<TLSConnection> connection = co_await open(route);
+    co_await connection->send(head);
+
+    const auto size = static_cast<std::size_t>(std::clamp<std::int64_t>(slice.length, 0, mostBytesOfAPiece));
+    const auto buffer = std::make_unique_for_overwrite<char[]>(size);
+    const std::stop_token cancelled = co_await thisToken();
+    std::int64_t sent = 0;
+    const auto haveSent = [&](std::size_t count) {
+        sent += static_cast<std::int64_t>(count);
+        if (progress) progress(sent);
+    };
+    while (sent < slice.length) {
+        co_await checkCancellation();
+        std::size_t count = 0;
+        std::span<const char> rest;
+        // Reads pieces and sends them on, for as long as that takes no waiting.
+        auto sendWhatGoes = [&] {
+            for (int pieces = 0; pieces < mostPiecesOfATurn; ++pieces) {
+                const std::int64_t missing = slice.length - sent;
+                if (missing == 0 || cancelled.stop_requested()) return true;
+                count = readPiece(file, {buffer.get(), std::min(size, static_cast<std::size_t>(missing))},
+                                  slice.path);
+                if (count == 0) throw Failure::shortBody();
+                rest = {buffer.get(), count};
+                if (limiter != nullptr || !connection->trySend(rest)) return false;
+                haveSent(count);
+            }
+            return true;
+        };
+        if (co_await files_.run(sendWhatGoes)) continue;
+        co_await keepPace(limiter, count, now_());
+        co_await connection->send(rest);
+        haveSent(count);
+    }
+    co_return co_await readResponse(*connection);
+}
+
+Task<Response> LANTransfer::fetch(LANRoute route, std::filesystem::path to,
+                                  std::shared_ptr<Progress> progress) {
+    const std::unique_ptr<TLSConnection> connection = co_await open(route);
+    const std::string request = head("GET", route, {});
+    co_await connection->send(request);
+    auto makeFile = [&to] { return replaceByEmptyFile(to); };
+    Descriptor made = co_await files_.run(makeFile);
+    const BodyFile file{std::move(made), to, std::move(progress)};
+    co_return co_await readResponse(*connection, &file);
+}
+
+Task<std::unique_ptr<TLSConnection>> LANTransfer::open(const LANRoute& route) {
+    if (route.port == 0) throw Failure::connect("bad port");
+    DialTarget target{route.ip, route.port, route.host};
+    co_return co_await dialer_.dial(std::move(target));
+}
+
+Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFile* to) {
+    const auto buffer = std::make_unique_for_overwrite<char[]>(mostBytesOfARead);
+    ResponseReader reader;
+    Response response;
+    do {
+        co_await checkCancellation();
+        const std::size_t wanted = reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead;
+        Task<TLSConnection::Received> receiving = connection.receive({buffer.get(), wanted});
+        // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
+        if (to != nullptr) receiving = inTime(longestSilence, std::move(receiving));
+        const TLSConnection::Received received = co_await std::move(receiving);
+        const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
+        if (to == nullptr) {
+            keep(piece, response.body);
+            continue;
+        }
+        co_await store(piece, *to);
+        if (to->progress && reader.hasHead()) tell(*to->progress, reader);
+    } while (!reader.isComplete());
+    response.status = reader.status();
+    response.headers = std::move(reader.headers());
+    co_return response;
+}
+
+Task<void> LANTransfer::store(std::string_view piece, const BodyFile& to) {
+    if (piece.empty()) co_return;
+    auto write = [piece, &to] { writeAll(to.file, piece, to.path); };
+    co_await files_.run(write);
+}
+
+Failure Failure::connect(std::string description) {
+    return {connectKind, "Could not reach the node on this network: " + description};
+}
+
+Failure Failure::badAnswer(std::string what) {
+    return {badAnswerKind, "The node on this network answered with something unexpected (" + what + ")."};
+}
+
+Failure Failure::status(int status, std::string words) {
+    return {statusKind, words.empty() ? fmt::format("The node answered {}.", status) : std::move(words)};
+}
+
+Failure Failure::certificate() {
+    return {certificateKind, "The node on this network did not prove its name."};
+}
+
+Failure Failure::shortBody() {
+    return {shortBodyKind, "The node sent less than it said it would."};
+}
+
+Failure Failure::cancelled() {
+    return {cancelledKind, "Cancelled"};
+}
+
+}  // namespace vark
