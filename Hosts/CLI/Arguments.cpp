@@ -1,5 +1,8 @@
 #include "Hosts/CLI/Arguments.h"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <charconv>
 #include <utility>
 
@@ -12,14 +15,6 @@ namespace {
 constexpr std::pair<std::string_view, double> unitsOfBytes[] = {
     {"b", 1}, {"kb", 1e3}, {"mb", 1e6}, {"gb", 1e9}};
 constexpr double highestRate = 1e15;
-
-std::string_view trimmed(std::string_view text) {
-    while (text.starts_with(' '))
-        text.remove_prefix(1);
-    while (text.ends_with(' '))
-        text.remove_suffix(1);
-    return text;
-}
 
 /// Up to two digits at the front, taken off `text`.
 std::optional<int> takeNumber(std::string_view& text) {
@@ -47,6 +42,12 @@ std::optional<int> takeMinuteOfDay(std::string_view& text) {
     int minutes = *hour * 60 + *minute;
     if (minutes > 24 * 60) return std::nullopt;
     return minutes;
+}
+
+bool isLoopback(const std::string& host) {
+    if (host == "localhost" || host == "::1") return true;
+    in_addr address{};
+    return inet_pton(AF_INET, host.c_str(), &address) == 1 && host.starts_with("127.");
 }
 
 }  // namespace
@@ -80,6 +81,16 @@ std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
     hours.startMinute = *start;
     hours.endMinute = *end;
     return hours;
+}
+
+bool isSafeAddress(const URL& url) {
+    if (url.host().empty()) return false;
+    return url.scheme() == "https" || (url.scheme() == "http" && isLoopback(url.host()));
+}
+
+bool isToken(std::string_view text) {
+    return !text.empty() &&
+           std::ranges::all_of(text, [](char character) { return character > 0x20 && character < 0x7f; });
 }
 
 std::string joinedVarkPath(std::string_view root, std::string_view below) {

@@ -74,7 +74,13 @@ std::string CommandWords::usage() const {
 std::vector<CommandWords> commandsOf(const CLI::App& program) {
     std::vector<CommandWords> commands;
     for (const CLI::App* command : program.get_subcommands([](const CLI::App*) { return true; })) {
-        if (!command->get_group().empty()) commands.push_back(CommandWords::of(*command));
+        if (command->get_group().empty() || command->get_name().empty()) continue;
+        std::vector<CommandWords> inner = commandsOf(*command);
+        for (CommandWords& words : inner) {
+            words.name = command->get_name() + " " + words.name;
+            commands.push_back(std::move(words));
+        }
+        if (inner.empty()) commands.push_back(CommandWords::of(*command));
     }
     return commands;
 }

@@ -28,6 +28,7 @@ struct OptionWords {
 
 /// One command of the program, read from the program itself, so that documents cannot differ from it.
 struct CommandWords {
+    /// "send", "job find"
     std::string name;
     std::string help;
     std::string footer;
@@ -39,7 +40,8 @@ struct CommandWords {
     std::string usage() const;
 };
 
-/// All commands that are shown to people, in their order.
+/// All commands that are shown to people, in their order. A command that only has others below it stands for
+/// those, under names of two words.
 std::vector<CommandWords> commandsOf(const CLI::App& program);
 
 }  // namespace vark::cli

@@ -22,8 +22,7 @@ ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
     } catch (const VarkAPIError& error) {
         surroundings.console.say(error.errorDescription());
         if (!error.isSignOut()) return ExitCode::somethingFailed;
-        surroundings.console.say(
-            "Get a new token and connect again with: vark connect URL --token-file FILE");
+        surroundings.console.say("Connect again with: vark connect URL");
         return ExitCode::notConnected;
     } catch (const std::exception& error) {
         surroundings.console.say(error.what());
@@ -42,6 +41,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     program.get_formatter()->label("Subcommands", "Commands");
     program.get_formatter()->column_width(34);
+    declareConnect(program, chosen);
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
     declareGet(program, chosen);
@@ -49,9 +49,13 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareIngest(program, chosen);
     declareVolumes(program, chosen);
     declareQueueCommands(program, chosen);
+    declareShare(program, chosen);
+    declareJobs(program, chosen);
     declareLog(program, chosen);
     declareDiagnostics(program, chosen);
     declareCache(program, chosen);
+    declareActivity(program, chosen);
+    declareSync(program, chosen);
     declareNodes(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.

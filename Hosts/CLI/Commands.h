@@ -13,10 +13,13 @@ using Chosen = std::function<ExitCode(Surroundings&)>;
 
 // Each adds its commands with their options and help to the program, and sets `chosen` when one of them
 // stands on the command line. `chosen` outlives `program`.
+void declareConnect(CLI::App& program, Chosen& chosen);
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
 void declareGet(CLI::App& program, Chosen& chosen);
 void declareNodes(CLI::App& program, Chosen& chosen);
+void declareShare(CLI::App& program, Chosen& chosen);
+void declareJobs(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
 void declareIngest(CLI::App& program, Chosen& chosen);
 void declareVolumes(CLI::App& program, Chosen& chosen);
@@ -24,6 +27,8 @@ void declareQueueCommands(CLI::App& program, Chosen& chosen);
 void declareCache(CLI::App& program, Chosen& chosen);
 void declareDiagnostics(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);
+void declareActivity(CLI::App& program, Chosen& chosen);
+void declareSync(CLI::App& program, Chosen& chosen);
 void declareDocumentation(CLI::App& program, Chosen& chosen);
 
 /// Adds a command whose options are gathered in an object of their own, and run by `run`.

@@ -25,6 +25,13 @@ std::string roff(std::string_view text) {
     return safe;
 }
 
+/// The name of a command's page: "vark-job-find".
+std::string pageOf(const CommandWords& command) {
+    std::string page = "vark-" + command.name;
+    std::ranges::replace(page, ' ', '-');
+    return page;
+}
+
 std::string heading(std::string_view page, std::string_view help) {
     return fmt::format(".TH {} 1 \"\" \"Vark\" \"Vark\"\n.SH NAME\n{} \\- {}\n", lowercased(page), roff(page),
                        roff(help));
@@ -65,17 +72,17 @@ std::vector<Document> manPages(const CommandWords& program, const std::vector<Co
     std::string whole = heading("vark", program.help);
     whole += ".SH SYNOPSIS\n.B vark\nCOMMAND [OPTIONS] ...\n.SH COMMANDS\n";
     for (const CommandWords& command : commands)
-        whole += fmt::format(".TP\n.BR vark\\-{} (1)\n{}\n", command.name, roff(command.help));
+        whole += fmt::format(".TP\n.BR {} (1)\n{}\n", roff(pageOf(command)), roff(command.help));
     whole += listed("OPTIONS", program.options) + exitStatus();
     pages.push_back({"man/vark.1", whole});
 
     for (const CommandWords& command : commands) {
-        std::string page = heading("vark-" + command.name, command.help);
+        std::string page = heading(pageOf(command), command.help);
         page += fmt::format(".SH SYNOPSIS\n.B {}\n", roff(command.usage()));
         page += listed("ARGUMENTS", command.arguments) + listed("OPTIONS", command.options);
         page += paragraphs("NOTES", command.footer);
         page += exitStatus() + ".SH SEE ALSO\n.BR vark (1)\n";
-        pages.push_back({fmt::format("man/vark-{}.1", command.name), page});
+        pages.push_back({fmt::format("man/{}.1", pageOf(command)), page});
     }
     return pages;
 }

@@ -9,6 +9,7 @@
 #include "VarkCore/Foundation/URL.h"
 #include "VarkCore/Services/Bundle.h"
 #include "VarkCore/Services/PathMonitor.h"
+#include "VarkCore/Services/SecretStore.h"
 #include "VarkCore/Services/ServiceBrowser.h"
 #include "VarkCore/Services/UserFolders.h"
 #include "VarkCore/Services/Volumes.h"
@@ -47,6 +48,13 @@ class Platform {
     /// An API that goes by the nodes of `lan` where it can.
     virtual std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                              const APIHost& host) = 0;
+    virtual std::shared_ptr<SecretStore> makeKeychain() = 0;
+    /// Secrets in a file instead.
+    virtual std::shared_ptr<SecretStore> makeSecretFile(const std::filesystem::path& file) = 0;
+    virtual std::string machineName() = 0;
+    /// Whether the desktop was asked to show the page, and whether its clipboard holds the text.
+    virtual bool openInBrowser(const std::string& page) = 0;
+    virtual bool copyToClipboard(const std::string& text) = 0;
     virtual std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) = 0;
     /// Whether what answers at the address proves who it is. True as well when nothing answers.
     virtual Task<bool> provesItself(VarkAddress address) = 0;

@@ -20,9 +20,10 @@ struct TokenVerdict {
     std::string sentence;
 };
 
-Task<TokenVerdict> judgeToken(std::shared_ptr<VarkAPI> api) {
+Task<TokenVerdict> judgeToken(Surroundings& surroundings, std::shared_ptr<VarkAPI> api) {
     try {
-        co_await api->whoami();
+        const WhoAmI who = co_await api->whoami();
+        surroundings.learn(who);
     } catch (const VarkAPIError& error) {
         co_return TokenVerdict{false, error.errorDescription()};
     }
@@ -219,7 +220,7 @@ void SendSession::heard(const TransferEngine::Event& event) {
         breakOff(
             ExitCode::notConnected,
             fmt::format("This machine is no longer connected to the vark. Connect again with: vark connect "
-                        "URL --token-file FILE. {}",
+                        "URL. {}",
                         howToCarryOn));
     }
 }
@@ -229,7 +230,7 @@ Task<void> SendSession::recoverToken(std::vector<seconds> waits) {
     std::string reason;
     for (seconds wait : waits) {
         if (wait > seconds(0)) co_await sleepFor(wait);
-        TokenVerdict verdict = co_await judgeToken(api_);
+        TokenVerdict verdict = co_await judgeToken(surroundings_, api_);
         if (ended_) co_return;
         if (verdict.isGood) {
             recovering_ = false;
@@ -241,8 +242,7 @@ Task<void> SendSession::recoverToken(std::vector<seconds> waits) {
     }
     recovering_ = false;
     breakOff(ExitCode::notConnected,
-             fmt::format("{} Get a new token and connect again with: vark connect URL --token-file FILE. {}",
-                         reason, howToCarryOn));
+             fmt::format("{} Connect again with: vark connect URL. {}", reason, howToCarryOn));
 }
 
 Task<void> SendSession::endIfSettled() {

@@ -2,6 +2,7 @@
 #include <fmt/ranges.h>
 
 #include "Hosts/CLI/Documentation.h"
+#include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 
@@ -25,6 +26,29 @@ std::vector<std::string> allNames(const CommandWords& command) {
     return names;
 }
 
+/// The first words of all commands.
+std::vector<std::string> firstWords(const std::vector<CommandWords>& commands) {
+    std::vector<std::string> words;
+    for (const CommandWords& command : commands) {
+        std::string first = splitKeepingEmpty(command.name, ' ').front();
+        if (std::ranges::find(words, first) == words.end()) words.push_back(std::move(first));
+    }
+    return words;
+}
+
+/// For each first word of names of two words: what may stand behind it.
+std::vector<std::pair<std::string, std::vector<std::string>>> groups(
+    const std::vector<CommandWords>& commands) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> found;
+    for (const CommandWords& command : commands) {
+        const std::vector<std::string> words = splitKeepingEmpty(command.name, ' ');
+        if (words.size() != 2) continue;
+        if (found.empty() || found.back().first != words[0]) found.push_back({words[0], {}});
+        found.back().second.push_back(words[1]);
+    }
+    return found;
+}
+
 // Bash.
 
 std::string bashValues(const CommandWords& command) {
@@ -36,8 +60,8 @@ std::string bashValues(const CommandWords& command) {
         if (std::vector<std::string> choices = option.choices(); !choices.empty())
             reply = fmt::format("mapfile -t COMPREPLY < <(compgen -W \"{}\" -- \"$word\")",
                                 fmt::join(choices, " "));
-        cases += fmt::format("      {}:{}) {}; return ;;\n", command.name,
-                             fmt::join(option.names, fmt::format("|{}:", command.name)), reply);
+        cases += fmt::format("      \"{}\":{}) {}; return ;;\n", command.name,
+                             fmt::join(option.names, fmt::format("|\"{}\":", command.name)), reply);
     }
     return cases;
 }
@@ -45,26 +69,31 @@ std::string bashValues(const CommandWords& command) {
 std::string bashArguments(const CommandWords& command) {
     for (const OptionWords& argument : command.arguments) {
         if (namesAFile(argument))
-            return fmt::format("    {}) mapfile -t COMPREPLY < <(compgen -f -- \"$word\") ;;\n",
+            return fmt::format("    \"{}\") mapfile -t COMPREPLY < <(compgen -f -- \"$word\") ;;\n",
                                command.name);
         if (namesAnEntry(argument))
             return fmt::format(
-                "    {}) local IFS=$'\\n'; mapfile -t COMPREPLY < <(compgen -W \"$({})\" -- \"$word\") ;;\n",
+                "    \"{}\") local IFS=$'\\n'; mapfile -t COMPREPLY < <(compgen -W \"$({})\" -- \"$word\") "
+                ";;\n",
                 command.name, entryNames);
     }
     return {};
 }
 
 std::string bash(const std::vector<CommandWords>& commands) {
-    std::vector<std::string> names;
+    std::string inner;
+    for (const auto& [first, seconds] : groups(commands))
+        inner += fmt::format(
+            "    {0})\n      if [ \"$COMP_CWORD\" -eq 2 ]; then\n        mapfile -t COMPREPLY < <(compgen -W "
+            "\"{1}\" -- \"$word\")\n        return\n      fi\n      command=\"{0} ${{COMP_WORDS[2]}}\" ;;\n",
+            first, fmt::join(seconds, " "));
     std::string values;
     std::string options;
     std::string arguments;
     for (const CommandWords& command : commands) {
-        names.push_back(command.name);
         values += bashValues(command);
         options +=
-            fmt::format("      {}) options=\"{}\" ;;\n", command.name, fmt::join(allNames(command), " "));
+            fmt::format("      \"{}\") options=\"{}\" ;;\n", command.name, fmt::join(allNames(command), " "));
         arguments += bashArguments(command);
     }
     return fmt::format(R"(# Completes the vark command line.
@@ -75,6 +104,8 @@ _vark() {{
     mapfile -t COMPREPLY < <(compgen -W "{} --help --version" -- "$word")
     return
   fi
+  case "$command" in
+{}  esac
   case "$command:$before" in
 {}  esac
   if [[ $word == -* ]]; then
@@ -88,7 +119,7 @@ _vark() {{
 }}
 complete -F _vark vark
 )",
-                       fmt::join(names, " "), values, options, arguments);
+                       fmt::join(firstWords(commands), " "), inner, values, options, arguments);
 }
 
 // Zsh.
@@ -141,9 +172,16 @@ std::string zsh(const std::vector<CommandWords>& commands) {
     std::string described;
     std::string cases;
     for (const CommandWords& command : commands) {
-        described += fmt::format("    '{}:{}'\n", command.name, zshQuoted(command.help));
-        cases += fmt::format("    {})\n      _arguments{} ;;\n", command.name, zshOptions(command));
+        described += fmt::format("    '{}:{}'\n", splitKeepingEmpty(command.name, ' ').front(),
+                                 zshQuoted(command.help));
+        cases += fmt::format("    '{}')\n      _arguments{} ;;\n", command.name, zshOptions(command));
     }
+    std::string inner;
+    for (const auto& [first, seconds] : groups(commands))
+        inner += fmt::format(
+            "    {0})\n      if (( CURRENT == 2 )); then compadd {1}; return; fi\n"
+            "      command=\"{0} $words[2]\"; shift words; (( CURRENT-- )) ;;\n",
+            first, fmt::join(seconds, " "));
     return fmt::format(R"(#compdef vark
 # Completes the vark command line.
 _vark_entries() {{
@@ -164,10 +202,12 @@ _vark() {{
   (( CURRENT-- ))
   case $command in
 {}  esac
+  case $command in
+{}  esac
 }}
 _vark "$@"
 )",
-                       entryNames, described, cases);
+                       entryNames, described, inner, cases);
 }
 
 // Fish.
@@ -181,8 +221,16 @@ std::string fishQuoted(std::string_view text) {
     return quoted;
 }
 
+/// When a command stands on the line.
+std::string fishCondition(const CommandWords& command) {
+    std::vector<std::string> seen;
+    for (const std::string& word : splitKeepingEmpty(command.name, ' '))
+        seen.push_back("__fish_seen_subcommand_from " + word);
+    return fmt::format("'{}'", fmt::join(seen, "; and "));
+}
+
 std::string fishOption(const CommandWords& command, const OptionWords& option) {
-    std::string line = fmt::format("complete -c vark -n '__fish_seen_subcommand_from {}'", command.name);
+    std::string line = "complete -c vark -n " + fishCondition(command);
     for (const std::string& name : option.names)
         line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (!option.value.empty() && !option.valueIsOptional) {
@@ -195,18 +243,21 @@ std::string fishOption(const CommandWords& command, const OptionWords& option) {
 
 std::string fish(const std::vector<CommandWords>& commands) {
     std::string text = "# Completes the vark command line.\ncomplete -c vark -f\n";
+    for (const auto& [first, seconds] : groups(commands))
+        text += fmt::format("complete -c vark -n __fish_use_subcommand -a {}\n", first);
     for (const CommandWords& command : commands) {
-        text += fmt::format("complete -c vark -n __fish_use_subcommand -a {} -d '{}'\n", command.name,
-                            fishQuoted(command.help));
+        const std::vector<std::string> words = splitKeepingEmpty(command.name, ' ');
+        text += fmt::format("complete -c vark -n {} -a {} -d '{}'\n",
+                            words.size() == 1 ? "__fish_use_subcommand"
+                                              : fmt::format("'__fish_seen_subcommand_from {}'", words[0]),
+                            words.back(), fishQuoted(command.help));
         for (const OptionWords& option : command.options)
             text += fishOption(command, option);
         for (const OptionWords& argument : command.arguments) {
             if (namesAFile(argument))
-                text +=
-                    fmt::format("complete -c vark -n '__fish_seen_subcommand_from {}' -F\n", command.name);
+                text += fmt::format("complete -c vark -n {} -F\n", fishCondition(command));
             if (namesAnEntry(argument))
-                text += fmt::format("complete -c vark -n '__fish_seen_subcommand_from {}' -a '({})'\n",
-                                    command.name, entryNames);
+                text += fmt::format("complete -c vark -n {} -a '({})'\n", fishCondition(command), entryNames);
         }
     }
     return text;

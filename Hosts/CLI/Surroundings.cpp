@@ -1,6 +1,8 @@
 #include "Hosts/CLI/Surroundings.h"
 
 #include "Hosts/CLI/ConnectionToken.h"
+#include "Hosts/CLI/TokenKeeper.h"
+#include "VarkCore/Connection/SharedLevel.h"
 
 namespace vark::cli {
 
@@ -50,9 +52,10 @@ std::optional<SharedConnection> Surroundings::connection() {
 
 SharedConnection Surroundings::neededConnection() {
     std::optional<SharedConnection> connection = this->connection();
-    if (connection && connection->serverURL()) return *connection;
-    throw CommandError(ExitCode::notConnected,
-                       "Not connected to a vark. Connect with: vark connect URL --token-file FILE");
+    if (!connection || !connection->serverURL())
+        throw CommandError(ExitCode::notConnected, "Not connected to a vark. Connect with: vark connect URL");
+    TokenKeeper(*this, TokenKeeper::placeInUse(*this)).require(*connection);
+    return *connection;
 }
 
 std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, int chunksAtOnce) {
@@ -79,6 +82,10 @@ VarkItem Surroundings::neededItem(VarkAPI& api, const std::string& path) {
         if (!error.isGone()) throw;
         throw CommandError(ExitCode::somethingFailed, fmt::format("There is no \"{}\" on the vark.", path));
     }
+}
+
+void Surroundings::learn(const WhoAmI& who) {
+    SharedLevelStore::write({who.level, who.jobNumbers, date()}, sharedFolder());
 }
 
 QueueStore& Surroundings::store() {

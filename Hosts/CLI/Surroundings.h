@@ -46,7 +46,7 @@ class Surroundings {
     const Locations& locations();
     const SharedStore::Folder& sharedFolder();
     std::optional<SharedConnection> connection();
-    /// Fails with a `CommandError` that says how to connect.
+    /// With its token at hand. Fails with a `CommandError` that says how to connect.
     SharedConnection neededConnection();
     /// The nodes of this network: those that a browsing vark has published of late, and what this one finds.
     LANRouter& lan();
@@ -56,6 +56,8 @@ class Surroundings {
     std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
     /// Fails with a `CommandError` when the vark has nothing there.
     VarkItem neededItem(VarkAPI& api, const std::string& path);
+    /// Keeps what this device may do on the vark, for all processes. Called by whoever asked `whoami`.
+    void learn(const WhoAmI& who);
     QueueStore& store();
     TransferLog& log();
     TransferEngine::Host engineHost();

@@ -1,12 +1,18 @@
 #include "Hosts/CLI/SystemPlatform.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include <array>
 
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
+#include "VarkPlatform/Linux/DesktopTools.h"
+#include "VarkPlatform/Linux/FileSecretStore.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 #include "VarkPlatform/Linux/ProcessList.h"
+#include "VarkPlatform/Linux/SecretServiceStore.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
@@ -76,6 +82,27 @@ std::shared_ptr<VarkAPI> SystemPlatform::makeAPI(const VarkAddress& address, Tok
                                                  const APIHost& host) {
     auto line = std::make_shared<Line>(address, std::move(token), host);
     return {line, &line->api};
+}
+
+std::shared_ptr<SecretStore> SystemPlatform::makeKeychain() {
+    return std::make_shared<SecretServiceStore>();
+}
+
+std::shared_ptr<SecretStore> SystemPlatform::makeSecretFile(const std::filesystem::path& file) {
+    return std::make_shared<FileSecretStore>(file);
+}
+
+std::string SystemPlatform::machineName() {
+    char name[HOST_NAME_MAX + 1] = {};
+    return gethostname(name, sizeof name - 1) == 0 && name[0] != '\0' ? name : "Linux";
+}
+
+bool SystemPlatform::openInBrowser(const std::string& page) {
+    return DesktopTools::openInBrowser(page);
+}
+
+bool SystemPlatform::copyToClipboard(const std::string& text) {
+    return DesktopTools::copyToClipboard(text);
 }
 
 std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser(Executor& executor) {

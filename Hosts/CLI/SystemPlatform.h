@@ -20,6 +20,11 @@ class SystemPlatform final : public Platform {
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                      const APIHost& host) override;
+    std::shared_ptr<SecretStore> makeKeychain() override;
+    std::shared_ptr<SecretStore> makeSecretFile(const std::filesystem::path& file) override;
+    std::string machineName() override;
+    bool openInBrowser(const std::string& page) override;
+    bool copyToClipboard(const std::string& text) override;
     std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor& executor) override;
     Task<bool> provesItself(VarkAddress address) override;
 

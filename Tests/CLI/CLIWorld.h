@@ -4,11 +4,13 @@
 
 #include "Hosts/CLI/Surroundings.h"
 #include "Tests/Support/FakePathMonitor.h"
+#include "Tests/Support/FakeSecretStore.h"
 #include "Tests/Support/FakeServiceBrowser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkPlatform/Linux/FileSecretStore.h"
 
 namespace vark::cli::test {
 
@@ -24,6 +26,62 @@ class TestVark final : public SilentVark {
     std::deque<VarkAPIError> refusals;
     std::map<std::string, VarkItem> items;
     std::map<std::int64_t, std::vector<VarkItem>> folders_;
+    /// The one code that is good, and how a sign-in in the browser goes.
+    std::string code = "GOOD-CODE";
+    std::deque<DevicePoll> polls;
+    std::string signInPage = "https://vark.example/device?n=1";
+    std::string issuedToken = "issued";
+    std::vector<std::string> deviceNames;
+    /// What is answered to a share, or the status that refuses it.
+    VarkShare share{.url = "https://vark.example/s/1", .expires = "tomorrow"};
+    int shareStatus = 200;
+    std::vector<ShareRequest> shares;
+    bool makesShares = true;
+    /// Without a value there is no job book.
+    std::optional<std::vector<VarkJob>> jobs;
+    std::vector<std::pair<std::vector<std::string>, std::int64_t>> filed;
+    std::int64_t leftUnfiled = 0;
+
+    Task<DeviceClaim> claim(std::string given, std::string deviceName) override {
+        deviceNames.push_back(deviceName);
+        co_await yieldNow();
+        if (given != code) throw VarkAPIError::server(404, "No such code.");
+        co_return DeviceClaim{issuedToken, "Acme", "anna@acme.example"};
+    }
+    Task<DeviceBegin> beginDeviceSignIn(std::string deviceName) override {
+        deviceNames.push_back(deviceName);
+        co_return DeviceBegin{"n1", signInPage, 0};
+    }
+    Task<DevicePoll> pollDeviceSignIn(std::string) override {
+        const DevicePoll answer = polls.front();
+        polls.pop_front();
+        co_return answer;
+    }
+    using VarkAPI::createShare;
+    Task<VarkShare> createShare(ShareRequest request) override {
+        co_await yieldNow();
+        shares.push_back(std::move(request));
+        if (shareStatus != 200) throw VarkAPIError::server(shareStatus, "Refused so.");
+        co_return share;
+    }
+    Task<bool> sharesSupported() override { co_return makesShares; }
+    Task<std::vector<VarkJob>> findJobs(std::string) override {
+        co_await yieldNow();
+        if (!jobs) throw VarkAPIError::server(404);
+        co_return *jobs;
+    }
+    Task<std::int64_t> fileAgainstJob(std::vector<std::string> paths, std::int64_t jobID) override {
+        const auto count = static_cast<std::int64_t>(paths.size());
+        filed.emplace_back(std::move(paths), jobID);
+        co_return count - leftUnfiled;
+    }
+    Task<VarkItem> item(std::int64_t id) override {
+        co_await yieldNow();
+        for (const auto& [path, one] : items) {
+            if (one.id == id) co_return one;
+        }
+        throw VarkAPIError::server(404);
+    }
 
     Task<WhoAmI> whoami() override {
         co_await yieldNow();
@@ -34,7 +92,6 @@ class TestVark final : public SilentVark {
         }
         co_return who;
     }
-    using SilentVark::item;
     Task<VarkItem> item(std::string path) override {
         co_await yieldNow();
         auto found = items.find(path);
@@ -139,7 +196,12 @@ class TestPlatform final : public Platform {
     }
 
     std::shared_ptr<TestVark> vark = std::make_shared<TestVark>();
+    std::shared_ptr<vark::test::FakeSecretStore> keychain = std::make_shared<vark::test::FakeSecretStore>();
     bool isTrusted = true;
+    /// What the desktop was given; without a desktop it takes nothing.
+    bool hasDesktop = true;
+    std::vector<std::string> opened;
+    std::vector<std::string> copied;
     std::optional<std::string> tokenGiven;
     FakeVolumes mounted;
     std::vector<std::int32_t> senders;
@@ -155,6 +217,19 @@ class TestPlatform final : public Platform {
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, const APIHost&) override {
         tokenGiven = token();
         return vark;
+    }
+    std::shared_ptr<SecretStore> makeKeychain() override { return keychain; }
+    std::shared_ptr<SecretStore> makeSecretFile(const std::filesystem::path& file) override {
+        return std::make_shared<FileSecretStore>(file);
+    }
+    std::string machineName() override { return "tower"; }
+    bool openInBrowser(const std::string& page) override {
+        if (hasDesktop) opened.push_back(page);
+        return hasDesktop;
+    }
+    bool copyToClipboard(const std::string& text) override {
+        if (hasDesktop) copied.push_back(text);
+        return hasDesktop;
     }
     std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor&) override {
         return std::make_unique<vark::test::FakeServiceBrowser>();
@@ -178,10 +253,13 @@ class CLIWorld {
     ManualClock clock;
     Surroundings surroundings{platform, console, executor, clock};
 
+    const SecretName tokenName{"dev.vark.mac.test", "device-token"};
+
     SharedConnection connect(std::string rootPath = "") {
         SharedConnection connection;
         connection.server = "https://vark.example";
         connection.token = "secret";
+        platform.keychain->secrets[tokenName] = {"Vark device token", "secret"};
         connection.clientName = "Acme";
         connection.rootPath = std::move(rootPath);
         connection.level = 5;

@@ -2,49 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/Commands.h"
-#include "Tests/CLI/CLIWorld.h"
+#include "Tests/CLI/CommandLine.h"
+#include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Sync/SharedSync.h"
 
 namespace vark::cli {
 namespace {
 
+using test::CommandLine;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-/// The program as a person calls it, against a vark in memory.
-class CommandLine : public ::testing::Test {
-  public:
-    ExitCode vark(std::vector<std::string> arguments) {
-        world.results.str("");
-        world.advice.str("");
-        arguments.insert(arguments.begin(), "vark");
-        std::vector<const char*> pointers;
-        for (const std::string& argument : arguments)
-            pointers.push_back(argument.c_str());
-        return runCommandLine(static_cast<int>(pointers.size()), pointers.data(), world.platform,
-                              world.console);
-    }
-    std::string printed() const { return world.results.str(); }
-    std::string said() const { return world.advice.str(); }
-    std::filesystem::path connectionFile() {
-        return SharedFiles::connection(*world.surroundings.sharedFolder());
-    }
-    VarkItem folder(std::string path, std::int64_t id) {
-        VarkItem item;
-        item.id = id;
-        item.path = path;
-        item.name = lastPathComponent(path);
-        item.isDir = true;
-        return item;
-    }
-
-    test::CLIWorld world;
-    test::TestVark& server = *world.platform.vark;
-    std::string token = world.home.file("token", "  tok-123 \nnever read\n");
-    std::string authority = world.home.file("ca.pem", "-----BEGIN CERTIFICATE-----\n");
-};
 
 TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
     const std::vector<std::string> cases[] = {
@@ -54,7 +23,15 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"send", "--outside-office-hours=17:00-09:00", "x"},
         {"send", "--on-conflict", "perhaps", "x"},
         {"send", "--chunks", "0", "x"},
-        {"connect", "https://vark.example"},
+        {"connect"},
+        {"connect", "https://vark.example", "--code", "A", "--token-file", "b"},
+        {"connect", "https://vark.example", "--secret-store", "drawer"},
+        {"share"},
+        {"share", "a", "--audience", "everybody"},
+        {"share", "a", "--expires", "1y"},
+        {"job"},
+        {"job", "find"},
+        {"job", "file", "a"},
         {"resolve"},
         {"resolve", "--replace", "--skip"},
         {"remove"},
@@ -68,110 +45,6 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
     EXPECT_EQ(vark({"--version"}), ExitCode::allLanded);
     EXPECT_EQ(vark({"send", "--help"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("--on-conflict"));
-}
-
-TEST_F(CommandLine, ConnectingProvesTheTokenAndSaysWhoIsConnected) {
-    server.items["Jobs/2026"] = folder("Jobs/2026", 42);
-    ASSERT_EQ(vark({"connect", "vark.example/", "--token-file", token, "--ca-file", authority, "--root",
-                    "/Jobs/2026/"}),
-              ExitCode::allLanded)
-        << said();
-    EXPECT_EQ(
-        printed(),
-        "Connected.\nAcme (2026) at https://vark.example\nanna@acme.example on tower, Editor (level 5)\n"
-        "1 MB of 4 MB used\n");
-    EXPECT_EQ(server.uploads.calls.size(), 0u);
-    std::optional<SharedConnection> connection = world.surroundings.connection();
-    ASSERT_TRUE(connection);
-    SharedConnection expected;
-    expected.server = "https://vark.example";
-    expected.token = "tok-123";
-    expected.clientName = "Acme";
-    expected.rootPath = "Jobs/2026";
-    expected.rootID = 42;
-    expected.level = 5;
-    EXPECT_EQ(*connection, expected);
-    EXPECT_EQ(std::filesystem::status(connectionFile()).permissions(), std::filesystem::perms(0600));
-    EXPECT_EQ(readWholeFile(SharedFiles::authority(*world.surroundings.sharedFolder())),
-              "-----BEGIN CERTIFICATE-----\n");
-
-    // Connecting elsewhere without an authority leaves none behind.
-    ASSERT_EQ(vark({"connect", "https://other.example", "--token-file", token}), ExitCode::allLanded);
-    EXPECT_FALSE(std::filesystem::exists(SharedFiles::authority(*world.surroundings.sharedFolder())));
-    EXPECT_EQ(world.surroundings.connection()->rootID, 0);
-
-    EXPECT_EQ(vark({"disconnect"}), ExitCode::allLanded);
-    EXPECT_FALSE(std::filesystem::exists(connectionFile()));
-}
-
-TEST_F(CommandLine, WhatKeepsFromConnectingIsSaidAndNothingIsWritten) {
-    const std::string empty = world.home.file("empty", " \n");
-    const std::string blanks = world.home.file("blanks", "two words\n");
-    struct Case {
-        const char* name;
-        std::vector<std::string> arguments;
-        std::function<void(CommandLine&)> arrange;
-        ExitCode code;
-        const char* said;
-    };
-    const std::vector<std::string> good = {"connect", "https://vark.example", "--token-file", token};
-    auto with = [&](std::initializer_list<std::string> more) {
-        std::vector<std::string> all = good;
-        all.insert(all.end(), more);
-        return all;
-    };
-    auto nothing = [](CommandLine&) {};
-    const Case cases[] = {
-        {"no token file",
-         {"connect", "https://x", "--token-file", "/no/such"},
-         nothing,
-         ExitCode::usage,
-         "/no/such"},
-        {"empty token file",
-         {"connect", "https://x", "--token-file", empty},
-         nothing,
-         ExitCode::usage,
-         "has no token"},
-        {"no token in it",
-         {"connect", "https://x", "--token-file", blanks},
-         nothing,
-         ExitCode::usage,
-         "no token"},
-        {"no authority file", with({"--ca-file", "/no/ca"}), nothing, ExitCode::usage, "/no/ca"},
-        {"no certificate in it", with({"--ca-file", token}), nothing, ExitCode::usage, "no certificate"},
-        {"no address",
-         {"connect", "https://", "--token-file", token},
-         nothing,
-         ExitCode::usage,
-         "no address"},
-        {"not safe",
-         {"connect", "http://vark.example", "--token-file", token},
-         nothing,
-         ExitCode::usage,
-         "https"},
-        {"refused", good,
-         [](CommandLine& t) { t.server.refusals = {VarkAPIError::unauthorized("Device revoked.")}; },
-         ExitCode::notConnected, "Device revoked."},
-        {"unreachable", good,
-         [](CommandLine& t) { t.server.refusals = {VarkAPIError::transport("Could not reach the vark.")}; },
-         ExitCode::notConnected, "Could not reach the vark."},
-        {"not trusted", good,
-         [](CommandLine& t) {
-             t.server.refusals = {VarkAPIError::transport("SSL trouble")};
-             t.world.platform.isTrusted = false;
-         },
-         ExitCode::notConnected, "--ca-file"},
-        {"no such root", with({"--root", "Nowhere"}), nothing, ExitCode::usage, "Nowhere"},
-    };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
-        one.arrange(*this);
-        EXPECT_EQ(vark(one.arguments), one.code);
-        EXPECT_THAT(said(), HasSubstr(one.said));
-        EXPECT_THAT(said(), Not(HasSubstr("tok-123")));
-        EXPECT_EQ(printed(), "");
-        EXPECT_FALSE(std::filesystem::exists(connectionFile()));
-    }
 }
 
 TEST_F(CommandLine, WithoutAConnectionOneIsToldHowToGetIt) {
@@ -263,6 +136,62 @@ TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     EXPECT_TRUE(world.surroundings.store().load());
     EXPECT_EQ(vark({"clear"}), ExitCode::allLanded);
     EXPECT_FALSE(world.surroundings.store().load());
+}
+
+TEST_F(CommandLine, WhatWasDoneIsToldNewestFirst) {
+    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "");
+    EXPECT_THAT(said(), HasSubstr("Nothing has been done"));
+
+    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
+    const Date now = systemDate();
+    ActivityEntry entry{.at = now - 5000, .text = "Sent a\x1b.mov", .kind = "put"};
+    entry.group = "put:Jobs";
+    entry.many = "Sent %d files";
+    SharedActivity::append(entry, shared);
+    entry.place = "Jobs › 2026";
+    entry.at = now - 4900;
+    SharedActivity::append(entry, shared);
+    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent a\\x1b.mov · Jobs › 2026\n1 hour ago    Sent a\\x1b.mov\n");
+    EXPECT_EQ(vark({"activity", "--history"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent 2 files · Jobs › 2026\n");
+    EXPECT_EQ(vark({"activity", "--history", "--json"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("\"text\":\"Sent 2 files\",\"kind\":\"put\""));
+}
+
+TEST_F(CommandLine, WhatIsOwedToTheVarkIsToldByWhatBecomesOfIt) {
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "");
+    EXPECT_THAT(said(), HasSubstr("Nothing is owed"));
+
+    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
+    const Date now = systemDate();
+    const auto begin = [&](SyncOp::Kind kind, const char* path, std::int64_t bytes) {
+        const SyncOp op(kind, path, bytes, now);
+        SharedSync::begin(op, shared);
+        return op.id;
+    };
+    begin(SyncOp::Kind::rename, "Jobs/x", 0);
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 under way\nUnder way:\n  Jobs/x: renaming\n");
+
+    SharedSync::progress(begin(SyncOp::Kind::upload, "Jobs/clip.mov", 40'000'000), 12'000'000, 0, shared,
+                         now);
+    for (const char* path : {"Jobs/a", "Raw/b", "Old/Jobs/c", "top"})
+        SharedSync::stop(begin(SyncOp::Kind::upload, path, 5), {SyncOp::State::waiting, "Later."}, shared,
+                         now);
+    SharedSync::stop(begin(SyncOp::Kind::bin, "Jobs/\x1b", 0), {SyncOp::State::problem, "Ask."}, shared, now);
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "2 under way, 12 MB of 40 MB · 4 waiting · 1 needs you\n"
+              "Under way:\n  Jobs/clip.mov: sending, 12 MB of 40 MB\n  and 1 more\n"
+              "Waiting:\n  2 changes in Jobs: Later.\n  1 change in Raw: Later.\n"
+              "  1 change at the top of the vark: Later.\n"
+              "Needs you:\n  Jobs/\\x1b: Ask.\n");
+    EXPECT_EQ(vark({"sync", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(std::ranges::count(printed(), '\n'), 7);
+    EXPECT_THAT(printed(), HasSubstr("\"path\":\"top\",\"bytes\":5,\"done\":0,\"state\":\"waiting\""));
 }
 
 TEST_F(CommandLine, ADamagedQueueIsLeftAlone) {

@@ -3,6 +3,7 @@
 
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/Documentation.h"
+#include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 namespace {
@@ -41,18 +42,22 @@ TEST_F(DocumentationTest, EveryCommandThatIsShownHasAPage) {
 
 TEST_F(DocumentationTest, APageTellsOptionsAndArgumentsAsTheyAreTyped) {
     EXPECT_EQ(command("send").usage(), "vark send [OPTIONS] [PATH...]");
-    EXPECT_EQ(command("connect").usage(), "vark connect [OPTIONS] --token-file FILE URL");
+    EXPECT_EQ(command("connect").usage(), "vark connect [OPTIONS] URL");
+    EXPECT_EQ(command("job file").usage(), "vark job file [OPTIONS] --job REF PATH...");
     EXPECT_EQ(command("remove").usage(), "vark remove [OPTIONS] ENTRY...");
     std::string send = page("man/vark-send.1");
     EXPECT_THAT(send, HasSubstr(".B \\-\\-outside\\-office\\-hours[=HOURS]\n"));
     EXPECT_THAT(send, HasSubstr(".B \\-\\-on\\-conflict ask|replace|skip\n"));
+    EXPECT_THAT(page("man/vark-job-find.1"), HasSubstr("vark job find [OPTIONS] QUERY..."));
     EXPECT_THAT(page("man/vark-resolve.1"), HasSubstr(".B \\-\\-replace\n"));
 }
 
 TEST_F(DocumentationTest, CompletionsKnowCommandsOptionsAndChoices) {
     for (const Document& shell : shellCompletions(commands)) {
-        for (const CommandWords& one : commands)
-            EXPECT_THAT(shell.content, HasSubstr(one.name)) << shell.path;
+        for (const CommandWords& one : commands) {
+            for (const std::string& word : splitKeepingEmpty(one.name, ' '))
+                EXPECT_THAT(shell.content, HasSubstr(word)) << shell.path;
+        }
         for (const char* known : {"on-conflict", "ask replace skip", "complete-entries", "json"})
             EXPECT_THAT(shell.content, HasSubstr(known)) << shell.path;
         EXPECT_THAT(shell.content, Not(HasSubstr("generate-docs"))) << shell.path;

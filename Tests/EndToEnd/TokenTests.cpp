@@ -73,7 +73,7 @@ TEST_F(Token, TakenAwayWhileSendingEndsTheRunAndLosesNothing) {
     EXPECT_THAT(vark.diary(), HasSubstr("Resuming"));
 }
 
-TEST_F(Token, IsWrittenNowhereButInItsOwnTwoFiles) {
+TEST_F(Token, IsWrittenNowhereButInItsOwnFiles) {
     SampleFile file = this->file("Take.mov", 20 * chunkSize);
     Process sending = startSend(file, {"--rate", "4MB", "--json"});
     ASSERT_TRUE(untilAnswered("PUT", "/u/", 200));
@@ -93,9 +93,10 @@ TEST_F(Token, IsWrittenNowhereButInItsOwnTwoFiles) {
                 holders.push_back(entry.path());
         }
     }
-    EXPECT_THAT(holders, testing::UnorderedElementsAre(box.tokenFile(), vark.find("connection.json")));
-    EXPECT_EQ(fs::status(*vark.find("connection.json")).permissions(),
-              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_THAT(holders, testing::UnorderedElementsAre(box.tokenFile(), vark.find("connection.json"),
+                                                       vark.find("secrets.json")));
+    for (const char* name : {"connection.json", "secrets.json"})
+        EXPECT_EQ(fs::status(*vark.find(name)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     for (const LoggedRequest& request : box.requests()) {
         bool isApplication = request.listener == "app" && request.target.starts_with("/api/");
         EXPECT_EQ(request.hadToken, isApplication) << request.listener << " " << request.target;

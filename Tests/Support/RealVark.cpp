@@ -24,8 +24,11 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
                            {"XDG_CONFIG_HOME", folder_ / "config"},
                            {"PATH", "/usr/bin:/bin"},
                            {"LANG", "C.UTF-8"},
-                           {"TERM", "xterm-256color"}};
-    options.environment.insert(place_.environment.begin(), place_.environment.end());
+                           {"TERM", "xterm-256color"},
+                           // There is no desktop session around a test.
+                           {"VARK_SECRET_STORE", "file"}};
+    for (const auto& [name, value] : place_.environment)
+        options.environment.insert_or_assign(name, value);
     options.startBy(place_.prefix);
     std::string run = std::to_string(++runs_);
     options.output = folder_ / ("runs/" + run + ".out");

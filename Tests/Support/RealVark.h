@@ -27,7 +27,7 @@ struct Finished {
 class RealVark {
   public:
     /// Another place than the test's own: what starts the program there, and what it finds in its environment
-    /// beside the usual.
+    /// beside the usual or instead.
     struct Place {
         std::vector<std::string> prefix{};
         std::map<std::string, std::string> environment{};
@@ -35,6 +35,9 @@ class RealVark {
 
     RealVark() : RealVark(Place()) {}
     explicit RealVark(Place place);
+
+    /// From the next run on.
+    void moveTo(Place place) { place_ = std::move(place); }
 
     /// A run that goes on beside the test. Its output is in files of its own.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
@@ -73,7 +76,7 @@ class RealVark {
     Process::Options options(std::vector<std::string> arguments);
     boost::json::array savedItems() const;
 
-    const Place place_;
+    Place place_;
     TemporaryFolder folder_;
     int runs_ = 0;
 };

@@ -3,14 +3,10 @@
 #include <fmt/format.h>
 
 #include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/Overloaded.h"
 
 namespace vark {
 namespace {
-
-template <class... Functions>
-struct Overloaded : Functions... {
-    using Functions::operator()...;
-};
 
 /// The vark's own words; an empty message says nothing to anyone.
 std::string wordsOr(const std::optional<std::string>& message, std::string otherwise) {

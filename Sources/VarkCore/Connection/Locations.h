@@ -28,6 +28,9 @@ class Locations {
     /// Where one process asks the one that has the queue to change it.
     std::filesystem::path requests() const { return storageFolder() / "requests"; }
 
+    /// The token of a person who keeps it in a file.
+    std::filesystem::path secrets() const { return storageFolder() / "secrets.json"; }
+
     std::filesystem::path logsFolder() const;
     std::filesystem::path transferLog() const { return logsFolder() / "transfer.log"; }
 

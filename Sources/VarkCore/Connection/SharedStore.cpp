@@ -1,8 +1,7 @@
 #include "VarkCore/Connection/SharedStore.h"
 
 #include "VarkCore/Connection/Locations.h"
-#include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Connection/SharedFile.h"
 #include "VarkCore/Services/Bundle.h"
 #include "VarkCore/Services/UserFolders.h"
 
@@ -23,33 +22,17 @@ SharedStore::Folder SharedStore::folder(const std::optional<std::string>& group,
 
 std::optional<SharedConnection> SharedStore::read(const Folder& folder) {
     if (!folder) return std::nullopt;
-    try {
-        return SharedConnection::fromJSON(parseJSON(readWholeFile(SharedFiles::connection(*folder))));
-    } catch (const FileError&) {
-        return std::nullopt;
-    } catch (const DecodingError&) {
-        return std::nullopt;
-    }
+    return SharedFile::read(SharedFiles::connection(*folder), SharedConnection::fromJSON);
 }
 
 bool SharedStore::write(const SharedConnection& connection, const Folder& folder) {
     if (!folder) return false;
-    std::error_code failure;
-    std::filesystem::create_directories(*folder, failure);
-    if (failure) return false;
-    try {
-        // The file holds the device token in the clear, so no one else may read it at any moment.
-        writeAtomically(SharedFiles::connection(*folder), connection.toJSON(), 0600);
-    } catch (const FileError&) {
-        return false;
-    }
-    return true;
+    // The file holds the device token in the clear, so no one else may read it at any moment.
+    return SharedFile::write(SharedFiles::connection(*folder), connection.toJSON(), Durability::synced);
 }
 
 void SharedStore::clear(const Folder& folder) {
-    if (!folder) return;
-    std::error_code ignored;
-    std::filesystem::remove(SharedFiles::connection(*folder), ignored);
+    if (folder) SharedFile::remove(SharedFiles::connection(*folder));
 }
 
 }  // namespace vark

@@ -65,6 +65,11 @@ mode_t umaskOfThisProcess() {
     return 0077;
 }
 
+Descriptor openForAppending(const std::filesystem::path& path) {
+    return Descriptor(
+        uninterrupted([&] { return open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600); }));
+}
+
 /// Nothing when somebody else has the lock and `operation` does not wait.
 bool takeLock(const Descriptor& file, const std::filesystem::path& path, int operation) {
     if (uninterrupted([&] { return flock(file.get(), operation); }) == 0) return true;
@@ -204,6 +209,18 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes, 
     if (uninterrupted([&] { return fsync(openFolder.get()); }) != 0 && errno != EINVAL) {
         throw FileError("Could not write", folder, errno);
     }
+}
+
+bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes) {
+    Descriptor file = openForAppending(path);
+    if (!file && errno == ENOENT) {
+        std::error_code ignored;
+        std::filesystem::create_directories(folderOf(path), ignored);
+        file = openForAppending(path);
+    }
+    if (!file) return false;
+    const ssize_t written = uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
+    return written >= 0 && static_cast<std::size_t>(written) == bytes.size();
 }
 
 void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing) {

@@ -93,6 +93,11 @@ enum class Durability { synced, cached };
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability = Durability::synced);
 
+/// Adds the bytes at the end of the file in one write, so that those of several processes do not mix. The
+/// file is made with mode 0600, and its folder too, if need be. Gives whether all bytes were written; never
+/// fails.
+bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes);
+
 enum class Replacing { refused, allowed };
 
 /// Puts a file that was written under another name of the same folder into its place, for everybody to read

@@ -1,5 +1,6 @@
 #include "VarkCore/Foundation/JSON.h"
 
+#include <algorithm>
 #include <boost/json/monotonic_resource.hpp>
 #include <charconv>
 #include <cmath>
@@ -66,6 +67,32 @@ const json::value* JSONFields::find(std::string_view key) const {
     return value == nullptr || value->is_null() ? nullptr : value;
 }
 
+Date JSONFields::iso8601(std::string_view key) const {
+    const std::optional<Date> date = optionalISO8601(key);
+    if (!date) throw missing(key);
+    return *date;
+}
+
+std::optional<Date> JSONFields::optionalISO8601(std::string_view key) const {
+    const auto text = optional<std::string_view>(key);
+    if (!text) return std::nullopt;
+    const std::optional<Date> date = dateFromISO8601(*text);
+    if (!date) throw wrongType(key, "a date");
+    return date;
+}
+
+UUID JSONFields::identifier(std::string_view key) const {
+    const std::optional<UUID> id = UUID::parse(required<std::string_view>(key));
+    if (!id) throw wrongType(key, "an identifier");
+    return *id;
+}
+
+std::size_t JSONFields::choice(std::string_view key, std::span<const std::string_view> texts) const {
+    const auto found = std::ranges::find(texts, required<std::string_view>(key));
+    if (found == texts.end()) throw wrongType(key, "a word that is known");
+    return static_cast<std::size_t>(found - texts.begin());
+}
+
 DecodingError JSONFields::missing(std::string_view key) {
     return DecodingError(std::string(key) + " is missing");
 }
@@ -123,7 +150,7 @@ JSONWriter& JSONWriter::close(char bracket) {
 void JSONWriter::separate() {
     if (text_.empty()) return;
     const char last = text_.back();
-    if (last != '{' && last != '[' && last != ':') text_ += ',';
+    if (last != '{' && last != '[' && last != ':' && last != '\n') text_ += ',';
 }
 
 JSONWriter& JSONWriter::key(std::string_view name) {

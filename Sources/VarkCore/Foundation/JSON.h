@@ -7,10 +7,14 @@
 #include <concepts>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/UUID.h"
 
 namespace vark {
 
@@ -59,6 +63,13 @@ class JSONFields {
         if (value == nullptr) return fallback;
         return read<T>(*value, key);
     }
+
+    /// A date as `iso8601` writes it, and an identifier as `UUID::text` does. Fail like `required`.
+    Date iso8601(std::string_view key) const;
+    std::optional<Date> optionalISO8601(std::string_view key) const;
+    UUID identifier(std::string_view key) const;
+    /// The place of a text among those that it may be. Fails like `required`.
+    std::size_t choice(std::string_view key, std::span<const std::string_view> texts) const;
 
     /// The value as it stands, or null when it is absent or JSON's null.
     const boost::json::value* find(std::string_view key) const;
@@ -146,6 +157,12 @@ class JSONWriter {
         return content ? field(name, *content) : *this;
     }
     JSONWriter& field(std::string_view name, const std::vector<std::string>& texts);
+
+    /// Ends one document of several that stand in a line each.
+    JSONWriter& endLine() {
+        text_ += '\n';
+        return *this;
+    }
 
     std::string take() { return std::move(text_); }
     const std::string& text() const { return text_; }

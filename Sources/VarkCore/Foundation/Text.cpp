@@ -1,6 +1,7 @@
 #include "VarkCore/Foundation/Text.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unicode/numberformatter.h>
 #include <unicode/uchar.h>
 #include <unicode/ucol.h>
@@ -113,6 +114,17 @@ std::string lowercased(std::string_view text) {
     return icu::UnicodeString::fromUTF8(text).toLower(icu::Locale("en", "AU")).toUTF8String(lower);
 }
 
+std::string_view trimmed(std::string_view text) {
+    const char* first = nullptr;
+    const char* last = nullptr;
+    forEachCharacter(text, [&](std::optional<char32_t> character, std::string_view bytes) {
+        if (character && u_isUWhiteSpace(static_cast<UChar32>(*character))) return;
+        if (first == nullptr) first = bytes.data();
+        last = bytes.data() + bytes.size();
+    });
+    return {first, last};
+}
+
 std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator) {
     std::vector<std::string> pieces;
     for (;;) {
@@ -123,14 +135,10 @@ std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator
     }
 }
 
-std::string tidiedVarkPath(std::string_view path) {
-    std::string tidied;
-    for (const std::string& piece : splitKeepingEmpty(path, '/')) {
-        if (piece.empty()) continue;
-        if (!tidied.empty()) tidied += '/';
-        tidied += piece;
-    }
-    return tidied;
+std::vector<std::string> pathComponents(std::string_view path) {
+    std::vector<std::string> components = splitKeepingEmpty(path, '/');
+    std::erase(components, "");
+    return components;
 }
 
 std::string_view withoutBlanksAround(std::string_view text) {
@@ -145,6 +153,10 @@ std::string_view withoutBlanksAround(std::string_view text) {
         place += bytes.size();
     });
     return end == 0 ? std::string_view() : text.substr(first, end - first);
+}
+
+std::string tidiedVarkPath(std::string_view path) {
+    return fmt::format("{}", fmt::join(pathComponents(path), "/"));
 }
 
 std::string_view lastPathComponent(std::string_view path) {

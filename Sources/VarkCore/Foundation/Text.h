@@ -16,9 +16,13 @@ std::string repairedUTF8(std::string_view text);
 /// Letters, the marks that belong to them, and numbers, as Unicode has them.
 bool isAlphanumeric(char32_t character);
 std::string lowercased(std::string_view text);
+/// Without the blanks and line ends at both ends.
+std::string_view trimmed(std::string_view text);
 
 /// Split at every `separator`, empty pieces kept.
 std::vector<std::string> splitKeepingEmpty(std::string_view text, char separator);
+/// The pieces between the "/" of a path, empty ones left out.
+std::vector<std::string> pathComponents(std::string_view path);
 /// The text without the blanks and tabs, of whatever script, at its ends.
 std::string_view withoutBlanksAround(std::string_view text);
 /// What stands behind the last "/", or the whole text.

@@ -14,8 +14,8 @@ constexpr std::array<std::string_view, 8> reasonNames = {
 
 MountPlan planByToken(const MountDecision::Situation& situation) {
     if (!situation.finderOn) return MountPlan(MountPlan::TakeAway{});
-    if (situation.token.found() != nullptr) return MountPlan(MountPlan::Bring{});
-    if (const TokenRead::Unreadable* unreadable = situation.token.unreadable()) {
+    if (situation.token.token()) return MountPlan(MountPlan::Bring{});
+    if (const auto* unreadable = std::get_if<Keychain::TokenRead::Unreadable>(&situation.token.which())) {
         return MountPlan(MountPlan::LeaveAlone{
             fmt::format("could not read this Mac's token (keychain said {}), so the vark is left in the "
                         "Finder as it is",

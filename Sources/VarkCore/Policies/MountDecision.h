@@ -5,7 +5,7 @@
 #include <string_view>
 #include <variant>
 
-#include "VarkCore/Connection/TokenRead.h"
+#include "VarkCore/Connection/Keychain.h"
 
 namespace vark {
 
@@ -60,7 +60,7 @@ struct MountDecision {
         SyncReason reason = SyncReason::launch;
         /// The person wants it there.
         bool finderOn = false;
-        TokenRead token = TokenRead(TokenRead::Missing{});
+        Keychain::TokenRead token = Keychain::TokenRead::Missing{};
         /// There is a record of a connection.
         bool stored = false;
     };

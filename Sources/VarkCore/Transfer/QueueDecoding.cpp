@@ -7,42 +7,22 @@
 namespace vark {
 namespace {
 
-DecodingError notA(std::string_view key, const char* wanted) {
-    return DecodingError(std::string(key) + " is not " + wanted);
-}
-
-UUID identity(const JSONFields& fields, std::string_view key) {
-    const std::optional<UUID> id = UUID::parse(fields.required<std::string_view>(key));
-    if (!id) throw notA(key, "an identifier");
-    return *id;
-}
-
-Date dateOf(std::string_view key, std::string_view text) {
-    const std::optional<Date> date = dateFromISO8601(text);
-    if (!date) throw notA(key, "a date");
-    return *date;
-}
-
-Date date(const JSONFields& fields, std::string_view key) {
-    return dateOf(key, fields.required<std::string_view>(key));
-}
-
 ItemState state(const JSONFields& fields, std::string_view key) {
     const std::optional<ItemState> state = itemState(fields.required<std::string_view>(key));
-    if (!state) throw notA(key, "a state");
+    if (!state) throw DecodingError(std::string(key) + " is not a state");
     return *state;
 }
 
 TransferJob jobOf(const boost::json::value& value) {
     const JSONFields fields(value);
     TransferJob job;
-    job.id = identity(fields, "id");
+    job.id = fields.identifier("id");
     job.title = fields.required<std::string>("title");
     job.destination = fields.required<std::string>("destination");
     job.clientName = fields.required<std::string>("clientName");
     job.entries = fields.required<std::vector<TransferEntry>>("entries");
     job.items = fields.required<std::vector<TransferItem>>("items");
-    job.createdAt = date(fields, "createdAt");
+    job.createdAt = fields.iso8601("createdAt");
     job.isPaused = fields.required<bool>("isPaused");
     job.pausedByVark = fields.optional<bool>("pausedByVark");
     job.ingest = fields.optional<IngestInfo>("ingest");
@@ -54,8 +34,8 @@ TransferJob jobOf(const boost::json::value& value) {
 TransferItem TransferItem::fromJSON(const boost::json::value& value) {
     const JSONFields fields(value);
     TransferItem item;
-    item.id = identity(fields, "id");
-    item.entryID = identity(fields, "entryID");
+    item.id = fields.identifier("id");
+    item.entryID = fields.identifier("entryID");
     item.localPath = fields.required<std::string_view>("localPath");
     item.relativePath = fields.required<std::string_view>("relativePath");
     item.size = fields.required<std::int64_t>("size");
@@ -70,23 +50,21 @@ TransferItem TransferItem::fromJSON(const boost::json::value& value) {
     item.alreadyThere = fields.required<bool>("alreadyThere");
     item.error = fields.optional<std::string>("error");
     item.attempts = fields.required<std::int32_t>("attempts");
-    if (const auto text = fields.optional<std::string_view>("finishedAt")) {
-        item.finishedAt = dateOf("finishedAt", *text);
-    }
+    item.finishedAt = fields.optionalISO8601("finishedAt");
     return item;
 }
 
 TransferEntry TransferEntry::fromJSON(const boost::json::value& value) {
     const JSONFields fields(value);
     TransferEntry entry;
-    entry.id = identity(fields, "id");
+    entry.id = fields.identifier("id");
     entry.localPath = fields.required<std::string>("localPath");
     entry.name = fields.required<std::string>("name");
     entry.isFolder = fields.required<bool>("isFolder");
     entry.fileCount = fields.required<std::int64_t>("fileCount");
     entry.totalBytes = fields.required<std::int64_t>("totalBytes");
     entry.volumeName = fields.optional<std::string>("volumeName");
-    entry.addedAt = date(fields, "addedAt");
+    entry.addedAt = fields.iso8601("addedAt");
     return entry;
 }
 
@@ -100,7 +78,7 @@ IngestInfo IngestInfo::fromJSON(const boost::json::value& value) {
     ingest.emailMe = fields.required<bool>("emailMe");
     ingest.keepAwake = fields.required<bool>("keepAwake");
     ingest.leftOut = fields.required<std::vector<std::string>>("leftOut");
-    ingest.startedAt = date(fields, "startedAt");
+    ingest.startedAt = fields.iso8601("startedAt");
     ingest.reported = fields.required<bool>("reported");
     return ingest;
 }
@@ -116,7 +94,7 @@ std::optional<TransferJob> decodeQueue(std::string_view bytes) {
 
     const JSONFields fields(document);
     fields.required<std::int64_t>("version");
-    date(fields, "savedAt");
+    fields.iso8601("savedAt");
     const boost::json::value* value = fields.find("job");
     if (value == nullptr) return std::nullopt;
     TransferJob job = jobOf(*value);

@@ -1,12 +1,10 @@
 #include "VarkCore/Transfer/TransferLog.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cmath>
+#include <cstdio>
 
 #include "VarkCore/Connection/Locations.h"
 #include "VarkCore/Foundation/Files.h"
@@ -15,10 +13,6 @@
 
 namespace vark {
 namespace {
-
-Descriptor openForAppending(const std::filesystem::path& path) {
-    return Descriptor(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-}
 
 int secondOfMinute(Date date) {
     const double since1970 = std::floor(date.since1970());
@@ -53,15 +47,7 @@ void TransferLog::write(std::string_view message) {
     const std::string text = line(message);
     const Locked locked(lock_);
     rollIfTooLarge();
-    Descriptor file = openForAppending(url_);
-    if (!file && errno == ENOENT) {
-        std::error_code ignored;
-        std::filesystem::create_directories(url_.parent_path(), ignored);
-        file = openForAppending(url_);
-    }
-    if (!file) return;
-    // In one call, so that the lines of several processes do not mix.
-    [[maybe_unused]] const ssize_t written = ::write(file.get(), text.data(), text.size());
+    appendInOneWrite(url_, text);
 }
 
 std::string TransferLog::tail(std::size_t count) const {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "VarkCore/Foundation/StableSort.h"
+
 namespace vark {
 namespace {
 
@@ -36,6 +38,32 @@ TEST(Text, SplitsAndKeepsEmptyPieces) {
     EXPECT_EQ(lastPathComponent("a/b"), "b");
     EXPECT_EQ(lastPathComponent("a/"), "");
     EXPECT_EQ(lastPathComponent("a"), "a");
+}
+
+TEST(Text, SplitsPathsAndLeavesEmptyPiecesOut) {
+    using Pieces = std::vector<std::string>;
+    EXPECT_EQ(pathComponents("/Jobs//2024/"), (Pieces{"Jobs", "2024"}));
+    EXPECT_EQ(pathComponents("/"), Pieces{});
+}
+
+TEST(Text, TakesBlanksOffTheEnds) {
+    struct Case {
+        const char* text;
+        const char* without;
+    };
+    for (const Case& each : {Case{" a b\t", "a b"}, Case{"\u3000\u00A0\u00E9 ", "\u00E9"}, Case{"a\n", "a\n"},
+                             Case{" \xFF ", "\xFF"}, Case{"  ", ""}, Case{"", ""}}) {
+        EXPECT_EQ(withoutBlanksAround(each.text), each.without);
+    }
+}
+
+TEST(StableSort, LeavesWhatIsEqualInItsOrder) {
+    std::vector<std::pair<int, char>> values = {{2, 'a'}, {1, 'b'}, {2, 'c'}, {1, 'd'}, {3, 'e'}};
+    stableSort(values, std::greater(), &std::pair<int, char>::first);
+    std::string order;
+    for (const auto& [key, name] : values)
+        order += name;
+    EXPECT_EQ(order, "eacbd");
 }
 
 TEST(Text, WritesNumbersWithThousandsSeparators) {

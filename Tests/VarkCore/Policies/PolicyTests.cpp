@@ -78,6 +78,7 @@ TEST(SingleInstance, TakesTheLockOnceAndLetsADiskProblemPass) {
 }
 
 TEST(MountDecision, TakesFilesAwayOnlyForAClearAnswer) {
+    using TokenRead = Keychain::TokenRead;
     const TokenRead found(TokenRead::Found{"secret"});
     const TokenRead unreadable(TokenRead::Unreadable{-25308});
     const TokenRead missing(TokenRead::Missing{});

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "Hosts/CLI/Surroundings.h"
+
+namespace vark::cli {
+
+// How this machine gets its token. Each fails with a `CommandError`, and with `VarkAPIError` when the vark
+// could not be used.
+
+/// With a code that the person has read off the portal.
+std::string signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::string& code);
+
+/// In the browser: shows the address, has the desktop open it, and waits for the person's answer there.
+std::string signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL& server);
+
+}  // namespace vark::cli

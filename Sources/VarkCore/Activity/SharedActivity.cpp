@@ -1,0 +1,88 @@
+#include "VarkCore/Activity/SharedActivity.h"
+
+#include <fmt/format.h>
+
+#include "VarkCore/Activity/ActivityHistory.h"
+#include "VarkCore/Connection/Locations.h"
+#include "VarkCore/Connection/SharedFile.h"
+
+namespace vark {
+namespace {
+
+constexpr std::size_t mostLines = 40;
+
+std::vector<ActivityEntry> decode(const boost::json::value& value) {
+    if (!value.is_array()) throw DecodingError("not an array");
+    std::vector<ActivityEntry> entries;
+    for (const boost::json::value& record : value.get_array())
+        entries.push_back(ActivityEntry::fromJSON(record));
+    return entries;
+}
+
+bool write(const std::vector<ActivityEntry>& entries, const std::filesystem::path& folder) {
+    JSONWriter json;
+    json.beginArray();
+    for (const ActivityEntry& entry : entries)
+        entry.encode(json);
+    json.endArray();
+    // All of it stands in the history too, so nobody waits for the disk.
+    return SharedFile::write(SharedFiles::activity(folder), json.text(), Durability::cached);
+}
+
+void putInFront(std::vector<ActivityEntry>& entries, const ActivityEntry& entry) {
+    entries.insert(entries.begin(), entry);
+    if (entries.size() > mostLines) entries.resize(mostLines);
+}
+
+/// Whether the newest line takes the entry up.
+bool folds(const std::vector<ActivityEntry>& entries, const ActivityEntry& entry, Date now) {
+    return !entries.empty() && entry.group && entries.front().group == entry.group &&
+           now - entries.front().at < ActivityHistory::secondsOfFolding && entry.many;
+}
+
+}  // namespace
+
+std::vector<ActivityEntry> SharedActivity::read(const Folder& folder) {
+    if (!folder) return {};
+    return SharedFile::read(SharedFiles::activity(*folder), decode).value_or(std::vector<ActivityEntry>());
+}
+
+bool SharedActivity::append(const ActivityEntry& entry, const Folder& folder) {
+    if (!folder) return false;
+    ActivityHistory::append(entry, folder);
+    std::vector<ActivityEntry> entries = read(folder);
+    putInFront(entries, entry);
+    return write(entries, *folder);
+}
+
+bool SharedActivity::note(const ActivityEntry& entry, const Folder& folder, Date now) {
+    if (!folder) return false;
+    ActivityHistory::append(entry, folder);
+    std::vector<ActivityEntry> entries = read(folder);
+    if (folds(entries, entry, now)) {
+        entries.front().takeUpOne(*entry.many);
+        entries.front().at = now;
+    } else {
+        putInFront(entries, entry);
+    }
+    return write(entries, *folder);
+}
+
+void SharedActivity::clear(const Folder& folder) {
+    if (folder) SharedFile::remove(SharedFiles::activity(*folder));
+}
+
+std::string SharedActivity::when(Date date, Date now, const Calendar& calendar) {
+    constexpr double minute = 60;
+    constexpr double hour = 3600;
+    constexpr double day = 86'400;
+    const double age = now - date;
+    if (age < minute) return "just now";
+    if (age < hour) return fmt::format("{} min ago", static_cast<int>(age / minute));
+    if (age < 2 * hour) return "1 hour ago";
+    if (age < day) return fmt::format("{} hours ago", static_cast<int>(age / hour));
+    if (age < 2 * day) return "yesterday";
+    return calendar.format(date, "d MMM");
+}
+
+}  // namespace vark

@@ -1,0 +1,139 @@
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <charconv>
+#include <map>
+#include <numeric>
+#include <random>
+#include <ranges>
+
+#include "Tests/Support/Process.h"
+#include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Activity/ActivityHistory.h"
+#include "VarkCore/Activity/SharedActivity.h"
+#include "VarkCore/Connection/Locations.h"
+#include "VarkCore/Sync/SharedSync.h"
+
+namespace vark {
+namespace {
+
+using test::Process;
+
+const Date noon = Date::fromSince1970(1'740'000'000);
+
+/// One folder, and real processes that share it.
+class ManyProcesses : public testing::Test {
+  protected:
+    Process start(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin() + 1, shared->native());
+        const std::string number = std::to_string(++started_);
+        Process::Options options;
+        options.program = VARK_STATUS_WRITER;
+        options.arguments = std::move(arguments);
+        options.output = folder / (number + ".output");
+        options.errors = folder / (number + ".errors");
+        return Process(options);
+    }
+    void expectAllEndWell(std::vector<Process>& processes) {
+        for (Process& process : processes)
+            EXPECT_EQ(process.wait(std::chrono::minutes(10)).code, 0) << process.errors();
+    }
+    /// The numbers of each writer's lines, in the order of the file.
+    std::map<std::string, std::vector<int>> linesInHistory() const {
+        std::map<std::string, std::vector<int>> lines;
+        const std::vector<ActivityEntry> entries = ActivityHistory::read(shared, noon);
+        for (const ActivityEntry& entry : entries | std::views::reverse) {
+            const std::size_t blank = entry.text.find(' ');
+            int number = -1;
+            std::from_chars(entry.text.data() + blank + 1, entry.text.data() + entry.text.size(), number);
+            lines[entry.text.substr(0, blank)].push_back(number);
+        }
+        return lines;
+    }
+    ino_t historyFile() const {
+        struct stat values{};
+        return stat(SharedFiles::history(*shared).c_str(), &values) == 0 ? values.st_ino : 0;
+    }
+
+    TemporaryFolder folder;
+    SharedStore::Folder shared = folder / "shared";
+
+  private:
+    int started_ = 0;
+};
+
+TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoneOfTenThousandChanges) {
+    constexpr int changes = 2500;
+    std::vector<Process> writers;
+    for (const char* name : {"a", "b", "c", "d"})
+        writers.push_back(start({"sync", name, std::to_string(changes)}));
+    expectAllEndWell(writers);
+    EXPECT_TRUE(SharedSync::read(shared, noon).empty()) << "each finished what it had begun";
+}
+
+TEST_F(ManyProcesses, AWriterThatIsKilledLeavesABoardThatIsReadAndWritten) {
+    const auto seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (int round = 0; round < 20; ++round) {
+        Process writer = start({"sync-for-ever"});
+        const auto changesBefore = static_cast<std::int64_t>(random() % 40 + 1);
+        const auto standing = [&] {
+            const std::vector<SyncOp> ops = SharedSync::read(shared, noon);
+            const auto found = std::ranges::find(ops, "stands", &SyncOp::path);
+            return found == ops.end() ? std::int64_t{0} : found->done;
+        };
+        while (standing() < changesBefore)
+            ASSERT_FALSE(writer.hasEnded()) << writer.errors();
+        writer.kill();
+        const std::size_t records = SharedSync::read(shared, noon).size();
+        ASSERT_GE(records, 1U) << "the file cannot be read";
+        SharedSync::begin(SyncOp(SyncOp::Kind::bin, std::to_string(round), 1, noon), shared);
+        ASSERT_EQ(SharedSync::read(shared, noon).size(), records + 1);
+        SharedSync::clear(shared);
+    }
+}
+
+TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
+    constexpr int lines = 60;
+    std::vector<Process> writers;
+    for (int number = 0; number < 8; ++number)
+        writers.push_back(start({"lines", std::to_string(number), std::to_string(lines), "9000"}));
+    expectAllEndWell(writers);
+    std::vector<int> all(lines);
+    std::iota(all.begin(), all.end(), 0);
+    const std::map<std::string, std::vector<int>> written = linesInHistory();
+    EXPECT_EQ(written.size(), writers.size());
+    for (const auto& [writer, numbers] : written)
+        EXPECT_EQ(numbers, all) << writer;
+    EXPECT_EQ(SharedActivity::read(shared).size(), 40U);
+}
+
+TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
+    constexpr int lines = 2000;
+    Process writer = start({"lines", "w", std::to_string(lines), "6000"});
+    std::size_t prunes = 0;
+    bool hasEnded = false;
+    while (!hasEnded) {
+        hasEnded = writer.hasEnded();
+        const ino_t before = historyFile();
+        ActivityHistory::read(shared, noon);
+        if (before != 0 && historyFile() != before) ++prunes;
+    }
+    EXPECT_EQ(writer.wait().code, 0);
+    ASSERT_GE(prunes, 1U);
+
+    const std::vector<int> left = linesInHistory()["w"];
+    ASSERT_FALSE(left.empty());
+    std::size_t gaps = left.front() == 0 ? 0 : 1;
+    for (std::size_t place = 1; place < left.size(); ++place) {
+        ASSERT_GT(left[place], left[place - 1]);
+        if (left[place] != left[place - 1] + 1) ++gaps;
+    }
+    if (left.back() != lines - 1) ++gaps;
+    EXPECT_LE(gaps, prunes) << "each prune opens one gap at most";
+}
+
+}  // namespace
+}  // namespace vark
