@@ -1,6 +1,5 @@
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/QueueHolder.h"
-#include "VarkCore/Connection/ExtensionLog.h"
 #include "VarkCore/Policies/LocalCache.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/Rescue.h"
@@ -27,9 +26,11 @@ std::vector<LocalCache::Place> placesOf(Surroundings& surroundings) {
         {"A queue that could not be read", locations.damagedQueue()},
         {"Requests between terminals", locations.requests()},
         {"Diaries", locations.logsFolder(), {locations.transferLog().filename().string()}}};
-    if (const auto shared = ExtensionLog::url(surroundings.sharedFolder()))
-        places.push_back(
-            {"Diaries of the other programs", shared->parent_path(), {shared->filename().string()}});
+    if (const SharedStore::Folder& folder = surroundings.sharedFolder()) {
+        const std::filesystem::path log = SharedFiles::extensionsLog(*folder);
+        places.push_back({"Diaries of the other programs", log.parent_path(), {log.filename().string()}});
+        places.push_back({"The history of what was done", SharedFiles::history(*folder)});
+    }
     return places;
 }
 

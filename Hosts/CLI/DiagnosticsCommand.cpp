@@ -2,9 +2,9 @@
 
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/QueueHolder.h"
-#include "VarkCore/Connection/ExtensionLog.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Policies/Diagnostics.h"
+#include "VarkCore/Sync/SharedSync.h"
 #include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
@@ -23,7 +23,8 @@ struct DiagnosticsOptions {
 
 std::map<std::string, std::filesystem::path> logsOf(Surroundings& surroundings) {
     std::map<std::string, std::filesystem::path> logs{{"transfer", surroundings.locations().transferLog()}};
-    if (const auto shared = ExtensionLog::url(surroundings.sharedFolder())) logs["extensions"] = *shared;
+    if (const SharedStore::Folder& folder = surroundings.sharedFolder())
+        logs["extensions"] = SharedFiles::extensionsLog(*folder);
     return logs;
 }
 
@@ -36,11 +37,13 @@ DiagnosticsReport::Snapshot snapshotOf(Surroundings& surroundings) {
     DiagnosticsReport::Snapshot snapshot;
     try {
         if (const std::optional<TransferJob> job = surroundings.store().load())
-            snapshot = Diagnostics::ofQueue(*job);
+            Diagnostics::addQueue(snapshot, *job);
     } catch (const std::exception& error) {
         snapshot.problems = 1;
         snapshot.problemReasons = {std::string("The saved queue cannot be read: ") + error.what()};
     }
+    Diagnostics::addOwed(snapshot,
+                         SyncSummary(SharedSync::read(surroundings.sharedFolder(), surroundings.date())));
     const Locations& locations = surroundings.locations();
     snapshot.permissions = {{"storage folder", writability(locations.storageFolder())},
                             {"logs folder", writability(locations.logsFolder())}};
@@ -48,6 +51,7 @@ DiagnosticsReport::Snapshot snapshotOf(Surroundings& surroundings) {
         snapshot.permissions["shared folder"] = writability(*surroundings.sharedFolder());
     snapshot.finder = notHere;
     snapshot.updater = notHere;
+    snapshot.lanNodes = static_cast<std::int64_t>(surroundings.lan().all().size());
     std::error_code unknown;
     const std::filesystem::space_info space =
         std::filesystem::space(locations.storageFolder().parent_path(), unknown);
@@ -70,9 +74,8 @@ void print(Console& console, const DiagnosticsReport& report, bool json) {
     }
     const DiagnosticsReport::Snapshot& snapshot = report.snapshot;
     console.print(fmt::format("Version: {} on {}", report.appVersion, report.osVersion));
-    console.print(fmt::format("Queue: {} to go, {} failed, {} waiting for a decision",
-                              Format::number(snapshot.queued), Format::number(snapshot.problems),
-                              Format::number(snapshot.waiting)));
+    console.print(fmt::format("{} to go, {}, {} waiting", Format::count(snapshot.queued, "file"),
+                              Format::count(snapshot.problems, "problem"), Format::number(snapshot.waiting)));
     for (const std::string& reason : snapshot.problemReasons)
         console.print("  " + reason);
     for (const auto& [name, state] : snapshot.permissions)

@@ -35,13 +35,6 @@ Task<QueueAnswer> carryOutAndSay(TransferEngine& engine, QueueDesk& desk, QueueR
     co_return answer;
 }
 
-/// Only for people who look: the lock is what counts, and it ends with the process.
-void noteHolder(const FileLock& lock) {
-    const std::string pid = std::to_string(getpid()) + "\n";
-    if (ftruncate(lock.descriptor(), 0) == 0) [[maybe_unused]]
-        ssize_t noted = pwrite(lock.descriptor(), pid.data(), pid.size(), 0);
-}
-
 QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& request) {
     const std::optional<SharedConnection> connection = surroundings.connection();
     TransferEngine engine(apiIfConnected(surroundings, connection), surroundings.store(), surroundings.log(),
@@ -72,7 +65,6 @@ QueueLock takeQueue(Surroundings& surroundings) {
     // Who holds the lock is alone, whoever else is starting. Only where it cannot be had does the list count.
     if (!lock.held) seen.others = surroundings.platform.otherSenders();
     if (!std::holds_alternative<SingleInstance::CarryOn>(SingleInstance::verdict(seen))) return nullptr;
-    if (lock.held) noteHolder(*lock.held);
     return std::make_shared<SingleInstance::Lock>(std::move(lock));
 }
 

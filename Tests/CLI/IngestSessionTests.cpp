@@ -80,22 +80,6 @@ TEST_F(IngestSessionTest, WaitsForACardThatIsPulledOutAndForNoOtherOfItsName) {
     EXPECT_EQ(vark.files.size(), 3U);
 }
 
-TEST_F(IngestSessionTest, ARunThatWasEndedIsCarriedOnWithoutAnotherAnnouncement) {
-    begin(card({"MISC"}));
-    ASSERT_TRUE(world.passTime([&] { return !vark.uploads.empty(); }));
-    session->interrupt();
-    EXPECT_EQ(runOn(), ExitCode::interrupted);
-    pull();
-    begin({});
-    ASSERT_TRUE(world.passTime([&] { return printed().ends_with(waiting); }, std::chrono::seconds(1)));
-    plug();
-    EXPECT_EQ(runOn(), ExitCode::allLanded);
-    EXPECT_EQ(server.announced.size(), 1U);
-    EXPECT_THAT(server.reports.at(0).leftOut, ElementsAre("MISC"));
-    EXPECT_THAT(printed(), HasSubstr("Do not clear ALPHA yet"));
-    EXPECT_FALSE(vark.files.contains("Jobs/ALPHA/MISC/x.dat"));
-}
-
 TEST_F(IngestSessionTest, TellsWhatFailedAndWhatWasSkipped) {
     vark.files["Jobs/ALPHA/DCIM/2.jpg"] = "other";
     vark.lasting.insert({"finish", VarkAPIError::server(403, "No room.")});

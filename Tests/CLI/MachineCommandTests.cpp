@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/QueueHolder.h"
-#include "Tests/CLI/CLIWorld.h"
-#include "VarkCore/Foundation/Files.h"
+#include "Tests/CLI/CommandLine.h"
 
 namespace vark::cli {
 namespace {
@@ -15,23 +13,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class MachineCommand : public ::testing::Test {
+class MachineCommand : public test::CommandLine {
   public:
-    ExitCode vark(std::vector<std::string> arguments) {
-        world.results.str("");
-        world.advice.str("");
-        arguments.insert(arguments.begin(), "vark");
-        std::vector<const char*> pointers;
-        for (const std::string& argument : arguments)
-            pointers.push_back(argument.c_str());
-        return runCommandLine(static_cast<int>(pointers.size()), pointers.data(), world.platform,
-                              world.console);
-    }
     void mount(const Volume& volume) { world.platform.mounted.table.push_back(volume); }
-    std::string printed() const { return world.results.str(); }
-    std::string said() const { return world.advice.str(); }
-
-    test::CLIWorld world;
 };
 
 TEST_F(MachineCommand, VolumesAreNamedForWhatTheyAre) {
@@ -78,7 +62,7 @@ TEST_F(MachineCommand, AnIngestNamesOneVolumeThatIsNotTheStartUpDisk) {
         EXPECT_EQ(vark(one.arguments), one.code) << ::testing::PrintToString(one.arguments) << said();
         EXPECT_THAT(said(), HasSubstr(one.said));
     }
-    EXPECT_EQ(world.platform.vark->announced.size(), 0U);
+    EXPECT_TRUE(server.announced.empty());
 }
 
 TEST_F(MachineCommand, DiagnosticsAreShownAndSentOnlyWhenAsked) {
@@ -89,7 +73,7 @@ TEST_F(MachineCommand, DiagnosticsAreShownAndSentOnlyWhenAsked) {
     EXPECT_THAT(printed(), HasSubstr("on TestOS 1\n"));
     EXPECT_THAT(printed(), HasSubstr("Bearer [token] is not known here\n"));
     EXPECT_THAT(printed(), Not(HasSubstr("secret")));
-    std::vector<DiagnosticsReport>& sent = world.platform.vark->diagnostics;
+    std::vector<DiagnosticsReport>& sent = server.diagnostics;
     EXPECT_EQ(sent.size(), 0U);
 
     EXPECT_EQ(vark({"diagnostics", "--send", "--json"}), ExitCode::allLanded);

@@ -15,6 +15,13 @@ std::string withoutFirstPiece(const std::string& text) {
     return end == std::string::npos ? "" : text.substr(end + 1);
 }
 
+void addProblem(DiagnosticsReport::Snapshot& snapshot, const std::optional<std::string>& reason) {
+    ++snapshot.problems;
+    std::vector<std::string>& reasons = snapshot.problemReasons;
+    if (reason && reasons.size() < mostReasons && std::ranges::count(reasons, *reason) == 0)
+        reasons.push_back(*reason);
+}
+
 void takeOut(std::string& text, std::string_view token) {
     constexpr std::string_view inPlace = "[token]";
     for (std::size_t place = text.find(token); place != std::string::npos;
@@ -41,18 +48,18 @@ Diagnostics::NewInLogs Diagnostics::newIn(const std::map<std::string, std::files
     return news;
 }
 
-DiagnosticsReport::Snapshot Diagnostics::ofQueue(const TransferJob& job) {
-    DiagnosticsReport::Snapshot snapshot;
+void Diagnostics::addQueue(DiagnosticsReport::Snapshot& snapshot, const TransferJob& job) {
     for (const TransferItem& item : job.items) {
         if (item.state == ItemState::queued || isInFlight(item.state)) ++snapshot.queued;
         if (needsDecision(item.state)) ++snapshot.waiting;
-        if (item.state != ItemState::failed) continue;
-        ++snapshot.problems;
-        std::vector<std::string>& reasons = snapshot.problemReasons;
-        if (item.error && reasons.size() < mostReasons && std::ranges::count(reasons, *item.error) == 0)
-            reasons.push_back(*item.error);
+        if (item.state == ItemState::failed) addProblem(snapshot, item.error);
     }
-    return snapshot;
+}
+
+void Diagnostics::addOwed(DiagnosticsReport::Snapshot& snapshot, const SyncSummary& owed) {
+    snapshot.waiting += static_cast<std::int64_t>(owed.waiting.size());
+    for (const SyncOp& op : owed.problems)
+        addProblem(snapshot, op.reason);
 }
 
 DiagnosticsReport Diagnostics::without(std::string_view token, DiagnosticsReport report) {

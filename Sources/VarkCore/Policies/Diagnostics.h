@@ -7,6 +7,7 @@
 
 #include "VarkCore/API/DiagnosticsReport.h"
 #include "VarkCore/Policies/LogCursor.h"
+#include "VarkCore/Sync/SyncSummary.h"
 #include "VarkCore/Transfer/QueueModel.h"
 
 namespace vark {
@@ -25,8 +26,9 @@ struct Diagnostics {
     /// At most `cap` bytes of each log, in whole lines where something had to be left out.
     static NewInLogs newIn(const std::map<std::string, std::filesystem::path>& logs,
                            const LogCursors& cursors, std::int64_t cap);
-    /// What the queue says about itself; the other fields are left to the caller.
-    static DiagnosticsReport::Snapshot ofQueue(const TransferJob& job);
+    /// What the queue and the board of what is owed say; the other fields are left to the caller.
+    static void addQueue(DiagnosticsReport::Snapshot& snapshot, const TransferJob& job);
+    static void addOwed(DiagnosticsReport::Snapshot& snapshot, const SyncSummary& owed);
     /// The report with every occurrence of the token taken out of its texts: the answers of servers and
     /// proxies, which stand in logs, may repeat what they were sent.
     static DiagnosticsReport without(std::string_view token, DiagnosticsReport report);

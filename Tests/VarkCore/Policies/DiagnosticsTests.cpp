@@ -30,7 +30,7 @@ TEST(Diagnostics, CarriesOnlyWhatIsNewInEachLogAndInWholeLinesWhereItCuts) {
     }
 }
 
-TEST(Diagnostics, CountsTheQueueAndNamesEachReasonOnce) {
+TEST(Diagnostics, CountsTheQueueAndWhatIsOwedAndNamesEachReasonOnce) {
     TransferJob job;
     const auto add = [&job](ItemState state, const char* error) {
         TransferItem item;
@@ -46,10 +46,16 @@ TEST(Diagnostics, CountsTheQueueAndNamesEachReasonOnce) {
     add(ItemState::failed, "No room.");
     add(ItemState::failed, "No room.");
     add(ItemState::failed, "Too large.");
-    const DiagnosticsReport::Snapshot snapshot = Diagnostics::ofQueue(job);
+    std::vector<SyncOp> ops(3, SyncOp(SyncOp::Kind::bin, "a", 0, Date{}));
+    ops[0].state = SyncOp::State::waiting;
+    ops[1].state = ops[2].state = SyncOp::State::problem;
+    ops[1].reason = "No room.";
+    DiagnosticsReport::Snapshot snapshot;
+    Diagnostics::addQueue(snapshot, job);
+    Diagnostics::addOwed(snapshot, SyncSummary(ops));
     EXPECT_EQ(snapshot.queued, 2);
-    EXPECT_EQ(snapshot.waiting, 1);
-    EXPECT_EQ(snapshot.problems, 3);
+    EXPECT_EQ(snapshot.waiting, 2);
+    EXPECT_EQ(snapshot.problems, 5);
     EXPECT_THAT(snapshot.problemReasons, ElementsAre("No room.", "Too large."));
 }
 
