@@ -36,7 +36,7 @@ if(VARK_SANITIZE)
   target_link_options(VarkOptions INTERFACE -fsanitize=${VARK_SANITIZE})
 endif()
 
-# vark_uses_bus(PROGRAM): a program that talks to the system's bus through libraries that no sanitizer has seen.
+# vark_uses_bus(PROGRAM): a program that talks to a bus through libraries that no sanitizer has seen.
 function(vark_uses_bus name)
   if(VARK_SANITIZE MATCHES thread)
     target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/ThreadSanitizerRules.cpp)

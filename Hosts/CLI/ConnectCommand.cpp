@@ -172,9 +172,11 @@ void keep(Surroundings& surroundings, TokenKeeper& keeper, const SharedConnectio
           const std::optional<std::string>& authority) {
     const std::filesystem::path& folder = neededFolder(surroundings);
     const std::optional<SharedConnection> before = surroundings.connection();
+    const TokenKeeper::Place placeBefore = TokenKeeper::placeInUse(surroundings);
     if (before && before->server != connection.server) SharedStore::clear(folder);
     keeper.keep(connection.token);
     writeConnection(folder, connection, authority);
+    if (before && placeBefore != keeper.place()) TokenKeeper(surroundings, placeBefore).forget(*before);
 }
 
 ExitCode connect(Surroundings& surroundings, const ConnectOptions& options) {

@@ -16,6 +16,7 @@ class TokenKeeper {
     TokenKeeper(Surroundings& surroundings, Place place);
     /// Where the token of the connection lies.
     static Place placeInUse(Surroundings& surroundings);
+    Place place() const { return place_; }
 
     /// Makes ready to keep a token, which may ask the person to open the keychain. Fails with a
     /// `CommandError`.

@@ -1,12 +1,15 @@
 #include "Tests/EndToEnd/EndToEndTest.h"
+#include "Tests/Support/Browser.h"
 
 namespace vark::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 namespace fs = std::filesystem;
 
-/// A machine that is not connected, whose browser is the test.
+/// A machine that is not connected, whose desktop hands addresses to the test.
 class SignIn : public testing::Test {
   protected:
     explicit SignIn(RealBox::Options options = {}) : box(std::move(options)) {
@@ -22,16 +25,23 @@ class SignIn : public testing::Test {
         options.insert(options.begin(), {"connect", box.url(), "--ca-file", box.authority().string()});
         return options;
     }
-    /// Presses a button of the page that the machine opens, and waits for the end of the run.
-    Finished answer(const std::string& button) {
+    /// The page that the machine opens for signing in.
+    std::string openedPage(const Process& run) const {
         const FileWatch watch(vark.home());
-        Process run = vark.start(connecting());
         const fs::path page = vark.home() / "page";
         EXPECT_TRUE(watch.until([&] { return fs::exists(page); }, std::chrono::minutes(1), run.descriptor()));
-        const std::string address = readWholeFile(page);
-        EXPECT_EQ(box.client().send("POST", address + button).status, 200) << address;
+        return readWholeFile(page);
+    }
+    /// Clicks a button of that page, and waits for the end of the run.
+    Finished answer(const std::string& button) {
+        Browser browser;
+        Process run = vark.start(connecting());
+        const std::string page = openedPage(run);
+        browser.open(page);
+        EXPECT_THAT(browser.text(), HasSubstr("wants to connect to Acme"));
+        browser.click(button);
         const Exit exit = run.wait();
-        EXPECT_THAT(run.errors(), HasSubstr(address));
+        EXPECT_THAT(run.errors(), HasSubstr(page));
         return {exit, run.output(), run.errors()};
     }
     void expectNothingKept() const {
@@ -53,22 +63,26 @@ TEST_F(SignIn, ACodeFromThePortalConnectsOnce) {
     const Finished connected = vark.run(connecting({"--code", code}));
     EXPECT_EQ(connected.exit, exitCode(0)) << connected.errors;
     EXPECT_THAT(connected.output, HasSubstr("Connected.\nAcme at " + box.url() + "\n"));
-    EXPECT_EQ(readWholeFile(*vark.find("connection.json")).find(box.token()), std::string::npos);
+    EXPECT_THAT(readWholeFile(*vark.find("connection.json")), Not(HasSubstr(box.token())));
     EXPECT_TRUE(vark.find("level.json"));
     EXPECT_EQ(vark.run({"whoami"}).exit, exitCode(0));
     EXPECT_EQ(vark.run(connecting({"--code", code})).exit, exitCode(3));
     EXPECT_EQ(vark.run({"whoami"}).exit, exitCode(0));
 }
 
-TEST_F(SignIn, ThePersonsYesInTheBrowserConnects) {
-    const Finished connected = answer("/yes");
+TEST_F(SignIn, APersonWhoClicksYesIsConnectedThoughTheWayThereWasBad) {
+    box.fault({{"kind", "reset"}, {"path", "/api/device/poll"}, {"count", 1}});
+    box.fault({{"kind", "status"}, {"status", 429}, {"path", "/api/device/poll"}, {"count", 1}});
+    const Finished connected = answer("Yes");
     EXPECT_EQ(connected.exit, exitCode(0)) << connected.errors;
     EXPECT_THAT(connected.output, HasSubstr("Connected.\nAcme at "));
+    for (const boost::json::value& fault : box.faults())
+        EXPECT_EQ(fault.at("fired"), 1);
     EXPECT_EQ(vark.run({"ls"}).exit, exitCode(0));
 }
 
-TEST_F(SignIn, ThePersonsNoConnectsNothing) {
-    const Finished refused = answer("/no");
+TEST_F(SignIn, APersonWhoClicksNoIsNot) {
+    const Finished refused = answer("No");
     EXPECT_EQ(refused.exit, exitCode(3));
     EXPECT_THAT(refused.errors, HasSubstr("The sign-in was refused in the browser."));
     expectNothingKept();
@@ -79,11 +93,15 @@ class ShortSignIn : public SignIn {
     ShortSignIn() : SignIn({.arguments = {"--sign-in-lasts", "0.01"}}) {}
 };
 
-TEST_F(ShortSignIn, WithoutAnAnswerItEnds) {
-    const Finished expired = vark.run(connecting());
-    EXPECT_EQ(expired.exit, exitCode(3));
-    EXPECT_THAT(expired.errors, HasSubstr("Nobody answered in the browser in time."));
+TEST_F(ShortSignIn, RunsOutOnBothSidesWhenNobodyClicks) {
+    Process run = vark.start(connecting());
+    const std::string page = openedPage(run);
+    EXPECT_EQ(run.wait(), exitCode(3));
+    EXPECT_THAT(run.errors(), HasSubstr("Nobody answered in the browser in time."));
     expectNothingKept();
+    Browser browser;
+    browser.open(page);
+    EXPECT_THAT(browser.text(), AllOf(HasSubstr("has run out"), Not(HasSubstr("Yes"))));
 }
 
 }  // namespace

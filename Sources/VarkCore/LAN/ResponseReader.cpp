@@ -28,7 +28,7 @@ std::string_view takeWord(std::string_view& line) {
     return takeUpTo(" ", line);
 }
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutBlanks(std::string_view text) {
     constexpr std::string_view blanks = " \t";
     const std::size_t start = text.find_first_not_of(blanks);
     if (start == std::string_view::npos) return "";
@@ -101,8 +101,8 @@ void ResponseReader::parseStatusLine(std::string_view line) {
 void ResponseReader::parseHeaderLine(std::string_view line) {
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos) return;
-    headers_.insert_or_assign(lowercased(trimmed(line.substr(0, colon))),
-                              std::string(trimmed(line.substr(colon + 1))));
+    headers_.insert_or_assign(lowercased(withoutBlanks(line.substr(0, colon))),
+                              std::string(withoutBlanks(line.substr(colon + 1))));
 }
 
 }  // namespace vark

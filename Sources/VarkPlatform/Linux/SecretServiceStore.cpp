@@ -8,18 +8,6 @@
 #include <thread>
 #include <vector>
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-// GLib's threads wait for each other in ways that the sanitizer cannot see, so it takes what they do among
-// themselves for races. Code of ours is watched as everywhere.
-extern "C" const char* __tsan_default_suppressions();   // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __tsan_default_suppressions() {  // NOLINT(bugprone-reserved-identifier)
-    return "called_from_lib:libglib-2.0.so\ncalled_from_lib:libgio-2.0.so\n"
-           "called_from_lib:libgobject-2.0.so\ncalled_from_lib:libsecret-1.so\n";
-}
-#endif
-#endif
-
 namespace vark {
 namespace {
 
