@@ -46,10 +46,14 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareListing(program, chosen);
     declareGet(program, chosen);
     declareSend(program, chosen);
+    declareIngest(program, chosen);
+    declareVolumes(program, chosen);
     declareQueueCommands(program, chosen);
     declareShare(program, chosen);
     declareJobs(program, chosen);
     declareLog(program, chosen);
+    declareDiagnostics(program, chosen);
+    declareCache(program, chosen);
     declareActivity(program, chosen);
     declareSync(program, chosen);
     declareNodes(program, chosen);

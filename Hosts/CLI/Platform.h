@@ -39,7 +39,10 @@ class Platform {
 
     virtual const Bundle& bundle() = 0;
     virtual const UserFolders& folders() = 0;
+    virtual std::string systemVersion() = 0;
     virtual Volumes& volumes() = 0;
+    /// Other processes of this program that may be working on a queue.
+    virtual std::vector<std::int32_t> otherSenders() = 0;
     /// Of the way to that host; empty for the way out into the world alone.
     virtual std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) = 0;
     /// An API that goes by the nodes of `lan` where it can.

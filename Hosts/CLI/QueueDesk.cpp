@@ -69,17 +69,30 @@ std::optional<std::string> QueueDesk::whyItMustNotGo() const {
         client, clientName_);
 }
 
+void QueueDesk::beginAnew(const std::string& destination, const std::string& title) {
+    if (!engine_.job()) {
+        engine_.ensureJob(title, destination, clientName_);
+        return;
+    }
+    engine_.clearFinished();
+    engine_.setIngest(std::nullopt);
+    engine_.setDestination(destination);
+    engine_.setTitle(title);
+    engine_.setClientName(clientName_);
+}
+
 bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
     const std::string wanted = request.destination.value_or(rootPath_);
-    if (!engine_.job()) {
-        engine_.ensureJob(request.title.value_or(""), wanted, clientName_);
-        return true;
+    if (engine_.job() && engine_.job()->ingest && !engine_.job()->ingest->reported) {
+        answer.refuse(
+            fmt::format("The queue is bringing in {}, and that comes first. Let it finish with: vark "
+                        "send, or give it up with: vark clear",
+                        engine_.job()->ingest->drive),
+            ExitCode::usage);
+        return false;
     }
     if (isSettledWhole()) {
-        engine_.clearFinished();
-        engine_.setDestination(wanted);
-        engine_.setTitle(request.title.value_or(""));
-        engine_.setClientName(clientName_);
+        beginAnew(wanted, request.title.value_or(""));
         return true;
     }
     if (std::optional<std::string> reason = whyItMustNotGo()) {

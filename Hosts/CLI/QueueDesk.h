@@ -21,6 +21,10 @@ class QueueDesk {
     /// Why what is left of the queue must not go to the vark that this machine is connected to; nothing when
     /// it may.
     std::optional<std::string> whyItMustNotGo() const;
+    /// Whether nothing stands in the queue that has not landed.
+    bool isSettledWhole() const;
+    /// Begins a queue afresh in place of one that is settled whole, or of none.
+    void beginAnew(const std::string& destination, const std::string& title);
 
   private:
     QueueAnswer show() const;
@@ -38,7 +42,6 @@ class QueueDesk {
     std::optional<UUID> entry(const QueueRequest::Named& named) const;
     /// The files that wait for a decision and that the person means by one name.
     std::vector<UUID> conflicts(const QueueRequest::Named& named) const;
-    bool isSettledWhole() const;
 
     TransferEngine& engine_;
     const std::string rootPath_;

@@ -55,15 +55,17 @@ QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& req
 }  // namespace
 
 QueueLock takeQueue(Surroundings& surroundings) {
-    const Locations& locations = surroundings.locations();
-    std::filesystem::create_directories(locations.storageFolder());
-    std::optional<FileLock> lock = FileLock::tryExclusive(locations.runningLock());
-    if (!lock) return nullptr;
-    // Only for people who look: the lock is what counts, and it ends with the process.
-    const std::string pid = std::to_string(getpid()) + "\n";
-    if (ftruncate(lock->descriptor(), 0) == 0) [[maybe_unused]]
-        ssize_t noted = pwrite(lock->descriptor(), pid.data(), pid.size(), 0);
-    return std::make_shared<FileLock>(std::move(*lock));
+    SingleInstance::Lock lock = SingleInstance::reachForLock(surroundings.locations().runningLock());
+    SingleInstance::Seen seen;
+    // That root stands aside is for the application, which belongs to whoever sits at the screen. A command
+    // is run by root on purpose, and then works on root's own queue.
+    seen.euid = std::max(geteuid(), 1U);
+    seen.mine = getpid();
+    seen.lockTaken = lock.isTaken;
+    // Who holds the lock is alone, whoever else is starting. Only where it cannot be had does the list count.
+    if (!lock.held) seen.others = surroundings.platform.otherSenders();
+    if (!std::holds_alternative<SingleInstance::CarryOn>(SingleInstance::verdict(seen))) return nullptr;
+    return std::make_shared<SingleInstance::Lock>(std::move(lock));
 }
 
 Task<Asked> takeQueueOrAsk(Surroundings& surroundings, QueueRequest request) {

@@ -5,13 +5,13 @@
 
 #include "Hosts/CLI/QueueRequest.h"
 #include "Hosts/CLI/Surroundings.h"
-#include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Policies/SingleInstance.h"
 
 namespace vark::cli {
 
 /// The right to change the queue, for as long as it lives: of all processes of this person one at a time has
 /// the running lock. Null when another one has it.
-using QueueLock = std::shared_ptr<FileLock>;
+using QueueLock = std::shared_ptr<SingleInstance::Lock>;
 QueueLock takeQueue(Surroundings& surroundings);
 
 struct Asked {

@@ -158,6 +158,17 @@ std::string closingLine(const Overall& overall) {
     return fmt::format("{}", fmt::join(words, between));
 }
 
+std::vector<std::string> verdictLines(const CardVerdict& verdict) {
+    std::vector<std::string> lines = {verdict.sentence()};
+    const std::size_t listed = std::min(verdict.missing.size(), mostListed);
+    for (std::size_t place = 0; place < listed; ++place)
+        lines.push_back(fmt::format("  {}: {}", verdict.missing[place].source, verdict.missing[place].why));
+    if (verdict.missing.size() > listed)
+        lines.push_back(fmt::format(
+            "  and {} more", Format::number(static_cast<std::int64_t>(verdict.missing.size() - listed))));
+    return lines;
+}
+
 std::vector<std::string> closingAdvice(const QueueView& view) {
     std::vector<std::string> lines;
     listUnsettled(lines, view);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Hosts/CLI/QueueView.h"
+#include "VarkCore/Transfer/IngestReport.h"
 
 namespace vark::cli {
 
@@ -22,6 +23,8 @@ std::vector<std::string> liveLines(const QueueView& view, int width, int height)
 
 /// What came of it when all has settled.
 std::string closingLine(const Overall& overall);
+/// Whether a card may be cleared, and what on it has not landed.
+std::vector<std::string> verdictLines(const CardVerdict& verdict);
 /// What failed and what waits, with what to do next. Nothing when all is well.
 std::vector<std::string> closingAdvice(const QueueView& view);
 

@@ -61,6 +61,11 @@ void PlainDisplay::show(const QueueView& view) {
     console_.print(stops.value_or("Carrying on"));
 }
 
+void PlainDisplay::cardClosed(const CardVerdict& verdict) {
+    for (const std::string& line : verdictLines(verdict))
+        console_.print(line);
+}
+
 void PlainDisplay::finish(const QueueView& view, ExitCode) {
     console_.print(closingLine(view.overall));
     for (const std::string& line : closingAdvice(view))
@@ -94,6 +99,16 @@ void JSONDisplay::show(const QueueView& view) {
     console_.printJSON(json.endObject().take());
 }
 
+void JSONDisplay::cardClosed(const CardVerdict& verdict) {
+    JSONWriter json = begin("card");
+    json.field("drive", verdict.drive).field("safeToClear", verdict.isSafe());
+    json.field("lookedThrough", verdict.wasLookedThrough).field("landed", verdict.landed);
+    json.key("missing").beginArray();
+    for (const CardVerdict::Missing& one : verdict.missing)
+        json.beginObject().field("source", one.source).field("why", one.why).endObject();
+    console_.printJSON(json.endArray().endObject().take());
+}
+
 void JSONDisplay::finish(const QueueView& view, ExitCode code) {
     JSONWriter json = begin("finished");
     const Overall& overall = view.overall;
@@ -124,6 +139,12 @@ void LiveDisplay::show(const QueueView& view) {
 void LiveDisplay::say(const std::string& sentence) {
     erase();
     console_.say(sentence);
+}
+
+void LiveDisplay::cardClosed(const CardVerdict& verdict) {
+    erase();
+    for (const std::string& line : verdictLines(verdict))
+        console_.print(line);
 }
 
 void LiveDisplay::finish(const QueueView& view, ExitCode) {

@@ -9,6 +9,7 @@
 #include "Hosts/CLI/QueueView.h"
 #include "VarkCore/API/WaysTaken.h"
 #include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Transfer/IngestReport.h"
 
 namespace vark::cli {
 
@@ -35,6 +36,8 @@ class SendDisplay {
     virtual void show(const QueueView& view) = 0;
     /// A sentence that the person should know of.
     virtual void say(const std::string& sentence) = 0;
+    /// What became of the card that the queue comes from.
+    virtual void cardClosed(const CardVerdict& verdict) = 0;
     /// The last call: all has settled.
     virtual void finish(const QueueView& view, ExitCode code) = 0;
     /// The last call when the run ends for another reason.
@@ -49,6 +52,7 @@ class PlainDisplay final : public SendDisplay {
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
     void say(const std::string& sentence) override { console_.say(sentence); }
+    void cardClosed(const CardVerdict& verdict) override;
     void finish(const QueueView& view, ExitCode code) override;
     void breakOff(const std::string& sentence) override { console_.say(sentence); }
 
@@ -65,6 +69,7 @@ class JSONDisplay final : public SendDisplay {
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
     void say(const std::string& sentence) override { console_.say(sentence); }
+    void cardClosed(const CardVerdict& verdict) override;
     void finish(const QueueView& view, ExitCode code) override;
     void breakOff(const std::string& sentence) override { console_.say(sentence); }
 
@@ -86,6 +91,7 @@ class LiveDisplay final : public SendDisplay {
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
     void say(const std::string& sentence) override;
+    void cardClosed(const CardVerdict& verdict) override;
     void finish(const QueueView& view, ExitCode code) override;
     void breakOff(const std::string& sentence) override;
 

@@ -42,6 +42,7 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
       engine_(api_, surroundings.store(), surroundings.log(), settings_.chunksAtOnce,
               surroundings.engineHost()),
       desk_(engine_, connection.rootPath, connection.clientName),
+      ingest_(surroundings, engine_, desk_, api_),
       services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
       nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
                                   surroundings.pool(), surroundings.sharedFolder()}),
@@ -90,15 +91,9 @@ Task<void> SendSession::open() {
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();
     if (ended_) co_return;
 
-    if (!settings_.add.named.empty()) {
-        QueueAnswer answer = co_await desk_.carryOut(settings_.add);
-        for (const std::string& sentence : answer.problems)
-            display_.say(sentence);
-        if (answer.code == ExitCode::usage) {
-            stop(answer.code);
-            co_return;
-        }
-        somePathsFailed_ = answer.code != ExitCode::allLanded;
+    if (addsSomething()) {
+        co_await settleAccounts();
+        if (!ended_) co_await takeIn();
     } else if (!engine_.job()) {
         breakOff(ExitCode::allLanded, "There is no saved queue. Send something with: vark send PATH...");
         co_return;
@@ -116,14 +111,54 @@ Task<void> SendSession::open() {
     }
     if (ended_) co_return;
     opened_ = true;
+    watchVolumes();
     engine_.maxConcurrentFiles = filesAtOnce;
     engine_.start(true);
     endWhenSettled();
 }
 
+Task<void> SendSession::settleAccounts() {
+    if (!ingest_.owesReport()) co_return;
+    const IngestDesk::Closing closing = co_await ingest_.close();
+    if (!ended_ && closing.notReported) breakOff(ExitCode::somethingFailed, *closing.notReported);
+}
+
+Task<void> SendSession::takeIn() {
+    if (settings_.ingest) {
+        co_await takeInCard();
+        co_return;
+    }
+    QueueAnswer answer = co_await desk_.carryOut(settings_.add);
+    for (const std::string& sentence : answer.problems)
+        display_.say(sentence);
+    somePathsFailed_ = answer.code != ExitCode::allLanded;
+    if (answer.code == ExitCode::usage) stop(answer.code);
+}
+
+Task<void> SendSession::takeInCard() {
+    const QueueAnswer answer = co_await ingest_.open(*settings_.ingest);
+    for (const std::string& sentence : answer.results)
+        display_.say(sentence);
+    for (const std::string& sentence : answer.problems)
+        display_.say(sentence);
+    if (!ended_ && !ingest_.isOpen()) stop(answer.code);
+}
+
+void SendSession::watchVolumes() {
+    if (ingest_.ingest() == nullptr) return;
+    volumes_ = surroundings_.platform.volumes().watch([this] { scope_.start(lookForTheCard()); });
+    engine_.watchIngestDrive();
+}
+
+Task<void> SendSession::lookForTheCard() {
+    if (ended_) co_return;
+    engine_.watchIngestDrive();
+    engine_.driveMayBeBack();
+}
+
 void SendSession::setDamagedQueueAside() {
     const std::filesystem::path damaged = surroundings_.store().url();
-    if (settings_.add.named.empty()) {
+    if (!addsSomething()) {
         breakOff(
             ExitCode::somethingFailed,
             fmt::format("The saved queue cannot be read, and stays as it is: {}. Begin a new one with: vark "
@@ -216,7 +251,7 @@ Task<void> SendSession::endIfSettled() {
 }
 
 void SendSession::endWhenSettled() {
-    if (ended_ || !opened_ || recovering_) return;
+    if (ended_ || !opened_ || recovering_ || closing_) return;
     if (!engine_.job()) {
         breakOff(somePathsFailed_ ? ExitCode::somethingFailed : ExitCode::allLanded,
                  "The queue was cleared.");
@@ -227,13 +262,30 @@ void SendSession::endWhenSettled() {
     if (settings_.replaceConflicts && overall.filesConflict > 0)
         engine_.resolveAllConflicts(std::nullopt, *settings_.replaceConflicts);
     if (!engine_.activeItemIDs().empty() || !engine_.overall().allSettled()) return;
-    if (overall.filesFailed > 0 || somePathsFailed_) {
-        finish(ExitCode::somethingFailed);
-    } else if (overall.filesConflict > 0) {
-        finish(ExitCode::decisionWaits);
-    } else {
-        finish(ExitCode::allLanded);
+    // A card is not done with while a decision waits.
+    if (ingest_.ingest() == nullptr || overall.filesConflict > 0) {
+        finish(outcome());
+        return;
     }
+    closing_ = true;
+    scope_.start(watched(closeIngest()));
+}
+
+ExitCode SendSession::outcome() const {
+    const Overall& overall = engine_.overall();
+    if (overall.filesFailed > 0 || somePathsFailed_) return ExitCode::somethingFailed;
+    return overall.filesConflict > 0 ? ExitCode::decisionWaits : ExitCode::allLanded;
+}
+
+Task<void> SendSession::closeIngest() {
+    const IngestDesk::Closing closing = co_await ingest_.close();
+    closing_ = false;
+    // Meanwhile somebody may have queued again what failed, or cleared the queue: the next beat sees to that.
+    if (ended_ || ingest_.ingest() == nullptr || !engine_.overall().allSettled()) co_return;
+    display_.cardClosed(closing.verdict);
+    if (closing.notReported) display_.say(*closing.notReported);
+    const bool isWhole = !closing.notReported && !closing.verdict.lacksFiles();
+    finish(isWhole ? outcome() : ExitCode::somethingFailed);
 }
 
 void SendSession::stop(ExitCode code) {

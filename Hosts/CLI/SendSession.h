@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Hosts/CLI/IngestDesk.h"
 #include "Hosts/CLI/QueueDesk.h"
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
@@ -20,8 +21,9 @@ namespace vark::cli {
 class SendSession {
   public:
     struct Settings {
-        /// What to add; without anything named it carries on with the saved queue.
+        /// What to add; without anything named, and without a card, it carries on with the saved queue.
         QueueRequest add;
+        std::optional<IngestWish> ingest;
         /// What to do with every conflict; without a value they wait for the person.
         std::optional<bool> replaceConflicts;
         std::int64_t bytesPerSecond = 0;
@@ -47,6 +49,10 @@ class SendSession {
     /// Ends the run when the task fails, which nothing foresees.
     Task<void> watched(Task<void> task);
     Task<void> open();
+    Task<void> takeIn();
+    Task<void> takeInCard();
+    /// Tells the vark of a card whose files had all settled when an earlier run ended.
+    Task<void> settleAccounts();
     Task<void> beating();
     Task<void> answerRequests();
     Task<void> recoverToken(std::vector<std::chrono::seconds> waits);
@@ -54,8 +60,14 @@ class SendSession {
     /// Later, when the engine has come out of whatever it is doing.
     Task<void> endIfSettled();
 
+    Task<void> closeIngest();
+    Task<void> lookForTheCard();
+
     void heard(const TransferEngine::Event& event);
     void endWhenSettled();
+    ExitCode outcome() const;
+    bool addsSomething() const { return !settings_.add.named.empty() || settings_.ingest; }
+    void watchVolumes();
     void stop(ExitCode code);
     void finish(ExitCode code);
     void breakOff(ExitCode code, const std::string& sentence);
@@ -69,6 +81,7 @@ class SendSession {
     RequestFolder requests_;
     TransferEngine engine_;
     QueueDesk desk_;
+    IngestDesk ingest_;
     const std::unique_ptr<ServiceBrowser> services_;
     NodeBrowser nodes_;
 
@@ -76,8 +89,10 @@ class SendSession {
     bool opened_ = false;
     bool somePathsFailed_ = false;
     bool recovering_ = false;
+    bool closing_ = false;
 
-    TaskScope scope_;  // Last: its tasks use all of the above.
+    TaskScope scope_;                       // Its tasks use all of the above.
+    std::unique_ptr<VolumeWatch> volumes_;  // Last: it starts tasks.
 };
 
 }  // namespace vark::cli

@@ -3,13 +3,17 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SecretServiceStore.h"
+#include "VarkPlatform/Linux/SystemVersion.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::cli {
@@ -56,9 +60,18 @@ const UserFolders& SystemPlatform::folders() {
     return *folders_;
 }
 
+std::string SystemPlatform::systemVersion() {
+    return vark::systemVersion();
+}
+
 Volumes& SystemPlatform::volumes() {
     if (!volumes_) volumes_.emplace();
     return *volumes_;
+}
+
+std::vector<std::int32_t> SystemPlatform::otherSenders() {
+    constexpr std::array<std::string_view, 2> sending = {"send", "ingest"};
+    return otherCopiesDoing(sending);
 }
 
 std::unique_ptr<PathMonitor> SystemPlatform::makePathMonitor(const std::string& host) {

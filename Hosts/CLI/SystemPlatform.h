@@ -14,7 +14,9 @@ class SystemPlatform final : public Platform {
   public:
     const Bundle& bundle() override;
     const UserFolders& folders() override;
+    std::string systemVersion() override;
     Volumes& volumes() override;
+    std::vector<std::int32_t> otherSenders() override;
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,
                                      const APIHost& host) override;

@@ -111,6 +111,44 @@ class TestVark final : public SilentVark {
         co_return page;
     }
 
+    struct Ingest {
+        std::string drive;
+        std::string destination;
+        std::int64_t files = 0;
+        std::int64_t bytes = 0;
+        bool emailMe = false;
+    };
+    std::vector<Ingest> announced;
+    IngestStart ingestStart{7, true, std::nullopt};
+    struct Report {
+        std::int64_t id = 0;
+        std::vector<IngestFile> skipped;
+        std::vector<std::string> leftOut;
+        std::vector<IngestFile> notSent;
+    };
+    std::vector<Report> reports;
+    /// What announcements and reports fail with, call by call.
+    std::deque<VarkAPIError> ingestFailures;
+    std::vector<DiagnosticsReport> diagnostics;
+
+    Task<IngestStart> ingestBegin(std::string drive, std::string destination, std::int64_t files,
+                                  std::int64_t bytes, bool emailMe) override {
+        co_await yieldNow();
+        failIngest();
+        announced.push_back({drive, destination, files, bytes, emailMe});
+        co_return ingestStart;
+    }
+    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile> skipped,
+                            std::vector<std::string> leftOut, std::vector<IngestFile> notSent) override {
+        co_await yieldNow();
+        failIngest();
+        reports.push_back({id, skipped, leftOut, notSent});
+    }
+    Task<void> sendDiagnostics(DiagnosticsReport report) override {
+        co_await yieldNow();
+        diagnostics.push_back(std::move(report));
+    }
+
     std::map<std::int64_t, std::string> contents;
     std::optional<VarkAPIError> downloadRefusal;
     std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override {
@@ -139,6 +177,14 @@ class TestVark final : public SilentVark {
     Task<std::string> finish(std::string uploadID) override { return uploads.finish(uploadID); }
     Task<UploadStatus> status(std::string uploadID) override { return uploads.status(uploadID); }
     Task<void> cancel(std::string uploadID) override { return uploads.cancel(uploadID); }
+
+  private:
+    void failIngest() {
+        if (ingestFailures.empty()) return;
+        VarkAPIError failure = ingestFailures.front();
+        ingestFailures.pop_front();
+        throw failure;
+    }
 };
 
 /// A machine with one person, whose folders all lie in a temporary one.
@@ -157,10 +203,14 @@ class TestPlatform final : public Platform {
     std::vector<std::string> opened;
     std::vector<std::string> copied;
     std::optional<std::string> tokenGiven;
+    FakeVolumes mounted;
+    std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
     const UserFolders& folders() override { return folders_; }
-    Volumes& volumes() override { return volumes_; }
+    std::string systemVersion() override { return "TestOS 1"; }
+    Volumes& volumes() override { return mounted; }
+    std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
     }
@@ -189,7 +239,6 @@ class TestPlatform final : public Platform {
   private:
     FakeBundle bundle_;
     FakeUserFolders folders_;
-    FakeVolumes volumes_;
 };
 
 /// The world of one test: a machine, a console that is read back, and time that stands still.

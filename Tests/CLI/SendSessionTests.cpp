@@ -1,66 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/QueueHolder.h"
-#include "Hosts/CLI/SendSession.h"
-#include "Tests/CLI/CLIWorld.h"
+#include "Tests/CLI/SendSessionTest.h"
 
 namespace vark::cli {
 namespace {
 
 using ::testing::Contains;
 using ::testing::HasSubstr;
-
-class SendSessionTest : public ::testing::Test {
-  public:
-    static SendSession::Settings adding(const std::vector<std::filesystem::path>& paths) {
-        SendSession::Settings settings;
-        settings.add.command = QueueRequest::Command::add;
-        for (const std::filesystem::path& path : paths)
-            settings.add.named.push_back(QueueRequest::Named::of(path.string()));
-        return settings;
-    }
-    SendSession& begin(SendSession::Settings settings) {
-        session.emplace(world.surroundings, connection, std::move(settings), display);
-        world.settle();
-        return *session;
-    }
-    /// Runs it to its end, and lets it go.
-    ExitCode run(SendSession::Settings settings) {
-        begin(std::move(settings));
-        return runOn();
-    }
-    ExitCode runOn() {
-        EXPECT_TRUE(world.passTime([&] { return session->ended().has_value(); })) << "it does not end";
-        ExitCode code = session->ended().value_or(ExitCode::usage);
-        session.reset();
-        return code;
-    }
-    std::optional<TransferJob> saved() { return world.surroundings.store().load(); }
-    QueueAnswer ask(const QueueRequest& request) {
-        RequestFolder folder(world.surroundings.locations().requests());
-        UUID id = folder.ask(request);
-        std::optional<QueueAnswer> answer;
-        EXPECT_TRUE(world.passTime([&] { return (answer = folder.takeAnswer(id)).has_value(); },
-                                   std::chrono::seconds(1)));
-        return answer.value_or(QueueAnswer{});
-    }
-    QueueAnswer ask(QueueRequest::Command command) {
-        QueueRequest request;
-        request.command = command;
-        return ask(request);
-    }
-    std::string printed() const { return world.results.str(); }
-    std::string said() const { return world.advice.str(); }
-
-    test::CLIWorld world;
-    SharedConnection connection = world.connect();
-    test::FakeVark& vark = world.platform.vark->uploads;
-    std::filesystem::path a = world.home.file("in/a.mov", std::string(250, 'a'));
-    std::filesystem::path b = world.home.file("in/b.mov", std::string(250, 'b'));
-    PlainDisplay display{world.console};
-    std::optional<SendSession> session;
-};
 
 TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
     struct Case {

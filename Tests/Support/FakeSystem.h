@@ -42,6 +42,7 @@ struct FakeUserFolders : UserFolders {
 /// A table; the volume of a path is the one with the longest path in front of it.
 struct FakeVolumes : Volumes {
     std::vector<Volume> table;
+    mutable std::function<void()> changed;
 
     std::vector<Volume> volumes() const override { return table; }
     std::optional<std::string> volumeName(const std::filesystem::path& path) const override {
@@ -53,6 +54,15 @@ struct FakeVolumes : Volumes {
         }
         if (best == nullptr || best->isBoot) return std::nullopt;
         return best->name;
+    }
+    std::unique_ptr<VolumeWatch> watch(std::function<void()> call) const override {
+        struct Watch final : VolumeWatch {
+            explicit Watch(std::function<void()>& theCall) : call(theCall) {}
+            ~Watch() override { call = nullptr; }
+            std::function<void()>& call;
+        };
+        changed = std::move(call);
+        return std::make_unique<Watch>(changed);
     }
 };
 

@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <semaphore>
+
 #include "Tests/Support/TemporaryFolder.h"
+#include "Tests/Support/TestCard.h"
 #include "VarkPlatform/Linux/MountedVolumes.h"
 
 namespace vark::test {
@@ -102,6 +105,12 @@ TEST_F(MountedVolumesTest, GoesByTheLastOfTwoMountsAtOnePlace) {
                 ElementsAre(Volume{.name = "card", .path = "/media/card", .ejectable = true}));
 }
 
+TEST_F(MountedVolumesTest, DoesNotCountWhatIsLeftOfADiskThatWasPulledOut) {
+    mount("8:17", "sdb1", "/media/card");
+    mount("8:99", "sdz1", "/media/pulled");
+    EXPECT_THAT(volumes().volumes(), ElementsAre(testing::Field(&Volume::path, "/media/card")));
+}
+
 TEST_F(MountedVolumesTest, KnowsNothingWhereTheTableIsBrokenOrAway) {
     table = "garbage\n36 35 8:17 / /media/card rw - ext4\n36 35\n\n";
     EXPECT_TRUE(volumes().volumes().empty());
@@ -112,6 +121,35 @@ TEST(MountedVolumes, FindsTheStartUpDiskOfThisMachine) {
     const std::vector<Volume> volumes = MountedVolumes().volumes();
     EXPECT_EQ(std::ranges::count(volumes, true, &Volume::isBoot), 1);
     EXPECT_EQ(MountedVolumes().volumeName("/etc/hostname"), std::nullopt);
+}
+
+TEST(MountedVolumes, RingWhenACardComesAndGoesAndKnowItByItsOwnName) {
+    const std::unique_ptr<TestCard> card = TestCard::make("ALPHA");
+    if (!card) GTEST_SKIP() << "NOTHING CAN BE MOUNTED HERE: the coming and going of cards is NOT tested.";
+    card->pull();
+    const MountedVolumes mounted;
+    std::counting_semaphore<> rung(0);
+    const std::unique_ptr<VolumeWatch> watch = mounted.watch([&] { rung.release(); });
+    const auto seen = [&]() -> std::optional<Volume> {
+        for (const Volume& volume : mounted.volumes()) {
+            if (volume.path == card->path()) return volume;
+        }
+        return std::nullopt;
+    };
+    const auto comesTrue = [&](const std::function<bool()>& awaited) {
+        while (!awaited()) {
+            if (!rung.try_acquire_for(std::chrono::minutes(1))) return false;
+        }
+        return true;
+    };
+    EXPECT_FALSE(seen());
+    card->plug();
+    ASSERT_TRUE(comesTrue([&] { return seen().has_value(); }));
+    EXPECT_EQ(seen()->name, "ALPHA");
+    EXPECT_EQ(seen()->id.has_value(), card->hasIdentifier());
+    EXPECT_TRUE(seen()->ejectable);
+    card->pull();
+    EXPECT_TRUE(comesTrue([&] { return !seen(); }));
 }
 
 }  // namespace

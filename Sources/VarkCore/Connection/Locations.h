@@ -23,6 +23,8 @@ class Locations {
     std::filesystem::path runningLock() const { return storageFolder() / "running.lock"; }
     /// A copy of a saved queue that could not be read, from before a new one took its place.
     std::filesystem::path damagedQueue() const { return storageFolder() / "queue.damaged.json"; }
+    /// How far into each log the last report to the vark got.
+    std::filesystem::path logCursors() const { return storageFolder() / "log-cursors.json"; }
     /// Where one process asks the one that has the queue to change it.
     std::filesystem::path requests() const { return storageFolder() / "requests"; }
 

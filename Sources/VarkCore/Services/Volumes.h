@@ -1,6 +1,8 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +21,12 @@ struct Volume {
     bool operator==(const Volume&) const = default;
 };
 
+/// Ends the watching when it ends; no call is under way after that.
+class VolumeWatch {
+  public:
+    virtual ~VolumeWatch() = default;
+};
+
 /// The mounted volumes. Owned by the host; any thread may ask, and the answer may be old by the time that it
 /// is read.
 class Volumes {
@@ -28,6 +36,9 @@ class Volumes {
     virtual std::vector<Volume> volumes() const = 0;
     /// The name of the volume on which `path` lies; nothing on the start-up disk, or when it cannot be told.
     virtual std::optional<std::string> volumeName(const std::filesystem::path& path) const = 0;
+    /// Calls `changed`, on a thread of the watch's own, whenever volumes may have come or gone since this
+    /// call.
+    virtual std::unique_ptr<VolumeWatch> watch(std::function<void()> changed) const = 0;
 };
 
 }  // namespace vark

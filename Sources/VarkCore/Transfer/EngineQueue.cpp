@@ -132,11 +132,25 @@ Task<TransferEngine::Added> TransferEngine::add(std::vector<std::filesystem::pat
         append(path, *found);
         added.items += static_cast<int>(found->files.size());
     }
+    takeUpNewItems();
+    co_return added;
+}
+
+bool TransferEngine::addWalked(const std::filesystem::path& given, const Walker::Result& found) {
+    assertOnExecutor();
+    ensureJob("", "", "");
+    const std::filesystem::path path = standardised(given);
+    if (hasEntry(path.string())) return false;
+    append(path, found);
+    takeUpNewItems();
+    return true;
+}
+
+void TransferEngine::takeUpNewItems() {
     indexNewItems();
     recompute();
     scheduleSave();
     pump();
-    co_return added;
 }
 
 bool TransferEngine::hasEntry(const std::string& path) const {

@@ -43,7 +43,9 @@ Task<void> TransferEngine::carry(UUID id) {
     const std::string relativePath = queued->relativePath;
     const std::string serverPath = job_->serverPath(*queued);
     const std::filesystem::path file = queued->localPath;
-    if (driveIsGone()) {
+    // The mere place is asked for, since this is done for each file. What comes and goes in that place is the
+    // business of `watchIngestDrive`.
+    if (job_->ingest && !job_->ingest->driveIsHere()) {
         set(id, [](TransferItem& item) {
             if (isInFlight(item.state)) item.state = ItemState::queued;
         });

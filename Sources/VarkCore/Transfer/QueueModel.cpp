@@ -1,9 +1,11 @@
 #include "VarkCore/Transfer/QueueModel.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 
 #include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Services/Volumes.h"
 #include "VarkCore/Upload/ChunkPlan.h"
 
 namespace vark {
@@ -61,6 +63,12 @@ TransferItem TransferItem::preparedForResume() const {
 bool IngestInfo::driveIsHere() const {
     std::error_code unreadable;
     return std::filesystem::exists(volumePath, unreadable);
+}
+
+bool IngestInfo::driveIsHere(const Volumes& volumes) const {
+    return driveIsHere() && std::ranges::any_of(volumes.volumes(), [this](const Volume& volume) {
+               return volume.path == volumePath && volume.id == volumeUUID;
+           });
 }
 
 std::string IngestInfo::waitingLine() const {

@@ -14,6 +14,8 @@
 
 namespace vark {
 
+class Volumes;
+
 // The upload queue as data. Plain values: whoever holds one may read it on its thread. `fromJSON` fails with
 // `DecodingError` when a key that is not optional is missing. Every field has a default, so that a record can
 // be built from the names of those that matter.
@@ -117,8 +119,11 @@ struct IngestInfo {
     bool operator==(const IngestInfo&) const = default;
     static IngestInfo fromJSON(const boost::json::value& value);
 
-    /// Asks the file system.
+    /// By the place alone: asks the file system.
     bool driveIsHere() const;
+    /// By the table of mounts too, so that neither the empty place of a card that has gone counts nor
+    /// another card of the same name.
+    bool driveIsHere(const Volumes& volumes) const;
     std::string waitingLine() const;
     /// The path relative to the card, or as it is when it lies elsewhere.
     std::string source(std::string_view localPath) const;

@@ -264,7 +264,7 @@ Task<void> TransferEngine::saveSoon() {
 }
 
 bool TransferEngine::driveIsGone() const {
-    return job_ && job_->ingest && !job_->ingest->driveIsHere();
+    return job_ && job_->ingest && !job_->ingest->driveIsHere(host_.volumes);
 }
 
 void TransferEngine::holdForTheDrive() {

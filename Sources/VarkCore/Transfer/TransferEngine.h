@@ -140,6 +140,9 @@ class TransferEngine {
         std::vector<NotAdded> notAdded;
     };
     Task<Added> add(std::vector<std::filesystem::path> paths);
+    /// Adds what a walk has found, less what the caller has taken out of it. False when it is in the queue
+    /// already.
+    bool addWalked(const std::filesystem::path& given, const Walker::Result& found);
     void remove(const UUID& entryID);
     void clearFinished();
     void clearAll();
@@ -201,6 +204,7 @@ class TransferEngine {
     void rebuildIndex();
     /// After items have been appended.
     void indexNewItems();
+    void takeUpNewItems();
     /// What the item adds to the totals now.
     QueueTotals::Share shareOf(const TransferItem& item) const;
     /// Changes what is told of a running item's progress, and keeps the totals right.

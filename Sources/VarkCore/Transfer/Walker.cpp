@@ -54,15 +54,17 @@ class FolderWalk {
     FolderWalk(const std::filesystem::path& root, std::string_view rootName)
         : root_(root), prefix_(rootName.empty() ? "" : std::string(rootName) + "/") {}
 
-    std::vector<Walker::Found> run() {
+    void run(Walker::Result& result) {
         rootFolder_ = Descriptor(open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!rootFolder_ || !list("")) throw Walker::WalkError(Kind::cannotRead, root_);
         while (!waiting_.empty()) {
             const std::string folder = std::move(waiting_.back());
             waiting_.pop_back();
-            list(folder);
+            // What a file system keeps for itself is nobody's.
+            if (!list(folder) && folder != "lost+found/")
+                result.unlisted.push_back(prefix_ + folder.substr(0, folder.size() - 1));
         }
-        return std::move(found_);
+        result.files = std::move(found_);
     }
 
   private:
@@ -70,8 +72,8 @@ class FolderWalk {
         void operator()(DIR* directory) const { closedir(directory); }
     };
 
-    /// `folder` is "" or a path below the root that ends in "/". False when it cannot be opened for a reason
-    /// of its own; that we have run out of something is a failure of the walk, or files would be left out
+    /// `folder` is "" or a path below the root that ends in "/". False when it cannot be read for a reason of
+    /// its own; that we have run out of something is a failure of the walk, or files would be left out
     /// unseen.
     bool list(const std::string& folder) {
         const std::string path = folder.empty() ? "." : folder.substr(0, folder.size() - 1);
@@ -87,9 +89,12 @@ class FolderWalk {
         const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(descriptor.get()));
         if (!directory) throw FileError("Could not read", root_ / path, errno);
         descriptor.release();
-        while (const dirent* entry = readdir(directory.get()))
+        while (true) {
+            errno = 0;
+            const dirent* entry = readdir(directory.get());
+            if (entry == nullptr) return errno == 0;
             visit(dirfd(directory.get()), folder, *entry);
-        return true;
+        }
     }
 
     void visit(int directory, const std::string& folder, const dirent& entry) {
@@ -197,7 +202,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
         result.files.push_back({name, values.st_size, secondsSince1970(values.st_mtim)});
         return result;
     }
-    result.files = FolderWalk(root, name).run();
+    FolderWalk(root, name).run(result);
     sortNaturally(result.files);
     return result;
 }

@@ -31,6 +31,9 @@ struct Walker {
         /// In the order in which a file browser lists them.
         std::vector<Found> files;
         std::optional<std::string> volumeName;
+        /// Folders below that could not be listed, or not to their end, as relative paths. What is in them is
+        /// missing from `files`.
+        std::vector<std::string> unlisted;
 
         std::int64_t totalBytes() const;
     };

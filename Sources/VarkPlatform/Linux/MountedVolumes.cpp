@@ -7,6 +7,8 @@
 
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkPlatform/Linux/MountTableWatch.h"
+#include "VarkPlatform/Linux/ProbedDisk.h"
 
 namespace vark {
 namespace {
@@ -89,6 +91,10 @@ std::optional<std::string> MountedVolumes::volumeName(const Path& path) const {
     return volumeOf(*holder).name;
 }
 
+std::unique_ptr<VolumeWatch> MountedVolumes::watch(std::function<void()> changed) const {
+    return std::make_unique<MountTableWatch>(sources_.mounts, std::move(changed));
+}
+
 /// One mount for each place: of several at one place the last covers the others.
 std::vector<MountedVolumes::Mount> MountedVolumes::mounts() const {
     std::string table;
@@ -107,6 +113,7 @@ std::vector<MountedVolumes::Mount> MountedVolumes::mounts() const {
         std::erase_if(mounts, [&](const Mount& before) { return before.path == mount.path; });
         mounts.push_back(std::move(mount));
     }
+    std::erase_if(mounts, [&](const Mount& mount) { return hasLostItsDisk(mount); });
     const auto root = std::ranges::find(mounts, Path("/"), &Mount::path);
     for (Mount& mount : mounts) {
         if (root != mounts.end() && mount.device == root->device) continue;
@@ -114,6 +121,14 @@ std::vector<MountedVolumes::Mount> MountedVolumes::mounts() const {
         mount.isVolume = mount.isRemovable || isBelow(mount.path, {"/media", "/run/media", "/mnt"});
     }
     return mounts;
+}
+
+/// A disk that was pulled out stays in the table until somebody unmounts what is left of it.
+bool MountedVolumes::hasLostItsDisk(const Mount& mount) const {
+    const bool isOnADisk = !mount.device.starts_with("0:");
+    std::error_code unknown;
+    return isOnADisk && mount.path != "/" && std::filesystem::exists(sources_.blockDevices, unknown) &&
+           !std::filesystem::exists(sources_.blockDevices / mount.device, unknown);
 }
 
 bool MountedVolumes::isRemovable(const Mount& mount) const {
@@ -131,10 +146,14 @@ bool MountedVolumes::isRemovable(const Mount& mount) const {
 Volume MountedVolumes::volumeOf(const Mount& mount) const {
     const bool isBoot = mount.path == "/";
     const std::string place = isBoot ? "/" : mount.path.filename().native();
+    ProbedDisk disk{nameOfLinkTo(mount.source, sources_.labels),
+                    nameOfLinkTo(mount.source, sources_.identifiers)};
+    // The links are udev's, which does not run everywhere.
+    if (!disk.id) disk = ProbedDisk::at(mount.source);
     return {
-        .name = nameOfLinkTo(mount.source, sources_.labels).value_or(place),
+        .name = disk.label.value_or(place),
         .path = mount.path,
-        .id = nameOfLinkTo(mount.source, sources_.identifiers),
+        .id = disk.id,
         // What the desktop has mounted for a person, it lets the person eject.
         .ejectable = !isBoot && (mount.isRemovable || isBelow(mount.path, {"/media", "/run/media"})),
         .isBoot = isBoot,

@@ -20,11 +20,13 @@ class MountedVolumes final : public Volumes {
 
     std::vector<Volume> volumes() const override;
     std::optional<std::string> volumeName(const std::filesystem::path& path) const override;
+    std::unique_ptr<VolumeWatch> watch(std::function<void()> changed) const override;
 
   private:
     struct Mount;
     std::vector<Mount> mounts() const;
     bool isRemovable(const Mount& mount) const;
+    bool hasLostItsDisk(const Mount& mount) const;
     Volume volumeOf(const Mount& mount) const;
 
     const Sources sources_;

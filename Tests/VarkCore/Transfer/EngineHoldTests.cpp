@@ -23,6 +23,7 @@ class TransferEngineHolds : public EngineTest {
         info.drive = "CARD";
         info.volumePath = volume.string();
         engine->setIngest(info);
+        volumes.table = {{.name = "CARD", .path = volume}};
     }
 };
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
@@ -15,22 +15,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 using Kind = Walker::WalkError::Kind;
-
-/// The superuser may list every folder, so while this stands it is nobody.
-class AsAnOrdinaryUser {
-  public:
-    AsAnOrdinaryUser() {
-        if (before_ == 0 && seteuid(65534) != 0) throw std::runtime_error("The user could not be changed.");
-    }
-    ~AsAnOrdinaryUser() {
-        if (before_ == 0 && seteuid(before_) != 0) std::abort();
-    }
-    AsAnOrdinaryUser(const AsAnOrdinaryUser&) = delete;
-    AsAnOrdinaryUser& operator=(const AsAnOrdinaryUser&) = delete;
-
-  private:
-    uid_t before_ = geteuid();
-};
 
 class WalkerTest : public testing::Test {
   protected:
@@ -134,8 +118,9 @@ TEST_F(WalkerTest, AFolderThatCannotBeListedCostsOnlyItsOwnContents) {
     folder.file("R/open");
     permissions(folder / "R/closed", std::filesystem::perms::none);
     permissions(folder.path(), std::filesystem::perms{0711});
-    const AsAnOrdinaryUser ordinary;
+    const test::AsAnOrdinaryUser ordinary;
     EXPECT_EQ(namesIn(folder / "R"), (Names{"R/open"}));
+    EXPECT_EQ(Walker::walk(folder / "R", volumes).unlisted, (Names{"R/closed"}));
     EXPECT_EQ(failure(folder / "R/closed"), Kind::cannotRead);
 }
 

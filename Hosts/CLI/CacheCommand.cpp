@@ -1,0 +1,123 @@
+#include "Hosts/CLI/Commands.h"
+#include "Hosts/CLI/QueueHolder.h"
+#include "VarkCore/Policies/LocalCache.h"
+#include "VarkCore/Transfer/Format.h"
+#include "VarkCore/Transfer/Rescue.h"
+
+namespace vark::cli {
+
+namespace {
+
+struct CacheOptions {
+    bool free = false;
+    bool json = false;
+};
+
+struct RescueOptions {
+    std::string folder;
+    bool json = false;
+};
+
+/// Single files are measured and never freed.
+std::vector<LocalCache::Place> placesOf(Surroundings& surroundings) {
+    const Locations& locations = surroundings.locations();
+    std::vector<LocalCache::Place> places = {
+        {"The queue", locations.queue()},
+        {"A queue that could not be read", locations.damagedQueue()},
+        {"Requests between terminals", locations.requests()},
+        {"Diaries", locations.logsFolder(), {locations.transferLog().filename().string()}}};
+    if (const SharedStore::Folder& folder = surroundings.sharedFolder()) {
+        const std::filesystem::path log = SharedFiles::extensionsLog(*folder);
+        places.push_back({"Diaries of the other programs", log.parent_path(), {log.filename().string()}});
+        places.push_back({"The history of what was done", SharedFiles::history(*folder)});
+    }
+    return places;
+}
+
+void print(Console& console, const LocalCache::Report& report, bool json) {
+    if (json) {
+        JSONWriter record;
+        record.beginObject().field("bytes", report.total()).key("places").beginArray();
+        for (const LocalCache::Line& line : report.lines)
+            record.beginObject().field("name", line.name).field("bytes", line.bytes).endObject();
+        console.printJSON(record.endArray().endObject().text());
+        return;
+    }
+    console.print(report.describe());
+    for (const LocalCache::Line& line : report.lines)
+        console.print(fmt::format("  {}: {}", line.name, Format::bytes(line.bytes)));
+}
+
+ExitCode showCache(Surroundings& surroundings, const CacheOptions& options) {
+    const std::vector<LocalCache::Place> places = placesOf(surroundings);
+    if (!options.free) {
+        print(surroundings.console, LocalCache::measure(places), options.json);
+        return ExitCode::allLanded;
+    }
+    // What another vark is being asked, or has just answered, must not go from under it.
+    const QueueLock lock = takeQueue(surroundings);
+    const std::filesystem::path requests = surroundings.locations().requests();
+    const auto inUse = [&](const std::filesystem::path& member) {
+        return lock == nullptr && member.parent_path() == requests;
+    };
+    const LocalCache::Freed freed = LocalCache::evict(places, inUse);
+    if (options.json) {
+        JSONWriter record;
+        record.beginObject().field("freed", freed.bytes).field("left", freed.left).endObject();
+        surroundings.console.printJSON(record.text());
+    } else {
+        surroundings.console.print(freed.describe());
+    }
+    return ExitCode::allLanded;
+}
+
+bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder) {
+    return std::ranges::mismatch(folder, path).in1 == folder.end();
+}
+
+ExitCode rescue(Surroundings& surroundings, const RescueOptions& options) {
+    if (!std::filesystem::is_directory(options.folder))
+        throw CommandError(ExitCode::usage, fmt::format("{} is no folder.", options.folder));
+    const std::filesystem::path folder = std::filesystem::canonical(options.folder);
+    const std::filesystem::path downloads = Rescue::downloads(surroundings.platform.folders());
+    if (liesIn(std::filesystem::weakly_canonical(downloads), folder))
+        throw CommandError(
+            ExitCode::usage,
+            fmt::format("Your Downloads lie in {} themselves, so it cannot be emptied into them.",
+                        folder.string()));
+    const std::optional<Rescue::Kept> kept =
+        Rescue::keep(folder, downloads, surroundings.date(), surroundings.calendar());
+    if (options.json) {
+        JSONWriter record;
+        record.beginObject();
+        if (kept) record.field("folder", kept->folder.string());
+        record.field("files", kept ? kept->files : 0).field("bytes", kept ? kept->bytes : 0).endObject();
+        surroundings.console.printJSON(record.text());
+    } else if (kept) {
+        surroundings.console.print(kept->sentence());
+    } else {
+        surroundings.console.say("There was nothing to keep.");
+    }
+    return ExitCode::allLanded;
+}
+
+}  // namespace
+
+void declareCache(CLI::App& program, Chosen& chosen) {
+    auto options = std::make_shared<CacheOptions>();
+    CLI::App& command = addCommand(program, chosen, "cache", "Say how much room Vark takes on this machine",
+                                   options, showCache);
+    command.add_flag("--free", options->free, "Give back what can be given back; the queue stays");
+    addJSON(command, options->json);
+
+    auto rescuing = std::make_shared<RescueOptions>();
+    CLI::App& saving = addCommand(
+        program, chosen, "rescue",
+        "Move all of a folder that is about to go into a new folder in your Downloads", rescuing, rescue);
+    saving.add_option("FOLDER", rescuing->folder, "The folder; it is gone afterwards")
+        ->required()
+        ->type_name("FILE");
+    addJSON(saving, rescuing->json);
+}
+
+}  // namespace vark::cli

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Hosts/CLI/QueueDesk.h"
+#include "Hosts/CLI/Surroundings.h"
+#include "VarkCore/Transfer/IngestReport.h"
+
+namespace vark::cli {
+
+/// A card or a drive that is to be brought into the vark.
+struct IngestWish {
+    Volume volume;
+    bool isCard = false;
+    /// Counted from the vark's root.
+    std::string destination;
+    std::string title;
+    /// Paths relative to the card.
+    std::vector<std::string> leaveOut;
+    bool emailMe = false;
+};
+
+/// Begins and ends the ingest of an engine: announces the card and puts it into the queue, and when all has
+/// settled tells the vark, once, what became of it. Owned by whoever has the engine; on its executor.
+class IngestDesk {
+  public:
+    IngestDesk(Surroundings& surroundings, TransferEngine& engine, QueueDesk& queue,
+               std::shared_ptr<VarkAPI> api)
+        : surroundings_(surroundings), engine_(engine), queue_(queue), api_(std::move(api)) {}
+
+    /// Never fails: what cannot be done stands in the answer, and then nothing of the card is in the queue.
+    Task<QueueAnswer> open(IngestWish wish);
+
+    /// The ingest of the queue, if there is one.
+    const IngestInfo* ingest() const;
+    /// Whether there is one that the vark waits for the end of.
+    bool isOpen() const { return ingest() != nullptr && !ingest()->reported; }
+    /// Whether all has settled and the vark does not know of it yet.
+    bool owesReport() const;
+
+    struct Closing {
+        CardVerdict verdict;
+        /// Why the vark could not be told, and what to do about it.
+        std::optional<std::string> notReported;
+    };
+    /// Looks through the card, and tells the vark unless that has been done. Never fails.
+    Task<Closing> close();
+
+  private:
+    std::optional<std::string> whyItMustWait() const;
+    Task<std::optional<Walker::Result>> walkCard(std::filesystem::path path);
+    Task<std::optional<std::string>> report(IngestReport report);
+    Task<void> turnAway(IngestWish wish, IngestStart start, Walker::Result card);
+
+    Surroundings& surroundings_;
+    TransferEngine& engine_;
+    QueueDesk& queue_;
+    const std::shared_ptr<VarkAPI> api_;
+};
+
+}  // namespace vark::cli

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Date.h"
+
+namespace vark {
+
+struct CardNaming {
+    /// "2025-03-03 Alpha": what the files of a card are called together.
+    static std::string title(std::string_view volumeName, Date date, const Calendar& calendar);
+};
+
+}  // namespace vark

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Date.h"
+
+namespace vark {
+
+class UserFolders;
+
+/// Keeps files that have not been sent from going away with their folder: they are moved to a dated folder in
+/// the person's Downloads. Functions only; blocks its thread for as long as the moving takes.
+struct Rescue {
+    struct Kept {
+        std::filesystem::path folder;
+        std::int64_t files = 0;
+        std::int64_t bytes = 0;
+
+        /// For the person.
+        std::string sentence() const;
+        bool operator==(const Kept&) const = default;
+    };
+    struct Count {
+        std::int64_t files = 0;
+        std::int64_t bytes = 0;
+        bool operator==(const Count&) const = default;
+    };
+    /// Moves a file or a whole folder. Answers false when that cannot be done in one step, as across volumes.
+    using Mover = std::function<bool(const std::filesystem::path& from, const std::filesystem::path& to)>;
+
+    static std::filesystem::path downloads(const UserFolders& folders);
+    /// "Vark – not sent yet 3 Mar 2025"
+    static std::string folderName(Date date, const Calendar& calendar);
+    /// Empties `from` into a new folder in `in` and removes it. Nothing when there was nothing to keep. Fails
+    /// with `std::filesystem::filesystem_error`, and then what has been moved stays moved and the rest stays
+    /// where it was.
+    static std::optional<Kept> keep(const std::filesystem::path& from, const std::filesystem::path& in,
+                                    Date date, const Calendar& calendar, const Mover& move = rename);
+    /// The regular files at any depth.
+    static Count count(const std::filesystem::path& folder);
+
+    static bool rename(const std::filesystem::path& from, const std::filesystem::path& to);
+};
+
+}  // namespace vark

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <thread>
+
+#include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Services/Volumes.h"
+
+namespace vark {
+
+/// Rings when the kernel's table of mounts changes. Made and ended on any thread; a table that cannot be
+/// opened never rings.
+class MountTableWatch final : public VolumeWatch {
+  public:
+    MountTableWatch(const std::filesystem::path& table, std::function<void()> changed);
+    ~MountTableWatch() override;
+
+  private:
+    void watch(const std::function<void()>& changed) const;
+
+    Descriptor table_;
+    Descriptor end_;
+    std::thread thread_;
+};
+
+}  // namespace vark
