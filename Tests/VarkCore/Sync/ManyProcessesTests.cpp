@@ -112,8 +112,12 @@ TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
 }
 
 TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
-    constexpr int lines = 1600;
-    Process writer = start({"lines", "w", std::to_string(lines), "6000"});
+    // Large enough from the start that every reading prunes.
+    for (int number = 0; number < 5; ++number)
+        ActivityHistory::append({.at = noon, .text = "old " + std::string(1 << 20, 'x'), .kind = "put"},
+                                shared);
+    constexpr int lines = 1000;
+    Process writer = start({"lines", "w", std::to_string(lines), "100"});
     std::size_t prunes = 0;
     bool hasEnded = false;
     while (!hasEnded) {
