@@ -73,6 +73,7 @@ TEST(SecretService, WithoutAKeyringNothingIsStoredAndNothingCanBe) {
     KeyringSession session(Keyring::none);
     EXPECT_EQ(keychain(session, "read"), "missing");
     EXPECT_EQ(keychain(session, "write t0k"), failure(SecretStatus::absent));
+    EXPECT_EQ(keychain(session, "open"), failure(SecretStatus::refused));
 }
 
 TEST(SecretService, OneThatIsNotThereOrDoesNotAnswerWouldNotSay) {

@@ -104,6 +104,41 @@ class Trouble {
     GError* error_ = nullptr;
 };
 
+/// Waits for a call of the library that asks the person and ends in a callback, and for all that is to be
+/// done after that: where the library waits by itself, it leaves a piece of the question behind.
+class QuestionEnd {
+  public:
+    QuestionEnd() : context_(g_main_context_new()), loop_(g_main_loop_new(context_, FALSE)) {
+        g_main_context_push_thread_default(context_);
+    }
+    ~QuestionEnd() {
+        result_.reset();
+        while (g_main_context_iteration(context_, FALSE)) {
+        }
+        g_main_context_pop_thread_default(context_);
+        g_main_loop_unref(loop_);
+        g_main_context_unref(context_);
+    }
+    QuestionEnd(const QuestionEnd&) = delete;
+    QuestionEnd& operator=(const QuestionEnd&) = delete;
+
+    /// The callback, to which this object is handed.
+    static void reached(GObject*, GAsyncResult* result, void* end) {
+        auto* self = static_cast<QuestionEnd*>(end);
+        self->result_.reset(G_ASYNC_RESULT(g_object_ref(result)));
+        g_main_loop_quit(self->loop_);
+    }
+    GAsyncResult* result() {
+        g_main_loop_run(loop_);
+        return result_.get();
+    }
+
+  private:
+    GMainContext* context_;
+    GMainLoop* loop_;
+    Owned<GAsyncResult> result_;
+};
+
 /// One operation with the service: what it may take of time, and the service itself.
 class Conversation {
   public:
@@ -198,10 +233,11 @@ class Conversation {
     // These wait for the person, for as long as it takes.
 
     void makeDefaultCollection() {
+        QuestionEnd end;
+        secret_collection_create(service_.get(), "Default keyring", SECRET_COLLECTION_DEFAULT,
+                                 SECRET_COLLECTION_CREATE_NONE, nullptr, QuestionEnd::reached, &end);
         Trouble trouble;
-        const Owned<SecretCollection> made(
-            secret_collection_create_sync(service_.get(), "Default keyring", SECRET_COLLECTION_DEFAULT,
-                                          SECRET_COLLECTION_CREATE_NONE, nullptr, trouble));
+        const Owned<SecretCollection> made(secret_collection_create_finish(end.result(), trouble));
         if (!made) throw Ended{SecretStatus::refused};
     }
 
