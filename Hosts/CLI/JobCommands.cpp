@@ -6,6 +6,7 @@
 #include "VarkCore/Actions/VarkActions.h"
 #include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
 
@@ -77,7 +78,8 @@ ExitCode file(Surroundings& surroundings, const FileOptions& options) {
         record.beginObject().field("filed", filed).field("job", job.id).field("ref", job.ref).endObject();
         surroundings.console.printJSON(record.text());
     } else {
-        surroundings.console.print(fmt::format("Filed {} under {}", filed, job.line()));
+        surroundings.console.print(
+            fmt::format("Filed {} under {}", Format::count(filed, "item"), job.line()));
     }
     if (filed >= wanted) return ExitCode::allLanded;
     surroundings.console.say(fmt::format("The vark did not file all {}.", wanted));

@@ -46,8 +46,7 @@ std::string signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::
         const bool isRefusal = server != nullptr && server->status < 500;
         if (!isRefusal && !error.isSignOut()) throw;
         throw CommandError(ExitCode::notConnected,
-                           fmt::format("The vark did not accept the code: {} Get a new one from Settings in "
-                                       "the portal and try again.",
+                           fmt::format("The vark did not accept the code: {} Try again with a new code.",
                                        error.errorDescription()));
     }
 }

@@ -75,7 +75,7 @@ TEST_F(Sharing, ItemsAreFiledAgainstTheOneJobOfAReference) {
     EXPECT_THAT(server.filed, IsEmpty());
 
     EXPECT_EQ(vark({"job", "file", "a", "--job", "j-7"}), ExitCode::allLanded) << said();
-    EXPECT_EQ(printed(), "Filed 1 under J-7 · Summer\n");
+    EXPECT_EQ(printed(), "Filed 1 item under J-7 · Summer\n");
     server.leftUnfiled = 1;
     EXPECT_EQ(vark({"job", "file", "a", "--job", "J-7", "--json"}), ExitCode::somethingFailed);
     EXPECT_EQ(printed(), "{\"filed\":0,\"job\":7,\"ref\":\"J-7\"}\n");

@@ -55,7 +55,7 @@ TEST_F(Share, FilesAgainstAJobOfTheBook) {
     EXPECT_THAT(all.output, HasSubstr(job("ref") + " · " + job("title")));
     const Finished filed = vark.run({"job", "file", "Jobs/Take.mov", hostile, "--job", job("ref")});
     expectExit(filed, 0);
-    EXPECT_THAT(filed.output, HasSubstr("Filed 2 under " + job("ref")));
+    EXPECT_THAT(filed.output, HasSubstr("Filed 2 items under " + job("ref")));
     EXPECT_EQ(jobs().at(0).at("paths").as_array().size(), 2u);
     EXPECT_THAT(vark.run({"activity"}).output,
                 HasSubstr("Put job number " + job("ref") + " on Take.mov and 1 more\n"));

@@ -1,143 +1,108 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/KeyringSession.h"
-#include "Tests/VarkPlatform/ChangedVariables.h"
-#include "VarkCore/Connection/Keychain.h"
-#include "VarkPlatform/Linux/SecretServiceStore.h"
+#include "VarkCore/Services/SecretStore.h"
 
-namespace vark {
+namespace vark::test {
 namespace {
 
-using test::KeyringSession;
 using testing::HasSubstr;
-using testing::Not;
-using Found = Keychain::TokenRead::Found;
-using Missing = Keychain::TokenRead::Missing;
-using Unreadable = Keychain::TokenRead::Unreadable;
+using Keyring = KeyringSession::Keyring;
 
 const std::string attributes = "service dev.vark.mac account device-token";
+const std::string earlier = "service dev.vark.transfer account device-token";
 
-/// A keychain on a real keyring daemon. Its patience is longer than any machine is slow.
-struct World {
-    explicit World(KeyringSession::Keyring keyring) : session(keyring) {}
+std::string unreadable(std::int32_t status) {
+    return fmt::format("unreadable {}", status);
+}
+std::string failure(std::int32_t status) {
+    return std::to_string(status);
+}
 
-    Keychain::TokenRead read() { return keychain.readToken(); }
-    std::int32_t statusOfWriting(std::string_view token) {
-        try {
-            keychain.write(token);
-            return SecretStatus::done;
-        } catch (const Keychain::Failure& failure) {
-            return failure.status();
-        }
-    }
-
-    KeyringSession session;
-    test::ChangedVariables variables{{{"DBUS_SESSION_BUS_ADDRESS", session.address()}}};
-    SecretServiceStore store{std::chrono::minutes(1)};
-    FakeBundle bundle;
-    Keychain keychain{store, AppIdentity(bundle)};
-};
+/// What an operation on the keychain tells in the session, or in one that `environment` changes.
+std::string keychain(KeyringSession& session, const std::string& operation,
+                     const std::string& environment = "") {
+    return session.run(fmt::format("env {} {} {}", environment, VARK_KEYCHAIN_PROBE, operation));
+}
 
 TEST(SecretService, KeepsATokenWhereOtherToolsFindIt) {
-    World world(KeyringSession::Keyring::unlocked);
-    EXPECT_EQ(world.store.open(), SecretStatus::done);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Missing{}));
-    world.keychain.remove();
-    world.keychain.write("t0k-\xC3\xA9");
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Found{"t0k-\xC3\xA9"}));
-    EXPECT_EQ(world.session.run("secret-tool lookup " + attributes), "t0k-\xC3\xA9");
-    EXPECT_THAT(world.session.run("secret-tool search " + attributes),
-                HasSubstr("label = Vark device token\n"));
-    world.keychain.remove();
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Missing{}));
+    KeyringSession session;
+    EXPECT_EQ(keychain(session, "open"), "0");
+    EXPECT_EQ(keychain(session, "read"), "missing");
+    EXPECT_EQ(keychain(session, "remove"), "0");
+    EXPECT_EQ(keychain(session, "write t0k-\xC3\xA9"), "0");
+    EXPECT_EQ(keychain(session, "read"), "found t0k-\xC3\xA9");
+    EXPECT_EQ(session.run("secret-tool lookup " + attributes), "t0k-\xC3\xA9");
+    EXPECT_THAT(session.run("secret-tool search " + attributes), HasSubstr("label = Vark device token\n"));
+    EXPECT_EQ(keychain(session, "remove"), "0");
+    EXPECT_EQ(keychain(session, "read"), "missing");
 }
 
 TEST(SecretService, AnUpdateKeepsTheOneItemAndItsLabel) {
-    World world(KeyringSession::Keyring::unlocked);
-    world.session.run("printf one | secret-tool store --label='Of my own' " + attributes);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Found{"one"}));
-    world.keychain.write("two");
-    world.keychain.write("three");
-    const std::string items = world.session.run("secret-tool search --all " + attributes);
-    EXPECT_THAT(items, HasSubstr("label = Of my own\nsecret = three\n"));
+    KeyringSession session;
+    session.run("printf one | secret-tool store --label='Of my own' " + attributes);
+    EXPECT_EQ(keychain(session, "read"), "found one");
+    EXPECT_EQ(keychain(session, "write two"), "0");
+    const std::string items = session.run("secret-tool search --all " + attributes);
+    EXPECT_THAT(items, HasSubstr("label = Of my own\nsecret = two\n"));
     EXPECT_EQ(items.find("label ="), items.rfind("label ="));
 }
 
 TEST(SecretService, WhatIsNoTextIsNotMissing) {
-    World world(KeyringSession::Keyring::unlocked);
-    world.session.run(R"(printf 't\377k' | secret-tool store --label=x )" + attributes);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::notText}));
+    KeyringSession session;
+    session.run(R"(printf 't\377k' | secret-tool store --label=x )" + attributes);
+    EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::notText));
 }
 
 TEST(SecretService, ALockedKeyringWouldNotSayAndLosesNothing) {
-    World world(KeyringSession::Keyring::unlocked);
-    world.keychain.write("t0k");
-    world.session.lock();
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::locked}));
-    EXPECT_EQ(world.keychain.readToken("dev.vark.other"),
-              Keychain::TokenRead(Unreadable{SecretStatus::locked}));
-    EXPECT_EQ(world.statusOfWriting("new"), SecretStatus::locked);
-    EXPECT_EQ(world.store.add({"a", "b"}, "c", "d"), SecretStatus::locked);
+    KeyringSession session;
+    EXPECT_EQ(keychain(session, "write t0k"), "0");
+    session.lock();
+    EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::locked));
+    EXPECT_EQ(keychain(session, "read dev.vark.other"), unreadable(SecretStatus::locked));
+    EXPECT_EQ(keychain(session, "write new"), failure(SecretStatus::locked));
+    EXPECT_EQ(keychain(session, "add new"), failure(SecretStatus::locked));
     // Nobody is there to be asked.
-    EXPECT_EQ(world.store.open(), SecretStatus::refused);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::locked}));
+    EXPECT_EQ(keychain(session, "open"), failure(SecretStatus::refused));
+    EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::locked));
 }
 
 TEST(SecretService, WithoutAKeyringNothingIsStoredAndNothingCanBe) {
-    World world(KeyringSession::Keyring::none);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Missing{}));
-    EXPECT_EQ(world.statusOfWriting("t0k"), SecretStatus::absent);
-    EXPECT_EQ(world.store.open(), SecretStatus::refused);
+    KeyringSession session(Keyring::none);
+    EXPECT_EQ(keychain(session, "read"), "missing");
+    EXPECT_EQ(keychain(session, "write t0k"), failure(SecretStatus::absent));
+    EXPECT_EQ(keychain(session, "open"), failure(SecretStatus::refused));
 }
 
 TEST(SecretService, OneThatIsNotThereOrDoesNotAnswerWouldNotSay) {
-    World world(KeyringSession::Keyring::noService);
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::absent}));
-    EXPECT_EQ(world.store.open(), SecretStatus::absent);
-    {
-        const test::ChangedVariables noBus(
-            {{"DBUS_SESSION_BUS_ADDRESS", std::string("unix:path=/no/such/bus")}});
-        EXPECT_EQ(world.read(), Keychain::TokenRead(Unreadable{SecretStatus::absent}));
-    }
-    {
-        const test::ChangedVariables noSession({{"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
-                                                {"XDG_RUNTIME_DIR", std::nullopt},
-                                                {"DISPLAY", std::nullopt}});
-        EXPECT_EQ(world.statusOfWriting("t0k"), SecretStatus::absent);
-    }
+    KeyringSession session(Keyring::noService);
+    const std::string absent = unreadable(SecretStatus::absent);
+    EXPECT_EQ(keychain(session, "read"), absent);
+    EXPECT_EQ(keychain(session, "open"), failure(SecretStatus::absent));
+    EXPECT_EQ(keychain(session, "read", "DBUS_SESSION_BUS_ADDRESS=unix:path=/no/such/bus"), absent);
+    EXPECT_EQ(keychain(session, "read", "-u DBUS_SESSION_BUS_ADDRESS -u XDG_RUNTIME_DIR"), absent);
+
     KeyringSession hung;
     hung.stop();
-    const test::ChangedVariables there({{"DBUS_SESSION_BUS_ADDRESS", hung.address()}});
-    SecretServiceStore impatient{std::chrono::milliseconds(50)};
-    EXPECT_EQ(impatient.find({"a", "b"}).status, SecretStatus::noAnswer);
+    EXPECT_EQ(keychain(hung, "read", "PATIENCE_MS=50"), unreadable(SecretStatus::noAnswer));
 }
 
 TEST(SecretService, CarriesTheTokenOfAnEarlierVersionOver) {
-    World world(KeyringSession::Keyring::unlocked);
-    const std::string earlier = "service dev.vark.transfer account device-token";
-    world.session.run("printf old | secret-tool store --label='Vark Transfer' " + earlier);
-    EXPECT_TRUE(world.keychain.migrateFromLegacy());
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Found{"old"}));
-    EXPECT_EQ(world.session.run("secret-tool lookup " + earlier + " || true"), "");
-    EXPECT_FALSE(world.keychain.migrateFromLegacy());
+    KeyringSession session;
+    const std::string storeEarlier = "printf old | secret-tool store --label='Vark Transfer' " + earlier;
+    session.run(storeEarlier);
+    EXPECT_EQ(keychain(session, "migrate"), "moved");
+    EXPECT_EQ(keychain(session, "read"), "found old");
+    EXPECT_EQ(session.run("secret-tool lookup " + earlier + " || true"), "");
+    EXPECT_EQ(keychain(session, "migrate"), "left");
 
-    world.session.run("printf older | secret-tool store --label='Vark Transfer' " + earlier);
-    world.session.lock();
-    EXPECT_FALSE(world.keychain.migrateFromLegacy());
-}
-
-TEST(SecretService, ASessionThatEndsTakesNothingWithIt) {
-    World world(KeyringSession::Keyring::unlocked);
-    world.keychain.write("t0k");
-    {
-        const KeyringSession gone;
-        const test::ChangedVariables there({{"DBUS_SESSION_BUS_ADDRESS", gone.address()}});
-        world.read();
-    }
-    EXPECT_EQ(world.read(), Keychain::TokenRead(Found{"t0k"}));
+    session.run(storeEarlier);
+    EXPECT_EQ(keychain(session, "remove"), "0");
+    session.lock();
+    EXPECT_EQ(keychain(session, "migrate"), "left");
 }
 
 }  // namespace
-}  // namespace vark
+}  // namespace vark::test

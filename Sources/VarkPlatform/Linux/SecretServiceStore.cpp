@@ -104,6 +104,41 @@ class Trouble {
     GError* error_ = nullptr;
 };
 
+/// Waits for a call of the library that asks the person and ends in a callback, and for all that is to be
+/// done after that: where the library waits by itself, it leaves a piece of the question behind.
+class QuestionEnd {
+  public:
+    QuestionEnd() : context_(g_main_context_new()), loop_(g_main_loop_new(context_, FALSE)) {
+        g_main_context_push_thread_default(context_);
+    }
+    ~QuestionEnd() {
+        result_.reset();
+        while (g_main_context_iteration(context_, FALSE)) {
+        }
+        g_main_context_pop_thread_default(context_);
+        g_main_loop_unref(loop_);
+        g_main_context_unref(context_);
+    }
+    QuestionEnd(const QuestionEnd&) = delete;
+    QuestionEnd& operator=(const QuestionEnd&) = delete;
+
+    /// The callback, to which this object is handed.
+    static void reached(GObject*, GAsyncResult* result, void* end) {
+        auto* self = static_cast<QuestionEnd*>(end);
+        self->result_.reset(G_ASYNC_RESULT(g_object_ref(result)));
+        g_main_loop_quit(self->loop_);
+    }
+    GAsyncResult* result() {
+        g_main_loop_run(loop_);
+        return result_.get();
+    }
+
+  private:
+    GMainContext* context_;
+    GMainLoop* loop_;
+    Owned<GAsyncResult> result_;
+};
+
 /// One operation with the service: what it may take of time, and the service itself.
 class Conversation {
   public:
@@ -113,21 +148,16 @@ class Conversation {
               const bool isOver = asked_.wait_for(hold, ended, patience, [] { return false; });
               if (!isOver && !ended.stop_requested()) g_cancellable_cancel(cancellable_.get());
           }) {
-        connect();
+        Trouble noBus;
+        bus_.reset(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable_.get(), noBus));
+        noBus.check();
+        // The end of the person's session is no reason for this process to end.
+        g_dbus_connection_set_exit_on_close(bus_.get(), FALSE);
         Trouble noService;
-        service_.reset(SECRET_SERVICE(
-            g_initable_new(SECRET_TYPE_SERVICE, cancellable_.get(), noService, "g-connection", bus_.get(),
-                           "g-name", "org.freedesktop.secrets", "g-object-path", "/org/freedesktop/secrets",
-                           "g-interface-name", "org.freedesktop.Secret.Service", nullptr)));
+        service_.reset(secret_service_open_sync(SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE,
+                                                cancellable_.get(), noService));
         noService.check();
     }
-
-    ~Conversation() {
-        service_.reset();
-        if (bus_) g_dbus_connection_close_sync(bus_.get(), cancellable_.get(), nullptr);
-    }
-    Conversation(const Conversation&) = delete;
-    Conversation& operator=(const Conversation&) = delete;
 
     /// Nothing when there is none.
     Owned<SecretCollection> defaultCollection() {
@@ -203,10 +233,11 @@ class Conversation {
     // These wait for the person, for as long as it takes.
 
     void makeDefaultCollection() {
+        QuestionEnd end;
+        secret_collection_create(service_.get(), "Default keyring", SECRET_COLLECTION_DEFAULT,
+                                 SECRET_COLLECTION_CREATE_NONE, nullptr, QuestionEnd::reached, &end);
         Trouble trouble;
-        const Owned<SecretCollection> made(
-            secret_collection_create_sync(service_.get(), "Default keyring", SECRET_COLLECTION_DEFAULT,
-                                          SECRET_COLLECTION_CREATE_NONE, nullptr, trouble));
+        const Owned<SecretCollection> made(secret_collection_create_finish(end.result(), trouble));
         if (!made) throw Ended{SecretStatus::refused};
     }
 
@@ -218,20 +249,6 @@ class Conversation {
     }
 
   private:
-    /// A connection of its own: the library's common one stays closed once its bus has ended.
-    void connect() {
-        Trouble noAddress;
-        const std::unique_ptr<char, decltype(&g_free)> address(
-            g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), noAddress), g_free);
-        noAddress.check();
-        constexpr auto client = static_cast<GDBusConnectionFlags>(
-            G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        Trouble noBus;
-        bus_.reset(g_dbus_connection_new_for_address_sync(address.get(), client, nullptr, cancellable_.get(),
-                                                          noBus));
-        noBus.check();
-    }
-
     Owned<GCancellable> cancellable_;
     Owned<GDBusConnection> bus_;
     Owned<SecretService> service_;

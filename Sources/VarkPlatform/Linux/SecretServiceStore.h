@@ -6,8 +6,9 @@
 namespace vark {
 
 /// The Secret Service of the person's session, by D-Bus. Each call speaks with the service that is there at
-/// that moment; any thread. A secret is looked for everywhere and added to the default collection. A service
-/// that does not answer within `patience` is one that would not say.
+/// that moment, on the bus that the process found at its first call; any thread. A secret is looked for
+/// everywhere and added to the default collection. A service that does not answer within `patience` is one
+/// that would not say.
 class SecretServiceStore final : public SecretStore {
   public:
     explicit SecretServiceStore(Duration patience = std::chrono::seconds(5)) : patience_(patience) {}
