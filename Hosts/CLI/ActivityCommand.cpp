@@ -33,13 +33,11 @@ ExitCode showActivity(Surroundings& surroundings, const ActivityOptions& options
     if (entries.empty()) console.say("Nothing has been done with the vark yet.");
     for (const ActivityEntry& entry : entries) {
         if (!console.isRead()) break;
-        if (!options.json) {
+        if (options.json) {
+            console.printRecord(entry);
+        } else {
             console.print(lineOf(entry, now, surroundings.calendar()));
-            continue;
         }
-        JSONWriter record;
-        entry.encode(record);
-        console.printJSON(record.text());
     }
     return ExitCode::allLanded;
 }

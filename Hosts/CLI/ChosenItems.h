@@ -8,10 +8,12 @@
 
 namespace vark::cli {
 
-/// The items at these paths below the connection's folder, in their order. Fails with a `CommandError` that
+/// The items at these paths below the connection's folder, in their order; of that folder itself the number
+/// alone. Fails with a `CommandError` that
 /// names the one that is not there.
-std::vector<std::int64_t> chosenItems(Surroundings& surroundings, VarkAPI& api,
-                                      const SharedConnection& connection,
-                                      const std::vector<std::string>& paths);
+std::vector<VarkItem> chosenItems(Surroundings& surroundings, VarkAPI& api,
+                                  const SharedConnection& connection, const std::vector<std::string>& paths);
+
+std::vector<std::int64_t> idsOf(const std::vector<VarkItem>& items);
 
 }  // namespace vark::cli

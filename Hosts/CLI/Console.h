@@ -3,6 +3,8 @@
 #include <ostream>
 #include <string_view>
 
+#include "VarkCore/Foundation/JSON.h"
+
 namespace vark::cli {
 
 /// Where the words of a command go: results to one stream, what went wrong and what to do next to the other.
@@ -15,6 +17,13 @@ class Console {
     void print(std::string_view line);
     /// One JSON object, as it stands.
     void printJSON(std::string_view object);
+    /// The same of a record, with the keys that it has in files.
+    template <class Record>
+    void printRecord(const Record& record) {
+        JSONWriter object;
+        record.encode(object);
+        printJSON(object.text());
+    }
     /// One line of what went wrong, or of what to do next.
     void say(std::string_view line);
     /// Text of this program's own with its line ends.

@@ -2,7 +2,9 @@
 
 #include "Hosts/CLI/ChosenItems.h"
 #include "Hosts/CLI/Commands.h"
+#include "VarkCore/Actions/ActionLines.h"
 #include "VarkCore/Actions/VarkActions.h"
+#include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
@@ -38,7 +40,9 @@ ExitCode find(Surroundings& surroundings, const FindOptions& options) {
     const std::vector<VarkJob> jobs = surroundings.await(actions.findJobs(query));
     for (const VarkJob& job : jobs)
         print(surroundings.console, job, options.json);
-    if (jobs.empty()) surroundings.console.say(fmt::format("The job book has nothing for \"{}\".", query));
+    if (jobs.empty())
+        surroundings.console.say(query.empty() ? "The job book is empty."
+                                               : fmt::format("The job book has nothing for \"{}\".", query));
     return ExitCode::allLanded;
 }
 
@@ -64,9 +68,10 @@ ExitCode file(Surroundings& surroundings, const FileOptions& options) {
     const std::shared_ptr<VarkAPI> api = surroundings.api(connection);
     const VarkActions actions(*api);
     const VarkJob job = neededJob(surroundings, actions, options.ref);
-    std::vector<std::int64_t> ids = chosenItems(surroundings, *api, connection, options.paths);
-    const auto wanted = static_cast<std::int64_t>(ids.size());
-    const std::int64_t filed = surroundings.await(actions.fileAgainstJob(std::move(ids), job));
+    const std::vector<VarkItem> items = chosenItems(surroundings, *api, connection, options.paths);
+    const auto wanted = static_cast<std::int64_t>(items.size());
+    const std::int64_t filed = surroundings.await(actions.fileAgainstJob(idsOf(items), job));
+    SharedActivity::append(ActionLines::filed(items, job, surroundings.date()), surroundings.sharedFolder());
     if (options.json) {
         JSONWriter record;
         record.beginObject().field("filed", filed).field("job", job.id).field("ref", job.ref).endObject();
@@ -87,7 +92,7 @@ void declareJobs(CLI::App& program, Chosen& chosen) {
 
     auto finding = std::make_shared<FindOptions>();
     CLI::App& findCommand = addCommand(job, chosen, "find", "Find jobs in the job book", finding, find);
-    findCommand.add_option("QUERY", finding->words, "What to look for")->required();
+    findCommand.add_option("QUERY", finding->words, "What to look for; without it, what the vark offers");
     addJSON(findCommand, finding->json);
 
     auto filing = std::make_shared<FileOptions>();

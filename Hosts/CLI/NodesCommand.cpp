@@ -16,10 +16,7 @@ struct NodesOptions {
 
 void print(Console& console, const LANNode& node, bool json) {
     if (json) {
-        JSONWriter line;
-        line.beginObject().field("name", node.name).field("host", node.host).field("ip", node.ip);
-        line.field("port", std::int64_t{node.port}).field("seen", iso8601(node.seen)).field("api", node.api);
-        console.printJSON(line.endObject().take());
+        console.printRecord(node);
         return;
     }
     console.print(fmt::format("{}  {}:{}  for {}{}", node.name, node.ip, node.port, node.host,
@@ -54,7 +51,7 @@ ExitCode showNodes(Surroundings& surroundings, const NodesOptions& options) {
             JSONWriter line;
             line.beginObject().field("event", "nodes").key("nodes").beginArray();
             for (const LANNode& node : nodes)
-                node.writeTo(line);
+                node.encode(line);
             console.printJSON(line.endArray().endObject().take());
         };
 

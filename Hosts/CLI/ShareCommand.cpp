@@ -1,6 +1,8 @@
 #include "Hosts/CLI/ChosenItems.h"
 #include "Hosts/CLI/Commands.h"
+#include "VarkCore/Actions/ActionLines.h"
 #include "VarkCore/Actions/VarkActions.h"
+#include "VarkCore/Activity/SharedActivity.h"
 
 namespace vark::cli {
 
@@ -51,8 +53,11 @@ void printJSON(Console& console, const VarkShare& share) {
 ExitCode share(Surroundings& surroundings, const ShareOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     const std::shared_ptr<VarkAPI> api = surroundings.api(connection);
-    std::vector<std::int64_t> ids = chosenItems(surroundings, *api, connection, options.paths);
-    const VarkShare made = makeShare(surroundings, *api, std::move(ids), options);
+    const std::vector<VarkItem> items = chosenItems(surroundings, *api, connection, options.paths);
+    const VarkShare made = makeShare(surroundings, *api, idsOf(items), options);
+    SharedActivity::append(ActionLines::shared(items, made, audienceNamed(options.audience),
+                                               connection.clientName, surroundings.date()),
+                           surroundings.sharedFolder());
     Console& console = surroundings.console;
     if (options.json) {
         printJSON(console, made);

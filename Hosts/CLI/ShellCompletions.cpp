@@ -172,16 +172,18 @@ std::string zsh(const std::vector<CommandWords>& commands) {
     std::string described;
     std::string cases;
     for (const CommandWords& command : commands) {
-        described += fmt::format("    '{}:{}'\n", splitKeepingEmpty(command.name, ' ').front(),
-                                 zshQuoted(command.help));
+        if (!command.name.contains(' '))
+            described += fmt::format("    '{}:{}'\n", command.name, zshQuoted(command.help));
         cases += fmt::format("    '{}')\n      _arguments{} ;;\n", command.name, zshOptions(command));
     }
     std::string inner;
-    for (const auto& [first, seconds] : groups(commands))
+    for (const auto& [first, seconds] : groups(commands)) {
+        described += fmt::format("    '{}:{}'\n", first, fmt::join(seconds, ", "));
         inner += fmt::format(
             "    {0})\n      if (( CURRENT == 2 )); then compadd {1}; return; fi\n"
             "      command=\"{0} $words[2]\"; shift words; (( CURRENT-- )) ;;\n",
             first, fmt::join(seconds, " "));
+    }
     return fmt::format(R"(#compdef vark
 # Completes the vark command line.
 _vark_entries() {{

@@ -73,21 +73,14 @@ void printProblems(Console& console, const SyncSummary& summary) {
         console.print(fmt::format("  {}: {}", op.path, op.reason.value_or("No reason is known.")));
 }
 
-void printRecords(Console& console, const std::vector<SyncOp>& ops) {
-    for (const SyncOp& op : ops) {
-        JSONWriter record;
-        op.encode(record);
-        console.printJSON(record.text());
-    }
-}
-
 ExitCode showSync(Surroundings& surroundings, const SyncOptions& options) {
     Console& console = surroundings.console;
     const Date now = surroundings.date();
     const std::vector<SyncOp> ops = SharedSync::read(surroundings.sharedFolder(), now);
     if (ops.empty()) console.say("Nothing is owed: every change has reached the vark.");
     if (options.json) {
-        printRecords(console, ops);
+        for (const SyncOp& op : ops)
+            console.printRecord(op);
         return ExitCode::allLanded;
     }
     if (ops.empty()) return ExitCode::allLanded;

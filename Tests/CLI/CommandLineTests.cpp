@@ -30,7 +30,6 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"share", "a", "--audience", "everybody"},
         {"share", "a", "--expires", "1y"},
         {"job"},
-        {"job", "find"},
         {"job", "file", "a"},
         {"resolve"},
         {"resolve", "--replace", "--skip"},

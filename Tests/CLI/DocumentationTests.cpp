@@ -48,7 +48,7 @@ TEST_F(DocumentationTest, APageTellsOptionsAndArgumentsAsTheyAreTyped) {
     std::string send = page("man/vark-send.1");
     EXPECT_THAT(send, HasSubstr(".B \\-\\-outside\\-office\\-hours[=HOURS]\n"));
     EXPECT_THAT(send, HasSubstr(".B \\-\\-on\\-conflict ask|replace|skip\n"));
-    EXPECT_THAT(page("man/vark-job-find.1"), HasSubstr("vark job find [OPTIONS] QUERY..."));
+    EXPECT_THAT(page("man/vark-job-find.1"), HasSubstr("vark job find [OPTIONS] [QUERY...]"));
     EXPECT_THAT(page("man/vark-resolve.1"), HasSubstr(".B \\-\\-replace\n"));
 }
 

@@ -57,6 +57,8 @@ TEST_F(Share, FilesAgainstAJobOfTheBook) {
     expectExit(filed, 0);
     EXPECT_THAT(filed.output, HasSubstr("Filed 2 under " + job("ref")));
     EXPECT_EQ(jobs().at(0).at("paths").as_array().size(), 2u);
+    EXPECT_THAT(vark.run({"activity"}).output,
+                HasSubstr("Put job number " + job("ref") + " on Take.mov and 1 more\n"));
 
     expectExit(vark.run({"job", "file", "Jobs/gone", "--job", job("ref")}), 1);
     expectExit(vark.run({"job", "file", "Jobs/Take.mov", "--job", "none of these"}), 2);

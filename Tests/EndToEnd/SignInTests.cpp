@@ -72,7 +72,7 @@ TEST_F(SignIn, ACodeFromThePortalConnectsOnce) {
 
 TEST_F(SignIn, APersonWhoClicksYesIsConnectedThoughTheWayThereWasBad) {
     box.fault({{"kind", "reset"}, {"path", "/api/device/poll"}, {"count", 1}});
-    box.fault({{"kind", "status"}, {"status", 429}, {"path", "/api/device/poll"}, {"count", 1}});
+    box.fault({{"kind", "status"}, {"status", 429}, {"path", "/api/device/poll"}, {"skip", 1}, {"count", 1}});
     const Finished connected = answer("Yes");
     EXPECT_EQ(connected.exit, exitCode(0)) << connected.errors;
     EXPECT_THAT(connected.output, HasSubstr("Connected.\nAcme at "));

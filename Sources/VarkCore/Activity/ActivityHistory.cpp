@@ -58,6 +58,7 @@ std::vector<ActivityEntry> ActivityHistory::read(const Folder& folder, Date now)
     const std::optional<std::string> lines = SharedFile::bytes(file);
     if (!lines) return {};
     std::vector<ActivityEntry> kept;
+    kept.reserve(static_cast<std::size_t>(std::ranges::count(*lines, '\n')));
     forEachEntry(*lines, [&](ActivityEntry entry) {
         if (entry.at >= now - secondsKept) kept.push_back(std::move(entry));
     });

@@ -11,22 +11,9 @@ namespace {
 
 constexpr std::size_t mostLines = 40;
 
-std::vector<ActivityEntry> decode(const boost::json::value& value) {
-    if (!value.is_array()) throw DecodingError("not an array");
-    std::vector<ActivityEntry> entries;
-    for (const boost::json::value& record : value.get_array())
-        entries.push_back(ActivityEntry::fromJSON(record));
-    return entries;
-}
-
 bool write(const std::vector<ActivityEntry>& entries, const std::filesystem::path& folder) {
-    JSONWriter json;
-    json.beginArray();
-    for (const ActivityEntry& entry : entries)
-        entry.encode(json);
-    json.endArray();
     // All of it stands in the history too, so nobody waits for the disk.
-    return SharedFile::write(SharedFiles::activity(folder), json.text(), Durability::cached);
+    return SharedFile::writeRecords(SharedFiles::activity(folder), entries, Durability::cached);
 }
 
 void putInFront(std::vector<ActivityEntry>& entries, const ActivityEntry& entry) {
@@ -44,7 +31,7 @@ bool folds(const std::vector<ActivityEntry>& entries, const ActivityEntry& entry
 
 std::vector<ActivityEntry> SharedActivity::read(const Folder& folder) {
     if (!folder) return {};
-    return SharedFile::read(SharedFiles::activity(*folder), decode).value_or(std::vector<ActivityEntry>());
+    return SharedFile::records<ActivityEntry>(SharedFiles::activity(*folder));
 }
 
 bool SharedActivity::append(const ActivityEntry& entry, const Folder& folder) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/JSON.h"
@@ -31,8 +32,31 @@ struct SharedFile {
         }
     }
 
+    /// An array of records; none when the file is missing or any part of it makes no sense.
+    template <class Record>
+    static std::vector<Record> records(const Path& path) {
+        const auto decode = [](const boost::json::value& value) {
+            if (!value.is_array()) throw DecodingError("not an array");
+            std::vector<Record> records;
+            records.reserve(value.get_array().size());
+            for (const boost::json::value& element : value.get_array())
+                records.push_back(Record::fromJSON(element));
+            return records;
+        };
+        return read(path, decode).value_or(std::vector<Record>());
+    }
+
     /// Whole or not at all, with mode 0600 from the first moment, and with the folder if need be.
     static bool write(const Path& path, std::string_view bytes, Durability durability);
+    template <class Record>
+    static bool writeRecords(const Path& path, const std::vector<Record>& records, Durability durability) {
+        JSONWriter json;
+        json.beginArray();
+        for (const Record& record : records)
+            record.encode(json);
+        json.endArray();
+        return write(path, json.text(), durability);
+    }
     static void remove(const Path& path);
     /// Waits for the lock without a limit. Makes the folder if need be.
     static std::optional<FileLock> lock(const Path& path);

@@ -1,7 +1,6 @@
 #include "VarkCore/LAN/LANNode.h"
 
 #include <limits>
-#include <optional>
 
 #include "VarkCore/Foundation/JSON.h"
 
@@ -14,12 +13,6 @@ std::uint16_t portFrom(std::int64_t number) {
     return static_cast<std::uint16_t>(number);
 }
 
-Date dateFrom(std::string_view text) {
-    const std::optional<Date> date = dateFromISO8601(text);
-    if (!date) throw DecodingError("seen: no date");
-    return *date;
-}
-
 }  // namespace
 
 LANNode LANNode::fromJSON(const boost::json::value& value) {
@@ -29,12 +22,12 @@ LANNode LANNode::fromJSON(const boost::json::value& value) {
     node.host = fields.required<std::string>("host");
     node.ip = fields.required<std::string>("ip");
     node.port = portFrom(fields.required<std::int64_t>("port"));
-    node.seen = dateFrom(fields.required<std::string_view>("seen"));
+    node.seen = fields.iso8601("seen");
     node.api = fields.valueOr("api", false);
     return node;
 }
 
-void LANNode::writeTo(JSONWriter& json) const {
+void LANNode::encode(JSONWriter& json) const {
     json.beginObject().field("name", name).field("host", host).field("ip", ip).field("port", port);
     json.field("seen", iso8601(seen)).field("api", api).endObject();
 }

@@ -28,7 +28,7 @@ struct LANNode {
 
     /// Fails with `DecodingError`.
     static LANNode fromJSON(const boost::json::value& value);
-    void writeTo(JSONWriter& json) const;
+    void encode(JSONWriter& json) const;
 };
 
 /// How a request reaches a node.

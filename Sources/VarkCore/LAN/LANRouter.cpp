@@ -5,8 +5,7 @@
 #include <utility>
 
 #include "VarkCore/Connection/Locations.h"
-#include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Connection/SharedFile.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {
@@ -14,9 +13,6 @@ namespace {
 
 using Nodes = std::map<std::string, LANNode, std::less<>>;
 using Dates = std::map<std::string, Date, std::less<>>;
-
-/// No office has nodes for a longer file.
-constexpr std::uint64_t longestFile = std::uint64_t{1} << 20;
 
 Nodes byHost(std::vector<LANNode> nodes) {
     Nodes table;
@@ -134,37 +130,13 @@ void LANRouter::setAPIVerified(std::string_view host) {
 std::vector<LANNode> LANRouter::load(const std::optional<std::filesystem::path>& folder, Date now,
                                      double maxAge) {
     if (!folder) return {};
-    try {
-        const boost::json::value value =
-            parseJSON(readWholeFile(SharedFiles::lanNodes(*folder), longestFile));
-        if (!value.is_array()) return {};
-        std::vector<LANNode> nodes;
-        for (const boost::json::value& element : value.get_array()) {
-            LANNode node = LANNode::fromJSON(element);
-            if (now - node.seen < maxAge) nodes.push_back(std::move(node));
-        }
-        return nodes;
-    } catch (const FileError&) {
-        return {};
-    } catch (const DecodingError&) {
-        return {};
-    }
+    std::vector<LANNode> nodes = SharedFile::records<LANNode>(SharedFiles::lanNodes(*folder));
+    std::erase_if(nodes, [&](const LANNode& node) { return now - node.seen >= maxAge; });
+    return nodes;
 }
 
 void LANRouter::save(const std::vector<LANNode>& nodes, const std::optional<std::filesystem::path>& folder) {
-    if (!folder) return;
-    std::error_code ignored;
-    std::filesystem::create_directories(*folder, ignored);
-    JSONWriter json;
-    json.beginArray();
-    for (const LANNode& node : nodes)
-        node.writeTo(json);
-    json.endArray();
-    try {
-        writeAtomically(SharedFiles::lanNodes(*folder), json.text(), 0600, Durability::cached);
-    } catch (const FileError&) {
-        return;
-    }
+    if (folder) SharedFile::writeRecords(SharedFiles::lanNodes(*folder), nodes, Durability::cached);
 }
 
 }  // namespace vark

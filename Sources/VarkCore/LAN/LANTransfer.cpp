@@ -21,12 +21,14 @@ namespace {
 using Failure = LANTransfer::Failure;
 using Response = LANTransfer::Response;
 
-constexpr std::size_t mostBytesOfARead = 1'048'576;
+/// Read from a file and sent on, and paced, at once.
+constexpr std::size_t mostBytesOfAPiece = 262'144;
+/// Received and written at once: more would leave the processor's cache before it is used.
+constexpr std::size_t mostBytesOfARead = 65'536;
 /// Until the head has come: the start of the body that comes along counts against the limit of the head.
 constexpr std::size_t mostBytesOfAHeadRead = 16'384;
-constexpr std::size_t mostBytesOfAPiece = 262'144;
 /// After so many, whoever waits for the pool has a turn.
-constexpr int mostPiecesOfATurn = 16;
+constexpr int mostPiecesOfATurn = 64;
 /// Of an answer that is held in memory, as of the vark's own ones.
 constexpr std::size_t longestBody = std::size_t{32} << 20;
 /// Of a node that sends a file.
@@ -221,33 +223,44 @@ Task<std::unique_ptr<TLSConnection>> LANTransfer::open(const LANRoute& route) {
 }
 
 Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFile* to) {
-    const auto buffer = std::make_unique_for_overwrite<char[]>(mostBytesOfARead);
+    const auto memory = std::make_unique_for_overwrite<char[]>(mostBytesOfARead);
+    const std::stop_token cancelled = co_await thisToken();
     ResponseReader reader;
+    const auto room = [&] {
+        return std::span<char>(memory.get(), reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead);
+    };
     Response response;
     do {
         co_await checkCancellation();
-        const std::size_t wanted = reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead;
-        Task<TLSConnection::Received> receiving = connection.receive({buffer.get(), wanted});
+        Task<TLSConnection::Received> receiving = connection.receive(room());
         // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
         if (to != nullptr) receiving = inTime(longestSilence, std::move(receiving));
         const TLSConnection::Received received = co_await std::move(receiving);
-        const std::string_view piece = reader.take({buffer.get(), received.count}, received.finished);
+        const std::string_view piece = reader.take({memory.get(), received.count}, received.finished);
         if (to == nullptr) {
             keep(piece, response.body);
             continue;
         }
-        co_await store(piece, *to);
-        if (to->progress && reader.hasHead()) tell(*to->progress, reader);
+        // Stores the piece and more of them, for as long as that takes no waiting.
+        auto storeWhatComes = [&] {
+            store(piece, reader, *to);
+            for (int pieces = 1; pieces < mostPiecesOfATurn; ++pieces) {
+                if (reader.isComplete() || cancelled.stop_requested()) return;
+                const std::optional<TLSConnection::Received> more = connection.tryReceive(room());
+                if (!more) return;
+                store(reader.take({memory.get(), more->count}, more->finished), reader, *to);
+            }
+        };
+        co_await files_.run(storeWhatComes);
     } while (!reader.isComplete());
     response.status = reader.status();
     response.headers = std::move(reader.headers());
     co_return response;
 }
 
-Task<void> LANTransfer::store(std::string_view piece, const BodyFile& to) {
-    if (piece.empty()) co_return;
-    auto write = [piece, &to] { writeAll(to.file, piece, to.path); };
-    co_await files_.run(write);
+void LANTransfer::store(std::string_view piece, const ResponseReader& reader, const BodyFile& to) {
+    if (!piece.empty()) writeAll(to.file, piece, to.path);
+    if (to.progress && reader.hasHead()) tell(*to.progress, reader);
 }
 
 Failure Failure::connect(std::string description) {

@@ -23,6 +23,7 @@
 
 namespace vark {
 
+class ResponseReader;
 class TokenBucket;
 
 /// HTTP/1.1 to a node: one request for each connection, a body by its length or to the end, and nothing else.
@@ -78,7 +79,7 @@ class LANTransfer {
     // What follows is awaited at once, in the same call.
     Task<std::unique_ptr<TLSConnection>> open(const LANRoute& route);
     Task<Response> readResponse(TLSConnection& connection, const BodyFile* to = nullptr);
-    Task<void> store(std::string_view piece, const BodyFile& to);
+    static void store(std::string_view piece, const ResponseReader& reader, const BodyFile& to);
 
     Dialer& dialer_;
     BlockingPool& files_;

@@ -15,40 +15,17 @@ constexpr double secondsOfProblem = 259'200;
 constexpr std::size_t mostRecords = 500;
 constexpr std::string_view notSentYet = "Vark hasn't been able to send this yet. Try again, or let us know.";
 
-std::vector<SyncOp> decode(const boost::json::value& value) {
-    if (!value.is_array()) throw DecodingError("not an array");
-    std::vector<SyncOp> ops;
-    ops.reserve(value.get_array().size() + 1);
-    for (const boost::json::value& record : value.get_array())
-        ops.push_back(SyncOp::fromJSON(record));
-    return ops;
-}
-
-std::string encode(const std::vector<SyncOp>& ops) {
-    JSONWriter json;
-    json.beginArray();
-    for (const SyncOp& op : ops)
-        op.encode(json);
-    json.endArray();
-    return json.take();
-}
-
-/// A file that is missing or makes no sense counts as empty.
-std::vector<SyncOp> stored(const std::filesystem::path& folder) {
-    return SharedFile::read(SharedFiles::sync(folder), decode).value_or(std::vector<SyncOp>());
-}
-
 /// Changes the records as the only one who does. A lock that cannot be had loses the change.
 template <class Change>
 void update(const SharedSync::Folder& folder, Change change) {
     if (!folder) return;
     const std::optional<FileLock> lock = SharedFile::lock(SharedFiles::syncLock(*folder));
     if (!lock) return;
-    std::vector<SyncOp> ops = stored(*folder);
+    std::vector<SyncOp> ops = SharedFile::records<SyncOp>(SharedFiles::sync(*folder));
     change(ops);
     if (ops.size() > mostRecords) ops.erase(ops.begin(), ops.end() - mostRecords);
     // The board of a machine that lost its power is out of date anyway, so nobody waits for the disk.
-    SharedFile::write(SharedFiles::sync(*folder), encode(ops), Durability::cached);
+    SharedFile::writeRecords(SharedFiles::sync(*folder), ops, Durability::cached);
 }
 
 /// Changes the record of that identity, if there is one.
@@ -73,7 +50,7 @@ void startOver(SyncOp& known, const SyncOp& op) {
 std::vector<SyncOp> SharedSync::read(const Folder& folder, Date now) {
     if (!folder) return {};
     std::vector<SyncOp> settled;
-    for (SyncOp& op : stored(*folder)) {
+    for (SyncOp& op : SharedFile::records<SyncOp>(SharedFiles::sync(*folder))) {
         if (std::optional<SyncOp> standing = settle(std::move(op), now))
             settled.push_back(*std::move(standing));
     }

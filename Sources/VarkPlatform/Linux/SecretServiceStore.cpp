@@ -113,16 +113,21 @@ class Conversation {
               const bool isOver = asked_.wait_for(hold, ended, patience, [] { return false; });
               if (!isOver && !ended.stop_requested()) g_cancellable_cancel(cancellable_.get());
           }) {
-        Trouble noBus;
-        bus_.reset(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable_.get(), noBus));
-        noBus.check();
-        // The end of the person's session is no reason for this process to end.
-        g_dbus_connection_set_exit_on_close(bus_.get(), FALSE);
+        connect();
         Trouble noService;
-        service_.reset(secret_service_open_sync(SECRET_TYPE_SERVICE, nullptr, SECRET_SERVICE_NONE,
-                                                cancellable_.get(), noService));
+        service_.reset(SECRET_SERVICE(
+            g_initable_new(SECRET_TYPE_SERVICE, cancellable_.get(), noService, "g-connection", bus_.get(),
+                           "g-name", "org.freedesktop.secrets", "g-object-path", "/org/freedesktop/secrets",
+                           "g-interface-name", "org.freedesktop.Secret.Service", nullptr)));
         noService.check();
     }
+
+    ~Conversation() {
+        service_.reset();
+        if (bus_) g_dbus_connection_close_sync(bus_.get(), cancellable_.get(), nullptr);
+    }
+    Conversation(const Conversation&) = delete;
+    Conversation& operator=(const Conversation&) = delete;
 
     /// Nothing when there is none.
     Owned<SecretCollection> defaultCollection() {
@@ -213,6 +218,20 @@ class Conversation {
     }
 
   private:
+    /// A connection of its own: the library's common one stays closed once its bus has ended.
+    void connect() {
+        Trouble noAddress;
+        const std::unique_ptr<char, decltype(&g_free)> address(
+            g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable_.get(), noAddress), g_free);
+        noAddress.check();
+        constexpr auto client = static_cast<GDBusConnectionFlags>(
+            G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+        Trouble noBus;
+        bus_.reset(g_dbus_connection_new_for_address_sync(address.get(), client, nullptr, cancellable_.get(),
+                                                          noBus));
+        noBus.check();
+    }
+
     Owned<GCancellable> cancellable_;
     Owned<GDBusConnection> bus_;
     Owned<SecretService> service_;
@@ -285,6 +304,8 @@ std::optional<std::string> SecretServiceStore::message(std::int32_t status) cons
             return "The keychain was not opened.";
         case SecretStatus::noAnswer:
             return "The keychain does not answer.";
+        case SecretStatus::failed:
+            return "The keychain could not do what it was asked to.";
         default:
             return std::nullopt;
     }

@@ -23,7 +23,7 @@ using boost::asio::ip::tcp;
 using Wait = boost::asio::socket_base::wait_type;
 
 /// More does not fit the processor's cache, less costs calls of the kernel.
-constexpr std::size_t bytesEncryptedAtOnce = std::size_t{128} << 10;
+constexpr std::size_t bytesEncryptedAtOnce = std::size_t{64} << 10;
 
 [[noreturn]] void throwNetwork(int errorNumber) {
     throw DialError(DialError::network, std::system_category().message(errorNumber));
@@ -225,8 +225,6 @@ TLSChannel::Need TLSChannel::sendOn(std::span<const char>& bytes) {
     }
 }
 
-/// Takes all that is there. Only the first time it stops after one record: it holds the head of an answer,
-/// and whoever reads that bears little of what follows.
 TLSChannel::Need TLSChannel::receiveOn(std::span<char> into, TLSConnection::Received& received) {
     while (received.count < into.size()) {
         const std::span<char> rest = into.subspan(received.count);
@@ -234,10 +232,7 @@ TLSChannel::Need TLSChannel::receiveOn(std::span<char> into, TLSConnection::Rece
         std::size_t count = 0;
         const int result = SSL_read_ex(tls_.get(), rest.data(), rest.size(), &count);
         received.count += count;
-        if (result == 1) {
-            if (std::exchange(hasReceived_, true)) continue;
-            return std::nullopt;
-        }
+        if (result == 1) continue;
         if (SSL_get_error(tls_.get(), result) == SSL_ERROR_ZERO_RETURN) {
             received.finished = true;
             return std::nullopt;

@@ -81,7 +81,6 @@ class TLSChannel final : public std::enable_shared_from_this<TLSChannel> {
 
     std::vector<char> encrypted_;
     std::size_t handedOver_ = 0;
-    bool hasReceived_ = false;
     bool farSideEnded_ = false;
     int systemError_ = 0;
 

@@ -5,6 +5,7 @@
 
 #include "Tests/Support/SilentVark.h"
 #include "Tests/Support/TestLoop.h"
+#include "VarkCore/Actions/ActionLines.h"
 
 namespace vark {
 namespace {
@@ -109,6 +110,18 @@ TEST_F(Actions, ASelectionIsCalledByItsFirstItem) {
     for (const auto& [items, name] : std::vector<std::pair<std::vector<VarkItem>, std::string>>{
              {{}, ""}, {{a}, "A"}, {{root}, "the vark"}, {{a, root, root}, "A and 2 more"}})
         EXPECT_EQ(VarkActions::describe(items), name);
+}
+
+TEST(ActionLines, SayWhatWasDone) {
+    const std::vector<VarkItem> items = {{.name = "A"}, {.name = "B"}};
+    const VarkShare named{.url = "u", .expires = "in 7 days", .audience = "\xC3\x89veryone at Acme"};
+    const ActivityEntry entry = ActionLines::shared(items, named, ShareAudience::link, "Acme", Date{7});
+    EXPECT_EQ(entry.text, "Shared A and 1 more with \xC3\xA9veryone at Acme, runs out in 7 days");
+    EXPECT_EQ(entry.at, Date{7});
+    EXPECT_EQ(ActionLines::shared(items, {.url = "u", .expires = ""}, ShareAudience::domain, "Acme", {}).text,
+              "Shared A and 1 more with everyone at Acme, no expiry given");
+    EXPECT_EQ(ActionLines::filed(items, {.id = 7, .ref = "J-7"}, {}).text,
+              "Put job number J-7 on A and 1 more");
 }
 
 }  // namespace

