@@ -111,19 +111,10 @@ class TestVark final : public SilentVark {
         co_return page;
     }
 
-    struct Ingest {
-        std::string drive;
-        std::string destination;
-        std::int64_t files = 0;
-        std::int64_t bytes = 0;
-        bool emailMe = false;
-    };
-    std::vector<Ingest> announced;
+    int announced = 0;
     IngestStart ingestStart{7, true, std::nullopt};
     struct Report {
         std::int64_t id = 0;
-        std::vector<IngestFile> skipped;
-        std::vector<std::string> leftOut;
         std::vector<IngestFile> notSent;
     };
     std::vector<Report> reports;
@@ -131,18 +122,17 @@ class TestVark final : public SilentVark {
     std::deque<VarkAPIError> ingestFailures;
     std::vector<DiagnosticsReport> diagnostics;
 
-    Task<IngestStart> ingestBegin(std::string drive, std::string destination, std::int64_t files,
-                                  std::int64_t bytes, bool emailMe) override {
+    Task<IngestStart> ingestBegin(std::string, std::string, std::int64_t, std::int64_t, bool) override {
         co_await yieldNow();
         failIngest();
-        announced.push_back({drive, destination, files, bytes, emailMe});
+        ++announced;
         co_return ingestStart;
     }
-    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile> skipped,
-                            std::vector<std::string> leftOut, std::vector<IngestFile> notSent) override {
+    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string>,
+                            std::vector<IngestFile> notSent) override {
         co_await yieldNow();
         failIngest();
-        reports.push_back({id, skipped, leftOut, notSent});
+        reports.push_back({id, std::move(notSent)});
     }
     Task<void> sendDiagnostics(DiagnosticsReport report) override {
         co_await yieldNow();

@@ -149,7 +149,11 @@ Volume MountedVolumes::volumeOf(const Mount& mount) const {
     ProbedDisk disk{nameOfLinkTo(mount.source, sources_.labels),
                     nameOfLinkTo(mount.source, sources_.identifiers)};
     // The links are udev's, which does not run everywhere.
-    if (!disk.id) disk = ProbedDisk::at(mount.source);
+    if (!disk.id) {
+        ProbedDisk probed = ProbedDisk::at(mount.source);
+        disk.id = std::move(probed.id);
+        if (!disk.label) disk.label = std::move(probed.label);
+    }
     return {
         .name = disk.label.value_or(place),
         .path = mount.path,

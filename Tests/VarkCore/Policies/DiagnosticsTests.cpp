@@ -20,8 +20,9 @@ TEST(Diagnostics, CarriesOnlyWhatIsNewInEachLogAndInWholeLinesWhereItCuts) {
     EXPECT_TRUE(Diagnostics::newIn(logs, news.next, 100).logs.empty());
 
     folder.file("cursors.json", Diagnostics::encodeCursors(news.next));
+    EXPECT_EQ(Diagnostics::encodeCursors(news.next),
+              R"({"extensions":{"offset":0},"transfer":{"offset":14}})");
     const LogCursors read = Diagnostics::readCursors(folder / "cursors.json");
-    EXPECT_EQ(read, news.next);
     folder.file("transfer.log", "one\ntwo\nthree\nfour\n");
     EXPECT_THAT(Diagnostics::newIn(logs, read, 100).logs, ElementsAre(Pair("transfer", "four\n")));
     for (const char* damaged : {"", "[]", "{\"transfer\":{}}", "{\"transfer\":7}"}) {

@@ -36,13 +36,5 @@ TEST(LogCursor, ReadsWhatIsNewUpToALimit) {
         EXPECT_EQ(LogCursor::unread(one.log, one.offset, one.cap), one.unread) << one.name;
 }
 
-TEST(LogCursor, IsStoredAsItsOffset) {
-    JSONWriter json;
-    LogCursor{18'446'744'073'709'551'615U}.encode(json);
-    EXPECT_EQ(json.text(), R"({"offset":18446744073709551615})");
-    EXPECT_EQ(LogCursor::fromJSON(parseJSON(json.text())), LogCursor{18'446'744'073'709'551'615U});
-    EXPECT_THROW(LogCursor::fromJSON(parseJSON("{}")), DecodingError);
-}
-
 }  // namespace
 }  // namespace vark::test
