@@ -157,15 +157,13 @@ TEST_F(Connecting, ATokenGoesFromAFileToTheKeychainAndIsInOneOfThem) {
 
 TEST_F(Connecting, AKeychainThatWouldNotSayIsNoSignOut) {
     const SharedConnection connection = world.connect();
-    for (const auto& [status, words] : std::vector<std::pair<std::int32_t, const char*>>{
-             {SecretStatus::absent, "--secret-store file"}, {17, "Keychain error 17"}}) {
-        world.platform.keychain->failures["find"] = status;
-        for (const char* command : {"whoami", "ls", "send"}) {
-            EXPECT_EQ(vark({command}), ExitCode::somethingFailed);
-            EXPECT_THAT(said(), HasSubstr(words));
-        }
-        EXPECT_EQ(world.surroundings.connection(), connection);
+    world.platform.keychain->failures["find"] = SecretStatus::absent;
+    for (const char* command : {"whoami", "ls", "send"}) {
+        EXPECT_EQ(vark({command}), ExitCode::somethingFailed);
+        EXPECT_THAT(said(), HasSubstr("--secret-store file"));
     }
+    EXPECT_EQ(world.surroundings.connection(), connection);
+    world.platform.keychain->failures["find"] = SecretStatus::locked;
     EXPECT_EQ(vark({"disconnect"}), ExitCode::allLanded);
     EXPECT_THAT(said(), HasSubstr("a token may still be in it"));
 }
@@ -183,9 +181,6 @@ TEST_F(Connecting, ALostTokenIsTakenBackOnceTheVarkHasAcceptedIt) {
 
     EXPECT_EQ(vark({"whoami"}), ExitCode::allLanded) << said();
     EXPECT_THAT(said(), HasSubstr("has been put back"));
-    EXPECT_EQ(keychain.secrets.at(world.tokenName).bytes, "secret");
-    EXPECT_EQ(vark({"whoami"}), ExitCode::allLanded);
-    EXPECT_EQ(said(), "");
 
     keychain.secrets.clear();
     connection.clientName = " ";
