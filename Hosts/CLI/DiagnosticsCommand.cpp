@@ -2,6 +2,7 @@
 
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/QueueHolder.h"
+#include "VarkCore/Connection/SharedFile.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Policies/Diagnostics.h"
 #include "VarkCore/Sync/SharedSync.h"
@@ -67,9 +68,7 @@ void printText(Console& console, const std::string& text) {
 
 void print(Console& console, const DiagnosticsReport& report, bool json) {
     if (json) {
-        JSONWriter record;
-        report.encode(record);
-        console.printJSON(record.text());
+        console.printRecord(report);
         return;
     }
     const DiagnosticsReport::Snapshot& snapshot = report.snapshot;
@@ -109,8 +108,7 @@ ExitCode diagnose(Surroundings& surroundings, const DiagnosticsOptions& options)
     }
     const SharedConnection needed = surroundings.neededConnection();
     surroundings.await(surroundings.api(needed)->sendDiagnostics(std::move(report)));
-    std::filesystem::create_directories(cursorFile.parent_path());
-    writeAtomically(cursorFile, Diagnostics::encodeCursors(news.next), 0600, Durability::cached);
+    SharedFile::write(cursorFile, Diagnostics::encodeCursors(news.next), Durability::cached);
     surroundings.console.say(fmt::format("Sent to {}.", needed.server));
     return ExitCode::allLanded;
 }

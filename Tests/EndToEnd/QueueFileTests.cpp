@@ -110,5 +110,20 @@ TEST_F(TwoAtOnce, TheSecondHandsItsFilesToTheFirst) {
     EXPECT_EQ(vark.savedStates(), (std::map<std::string, int>{{"verified", 2}}));
 }
 
+TEST_F(TwoAtOnce, TheSecondSeesTheFirstAmongTheProcessesWhereNoLockCanBeHad) {
+    fault(R"({"kind": "stall", "path": "/api/upload/begin"})");
+    Process sending = startSend(file("First.mov", 1000));
+    ASSERT_TRUE(untilDiary("Added First.mov", sending));
+    const fs::path lock = vark.queueFile().parent_path() / "running.lock";
+    fs::remove(lock);
+    fs::create_directories(lock);
+
+    const Finished second = vark.run({"ingest", "ALPHA"});
+
+    expectExit(second, 1);
+    EXPECT_THAT(second.errors, HasSubstr("Another vark is sending"));
+    sending.kill();
+}
+
 }  // namespace
 }  // namespace vark::test

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
-#include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Connection/SharedFile.h"
 
 namespace vark {
 namespace {
 
 constexpr std::size_t mostReasons = 20;
-constexpr std::uint64_t longestCursors = 1 << 20;
 
 std::string withoutFirstPiece(const std::string& text) {
     const std::size_t end = text.find('\n');
@@ -72,18 +71,14 @@ DiagnosticsReport Diagnostics::without(std::string_view token, DiagnosticsReport
 }
 
 LogCursors Diagnostics::readCursors(const std::filesystem::path& file) {
-    try {
-        const boost::json::value value = parseJSON(readWholeFile(file, longestCursors));
+    const auto decode = [](const boost::json::value& value) {
+        if (!value.is_object()) throw DecodingError("not an object");
         LogCursors cursors;
-        if (!value.is_object()) return cursors;
         for (const auto& [name, cursor] : value.get_object())
             cursors[std::string(name)] = LogCursor::fromJSON(cursor);
         return cursors;
-    } catch (const FileError&) {
-        return {};
-    } catch (const DecodingError&) {
-        return {};
-    }
+    };
+    return SharedFile::read(file, decode).value_or(LogCursors());
 }
 
 std::string Diagnostics::encodeCursors(const LogCursors& cursors) {
