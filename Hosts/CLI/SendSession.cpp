@@ -1,5 +1,8 @@
 #include "Hosts/CLI/SendSession.h"
 
+#include "VarkCore/Actions/ActionLines.h"
+#include "VarkCore/Activity/SharedActivity.h"
+
 namespace vark::cli {
 
 namespace {
@@ -51,11 +54,7 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
     // Nothing starts before what is to be added has been taken in, or refused.
     engine_.maxConcurrentFiles = 0;
     engine_.onEvent = [this](const TransferEngine::Event& event) { heard(event); };
-    engine_.onSettled = [this](const TransferItem& item) {
-        display_.fileSettled({engine_.job()->serverPath(item), item.localPath, item.size, item.state,
-                              item.alreadyThere, item.error,
-                              item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
-    };
+    engine_.onSettled = [this](const TransferItem& item) { fileSettled(item); };
     nodes_.log = [this](const std::string& sentence) { surroundings_.log().write(sentence); };
     scope_.start(watched(open()));
     scope_.start(watched(beating()));
@@ -65,6 +64,19 @@ SendSession::~SendSession() {
     // Its tasks end after the scope's, and must not start anything there any more.
     engine_.onEvent = nullptr;
     engine_.onSettled = nullptr;
+}
+
+void SendSession::fileSettled(const TransferItem& item) {
+    const std::string path = engine_.job()->serverPath(item);
+    if (item.state == ItemState::verified && !item.alreadyThere)
+        sent_.push_back(ActionLines::sent(path, surroundings_.date()));
+    display_.fileSettled({path, item.localPath, item.size, item.state, item.alreadyThere, item.error,
+                          item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
+}
+
+void SendSession::tellOfWhatWasSent() {
+    if (!sent_.empty()) SharedActivity::note(sent_, surroundings_.sharedFolder(), surroundings_.date());
+    sent_.clear();
 }
 
 QueueView SendSession::glance() const {
@@ -187,6 +199,7 @@ Task<void> SendSession::beating() {
         if (ended_) co_return;
         if (beat % beatsBetweenRequests == 0) co_await answerRequests();
         if (ended_) co_return;
+        tellOfWhatWasSent();
         display_.show(glance());
         endWhenSettled();
     }
@@ -294,6 +307,7 @@ void SendSession::stop(ExitCode code) {
     engine_.pauseForQuit();
     // Without a job the file, if there is one, is a queue that could not be read: that stays.
     if (engine_.job()) engine_.flush();
+    tellOfWhatWasSent();
 }
 
 void SendSession::finish(ExitCode code) {

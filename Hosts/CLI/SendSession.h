@@ -10,6 +10,7 @@
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
 #include "Hosts/CLI/Surroundings.h"
+#include "VarkCore/Activity/ActivityEntry.h"
 #include "VarkCore/LAN/NodeBrowser.h"
 
 namespace vark::cli {
@@ -64,6 +65,8 @@ class SendSession {
     Task<void> lookForTheCard();
 
     void heard(const TransferEngine::Event& event);
+    void fileSettled(const TransferItem& item);
+    void tellOfWhatWasSent();
     void endWhenSettled();
     ExitCode outcome() const;
     bool addsSomething() const { return !settings_.add.named.empty() || settings_.ingest; }
@@ -85,6 +88,8 @@ class SendSession {
     const std::unique_ptr<ServiceBrowser> services_;
     NodeBrowser nodes_;
 
+    /// Not yet in the list of activity, which is written once a beat.
+    std::vector<ActivityEntry> sent_;
     std::optional<ExitCode> ended_;
     bool opened_ = false;
     bool somePathsFailed_ = false;

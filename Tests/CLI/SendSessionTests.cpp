@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Tests/CLI/SendSessionTest.h"
+#include "VarkCore/Activity/SharedActivity.h"
 
 namespace vark::cli {
 namespace {
@@ -92,6 +93,20 @@ TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
 
     EXPECT_EQ(run({}), ExitCode::allLanded);
     EXPECT_EQ(vark.files.size(), 2u);
+}
+
+TEST_F(SendSessionTest, OnlyWhatWasSentIsToldInTheListOfActivity) {
+    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
+    std::vector<ActivityEntry> lines = SharedActivity::read(world.surroundings.sharedFolder());
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].text, "Sent 2 files");
+    EXPECT_EQ(lines[0].place, "in");
+
+    world.surroundings.store().save(nullptr);
+    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
+    lines = SharedActivity::read(world.surroundings.sharedFolder());
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].count, 2) << "what was already in the vark was not sent";
 }
 
 TEST_F(SendSessionTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {

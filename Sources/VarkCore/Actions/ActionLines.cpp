@@ -34,4 +34,16 @@ ActivityEntry ActionLines::filed(const std::vector<VarkItem>& items, const VarkJ
             .kind = "job"};
 }
 
+ActivityEntry ActionLines::sent(std::string_view path, Date now) {
+    const std::string_view name = lastPathComponent(path);
+    std::string folder = tidiedVarkPath(path.substr(0, path.size() - name.size()));
+    return {.at = now,
+            .text = fmt::format("Sent {}", name),
+            .kind = "put",
+            .place = ActivityEntry::placeOf(folder),
+            .group = "put:" + folder,
+            .many = "Sent %d files",
+            .folder = std::move(folder)};
+}
+
 }  // namespace vark

@@ -14,6 +14,8 @@ struct ActionLines {
     static ActivityEntry shared(const std::vector<VarkItem>& items, const VarkShare& share,
                                 ShareAudience audience, std::string_view client, Date now);
     static ActivityEntry filed(const std::vector<VarkItem>& items, const VarkJob& job, Date now);
+    /// Of a file that has landed at `path`. Those of a folder fold into one line that counts.
+    static ActivityEntry sent(std::string_view path, Date now);
 };
 
 }  // namespace vark

@@ -43,14 +43,20 @@ bool SharedActivity::append(const ActivityEntry& entry, const Folder& folder) {
 }
 
 bool SharedActivity::note(const ActivityEntry& entry, const Folder& folder, Date now) {
+    return note(std::span(&entry, 1), folder, now);
+}
+
+bool SharedActivity::note(std::span<const ActivityEntry> newOnes, const Folder& folder, Date now) {
     if (!folder) return false;
-    ActivityHistory::append(entry, folder);
     std::vector<ActivityEntry> entries = read(folder);
-    if (folds(entries, entry, now)) {
-        entries.front().takeUpOne(*entry.many);
-        entries.front().at = now;
-    } else {
-        putInFront(entries, entry);
+    for (const ActivityEntry& entry : newOnes) {
+        ActivityHistory::append(entry, folder);
+        if (folds(entries, entry, now)) {
+            entries.front().takeUpOne(*entry.many);
+            entries.front().at = now;
+        } else {
+            putInFront(entries, entry);
+        }
     }
     return write(entries, *folder);
 }

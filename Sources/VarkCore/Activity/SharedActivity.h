@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct SharedActivity {
     static bool append(const ActivityEntry& entry, const Folder& folder);
     /// Like `append`, but a line of the same group from a short while ago takes the entry up and counts.
     static bool note(const ActivityEntry& entry, const Folder& folder, Date now);
+    /// The same of several, the oldest first, for the price of little more than one.
+    static bool note(std::span<const ActivityEntry> entries, const Folder& folder, Date now);
     /// The history stays.
     static void clear(const Folder& folder);
 

@@ -122,6 +122,11 @@ TEST(ActionLines, SayWhatWasDone) {
               "Shared A and 1 more with everyone at Acme, no expiry given");
     EXPECT_EQ(ActionLines::filed(items, {.id = 7, .ref = "J-7"}, {}).text,
               "Put job number J-7 on A and 1 more");
+    const ActivityEntry sent = ActionLines::sent("Jobs/2026/Shoot/100%d.mov", Date{7});
+    EXPECT_EQ(sent.text, "Sent 100%d.mov");
+    EXPECT_EQ(sent.place, "2026 › Shoot");
+    EXPECT_EQ(sent.folder, "Jobs/2026/Shoot");
+    EXPECT_EQ(ActionLines::sent("A", {}).folder, "") << "at the top of the vark";
 }
 
 }  // namespace
