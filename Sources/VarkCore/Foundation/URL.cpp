@@ -237,6 +237,8 @@ URL URL::withPath(std::string_view path) const {
     std::string text = text_.substr(0, start);
     // Behind an authority a path begins with "/", or it would run on the host's name.
     if (!path.empty() && path.front() != '/' && Pieces(text_).hasAuthority) text += '/';
+    // And where there is none, two of them would begin one.
+    if (path.starts_with("//") && !Pieces(text_).hasAuthority) text += "/.";
     // With nothing before it a first piece that holds a ":" would read as a scheme.
     if (start == 0 && path.substr(0, path.find('/')).contains(':')) text += "./";
     text += path;

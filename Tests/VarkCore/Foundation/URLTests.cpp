@@ -68,6 +68,7 @@ TEST(URL, ResolvesReferencesAgainstItself) {
         EXPECT_EQ(resolved->text(), each.resolved) << each.reference;
     }
     EXPECT_EQ(base.resolving("http://bad host/"), std::nullopt);
+    EXPECT_EQ(URL::parse("x:/..//y")->resolving("")->text(), "x:/.//y") << "y is no host";
 }
 
 TEST(URL, GrowsItsPathBeforeQueryAndFragment) {
