@@ -1,9 +1,13 @@
 #include "VarkCore/Transfer/Rescue.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <vector>
 
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Services/UserFolders.h"
 #include "VarkCore/Transfer/Format.h"
 
@@ -40,12 +44,20 @@ void copyWhole(const fs::path& from, const fs::path& to) {
     if (!ignored) fs::last_write_time(to, time, ignored);
 }
 
+/// The copies must outlive a power cut before the only other ones go.
+void waitUntilStored(const fs::path& folder) {
+    const Descriptor place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!place || syncfs(place.get()) != 0)
+        throw fs::filesystem_error("Could not store", folder, std::error_code(errno, std::system_category()));
+}
+
 void carry(const fs::path& from, const fs::path& to, const Rescue::Mover& move) {
     // A move would overwrite what stands there.
     if (fs::exists(fs::symlink_status(to)))
         throw fs::filesystem_error("Could not move", from, to, std::make_error_code(std::errc::file_exists));
     if (move(from, to)) return;
     copyWhole(from, to);
+    waitUntilStored(to.parent_path());
     std::error_code ignored;
     fs::remove_all(from, ignored);
 }
