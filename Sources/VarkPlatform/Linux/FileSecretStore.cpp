@@ -6,6 +6,7 @@
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkPlatform/Linux/SecretOperation.h"
 
 namespace vark {
 namespace {
@@ -25,10 +26,7 @@ struct Secret {
     }
 };
 
-/// Ends an operation with a status other than `done`.
-struct Ended {
-    std::int32_t status;
-};
+using Ended = SecretOperation::Ended;
 
 /// The content of the file, as long as one operation takes.
 class Secrets {
@@ -86,27 +84,17 @@ class Secrets {
     std::vector<Secret> all_;
 };
 
-template <class Operation>
-std::int32_t statusOf(Operation operation) {
-    try {
-        operation();
-        return SecretStatus::done;
-    } catch (const Ended& ended) {
-        return ended.status;
-    }
-}
-
 }  // namespace
 
 SecretStore::Answer FileSecretStore::find(const SecretName& name) {
     Answer answer;
-    answer.status = statusOf([&] { answer.bytes = Secrets(file_).named(name).text; });
+    answer.status = SecretOperation::statusOf([&] { answer.bytes = Secrets(file_).named(name).text; });
     return answer;
 }
 
 std::int32_t FileSecretStore::update(const SecretName& name, std::string_view bytes) {
     if (!isUTF8(bytes)) return SecretStatus::notText;
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Secrets secrets(file_);
         secrets.named(name).text = bytes;
         secrets.save();
@@ -115,7 +103,7 @@ std::int32_t FileSecretStore::update(const SecretName& name, std::string_view by
 
 std::int32_t FileSecretStore::add(const SecretName& name, std::string_view label, std::string_view bytes) {
     if (!isUTF8(bytes)) return SecretStatus::notText;
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Secrets secrets(file_);
         secrets.add({name, std::string(label), std::string(bytes)});
         secrets.save();
@@ -123,7 +111,7 @@ std::int32_t FileSecretStore::add(const SecretName& name, std::string_view label
 }
 
 std::int32_t FileSecretStore::remove(const SecretName& name) {
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Secrets secrets(file_);
         secrets.remove(name);
         secrets.save();

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "VarkPlatform/Linux/SecretOperation.h"
+
 namespace vark {
 namespace {
 
@@ -55,10 +57,7 @@ Value valueOf(std::string_view bytes) {
     return Value(secret_value_new(bytes.data(), static_cast<gssize>(bytes.size()), textType));
 }
 
-/// Ends an operation with a status other than `done`.
-struct Ended {
-    std::int32_t status;
-};
+using Ended = SecretOperation::Ended;
 
 std::int32_t statusFor(const GError& error) {
     if (error.domain == SECRET_ERROR && error.code == SECRET_ERROR_IS_LOCKED) return SecretStatus::locked;
@@ -257,20 +256,10 @@ class Conversation {
     std::jthread alarm_;
 };
 
-template <class Operation>
-std::int32_t statusOf(Operation operation) {
-    try {
-        operation();
-        return SecretStatus::done;
-    } catch (const Ended& ended) {
-        return ended.status;
-    }
-}
-
 }  // namespace
 
 std::int32_t SecretServiceStore::open() {
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Conversation service(patience_);
         const Owned<SecretCollection> collection = service.defaultCollection();
         if (!collection) {
@@ -283,7 +272,7 @@ std::int32_t SecretServiceStore::open() {
 
 SecretStore::Answer SecretServiceStore::find(const SecretName& name) {
     Answer answer;
-    answer.status = statusOf([&] {
+    answer.status = SecretOperation::statusOf([&] {
         Conversation service(patience_);
         answer.bytes = service.bytesOf(*service.openItems(name).front());
     });
@@ -291,18 +280,18 @@ SecretStore::Answer SecretServiceStore::find(const SecretName& name) {
 }
 
 std::int32_t SecretServiceStore::update(const SecretName& name, std::string_view bytes) {
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Conversation service(patience_);
         service.setBytes(*service.openItems(name).front(), bytes);
     });
 }
 
 std::int32_t SecretServiceStore::add(const SecretName& name, std::string_view label, std::string_view bytes) {
-    return statusOf([&] { Conversation(patience_).add(name, std::string(label), bytes); });
+    return SecretOperation::statusOf([&] { Conversation(patience_).add(name, std::string(label), bytes); });
 }
 
 std::int32_t SecretServiceStore::remove(const SecretName& name) {
-    return statusOf([&] {
+    return SecretOperation::statusOf([&] {
         Conversation service(patience_);
         for (const Owned<SecretItem>& item : service.openItems(name))
             service.remove(*item);
