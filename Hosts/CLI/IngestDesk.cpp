@@ -108,8 +108,11 @@ Task<QueueAnswer> IngestDesk::open(IngestWish wish) {
     }
     QueueAnswer answer;
     answer.results.push_back(summaryOf(wish, *card));
-    for (const std::string& folder : card->unlisted)
-        answer.problems.push_back(fmt::format("This folder cannot be read and is not sent: {}", folder));
+    for (const Walker::PassedOver& passed : card->passedOver) {
+        if (passed.kind != Walker::PassedOver::Kind::unreadable) continue;
+        answer.problems.push_back(
+            fmt::format("This folder cannot be read and is not sent: {}", passed.relativePath));
+    }
     if (card->files.empty()) co_return answer;
 
     const auto files = static_cast<std::int64_t>(card->files.size());

@@ -60,8 +60,11 @@ void lookThrough(CardVerdict& verdict, const TransferJob& job, const Walker::Res
             verdict.missing.push_back({source, "It has changed since it was sent."});
         }
     }
-    for (const std::string& folder : card.unlisted)
-        verdict.missing.push_back({std::string(belowTheRoot(folder)), std::string(couldNotBeRead)});
+    for (const Walker::PassedOver& passed : card.passedOver) {
+        if (passed.kind != Walker::PassedOver::Kind::unreadable) continue;
+        verdict.missing.push_back(
+            {std::string(belowTheRoot(passed.relativePath)), std::string(couldNotBeRead)});
+    }
 }
 
 }  // namespace
@@ -75,11 +78,12 @@ IngestReport IngestReport::of(const TransferJob& job, const std::optional<Walker
         (item.state == ItemState::skipped ? report.skipped : report.notSent).push_back(std::move(file));
     }
     if (!card) return report;
-    for (const std::string& folder : card->unlisted) {
+    for (const Walker::PassedOver& passed : card->passedOver) {
+        if (passed.kind != Walker::PassedOver::Kind::unreadable) continue;
         TransferItem place;
-        place.relativePath = folder;
-        report.notSent.push_back(
-            {std::string(belowTheRoot(folder)), job.serverPath(place), 0, std::string(couldNotBeRead)});
+        place.relativePath = passed.relativePath;
+        report.notSent.push_back({std::string(belowTheRoot(passed.relativePath)), job.serverPath(place), 0,
+                                  std::string(couldNotBeRead)});
     }
     return report;
 }
@@ -134,14 +138,15 @@ std::vector<std::string> leaveOut(Walker::Result& card, const std::vector<std::s
             return isAtOrBelow(belowTheRoot(relativePath), path);
         };
         const bool names = std::ranges::any_of(card.files, isMeant, &Walker::Found::relativePath) ||
-                           std::ranges::any_of(card.unlisted, isMeant);
+                           std::ranges::any_of(card.passedOver, isMeant, &Walker::PassedOver::relativePath);
         if (!names) namingNothing.push_back(path);
     }
     std::erase_if(card.files, [&](const Walker::Found& file) {
         return isLeftOut(belowTheRoot(file.relativePath), paths);
     });
-    std::erase_if(card.unlisted,
-                  [&](const std::string& folder) { return isLeftOut(belowTheRoot(folder), paths); });
+    std::erase_if(card.passedOver, [&](const Walker::PassedOver& passed) {
+        return isLeftOut(belowTheRoot(passed.relativePath), paths);
+    });
     return namingNothing;
 }
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Services/Volumes.h"
@@ -47,91 +48,149 @@ double secondsSince1970(const timespec& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
+/// A folder on the way down from the root, by what the file system calls it.
+struct Ancestor {
+    dev_t device;
+    ino_t number;
+    std::shared_ptr<const Ancestor> parent;
+
+    static bool isAmong(const Ancestor* ancestor, const struct stat& values) {
+        for (; ancestor != nullptr; ancestor = ancestor->parent.get())
+            if (ancestor->device == values.st_dev && ancestor->number == values.st_ino) return true;
+        return false;
+    }
+};
+
 /// Lists folder after folder below a root, each by its path from there, so that a deep tree takes no more
 /// open files than a flat one.
 class FolderWalk {
   public:
-    FolderWalk(const std::filesystem::path& root, std::string_view rootName)
-        : root_(root), prefix_(rootName.empty() ? "" : std::string(rootName) + "/") {}
+    FolderWalk(const std::filesystem::path& root, std::string_view rootName, Walker::Options options,
+               const std::stop_token& stop)
+        : root_(root),
+          prefix_(rootName.empty() ? "" : std::string(rootName) + "/"),
+          options_(options),
+          stop_(stop) {}
 
     void run(Walker::Result& result) {
-        rootFolder_ = Descriptor(open(root_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!rootFolder_ || !list("")) throw Walker::WalkError(Kind::cannotRead, root_);
+        rootFolder_ = Descriptor(open(root_.c_str(), O_RDONLY | O_DIRECTORY | whetherToFollow() | O_CLOEXEC));
+        if (!rootFolder_ || list({"", nullptr}) == Listing::failed)
+            throw Walker::WalkError(Kind::cannotRead, root_);
         while (!waiting_.empty()) {
-            const std::string folder = std::move(waiting_.back());
+            const Folder folder = std::move(waiting_.back());
             waiting_.pop_back();
-            // What a file system keeps for itself is nobody's.
-            if (!list(folder) && folder != "lost+found/")
-                result.unlisted.push_back(prefix_ + folder.substr(0, folder.size() - 1));
+            const std::string_view path = std::string_view(folder.path).substr(0, folder.path.size() - 1);
+            switch (list(folder)) {
+                case Listing::whole:
+                    break;
+                case Listing::empty:
+                    passOver("", path, Passed::emptyFolder);
+                    break;
+                case Listing::failed:
+                    passOver("", path, Passed::unreadable);
+                    break;
+            }
         }
         result.files = std::move(found_);
+        std::ranges::sort(passedOver_, {}, &Walker::PassedOver::relativePath);
+        result.passedOver = std::move(passedOver_);
     }
 
   private:
+    using Passed = Walker::PassedOver::Kind;
+    enum class Listing : std::uint8_t { whole, empty, failed };
+
+    struct Folder {
+        /// "" or a path below the root that ends in "/".
+        std::string path;
+        /// Of its parent; kept only where links are followed.
+        std::shared_ptr<const Ancestor> parent;
+    };
+
     struct CloseDirectory {
         void operator()(DIR* directory) const { closedir(directory); }
     };
 
-    /// `folder` is "" or a path below the root that ends in "/". False when it cannot be read for a reason of
-    /// its own; that we have run out of something is a failure of the walk, or files would be left out
-    /// unseen.
-    bool list(const std::string& folder) {
-        const std::string path = folder.empty() ? "." : folder.substr(0, folder.size() - 1);
+    int whetherToFollow() const { return options_.followLinks ? 0 : O_NOFOLLOW; }
+
+    /// Fails when we have run out of something, or files would be left out unseen; what cannot be read for a
+    /// reason of its own is an answer.
+    Listing list(const Folder& folder) {
+        const std::string path = folder.path.empty() ? "." : folder.path.substr(0, folder.path.size() - 1);
         Descriptor descriptor(
-            openat(rootFolder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            openat(rootFolder_.get(), path.c_str(), O_RDONLY | O_DIRECTORY | whetherToFollow() | O_CLOEXEC));
         if (!descriptor) {
             const int failure = errno;
             if (failure == EMFILE || failure == ENFILE || failure == ENOMEM || failure == ENAMETOOLONG) {
                 throw FileError("Could not read", root_ / path, failure);
             }
-            return false;
+            return Listing::failed;
+        }
+        here_.reset();
+        if (options_.followLinks) {
+            struct stat values{};
+            if (fstat(descriptor.get(), &values) != 0) throw FileError("Could not read", root_ / path, errno);
+            here_ = std::make_shared<const Ancestor>(values.st_dev, values.st_ino, folder.parent);
         }
         const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(descriptor.get()));
         if (!directory) throw FileError("Could not read", root_ / path, errno);
         descriptor.release();
+        Listing listing = Listing::empty;
         while (true) {
+            if (stop_.stop_requested()) throw CancellationError();
             errno = 0;
             const dirent* entry = readdir(directory.get());
-            if (entry == nullptr) return errno == 0;
-            visit(dirfd(directory.get()), folder, *entry);
+            if (entry == nullptr) return errno == 0 ? listing : Listing::failed;
+            const std::string_view name(entry->d_name);
+            if (name == "." || name == "..") continue;
+            listing = Listing::whole;
+            visit(dirfd(directory.get()), folder.path, *entry);
         }
     }
 
     void visit(int directory, const std::string& folder, const dirent& entry) {
         const std::string_view name(entry.d_name);
-        if (isHidden(name) || Walker::isIgnored(name)) return;
+        if (Walker::isIgnored(name)) return passOver(folder, name, Passed::ignored);
+        if (isHidden(name) && !options_.hidden) return passOver(folder, name, Passed::hidden);
+        if (!isUTF8(name)) return passOver(folder, name, Passed::nameIsNotText);
         // Some file systems do not say what an entry is, and then its values must.
-        if (entry.d_type == DT_DIR) {
-            addFolder(folder, name);
-            return;
-        }
-        if (entry.d_type != DT_REG && entry.d_type != DT_UNKNOWN) return;
+        if (entry.d_type == DT_DIR) return addFolder(folder, name);
         struct stat values{};
-        if (fstatat(directory, entry.d_name, &values, AT_SYMLINK_NOFOLLOW) != 0) {
-            throw FileError("Could not read", pathOf(folder, name), errno);
+        if (entry.d_type == DT_REG || entry.d_type == DT_UNKNOWN) {
+            if (fstatat(directory, entry.d_name, &values, AT_SYMLINK_NOFOLLOW) != 0) {
+                throw FileError("Could not read", pathOf(folder, name), errno);
+            }
+        } else {
+            values.st_mode = static_cast<mode_t>(DTTOIF(entry.d_type));
         }
-        if (S_ISDIR(values.st_mode)) {
-            addFolder(folder, name);
-            return;
+        if (S_ISLNK(values.st_mode)) {
+            const bool leadsToSomethingNew = options_.followLinks &&
+                                             fstatat(directory, entry.d_name, &values, 0) == 0 &&
+                                             !Ancestor::isAmong(here_.get(), values);
+            if (!leadsToSomethingNew) return passOver(folder, name, Passed::link);
         }
-        if (!S_ISREG(values.st_mode)) return;
-        requireText(folder, name);
-        std::string relativePath;
-        relativePath.reserve(prefix_.size() + folder.size() + name.size());
-        relativePath.append(prefix_).append(folder).append(name);
-        found_.push_back({std::move(relativePath), values.st_size, secondsSince1970(values.st_mtim)});
+        if (S_ISDIR(values.st_mode)) return addFolder(folder, name);
+        if (!S_ISREG(values.st_mode)) return passOver(folder, name, Passed::special);
+        found_.push_back({relativePath(folder, name), values.st_size, secondsSince1970(values.st_mtim)});
     }
 
     void addFolder(const std::string& folder, std::string_view name) {
-        requireText(folder, name);
         std::string path;
         path.reserve(folder.size() + name.size() + 1);
         path.append(folder).append(name).append("/");
-        waiting_.push_back(std::move(path));
+        waiting_.push_back({std::move(path), here_});
     }
 
-    void requireText(const std::string& folder, std::string_view name) const {
-        if (!isUTF8(name)) throw Walker::WalkError(Kind::nameIsNotText, pathOf(folder, name));
+    void passOver(const std::string& folder, std::string_view name, Passed kind) {
+        std::string path = relativePath(folder, name);
+        passedOver_.push_back({isUTF8(name) ? std::move(path) : escapedForTerminal(path), kind});
+    }
+
+    std::string relativePath(const std::string& folder, std::string_view name) const {
+        std::string path;
+        path.reserve(prefix_.size() + folder.size() + name.size());
+        path.append(prefix_).append(folder).append(name);
+        return path;
     }
 
     std::filesystem::path pathOf(const std::string& folder, std::string_view name) const {
@@ -140,9 +199,13 @@ class FolderWalk {
 
     const std::filesystem::path& root_;
     const std::string prefix_;
+    const Walker::Options options_;
+    const std::stop_token& stop_;
     Descriptor rootFolder_;
-    std::vector<std::string> waiting_;
+    std::shared_ptr<const Ancestor> here_;  // The folder that is being listed, where links are followed.
+    std::vector<Folder> waiting_;
     std::vector<Walker::Found> found_;
+    std::vector<Walker::PassedOver> passedOver_;
 };
 
 void sortNaturally(std::vector<Walker::Found>& files) {
@@ -187,10 +250,13 @@ std::optional<std::string> Walker::volumeName(const std::filesystem::path& path,
     return volumes.volumeName(path);
 }
 
-Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& volumes) {
+Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& volumes, Options options,
+                            const std::stop_token& stop) {
     const std::filesystem::path root = standardised(path);
     struct stat values{};
-    if (lstat(root.c_str(), &values) != 0) throw FileError("Could not read", root, errno);
+    if (fstatat(AT_FDCWD, root.c_str(), &values, options.followLinks ? 0 : AT_SYMLINK_NOFOLLOW) != 0) {
+        throw FileError("Could not read", root, errno);
+    }
     if (!S_ISDIR(values.st_mode) && !S_ISREG(values.st_mode)) throw WalkError(Kind::notAFile, root);
     if (!isUTF8(root.native())) throw WalkError(Kind::nameIsNotText, root);
 
@@ -202,7 +268,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
         result.files.push_back({name, values.st_size, secondsSince1970(values.st_mtim)});
         return result;
     }
-    FolderWalk(root, name).run(result);
+    FolderWalk(root, name, options, stop).run(result);
     sortNaturally(result.files);
     return result;
 }

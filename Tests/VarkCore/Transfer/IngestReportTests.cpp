@@ -8,6 +8,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Kind = Walker::PassedOver::Kind;
 
 /// A card whose five files came to five different ends.
 class IngestReportTest : public testing::Test {
@@ -40,7 +41,7 @@ class IngestReportTest : public testing::Test {
 };
 
 TEST_F(IngestReportTest, TellsWhatWasSkippedLeftOutAndNotSent) {
-    card.unlisted = {"ALPHA/DCIM/broken"};
+    card.passedOver = {{"ALPHA/DCIM/broken", Kind::unreadable}};
     const IngestReport report = IngestReport::of(job, card);
     EXPECT_THAT(report.skipped, ElementsAre(IngestFile{"DCIM/2.jpg", "Jobs/ALPHA/DCIM/2.jpg", 100,
                                                        "A different file is already there."}));
@@ -57,7 +58,7 @@ TEST_F(IngestReportTest, TellsWhatWasSkippedLeftOutAndNotSent) {
 TEST_F(IngestReportTest, NamesWhatIsOnTheCardAndNotInTheVark) {
     card.files[4].mtime += 1;
     card.files.push_back({"ALPHA/DCIM/6.jpg", 100, 0});
-    card.unlisted = {"ALPHA/DCIM/broken"};
+    card.passedOver = {{"ALPHA/DCIM/broken", Kind::unreadable}};
     const CardVerdict verdict = CardVerdict::of(job, card);
     EXPECT_THAT(
         verdict.missing,
@@ -91,10 +92,10 @@ TEST_F(IngestReportTest, CallsACardSafeOnlyWhenItWasLookedThroughAndNothingIsMis
 
 TEST_F(IngestReportTest, LeavesOutWhatIsNamedWithAllThatLiesBelow) {
     card.files.push_back({"ALPHA/DCIM2/1.jpg", 1, 0});
-    card.unlisted = {"ALPHA/DCIM/broken", "ALPHA/OTHER"};
+    card.passedOver = {{"ALPHA/DCIM/broken", Kind::unreadable}, {"ALPHA/OTHER", Kind::unreadable}};
     EXPECT_THAT(leaveOut(card, {"DCIM", "dcim2", "ALPHA"}), ElementsAre("dcim2", "ALPHA"));
     EXPECT_THAT(card.files, ElementsAre(Walker::Found{"ALPHA/DCIM2/1.jpg", 1, 0}));
-    EXPECT_THAT(card.unlisted, ElementsAre("ALPHA/OTHER"));
+    EXPECT_THAT(card.passedOver, ElementsAre(Walker::PassedOver{"ALPHA/OTHER", Kind::unreadable}));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/Files.h"
 
 namespace vark {
@@ -15,6 +16,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 using Kind = Walker::WalkError::Kind;
+using Passed = Walker::PassedOver::Kind;
 
 class WalkerTest : public testing::Test {
   protected:
@@ -71,7 +73,20 @@ TEST_F(WalkerTest, WhatIsNeverSentIsPassedOver) {
     create_symlink(folder / "R/keep", folder / "R/link");
     create_directory_symlink(folder / "R", folder / "R/loop");
     ASSERT_EQ(mkfifo((folder / "R/pipe").c_str(), 0600), 0);
+    create_directory(folder / "R/empty");
     EXPECT_EQ(namesIn(folder / "R"), (Names{"R/desktop.INI", "R/keep"}));
+    EXPECT_EQ(Walker::walk(folder / "R", volumes).passedOver,
+              (std::vector<Walker::PassedOver>{{"R/.DS_Store", Passed::ignored},
+                                               {"R/.Trashes", Passed::ignored},
+                                               {"R/._clip", Passed::ignored},
+                                               {"R/.git", Passed::hidden},
+                                               {"R/.hidden", Passed::hidden},
+                                               {"R/Thumbs.db", Passed::ignored},
+                                               {"R/desktop.ini", Passed::ignored},
+                                               {"R/empty", Passed::emptyFolder},
+                                               {"R/link", Passed::link},
+                                               {"R/loop", Passed::link},
+                                               {"R/pipe", Passed::special}}));
     EXPECT_EQ(namesIn(folder / "R/.DS_Store"), (Names{".DS_Store"}));
     EXPECT_TRUE(Walker::isIgnored("._x"));
     EXPECT_FALSE(Walker::isIgnored(".hidden"));
@@ -83,22 +98,52 @@ TEST_F(WalkerTest, WhatIsNeverSentIsPassedOver) {
     EXPECT_EQ(bare.totalBytes(), 0);
 }
 
-TEST_F(WalkerTest, NamesOfEveryTextAreFineAndOthersFailTheWalk) {
+TEST_F(WalkerTest, HiddenFilesAndWhatLinksLeadToAreSentWhenAskedFor) {
+    folder.file("elsewhere/far");
+    for (const char* name : {"R/.DS_Store", "R/.hidden", "R/.git/inside", "R/sub/keep"})
+        folder.file(name);
+    create_symlink(folder / "R/sub/keep", folder / "R/file");
+    create_symlink(folder / "nowhere", folder / "R/dangling");
+    create_directory_symlink(folder / "elsewhere", folder / "R/folder");
+    create_directory_symlink(folder / "R", folder / "R/sub/loop");
+    create_directory_symlink(folder / "R", folder / "link");
+
+    const auto names = [&](const char* root, Walker::Options options) {
+        Names found;
+        for (const Walker::Found& file : Walker::walk(folder / root, volumes, options, {}).files)
+            found.push_back(file.relativePath);
+        return found;
+    };
+    EXPECT_EQ(names("R", {.hidden = true}), (Names{"R/.git/inside", "R/.hidden", "R/sub/keep"}));
+    EXPECT_EQ(names("R", {.followLinks = true}), (Names{"R/file", "R/folder/far", "R/sub/keep"}));
+    EXPECT_EQ(names("link", {.followLinks = true}), (Names{"link/file", "link/folder/far", "link/sub/keep"}));
+    EXPECT_EQ(Walker::walk(folder / "R", volumes, {.followLinks = true}, {}).passedOver,
+              (std::vector<Walker::PassedOver>{{"R/.DS_Store", Passed::ignored},
+                                               {"R/.git", Passed::hidden},
+                                               {"R/.hidden", Passed::hidden},
+                                               {"R/dangling", Passed::link},
+                                               {"R/sub/loop", Passed::link}}));
+}
+
+TEST_F(WalkerTest, EndsWhenItIsCancelled) {
+    folder.file("R/keep");
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_THROW(Walker::walk(folder / "R", volumes, {}, stop.get_token()), CancellationError);
+}
+
+TEST_F(WalkerTest, NamesThatAreNoTextCostNoMoreThanThemselves) {
     folder.file("N/line\nend \"x\" \xC3\xA9");
     EXPECT_EQ(namesIn(folder / "N"), (Names{"N/line\nend \"x\" \xC3\xA9"}));
-    folder.file("N/.hidden\xFF");
-    EXPECT_EQ(failure(folder / "N"), std::nullopt);
     folder.file(
         "N/b\xFF"
         "ad\n/inside");
-    EXPECT_EQ(failure(folder / "N"), Kind::nameIsNotText);
-    try {
-        Walker::walk(folder / "N", volumes);
-    } catch (const Walker::WalkError& error) {
-        EXPECT_EQ(error.what(),
-                  folder.path().native() +
-                      "/N/b\\xffad\\n has a name that is not UTF-8 text. Rename it, then add it again.");
-    }
+    EXPECT_EQ(namesIn(folder / "N"), (Names{"N/line\nend \"x\" \xC3\xA9"}));
+    EXPECT_EQ(Walker::walk(folder / "N", volumes).passedOver,
+              (std::vector<Walker::PassedOver>{{"N/b\\xffad\\n", Passed::nameIsNotText}}));
+    EXPECT_EQ(failure(folder / "N/b\xFF"
+                               "ad\n"),
+              Kind::nameIsNotText);
 }
 
 TEST_F(WalkerTest, OnlyFilesAndFoldersCanBeSent) {
@@ -120,7 +165,8 @@ TEST_F(WalkerTest, AFolderThatCannotBeListedCostsOnlyItsOwnContents) {
     permissions(folder.path(), std::filesystem::perms{0711});
     const test::AsAnOrdinaryUser ordinary;
     EXPECT_EQ(namesIn(folder / "R"), (Names{"R/open"}));
-    EXPECT_EQ(Walker::walk(folder / "R", volumes).unlisted, (Names{"R/closed"}));
+    EXPECT_EQ(Walker::walk(folder / "R", volumes).passedOver,
+              (std::vector<Walker::PassedOver>{{"R/closed", Passed::unreadable}}));
     EXPECT_EQ(failure(folder / "R/closed"), Kind::cannotRead);
 }
 
