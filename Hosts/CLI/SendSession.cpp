@@ -47,8 +47,8 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
       desk_(engine_, connection.rootPath, connection.clientName),
       ingest_(surroundings, engine_, desk_, api_),
       services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
-      nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
-                                  surroundings.pool(), surroundings.sharedFolder()}),
+      nodes_(surroundings.lanToBrowse(), {surroundings.executor, surroundings.clock, surroundings.date,
+                                          *services_, surroundings.pool(), surroundings.sharedFolder()}),
       scope_(surroundings.executor, surroundings.clock) {
     engine_.limiter.setBytesPerSecond(settings_.bytesPerSecond);
     // Nothing starts before what is to be added has been taken in, or refused.

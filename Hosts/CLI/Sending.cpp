@@ -10,7 +10,8 @@ namespace vark::cli {
 
 namespace {
 
-constexpr int mostChunksAtOnce = 64;
+/// The connections that the session keeps to one host: a piece that waits for one would seem to stand still.
+constexpr int mostChunksAtOnce = 6;
 
 std::unique_ptr<SendDisplay> makeDisplay(Surroundings& surroundings, bool json, bool isLive) {
     if (json) return std::make_unique<JSONDisplay>(surroundings.console, surroundings.date);
@@ -41,7 +42,17 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
         ->check(readableBy(parseOfficeHours, " is no working day. Give it like 09:00-17:30"))
         ->type_name("HOURS");
     command.add_option("--chunks", options.chunks, "Pieces on their way at once, of all files together")
-        ->check(CLI::Range(1, mostChunksAtOnce).description(""))
+        ->check(CLI::Validator(
+            [](std::string& text) {
+                int number = 0;
+                const bool isNumber = CLI::detail::lexical_cast(text, number);
+                return isNumber && number >= 1 && number <= mostChunksAtOnce
+                           ? ""
+                           : fmt::format(
+                                 "{} is not to be had: from 1 to {} pieces can be on their way at once", text,
+                                 mostChunksAtOnce);
+            },
+            ""))
         ->type_name("N")
         ->capture_default_str();
     addJSON(command, options.json);

@@ -23,6 +23,7 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"send", "--outside-office-hours=17:00-09:00", "x"},
         {"send", "--on-conflict", "perhaps", "x"},
         {"send", "--chunks", "0", "x"},
+        {"send", "--chunks", "7", "x"},
         {"connect"},
         {"connect", "https://vark.example", "--code", "A", "--token-file", "b"},
         {"connect", "https://vark.example", "--secret-store", "drawer"},
