@@ -10,6 +10,15 @@ namespace {
 using ::testing::Contains;
 using ::testing::HasSubstr;
 
+TEST_F(SendSessionTest, ItsNodesAreThoseThatItsOwnBrowserFinds) {
+    const LANNode published{"Gone", "node.vark.example", "10.0.0.9", 443, world.surroundings.date(), true};
+    LANRouter::save({published}, world.surroundings.sharedFolder());
+    EXPECT_EQ(world.surroundings.lan().all().size(), 1U);
+    begin(adding({a}));
+    EXPECT_TRUE(world.surroundings.lan().all().empty());
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
 TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
     struct Case {
         const char* name;
