@@ -44,10 +44,6 @@ std::filesystem::path standardised(const std::filesystem::path& path) {
     return normal.has_filename() ? normal : normal.parent_path();
 }
 
-double secondsSince1970(const timespec& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
 /// A folder on the way down from the root, by what the file system calls it.
 struct Ancestor {
     dev_t device;
@@ -171,7 +167,7 @@ class FolderWalk {
         }
         if (S_ISDIR(values.st_mode)) return addFolder(folder, name);
         if (!S_ISREG(values.st_mode)) return passOver(folder, name, Passed::special);
-        found_.push_back({relativePath(folder, name), values.st_size, secondsSince1970(values.st_mtim)});
+        found_.push_back({relativePath(folder, name), values.st_size, stampOf(values).mtime});
     }
 
     void addFolder(const std::string& folder, std::string_view name) {
@@ -265,7 +261,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
     result.volumeName = volumeName(root, volumes);
     result.isFolder = S_ISDIR(values.st_mode);
     if (!result.isFolder) {
-        result.files.push_back({name, values.st_size, secondsSince1970(values.st_mtim)});
+        result.files.push_back({name, values.st_size, stampOf(values).mtime});
         return result;
     }
     FolderWalk(root, name, options, stop).run(result);

@@ -37,6 +37,7 @@ class EngineTest : public ::testing::Test {
                                   [this] { return date(); },
                                   Calendar("UTC"),
                                   loop.pool,
+                                  loop.pool,
                                   volumes,
                                   [this] {
                                       auto monitor = std::make_unique<FakePathMonitor>();
