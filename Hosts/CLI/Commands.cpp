@@ -9,8 +9,10 @@ namespace vark::cli {
 namespace {
 
 constexpr const char* exitCodes =
-    "Exit codes: 0 all landed, 1 something failed, 2 wrong usage, 3 not connected or signed out,\n"
-    "4 a decision is waiting, 130 interrupted (the queue is saved; \"vark send\" carries on).";
+    "Exit codes: 0 all landed, 1 something failed, was left behind or changed under way, 2 wrong usage,\n"
+    "3 not connected or signed out, 4 a decision is waiting, 5 handed over to another vark and not "
+    "followed,\n"
+    "130 interrupted (the queue is saved; \"vark send\" carries on).";
 
 /// What the person chose, with failures told in words.
 ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {

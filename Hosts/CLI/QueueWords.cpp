@@ -18,7 +18,10 @@ constexpr int narrowestName = 12;
 std::optional<std::string> whatStops(const QueueView& view) {
     if (view.pausedByVark) return "paused: the vark refused the token";
     if (view.paused) return "paused";
-    return view.hold;
+    if (view.hold || !view.outage) return view.hold;
+    return fmt::format("the vark cannot be reached since {}, trying again in {}",
+                       Format::time(view.outage->since, Calendar::current()),
+                       Format::timeLeft(view.outage->secondsLeft));
 }
 
 std::string waitingForDecision(std::int64_t count) {
@@ -30,6 +33,8 @@ std::vector<std::string> outcomeWords(const Overall& overall) {
     if (overall.filesFailed > 0) words.push_back(Format::number(overall.filesFailed) + " failed");
     if (overall.filesConflict > 0) words.push_back(waitingForDecision(overall.filesConflict));
     if (overall.filesSkipped > 0) words.push_back(Format::number(overall.filesSkipped) + " skipped");
+    if (overall.filesChanged > 0)
+        words.push_back(Format::number(overall.filesChanged) + " changed while being sent");
     return words;
 }
 
@@ -38,6 +43,8 @@ std::string entryLine(const EntryView& entry, int nameWidth) {
     std::string state = progress.isFinished() ? "landed" : Format::percent(progress.fraction());
     if (progress.failed > 0) state += fmt::format(", {} failed", Format::number(progress.failed));
     if (progress.conflicts > 0) state += ", " + waitingForDecision(progress.conflicts);
+    if (progress.changed > 0)
+        state += fmt::format(", {} changed while being sent", Format::number(progress.changed));
     return fmt::format("{:>4}  {}  {}, {}, {}", entry.number,
                        paddedToWidth(escapedForTerminal(entry.name), nameWidth),
                        Format::count(progress.files, "file"), Format::bytes(progress.bytesTotal), state);
@@ -174,6 +181,15 @@ std::vector<std::string> closingAdvice(const QueueView& view) {
     listUnsettled(lines, view);
     if (view.overall.filesFailed > 0)
         lines.emplace_back("Try what failed again with: vark retry, then vark send");
+    if (view.overall.filesChanged > 0)
+        lines.emplace_back(
+            "What changed while it was sent lies in the vark as it was read. Send it again with: vark send "
+            "PATH...");
+    if (view.filesTakenAway() > 0)
+        lines.push_back(fmt::format("{} taken out of the queue before landing.",
+                                    view.filesTakenAway() == 1
+                                        ? "1 file was"
+                                        : Format::number(view.filesTakenAway()) + " files were"));
     if (view.overall.filesConflict > 0)
         lines.emplace_back(
             "Decide with: vark resolve --replace [FILE...] or vark resolve --skip [FILE...], then "

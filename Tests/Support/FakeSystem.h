@@ -43,9 +43,12 @@ struct FakeUserFolders : UserFolders {
 struct FakeVolumes : Volumes {
     std::vector<Volume> table;
     mutable std::function<void()> changed;
+    /// Called by each walk, on its thread.
+    std::function<void()> walked;
 
     std::vector<Volume> volumes() const override { return table; }
     std::optional<std::string> volumeName(const std::filesystem::path& path) const override {
+        if (walked) walked();
         const Volume* best = nullptr;
         for (const Volume& volume : table) {
             const bool holds = path == volume.path || path.native().starts_with(volume.path.native() + "/");
