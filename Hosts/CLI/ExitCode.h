@@ -10,6 +10,7 @@ enum class ExitCode {
     notConnected = 3,
     decisionWaits = 4,
     interrupted = 130,
+    readerGone = 141,
 };
 
 }  // namespace vark::cli

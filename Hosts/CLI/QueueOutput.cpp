@@ -21,7 +21,7 @@ ExitCode printAnswer(Console& console, const QueueAnswer& answer, bool json) {
 
 void printQueue(Console& console, const QueueView& view, bool json) {
     if (!json) {
-        for (const std::string& line : queueLines(view))
+        for (const std::string& line : queueLines(view, console.signs()))
             console.print(line);
         return;
     }

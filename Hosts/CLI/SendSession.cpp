@@ -83,6 +83,12 @@ QueueView SendSession::glance() const {
     return QueueView::glance(engine_);
 }
 
+void SendSession::keepWorkingHours() {
+    if (!settings_.workingHours) return;
+    const OfficeHours hours = settings_.workingHours->at(surroundings_.date(), surroundings_.calendar());
+    if (hours != engine_.officeHours()) engine_.setOfficeHours(hours);
+}
+
 Task<void> SendSession::watched(Task<void> task) {
     std::string failure;
     try {
@@ -99,7 +105,7 @@ Task<void> SendSession::watched(Task<void> task) {
 Task<void> SendSession::open() {
     nodes_.start();
     engine_.start(false);
-    if (settings_.officeHours) engine_.setOfficeHours(*settings_.officeHours);
+    keepWorkingHours();
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();
     if (ended_) co_return;
 
@@ -200,6 +206,7 @@ Task<void> SendSession::beating() {
         if (beat % beatsBetweenRequests == 0) co_await answerRequests();
         if (ended_) co_return;
         tellOfWhatWasSent();
+        keepWorkingHours();
         display_.show(glance());
         endWhenSettled();
     }

@@ -10,6 +10,7 @@
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
 #include "Hosts/CLI/Surroundings.h"
+#include "Hosts/CLI/WorkingHours.h"
 #include "VarkCore/Activity/ActivityEntry.h"
 #include "VarkCore/LAN/NodeBrowser.h"
 
@@ -28,7 +29,7 @@ class SendSession {
         /// What to do with every conflict; without a value they wait for the person.
         std::optional<bool> replaceConflicts;
         std::int64_t bytesPerSecond = 0;
-        std::optional<OfficeHours> officeHours;
+        std::optional<WorkingHours> workingHours;
         int chunksAtOnce = 4;
     };
 
@@ -76,6 +77,7 @@ class SendSession {
     void breakOff(ExitCode code, const std::string& sentence);
     void setDamagedQueueAside();
     QueueView glance() const;
+    void keepWorkingHours();
 
     Surroundings& surroundings_;
     SendDisplay& display_;
