@@ -12,8 +12,9 @@ namespace {
 constexpr std::string_view nothingQueued =
     "Nothing is in the queue. Put something in with: vark send PATH...";
 
-QueueAnswer saying(std::string sentence) {
+QueueAnswer saying(std::string sentence, std::int64_t changed = 0) {
     QueueAnswer answer;
+    answer.changed = changed;
     answer.results.push_back(std::move(sentence));
     return answer;
 }
@@ -127,6 +128,7 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
         // To ask again for what is under way already is no mistake: so one carries on after an interruption.
         if (!path.isInQueue) answer.code = ExitCode::somethingFailed;
     }
+    answer.changed = added.items;
     if (added.items > 0)
         answer.results.push_back(fmt::format("Added {}", Format::count(added.items, "file")));
     co_return answer;
@@ -138,21 +140,21 @@ QueueAnswer QueueDesk::pause() {
     // A pause of the vark's own becomes the person's, so that a good token does not lift it.
     if (engine_.pausedByVark()) engine_.resume();
     engine_.pause();
-    return saying("Paused. Carry on with: vark resume");
+    return saying("Paused. Carry on with: vark resume", 1);
 }
 
 QueueAnswer QueueDesk::resume() {
     if (!engine_.job()) return saying(std::string(nothingQueued));
     if (!engine_.isPaused()) return saying("The queue is not paused.");
     engine_.resume();
-    return saying("Resumed");
+    return saying("Resumed", 1);
 }
 
 QueueAnswer QueueDesk::retry() {
     const std::int64_t failed = engine_.overall().filesFailed;
     if (failed == 0) return saying("Nothing has failed.");
     engine_.retryFailed();
-    return saying(fmt::format("Trying {} again", Format::count(failed, "file")));
+    return saying(fmt::format("Trying {} again", Format::count(failed, "file")), failed);
 }
 
 std::optional<UUID> QueueDesk::entry(const QueueRequest::Named& named) const {
@@ -196,21 +198,21 @@ QueueAnswer QueueDesk::remove(const QueueRequest& request) {
     for (const auto& [id, text] : found) {
         engine_.remove(id);
         answer.results.push_back(fmt::format("Removed {} from the queue", text));
+        ++answer.changed;
     }
     return answer;
 }
 
 QueueAnswer QueueDesk::clear(const QueueRequest& request) {
     if (!engine_.job()) return saying("The queue is empty.");
+    const auto before = static_cast<std::int64_t>(engine_.job()->entries.size());
     if (!request.finishedOnly) {
         engine_.clearAll();
-        return saying("Cleared the queue. What has landed stays in the vark.");
+        return saying("Cleared the queue. What has landed stays in the vark.", before);
     }
-    const std::size_t before = engine_.job()->entries.size();
     engine_.clearFinished();
-    const std::size_t gone = before - engine_.job()->entries.size();
-    return saying(fmt::format("Cleared {} that landed whole",
-                              Format::count(static_cast<std::int64_t>(gone), "entry", "entries")));
+    const std::int64_t gone = before - static_cast<std::int64_t>(engine_.job()->entries.size());
+    return saying(fmt::format("Cleared {} that landed whole", Format::count(gone, "entry", "entries")), gone);
 }
 
 std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {
@@ -248,6 +250,7 @@ QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
             engine_.resolveConflict(id, request.replace);
     }
     const std::int64_t decided = before - engine_.overall().filesConflict;
+    answer.changed = decided;
     if (decided > 0) {
         answer.results.push_back(fmt::format(
             "{} {}", request.replace ? "Will replace in the vark:" : "Left as they are in the vark:",

@@ -79,13 +79,15 @@ QueueAnswer QueueAnswer::fromJSON(const boost::json::value& value) {
     if (std::ranges::find(codesOfAnswers, code) == std::end(codesOfAnswers))
         throw DecodingError("an unknown exit code");
     answer.code = code;
+    answer.changed = fields.valueOr<std::int64_t>("changed", 0);
     answer.queue = fields.optional<QueueView>("queue");
     return answer;
 }
 
 std::string QueueAnswer::toJSON() const {
     JSONWriter json;
-    json.beginObject().field("results", results).field("problems", problems);
+    json.beginObject().field("changed", changed);
+    json.field("results", results).field("problems", problems);
     json.field("exitCode", static_cast<int>(code));
     if (queue) {
         json.key("queue").beginObject();

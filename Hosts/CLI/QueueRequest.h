@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,6 +48,9 @@ struct QueueAnswer {
     /// What could not be done, and what to do about it.
     std::vector<std::string> problems;
     ExitCode code = ExitCode::allLanded;
+    /// How much of the queue the request changed: entries where it takes them out, otherwise files, and for a
+    /// pause or its end the queue itself.
+    std::int64_t changed = 0;
     /// For `show`, when there is a queue.
     std::optional<QueueView> queue;
 

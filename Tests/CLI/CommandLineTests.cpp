@@ -211,13 +211,17 @@ TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     EXPECT_EQ(vark({"resolve", "--skip", "nothing"}), ExitCode::somethingFailed);
     EXPECT_EQ(vark({"resolve", "--replace", "/in/b"}), ExitCode::allLanded);
     EXPECT_EQ(states(), "failed skipped queued failed queued queued ");
-    EXPECT_EQ(vark({"retry"}), ExitCode::allLanded);
+    EXPECT_EQ(vark({"retry", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "{\"changed\":2,\"results\":[\"Trying 2 files again\"],\"problems\":[],\"exitCode\":0}\n");
     EXPECT_EQ(states(), "queued skipped queued queued queued queued ");
     EXPECT_EQ(vark({"pause"}), ExitCode::allLanded);
     EXPECT_TRUE(world.surroundings.store().load()->isPaused);
     EXPECT_EQ(vark({"resume"}), ExitCode::allLanded);
     EXPECT_FALSE(world.surroundings.store().load()->isPaused);
-    EXPECT_EQ(vark({"remove", "2", "x"}), ExitCode::somethingFailed);
+    EXPECT_EQ(vark({"remove", "2", "x", "--json"}), ExitCode::somethingFailed);
+    EXPECT_THAT(printed(),
+                HasSubstr("{\"changed\":1,\"results\":[\"Removed 2 from the queue\"],\"problems\":["));
     EXPECT_EQ(states(), "queued skipped queued ");
     EXPECT_EQ(vark({"log", "-n", "1", "--json"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("\"message\":\"Removed b from the queue\""));

@@ -36,6 +36,7 @@ TEST(Requests, WhatIsAskedAndAnsweredArrivesAsItWas) {
     EXPECT_FALSE(folder.takeAnswer(id));
 
     QueueAnswer answer;
+    answer.changed = 2;
     answer.results = {"Added 2 files"};
     answer.refuse("Could not add x: it is gone");
     QueueView& view = answer.queue.emplace();
