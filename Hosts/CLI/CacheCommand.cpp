@@ -43,7 +43,8 @@ void print(Console& console, const LocalCache::Report& report, bool json) {
         console.printJSON(record.endArray().endObject().text());
         return;
     }
-    console.print(report.describe());
+    console.print(fmt::format("Vark holds {} on this machine.",
+                              report.isEmpty() ? "nothing" : Format::bytes(report.total())));
     for (const LocalCache::Line& line : report.lines)
         console.print(fmt::format("  {}: {}", line.name, Format::bytes(line.bytes)));
 }

@@ -12,6 +12,7 @@ enum class ExitCode {
     /// Another run has taken it on, and this one did not wait for the end.
     handedOver = 5,
     interrupted = 130,
+    readerGone = 141,
 };
 
 }  // namespace vark::cli

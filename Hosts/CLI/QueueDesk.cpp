@@ -16,8 +16,9 @@ constexpr Duration longestFarewell = std::chrono::seconds(5);
 constexpr std::string_view nothingQueued =
     "Nothing is in the queue. Put something in with: vark send PATH...";
 
-QueueAnswer saying(std::string sentence) {
+QueueAnswer saying(std::string sentence, std::int64_t changed = 0) {
     QueueAnswer answer;
+    answer.changed = changed;
     answer.results.push_back(std::move(sentence));
     return answer;
 }
@@ -184,6 +185,7 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     for (const UUID& id : added.entries)
         answer.entries.push_back(id.text());
     noteLeftOut(added.passedOver, answer);
+    answer.changed = added.items + added.again;
     if (added.items > 0)
         answer.results.push_back(fmt::format("Added {}", Format::count(added.items, "file")));
     if (added.again > 0)
@@ -208,14 +210,14 @@ QueueAnswer QueueDesk::pause() {
     // A pause of the vark's own becomes the person's, so that a good token does not lift it.
     if (engine_.pausedByVark()) engine_.resume();
     engine_.pause();
-    return saying("Paused. Carry on with: vark resume");
+    return saying("Paused. Carry on with: vark resume", 1);
 }
 
 QueueAnswer QueueDesk::resume() {
     if (!engine_.job()) return saying(std::string(nothingQueued));
     if (!engine_.isPaused()) return saying("The queue is not paused.");
     engine_.resume();
-    return saying("Resumed");
+    return saying("Resumed", 1);
 }
 
 QueueAnswer QueueDesk::retry() {
@@ -223,7 +225,7 @@ QueueAnswer QueueDesk::retry() {
     const std::int64_t failed = engine_.overall().filesFailed;
     if (failed == 0) return saying("Nothing has failed.");
     engine_.retryFailed();
-    return saying(fmt::format("Trying {} again", Format::count(failed, "file")));
+    return saying(fmt::format("Trying {} again", Format::count(failed, "file")), failed);
 }
 
 std::optional<UUID> QueueDesk::entry(const QueueRequest::Named& named) const {
@@ -268,6 +270,7 @@ QueueAnswer QueueDesk::remove(const QueueRequest& request) {
     for (const auto& [id, text] : found) {
         all.insert(id);
         answer.results.push_back(fmt::format("Removed {} from the queue", text));
+        ++answer.changed;
     }
     takingOut([&] { engine_.remove(all); });
     return answer;
@@ -275,15 +278,14 @@ QueueAnswer QueueDesk::remove(const QueueRequest& request) {
 
 QueueAnswer QueueDesk::clear(const QueueRequest& request) {
     if (!engine_.job()) return saying("The queue is empty.");
+    const auto before = static_cast<std::int64_t>(engine_.job()->entries.size());
     if (!request.finishedOnly) {
         takingOut([this] { engine_.clearAll(); });
-        return saying("Cleared the queue. What has landed stays in the vark.");
+        return saying("Cleared the queue. What has landed stays in the vark.", before);
     }
-    const std::size_t before = engine_.job()->entries.size();
     takingOut([this] { engine_.clearFinished(); });
-    const std::size_t gone = before - engine_.job()->entries.size();
-    return saying(fmt::format("Cleared {} that landed whole",
-                              Format::count(static_cast<std::int64_t>(gone), "entry", "entries")));
+    const std::int64_t gone = before - static_cast<std::int64_t>(engine_.job()->entries.size());
+    return saying(fmt::format("Cleared {} that landed whole", Format::count(gone, "entry", "entries")), gone);
 }
 
 std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {
@@ -322,6 +324,7 @@ QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
             engine_.resolveConflict(id, request.replace);
     }
     const std::int64_t decided = before - engine_.overall().filesConflict;
+    answer.changed = decided;
     if (decided > 0) {
         answer.results.push_back(fmt::format(
             "{} {}", request.replace ? "Will replace in the vark:" : "Left as they are in the vark:",

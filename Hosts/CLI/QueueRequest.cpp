@@ -84,13 +84,15 @@ QueueAnswer QueueAnswer::fromJSON(const boost::json::value& value) {
     answer.code = code;
     answer.entries = fields.valueOr<std::vector<std::string>>("entries", {});
     answer.leftOut = fields.valueOr<LeftOut>("leftOut", {});
+    answer.changed = fields.valueOr<std::int64_t>("changed", 0);
     answer.queue = fields.optional<QueueView>("queue");
     return answer;
 }
 
 std::string QueueAnswer::toJSON() const {
     JSONWriter json;
-    json.beginObject().field("results", results).field("problems", problems);
+    json.beginObject().field("changed", changed);
+    json.field("results", results).field("problems", problems);
     json.field("exitCode", static_cast<int>(code)).field("entries", entries);
     json.key("leftOut").beginObject();
     leftOut.encode(json);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ struct QueueAnswer {
     std::vector<std::string> entries;
     /// For `add`.
     LeftOut leftOut;
+    /// How much of the queue the request changed: entries where it takes them out, otherwise files, and for a
+    /// pause or its end the queue itself.
+    std::int64_t changed = 0;
     /// For `show`, when there is a queue.
     std::optional<QueueView> queue;
 

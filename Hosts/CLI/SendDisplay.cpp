@@ -7,7 +7,6 @@ namespace vark::cli {
 
 namespace {
 
-constexpr int columnsOfNoTerminal = 80;
 constexpr double secondsBetweenProgress = 5;
 constexpr std::string_view nothingLeft = "Nothing was left to do.";
 
@@ -72,7 +71,7 @@ void PlainDisplay::cardClosed(const CardVerdict& verdict) {
 }
 
 void PlainDisplay::finish(const QueueView& view, ExitCode) {
-    console_.print(closingLine(view.overall));
+    console_.print(closingLine(view.overall, console_.signs()));
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }
@@ -160,8 +159,7 @@ void JSONDisplay::finish(const QueueView& view, ExitCode code) {
 }
 
 void LiveDisplay::erase() {
-    std::optional<TerminalSize> size = size_();
-    console_.results() << area_.replace({}, size ? size->columns : columnsOfNoTerminal) << std::flush;
+    console_.printText(area_.replace({}));
 }
 
 void LiveDisplay::fileSettled(const SettledFile& file) {
@@ -172,10 +170,8 @@ void LiveDisplay::fileSettled(const SettledFile& file) {
 }
 
 void LiveDisplay::show(const QueueView& view) {
-    std::optional<TerminalSize> size = size_();
-    if (!size) return;
-    console_.results() << area_.replace(liveLines(view, size->columns, size->rows), size->columns)
-                       << std::flush;
+    if (std::optional<TerminalSize> size = size_())
+        console_.printText(area_.replace(liveLines(view, console_.signs(), *size)));
 }
 
 void LiveDisplay::say(const std::string& sentence) {
@@ -191,7 +187,7 @@ void LiveDisplay::cardClosed(const CardVerdict& verdict) {
 
 void LiveDisplay::finish(const QueueView& view, ExitCode) {
     erase();
-    console_.print(closingLine(view.overall));
+    console_.print(closingLine(view.overall, console_.signs()));
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }

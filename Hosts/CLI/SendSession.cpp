@@ -107,6 +107,12 @@ bool SendSession::isBusy() {
     return !errands_.empty();
 }
 
+void SendSession::keepWorkingHours() {
+    if (!settings_.workingHours) return;
+    const OfficeHours hours = settings_.workingHours->at(surroundings_.date(), surroundings_.calendar());
+    if (hours != engine_.officeHours()) engine_.setOfficeHours(hours);
+}
+
 Task<void> SendSession::watched(Task<void> task) {
     std::string failure;
     try {
@@ -124,7 +130,7 @@ Task<void> SendSession::open() {
     const SlotPermit turn(adding_);
     nodes_.start();
     engine_.start(false);
-    if (settings_.officeHours) engine_.setOfficeHours(*settings_.officeHours);
+    keepWorkingHours();
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();
     if (isLeaving()) co_return;
 
@@ -276,6 +282,7 @@ Task<void> SendSession::beating() {
         tellOfWhatWasSent();
         tellOfTrouble();
         keepLevelFresh();
+        keepWorkingHours();
         display_.show(glance());
         leaveWhenPausedUnseen();
         endWhenSettled();

@@ -10,6 +10,7 @@
 #include "Hosts/CLI/RequestFolder.h"
 #include "Hosts/CLI/SendDisplay.h"
 #include "Hosts/CLI/Surroundings.h"
+#include "Hosts/CLI/WorkingHours.h"
 #include "VarkCore/Activity/ActivityEntry.h"
 #include "VarkCore/Concurrency/AsyncSemaphore.h"
 #include "VarkCore/LAN/NodeBrowser.h"
@@ -35,7 +36,7 @@ class SendSession {
         /// What to do with every conflict; without a value they wait for the person.
         std::optional<bool> replaceConflicts;
         std::int64_t bytesPerSecond = 0;
-        std::optional<OfficeHours> officeHours;
+        std::optional<WorkingHours> workingHours;
         /// Without a value as many as the rate makes good use of.
         std::optional<int> chunksAtOnce;
         /// After it the run leaves, however far it has come.
@@ -123,6 +124,7 @@ class SendSession {
     void tellOfTrouble();
     void leaveWhenPausedUnseen();
     QueueView glance() const { return QueueView::glance(engine_, surroundings_.date()); }
+    void keepWorkingHours();
 
     Surroundings& surroundings_;
     SendDisplay& display_;

@@ -25,9 +25,14 @@ std::unique_ptr<SendDisplay> makeDisplay(Surroundings& surroundings, bool json, 
     return std::make_unique<PlainDisplay>(surroundings.console);
 }
 
-CLI::Validator readableBy(auto parse, const char* advice) {
-    return CLI::Validator([parse, advice](std::string& text) { return parse(text) ? "" : text + advice; },
-                          "");
+template <class Parsed>
+CLI::Validator readableBy(Parsed (*parse)(std::string_view)) {
+    return CLI::Validator(
+        [parse](std::string& text) {
+            const Parsed parsed = parse(text);
+            return parsed ? std::string() : parsed.error();
+        },
+        "");
 }
 
 /// What is told of a name that no folder of the vark can have; nothing when it can.
@@ -74,15 +79,17 @@ CLI::Validator isVarkFolder() {
         "");
 }
 
-std::optional<Duration> parseTimeout(std::string_view text) {
+Parsed<Duration> parseTimeout(std::string_view given) {
+    const std::unexpected noTime(
+        fmt::format("{} is no time. Give one like 90s, 15m or 2h", escapedForTerminal(std::string(given))));
+    std::string_view unit = given;
     std::int64_t number = 0;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (failure != std::errc() || number < 1 || number > longestTimeout) return std::nullopt;
-    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
-    if (text.empty() || text == "s") return std::chrono::seconds(number);
-    if (text == "m" || text == "min") return std::chrono::minutes(number);
-    if (text == "h" && number <= longestTimeout / 3600) return std::chrono::hours(number);
-    return std::nullopt;
+    const auto [end, failure] = std::from_chars(given.data(), given.data() + given.size(), number);
+    if (failure != std::errc() || number < 1) return noTime;
+    unit.remove_prefix(static_cast<std::size_t>(end - given.data()));
+    const std::int64_t seconds = unit.empty() || unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : 0;
+    if (seconds == 0 || number > longestTimeout / seconds) return noTime;
+    return std::chrono::seconds(number * seconds);
 }
 
 void addSendingOptions(CLI::App& command, SendingOptions& options) {
@@ -92,26 +99,30 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
             "When a different file is in the vark: wait for \"vark resolve\", overwrite it, or leave it")
         ->check(CLI::IsMember({"ask", "replace", "skip"}).description(""))
         ->type_name("ask|replace|skip");
-    command.add_option("--rate", options.rate, "At most so many bytes a second, like 10MB or 500KB/s")
-        ->check(readableBy(parseRate, " is no rate. Give one like 10MB or 500KB/s"))
+    command
+        .add_option("--rate", options.rate,
+                    "At most so much a second: 10MB, 500KB/s, 3MiB; 10M is 10MB, and a number alone is bytes")
+        ->check(readableBy(parseRate))
         ->type_name("RATE");
     command
-        .add_flag("--outside-office-hours{09:00-17:30}", options.officeHours,
-                  "Wait while the office works: on weekdays from 09:00 to 17:30, or as given")
-        ->check(readableBy(parseOfficeHours, " is no working day. Give it like 09:00-17:30"))
+        .add_flag(
+            "--outside-office-hours{09:00-17:30}", options.officeHours,
+            "Wait while the office works: on weekdays from 09:00 to 17:30, or as given; 22:00-06:00 goes "
+            "past midnight")
+        ->check(readableBy(parseWorkingHours))
         ->type_name("HOURS");
     command
         .add_option(
             "--chunks", options.chunks,
             "Pieces on their way at once, of all files together, at most 6; without it as many as the "
             "line makes use of")
-        ->check(CLI::Range(1, mostChunksAtOnce).description(""))
+        ->check(wholeNumber(1, mostChunksAtOnce))
         ->type_name("N");
     command
         .add_option(
             "--timeout", options.timeout,
             "End with exit code 1 when not all has landed by then, like 90s, 15m or 2h; the queue stays")
-        ->check(readableBy(parseTimeout, " is no time. Give one like 90s, 15m or 2h"))
+        ->check(readableBy(parseTimeout))
         ->type_name("TIME");
     addJSON(command, options.json);
 }
@@ -120,17 +131,17 @@ SendSession::Settings settingsFrom(const SendingOptions& options) {
     SendSession::Settings settings;
     if (options.onConflict != "ask") settings.replaceConflicts = options.onConflict == "replace";
     if (!options.rate.empty()) settings.bytesPerSecond = *parseRate(options.rate);
-    if (!options.officeHours.empty()) settings.officeHours = parseOfficeHours(options.officeHours);
+    if (!options.officeHours.empty()) settings.workingHours = *parseWorkingHours(options.officeHours);
     settings.chunksAtOnce = options.chunks;
-    if (!options.timeout.empty()) settings.timeout = parseTimeout(options.timeout);
+    if (!options.timeout.empty()) settings.timeout = *parseTimeout(options.timeout);
     settings.somebodyIsThere = Terminal::isTerminal(STDIN_FILENO);
     return settings;
 }
 
 ExitCode sendHere(Surroundings& surroundings, const SharedConnection& connection,
                   SendSession::Settings settings, bool json) {
-    const bool isLive = !json && Terminal::isTerminal(STDOUT_FILENO);
-    const bool wantsKeys = isLive && Terminal::isTerminal(STDIN_FILENO);
+    const bool isLive = !json && Terminal::canDraw();
+    const bool wantsKeys = !json && Terminal::isTerminal(STDOUT_FILENO) && Terminal::isTerminal(STDIN_FILENO);
     std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
     if (wantsKeys)
         display->say("Keys: p pauses and resumes, r tries again what failed, q quits; the queue stays.");
@@ -144,7 +155,7 @@ ExitCode sendThere(Surroundings& surroundings, const SharedConnection& connectio
                    SendSession::Settings settings, QueueAnswer taken, bool json) {
     QueueLock lock;
     {
-        const bool isLive = !json && Terminal::isTerminal(STDOUT_FILENO);
+        const bool isLive = !json && Terminal::canDraw();
         const std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
         for (const std::string& problem : taken.problems)
             display->say(problem);

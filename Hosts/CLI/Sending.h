@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/SendSession.h"
 
 namespace vark::cli {
@@ -20,8 +21,8 @@ struct SendingOptions {
 void addSendingOptions(CLI::App& command, SendingOptions& options);
 /// Refuses what can be no folder of the vark.
 CLI::Validator isVarkFolder();
-/// "90s", "15m", "2h" or a number of seconds. Nothing for other text.
-std::optional<Duration> parseTimeout(std::string_view text);
+/// "90s", "15m", "2h" or a number of seconds.
+Parsed<Duration> parseTimeout(std::string_view given);
 /// Without what is to be added.
 SendSession::Settings settingsFrom(const SendingOptions& options);
 /// Sends in this process, which holds the queue, until the end.

@@ -37,6 +37,7 @@ TEST(Requests, WhatIsAskedAndAnsweredArrivesAsItWas) {
     EXPECT_FALSE(folder.takeAnswer(id));
 
     QueueAnswer answer;
+    answer.changed = 2;
     answer.results = {"Added 2 files"};
     answer.refuse("Could not add x: it is gone");
     answer.entries = {UUID::random().text()};

@@ -392,7 +392,7 @@ TEST_F(SendSessionTest, TheSettingsReachTheEngine) {
 
     settings = adding({b});
     // Every minute of every day is between these two, but for weekends.
-    settings.officeHours = OfficeHours{true, 0, 24 * 60};
+    settings.workingHours = WorkingHours{0, 24 * 60};
     WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
     Surroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
     SendSession waiting(atWork, connection, settings, display);
