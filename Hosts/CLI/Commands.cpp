@@ -32,6 +32,14 @@ ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
 
 }  // namespace
 
+CLI::App& addBareCommand(CLI::App& program, const std::string& name, const std::string& help) {
+    return *program.add_subcommand(name, help);
+}
+
+void addJSON(CLI::App& command, bool& json) {
+    command.add_flag("--json", json, "Print one JSON object a line, for programs");
+}
+
 void declareProgram(CLI::App& program, Chosen& chosen) {
     program.name("vark");
     program.description("Sends files to the vark through a queue that survives a restart.");
