@@ -29,24 +29,30 @@ void declareDiagnostics(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);
 void declareActivity(CLI::App& program, Chosen& chosen);
 void declareSync(CLI::App& program, Chosen& chosen);
+void declareHelp(CLI::App& program, Chosen& chosen);
 void declareDocumentation(CLI::App& program, Chosen& chosen);
+
+/// A command of a program, or of another command. Not in the header, since whoever makes one takes all of the
+/// parser's inline code into its object file.
+CLI::App& addBareCommand(CLI::App& program, const std::string& name, const std::string& help);
 
 /// Adds a command whose options are gathered in an object of their own, and run by `run`.
 template <class Options>
 CLI::App& addCommand(CLI::App& program, Chosen& chosen, const std::string& name, const std::string& help,
                      const std::shared_ptr<Options>& options,
                      ExitCode (*run)(Surroundings&, const Options&)) {
-    CLI::App* command = program.add_subcommand(name, help);
-    command->callback([&chosen, options, run] {
+    CLI::App& command = addBareCommand(program, name, help);
+    command.callback([&chosen, options, run] {
         chosen = [options, run](Surroundings& surroundings) { return run(surroundings, *options); };
     });
-    return *command;
+    return command;
 }
 
 /// The option of all commands that print.
-inline void addJSON(CLI::App& command, bool& json) {
-    command.add_flag("--json", json, "Print one JSON object a line, for programs");
-}
+void addJSON(CLI::App& command, bool& json);
+
+/// For options whose values are whole numbers of that range.
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most);
 
 /// The whole program with all its commands.
 void declareProgram(CLI::App& program, Chosen& chosen);

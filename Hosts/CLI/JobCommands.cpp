@@ -89,7 +89,7 @@ ExitCode file(Surroundings& surroundings, const FileOptions& options) {
 }  // namespace
 
 void declareJobs(CLI::App& program, Chosen& chosen) {
-    CLI::App& job = *program.add_subcommand("job", "Find jobs in the job book, and file items against them");
+    CLI::App& job = addBareCommand(program, "job", "Find jobs in the job book, and file items against them");
     job.require_subcommand(1);
 
     auto finding = std::make_shared<FindOptions>();

@@ -36,7 +36,7 @@ void ChunkWriter::run() noexcept {
 void ChunkWriter::pump() {
     Descriptor file;
     try {
-        file = openForReading(source_.file);
+        file = openRegularFile(source_.file);
     } catch (const FileError&) {
         return fail(fmt::format("Could not open {}.", name()));
     }

@@ -13,8 +13,10 @@
 namespace vark {
 namespace {
 
-constexpr const char* howToStartTheDaemon =
-    "the avahi-daemon cannot be reached. Install and start dbus and avahi-daemon, then start Vark again.";
+constexpr const char* nobodyToLookWith =
+    "no avahi-daemon answers on this machine, so everything goes by the internet. For the nodes of an "
+    "office, "
+    "install and start dbus and avahi-daemon; the next run finds them.";
 
 }  // namespace
 
@@ -72,7 +74,7 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
 
     void browsing() override { news_.add(round_, BrowsingReady()); }
     void denied() override { news_.add(round_, BrowsingDenied()); }
-    void failed() override { news_.add(round_, BrowsingFailed(howToStartTheDaemon)); }
+    void failed() override { news_.add(round_, BrowsingFailed(nobodyToLookWith)); }
     void found(std::vector<FoundService> services) override {
         if (services == told_) return;
         told_ = services;
