@@ -4,6 +4,7 @@
 
 #include "Hosts/CLI/QueueDesk.h"
 #include "Hosts/CLI/RequestFolder.h"
+#include "VarkCore/Policies/LocalCache.h"
 
 namespace vark::cli {
 
@@ -54,6 +55,10 @@ QueueLock takeQueue(Surroundings& surroundings) {
     // Who holds the lock is alone, whoever else is starting. Only where it cannot be had does the list count.
     if (!lock.held) seen.others = surroundings.platform.otherSenders();
     if (!std::holds_alternative<SingleInstance::CarryOn>(SingleInstance::verdict(seen))) return nullptr;
+    // What an earlier holder was killed in the middle of.
+    std::vector<std::filesystem::path> folders = {surroundings.locations().storageFolder()};
+    if (surroundings.sharedFolder()) folders.push_back(*surroundings.sharedFolder());
+    LocalCache::sweep(folders);
     return std::make_shared<SingleInstance::Lock>(std::move(lock));
 }
 

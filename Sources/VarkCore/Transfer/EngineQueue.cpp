@@ -236,7 +236,7 @@ void TransferEngine::appendItem(const TransferEntry& entry, const Walker::Found&
 
 bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found& file) {
     const bool isUnderWay = known.state == ItemState::queued || isInFlight(known.state);
-    const bool isAsItWas = known.size == file.size && known.mtime == file.mtime;
+    const bool isAsItWas = FileStamp{known.size, known.mtime} == FileStamp{file.size, file.mtime};
     // What is under way is looked at when its turn comes and when it lands, and what a person is to decide
     // about when it is decided.
     if (isUnderWay || isAsItWas || known.state == ItemState::conflict) return false;
