@@ -1,5 +1,7 @@
 #include "Hosts/CLI/QueueWords.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <utility>
