@@ -53,9 +53,9 @@ std::optional<std::size_t> TransferEngine::position(const UUID& id) const {
 
 QueueTotals::Share TransferEngine::shareOf(const TransferItem& item) const {
     auto active = tasks_.find(item.id);
-    if (active == tasks_.end()) return {item.size, std::min(item.size, item.bytesDone()), item.state};
-    return {item.size, std::min(item.size, active->second.heldBytes + active->second.inFlightBytes),
-            item.state};
+    const std::int64_t done =
+        active == tasks_.end() ? item.bytesDone() : active->second.heldBytes + active->second.inFlightBytes;
+    return {item.size, std::min(item.size, done), item.state, item.changedWhileSent};
 }
 
 void TransferEngine::ensureJob(const std::string& title, const std::string& destination,
@@ -321,6 +321,7 @@ void TransferEngine::removeEntries(const std::unordered_set<UUID>& entryIDs) {
         return true;
     });
     rebuildIndex();
+    samples_.clear();
     recompute();
     scheduleSave();
     pump();
