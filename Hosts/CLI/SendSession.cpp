@@ -491,6 +491,7 @@ Task<void> SendSession::speakLastWords() {
     const bool mayMatter = ending_.code != ExitCode::allLanded && ending_.code != ExitCode::usage;
     if (!ending_.isSaved && mayMatter) ending_.code = ExitCode::somethingFailed;
     if (ending_.sentence) {
+        if (ending_.leavesWork) surroundings_.log().write("The run ended: " + *ending_.sentence);
         display_.breakOff(ending_.leavesWork ? *ending_.sentence + howToCarryOn() : *ending_.sentence);
         life_ = Life::ended;
         co_return;

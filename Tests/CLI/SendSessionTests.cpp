@@ -130,6 +130,7 @@ TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
     begin(adding({a, b})).interrupt();
     EXPECT_EQ(runOn(), ExitCode::interrupted);
     EXPECT_THAT(said(), HasSubstr("Carry on with: vark send"));
+    EXPECT_THAT(world.surroundings.log().tail(2), HasSubstr("The run ended: Stopped."));
     ASSERT_EQ(saved()->items.size(), 2u);
     EXPECT_EQ(saved()->items[0].state, ItemState::queued);
 
