@@ -10,8 +10,6 @@ namespace vark::cli {
 
 namespace {
 
-/// Seconds. Longer than an asker waits for its request to be taken and for the answer to it.
-constexpr double longestLife = 60;
 constexpr std::uint64_t longestFile = 64 << 20;
 constexpr std::string_view ending = ".json";
 
@@ -70,7 +68,7 @@ bool RequestFolder::withdraw(const UUID& id) const {
 std::vector<RequestFolder::Taken> RequestFolder::takeAll(Date now) const {
     std::vector<Taken> taken;
     for (const Found& file : filesIn(folder_)) {
-        if (now - file.written > longestLife) {
+        if (now - file.written > inSeconds(longestLife)) {
             removed(file.path);
             continue;
         }
