@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "Hosts/CLI/QueueRequest.h"
@@ -12,15 +13,21 @@ namespace vark::cli {
 /// engine's executor.
 class QueueDesk {
   public:
-    /// `clientName` is that of the connection that the queue is for.
-    QueueDesk(TransferEngine& engine, std::string rootPath, std::string clientName)
-        : engine_(engine), rootPath_(std::move(rootPath)), clientName_(std::move(clientName)) {}
+    /// `clientName` is that of the connection that the queue is for; `api` reaches its vark.
+    QueueDesk(TransferEngine& engine, std::shared_ptr<VarkAPI> api, std::string rootPath,
+              std::string clientName)
+        : engine_(engine),
+          api_(std::move(api)),
+          rootPath_(std::move(rootPath)),
+          clientName_(std::move(clientName)) {}
 
     /// Never fails: what cannot be done stands in the answer.
     Task<QueueAnswer> carryOut(QueueRequest request);
     /// Why what is left of the queue must not go to the vark that this machine is connected to; nothing when
     /// it may.
     std::optional<std::string> whyItMustNotGo() const;
+    /// Whether the queue, which there is, is for the vark that this machine is connected to.
+    bool isForThisVark() const;
     /// Whether nothing stands in the queue that has not landed.
     bool isSettledWhole() const;
     /// Begins a queue afresh in place of one that is settled whole, or of none.
@@ -33,7 +40,7 @@ class QueueDesk {
     QueueAnswer resume();
     QueueAnswer retry();
     QueueAnswer remove(const QueueRequest& request);
-    QueueAnswer clear(const QueueRequest& request);
+    Task<QueueAnswer> clear(QueueRequest request);
     QueueAnswer resolve(const QueueRequest& request);
 
     /// Makes the queue ready to take in what goes to that place; says why it cannot.
@@ -44,6 +51,7 @@ class QueueDesk {
     std::vector<UUID> conflicts(const QueueRequest::Named& named) const;
 
     TransferEngine& engine_;
+    const std::shared_ptr<VarkAPI> api_;
     const std::string rootPath_;
     const std::string clientName_;
 };

@@ -37,15 +37,16 @@ Task<QueueAnswer> carryOutAndSay(TransferEngine& engine, QueueDesk& desk, QueueR
 
 QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& request) {
     const std::optional<SharedConnection> connection = surroundings.connection();
-    TransferEngine engine(apiIfConnected(surroundings, connection), surroundings.store(), surroundings.log(),
-                          1, surroundings.engineHost());
+    const std::shared_ptr<VarkAPI> api = apiIfConnected(surroundings, connection);
+    TransferEngine engine(api, surroundings.store(), surroundings.log(), 1, surroundings.engineHost());
     engine.maxConcurrentFiles = 0;
     engine.start(false);
     if (!engine.job()) {
         // Either there is none, or this fails and says why it cannot be read.
         savedQueue(surroundings);
     }
-    QueueDesk desk(engine, connection ? connection->rootPath : "", connection ? connection->clientName : "");
+    QueueDesk desk(engine, api, connection ? connection->rootPath : "",
+                   connection ? connection->clientName : "");
     QueueAnswer answer = surroundings.await(carryOutAndSay(engine, desk, request));
     engine.pauseForQuit();
     if (engine.job()) engine.flush();

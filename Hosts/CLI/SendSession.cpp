@@ -44,7 +44,7 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
       requests_(surroundings.locations().requests()),
       engine_(api_, surroundings.store(), surroundings.log(), settings_.chunksAtOnce,
               surroundings.engineHost()),
-      desk_(engine_, connection.rootPath, connection.clientName),
+      desk_(engine_, api_, connection.rootPath, connection.clientName),
       ingest_(surroundings, engine_, desk_, api_),
       services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
       nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
@@ -104,7 +104,8 @@ Task<void> SendSession::open() {
     if (ended_) co_return;
 
     if (addsSomething()) {
-        co_await settleAccounts();
+        // A card has its own accounts settled where it is opened.
+        if (!settings_.ingest) co_await settleAccounts();
         if (!ended_) co_await takeIn();
     } else if (!engine_.job()) {
         breakOff(ExitCode::allLanded, "There is no saved queue. Send something with: vark send PATH...");
@@ -148,12 +149,12 @@ Task<void> SendSession::takeIn() {
 }
 
 Task<void> SendSession::takeInCard() {
-    const QueueAnswer answer = co_await ingest_.open(*settings_.ingest);
-    for (const std::string& sentence : answer.results)
+    const IngestDesk::Opening opening = co_await ingest_.open(*settings_.ingest);
+    for (const std::string& sentence : opening.answer.results)
         display_.say(sentence);
-    for (const std::string& sentence : answer.problems)
+    for (const std::string& sentence : opening.answer.problems)
         display_.say(sentence);
-    if (!ended_ && !ingest_.isOpen()) stop(answer.code);
+    if (!ended_ && !opening.goesOn) stop(opening.answer.code);
 }
 
 void SendSession::watchVolumes() {
@@ -291,14 +292,17 @@ ExitCode SendSession::outcome() const {
 }
 
 Task<void> SendSession::closeIngest() {
+    const bool wasOpen = ingest_.isOpen();
     const IngestDesk::Closing closing = co_await ingest_.close();
     closing_ = false;
     // Meanwhile somebody may have queued again what failed, or cleared the queue: the next beat sees to that.
     if (ended_ || ingest_.ingest() == nullptr || !engine_.overall().allSettled()) co_return;
     display_.cardClosed(closing.verdict);
     if (closing.notReported) display_.say(*closing.notReported);
-    const bool isWhole = !closing.notReported && !closing.verdict.lacksFiles();
-    finish(isWhole ? outcome() : ExitCode::somethingFailed);
+    // People clear cards on this code. Of a card that was reported before, and may be cleared by now, nothing
+    // is left to say than that all of the queue has landed.
+    const bool isWhole = closing.verdict.isSafe() || (!wasOpen && closing.verdict.missing.empty());
+    finish(isWhole && !closing.notReported ? outcome() : ExitCode::somethingFailed);
 }
 
 void SendSession::stop(ExitCode code) {
