@@ -1,6 +1,7 @@
 // What changes the queue as a list: adding, removing, editing, deciding.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
@@ -303,10 +304,39 @@ void TransferEngine::clearFinished() {
     if (!finished.empty()) removeEntries(finished);
 }
 
+void TransferEngine::leaveOut(const std::vector<std::string>& sources) {
+    assertOnExecutor();
+    if (!job_ || !job_->ingest) return;
+    IngestInfo& ingest = *job_->ingest;
+    for (const std::string& source : sources) {
+        if (!ingest.leavesOut(source)) ingest.leftOut.push_back(source);
+    }
+    removeItems([&](const TransferItem& item) {
+        return !isFinished(item.state) && ingest.leavesOut(ingest.source(item.localPath));
+    });
+    log_.write(fmt::format("Left out of {}: {}", ingest.drive, fmt::join(sources, ", ")));
+    listHasShrunk();
+}
+
 void TransferEngine::removeEntries(const std::unordered_set<UUID>& entryIDs) {
+    removeItems([&](const TransferItem& item) {
+        if (!entryIDs.contains(item.entryID)) return false;
+        if (job_->ingest) job_->ingest->keepAccountOf(item);
+        return true;
+    });
+    std::erase_if(job_->entries, [&](const TransferEntry& entry) {
+        if (!entryIDs.contains(entry.id)) return false;
+        log_.write(fmt::format("Removed {} from the queue", entry.name));
+        return true;
+    });
+    listHasShrunk();
+}
+
+template <class Goes>
+void TransferEngine::removeItems(Goes goes) {
     std::vector<std::string> uploads;
     std::erase_if(job_->items, [&](const TransferItem& item) {
-        if (!entryIDs.contains(item.entryID)) return false;
+        if (!goes(item)) return false;
         if (auto active = tasks_.find(item.id); active != tasks_.end()) {
             active->second.task.cancel();
             tasks_.erase(active);
@@ -315,11 +345,9 @@ void TransferEngine::removeEntries(const std::unordered_set<UUID>& entryIDs) {
         return true;
     });
     cancelOnServer(std::move(uploads));
-    std::erase_if(job_->entries, [&](const TransferEntry& entry) {
-        if (!entryIDs.contains(entry.id)) return false;
-        log_.write(fmt::format("Removed {} from the queue", entry.name));
-        return true;
-    });
+}
+
+void TransferEngine::listHasShrunk() {
     rebuildIndex();
     samples_.clear();
     recompute();
