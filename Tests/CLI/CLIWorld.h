@@ -116,6 +116,7 @@ class TestVark final : public SilentVark {
     struct Report {
         std::int64_t id = 0;
         std::vector<IngestFile> notSent;
+        std::vector<std::string> leftOut;
     };
     std::vector<Report> reports;
     /// What announcements and reports fail with, call by call.
@@ -128,11 +129,11 @@ class TestVark final : public SilentVark {
         ++announced;
         co_return ingestStart;
     }
-    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string>,
+    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string> leftOut,
                             std::vector<IngestFile> notSent) override {
         co_await yieldNow();
         failIngest();
-        reports.push_back({id, std::move(notSent)});
+        reports.push_back({id, std::move(notSent), std::move(leftOut)});
     }
     Task<void> sendDiagnostics(DiagnosticsReport report) override {
         co_await yieldNow();
