@@ -36,7 +36,7 @@ class GetDisplay {
         : console_(surroundings.console),
           clock_(surroundings.clock),
           json_(json),
-          isLive_(!json && Terminal::isTerminal(STDOUT_FILENO)) {}
+          isLive_(!json && Terminal::canDraw()) {}
 
     void leaveOut(const std::string& sentence) {
         ++failed_;
@@ -78,7 +78,8 @@ class GetDisplay {
             fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
         const double seconds = inSeconds(clock_.now() - begun_);
         if (seconds > 1) words.push_back(Format::rate(static_cast<double>(received) / seconds));
-        draw({clippedToWidth(fmt::format("{}", fmt::join(words, " · ")), size->columns - 1)}, size->columns);
+        draw({clippedToWidth(fmt::format("{}", fmt::join(words, console_.signs().between)),
+                             size->columns - 1)});
     }
 
     ExitCode finish() {
@@ -86,19 +87,18 @@ class GetDisplay {
         if (!json_ && (files_ > 1 || failed_ > 0)) {
             std::string line =
                 fmt::format("{} fetched, {}", Format::count(arrived_, "file"), Format::bytes(bytes_));
-            if (failed_ > 0) line += fmt::format(" · {} not", Format::number(failed_));
+            if (failed_ > 0)
+                line += fmt::format("{}{} not", console_.signs().between, Format::number(failed_));
             console_.say(line);
         }
         return failed_ == 0 ? ExitCode::allLanded : ExitCode::somethingFailed;
     }
 
-    void erase() { draw({}, columns_); }
+    void erase() { draw({}); }
 
   private:
-    void draw(const std::vector<std::string>& lines, int columns) {
-        if (!isLive_) return;
-        columns_ = columns;
-        console_.results() << area_.replace(lines, columns) << std::flush;
+    void draw(const std::vector<std::string>& lines) {
+        if (isLive_) console_.printText(area_.replace(lines));
     }
 
     Console& console_;
@@ -106,7 +106,6 @@ class GetDisplay {
     const bool json_;
     const bool isLive_;
     LiveArea area_;
-    int columns_ = 80;
     Instant begun_{};
     std::int64_t files_ = 0;
     std::int64_t totalBytes_ = 0;

@@ -76,6 +76,11 @@ LANRouter& Surroundings::lan() {
     return *lan_;
 }
 
+LANRouter& Surroundings::lanToBrowse() {
+    lan().update({});
+    return *lan_;
+}
+
 APIHost Surroundings::apiHost(int mostChunksAtOnce) {
     return {lan(), ways, executor, clock, mostChunksAtOnce};
 }

@@ -50,8 +50,11 @@ class Surroundings {
     std::optional<SharedConnection> connection();
     /// With its token at hand. Fails with a `CommandError` that says how to connect.
     SharedConnection neededConnection();
-    /// The nodes of this network: those that a browsing vark has published of late, and what this one finds.
+    /// The nodes of this network, as a browsing vark has published them of late.
     LANRouter& lan();
+    /// The same table for a run that browses itself: empty, to be filled by its browser alone, which also
+    /// notices when a node goes.
+    LANRouter& lanToBrowse();
     /// What an API works with in this run.
     APIHost apiHost(int mostChunksAtOnce = 1);
     /// An API for the connection, which goes by the token that is in force at each call.

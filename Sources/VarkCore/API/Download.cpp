@@ -181,7 +181,7 @@ Task<void> HTTPVarkAPI::fetchByInternet(Wanted wanted, std::shared_ptr<Progress>
     std::shared_ptr<VarkDownload> retry;
     try {
         retry = download(std::move(wanted), Roads::internetOnly);
-    } catch (const std::exception& error) {
+    } catch (const VarkAPIError& error) {
         throw VarkAPIError::transport(error.what());
     }
     // What the node brought counts no more.

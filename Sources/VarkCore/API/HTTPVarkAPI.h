@@ -98,7 +98,7 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<void> cancel(std::string uploadID) override;
 
     /// The address under which the vark takes the chunks of an upload directly; without one that can be used
-    /// they go to the application's host.
+    /// they go to the application's host. Only what the vark said to a call with the token.
     void rememberChunkBase(std::string uploadID, const std::optional<std::string>& url);
 
   private:
@@ -119,6 +119,12 @@ class HTTPVarkAPI final : public VarkAPI {
 
     Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
     ChunkTarget chunkTarget(const std::string& uploadID, std::int64_t index);
+    void forgetChunkBase(const std::string& uploadID);
+    /// The vark knows the upload no more: nobody will ask for what is kept of it.
+    void forgetUpload(const std::string& uploadID);
+    /// Forgets the upload with it.
+    [[noreturn]] void failForGoneUpload(const std::string& uploadID);
+    void requireChunkTaken(const std::string& uploadID, int status, const std::string& body, bool viaApp);
     Task<LANTransfer::Response> putChunkOnNode(LANRoute route, ChunkSource source,
                                                LANTransfer::Headers headers);
 
@@ -132,6 +138,11 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<std::optional<LANRoute>> lanAPIRoute(URL url);
     /// The same through a node that has done so before.
     std::optional<LANRoute> verifiedRoute(const URL& url) const;
+    /// Through the first node that may be asked at all, since it would get the token.
+    std::optional<LANRoute> apiRoute(const URL& url) const;
+    /// A good certificate only says whose node it is: the token is for those of the vark's own domain, and
+    /// for those that the vark has sent us to.
+    bool standsForTheVark(const std::string& host) const;
     /// Marks the node bad if not.
     Task<bool> provesItself(LANRoute probe);
 
@@ -168,8 +179,11 @@ class HTTPVarkAPI final : public VarkAPI {
     /// The hosts of the nodes that are proving themselves just now.
     std::set<std::string> probed_ VARK_GUARDED_BY(probeLock_);
 
-    Mutex chunkLock_;
+    mutable Mutex chunkLock_;
+    /// Of uploads that have neither landed nor gone.
     std::map<std::string, URL> chunkBases_ VARK_GUARDED_BY(chunkLock_);
+    /// The hosts, lower-cased, that have taken chunks over TLS at the vark's word.
+    std::set<std::string> namedByTheVark_ VARK_GUARDED_BY(chunkLock_);
 
     TaskScope downloads_;  // Last: its tasks use all of the above.
 };

@@ -7,7 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <system_error>
 
@@ -16,6 +20,11 @@
 
 namespace vark {
 namespace {
+
+constexpr std::string_view temporaryPrefix = ".vark-";
+constexpr std::string_view temporarySuffix = ".tmp";
+/// In seconds.
+constexpr time_t ageOfALeftover = 3600;
 
 std::string reason(int errorNumber) {
     switch (errorNumber) {
@@ -140,6 +149,11 @@ Descriptor openRegularFile(const std::filesystem::path& path) {
     return file;
 }
 
+bool FileStamp::operator==(const FileStamp& other) const {
+    constexpr double microsecond = 1e-6;
+    return size == other.size && std::abs(mtime - other.mtime) < microsecond;
+}
+
 FileStamp stampOf(const struct stat& values) {
     return {values.st_size,
             static_cast<double>(values.st_mtim.tv_sec) + static_cast<double>(values.st_mtim.tv_nsec) / 1e9};
@@ -198,7 +212,26 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 }
 
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path) {
-    return folderOf(path) / (".vark-" + UUID::random().text() + ".tmp");
+    return folderOf(path) / (std::string(temporaryPrefix) + std::to_string(getpid()) + "-" +
+                             UUID::random().text() + std::string(temporarySuffix));
+}
+
+bool isLeftBehind(const std::filesystem::path& path) {
+    const std::string name = path.filename().native();
+    if (!name.starts_with(temporaryPrefix) || !name.ends_with(temporarySuffix)) return false;
+    // A pipe of that name is none of ours, and must not be waited for.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    struct stat values{};
+    if (!file || fstat(file.get(), &values) != 0 || !S_ISREG(values.st_mode)) return false;
+    pid_t maker = 0;
+    const char* number = name.data() + temporaryPrefix.size();
+    const auto [end, failure] = std::from_chars(number, name.data() + name.size(), maker);
+    if (failure == std::errc() && *end == '-' && end - number < 8 && maker > 0) {
+        if (kill(maker, 0) == 0 || errno != ESRCH) return false;
+    } else if (time(nullptr) - values.st_mtim.tv_sec < ageOfALeftover) {
+        return false;
+    }
+    return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(std::move(path)) {
@@ -211,6 +244,8 @@ UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(
         unlink(path_.c_str());
         throw FileError("Could not set the permissions of", path_, failure);
     }
+    // A file system without locks does without: then the number in the name must do.
+    flock(file_.get(), LOCK_EX | LOCK_NB);
 }
 
 UnfinishedFile::~UnfinishedFile() {

@@ -62,7 +62,9 @@ struct FileStamp {
     /// Seconds since 1970.
     double mtime = 0;
 
-    bool operator==(const FileStamp&) const = default;
+    /// Times that differ by less than some digits behind the microsecond are one: those may get lost in a
+    /// file of ours.
+    bool operator==(const FileStamp& other) const;
 };
 FileStamp stampOf(const struct stat& values);
 /// Both fail with `FileError`.
@@ -79,9 +81,14 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 
 /// A name beside `path` that no person gives a file: for what takes the place of `path` once it is whole.
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path);
+/// Whether `path` is of such a name, and its maker was killed before it was whole: no process of its number
+/// runs, and nobody holds the lock of an `UnfinishedFile`. When in doubt it is not. (An older maker, which
+/// put no number into the name, must have left it alone for an hour.)
+bool isLeftBehind(const std::filesystem::path& path);
 
 /// A file in the making, with its mode from its first moment, which goes again unless it was kept or renamed
-/// to its place. Used by one thread at a time. All of it fails with `FileError`.
+/// to its place; until then it is locked with `flock`. Used by one thread at a time. All of it fails with
+/// `FileError`.
 class UnfinishedFile {
   public:
     /// Nothing may stand at `path` yet.

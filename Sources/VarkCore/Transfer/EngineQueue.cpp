@@ -54,9 +54,9 @@ std::optional<std::size_t> TransferEngine::position(const UUID& id) const {
 
 QueueTotals::Share TransferEngine::shareOf(const TransferItem& item) const {
     auto active = tasks_.find(item.id);
-    if (active == tasks_.end()) return {item.size, std::min(item.size, item.bytesDone()), item.state};
-    return {item.size, std::min(item.size, active->second.heldBytes + active->second.inFlightBytes),
-            item.state};
+    const std::int64_t done =
+        active == tasks_.end() ? item.bytesDone() : active->second.heldBytes + active->second.inFlightBytes;
+    return {item.size, std::min(item.size, done), item.state, item.changedWhileSent};
 }
 
 void TransferEngine::ensureJob(const std::string& title, const std::string& destination,
@@ -237,7 +237,7 @@ void TransferEngine::appendItem(const TransferEntry& entry, const Walker::Found&
 
 bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found& file) {
     const bool isUnderWay = known.state == ItemState::queued || isInFlight(known.state);
-    const bool isAsItWas = known.size == file.size && known.mtime == file.mtime;
+    const bool isAsItWas = FileStamp{known.size, known.mtime} == FileStamp{file.size, file.mtime};
     // What is under way is looked at when its turn comes and when it lands, and what a person is to decide
     // about when it is decided.
     if (isUnderWay || isAsItWas || known.state == ItemState::conflict) return false;
@@ -349,6 +349,7 @@ void TransferEngine::removeItems(Goes goes) {
 
 void TransferEngine::listHasShrunk() {
     rebuildIndex();
+    samples_.clear();
     recompute();
     scheduleSave();
     pump();

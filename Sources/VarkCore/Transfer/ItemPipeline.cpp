@@ -137,7 +137,8 @@ Task<bool> TransferEngine::hasChanged(UUID id, std::filesystem::path file) {
         // What cannot be looked at is not said to be another.
     }
     const TransferItem* known = item(id);
-    co_return known != nullptr&& there && *there != FileStamp{known->size, known->mtime};
+    if (known == nullptr || !there) co_return false;
+    co_return *there != FileStamp{known->size, known->mtime};
 }
 
 Task<void> TransferEngine::requireUnchanged(UUID id, std::filesystem::path file) {

@@ -102,8 +102,9 @@ class TransferEngine {
     double pollInterval = 1.0;  // Seconds.
     double retryBase = 2.0;     // Seconds.
     int maxAttempts = 6;
-    /// How long a vark is waited for, beyond `maxAttempts`, that nothing at all gets through to.
-    Duration patience{};
+    /// How long a vark is waited for, beyond `maxAttempts`, that nothing at all gets through to: so that a
+    /// night without it fails no queue.
+    Duration patience = std::chrono::hours(24);
     /// How many chunks are on their way at once follows the rate (those that arrive in some 10 s, at least
     /// one), up to the given slots.
     bool chunksFollowTheRate = false;

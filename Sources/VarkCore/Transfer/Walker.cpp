@@ -30,6 +30,8 @@ std::string sentence(Kind kind, const std::filesystem::path& path) {
     switch (kind) {
         case Kind::notAFile:
             return path.native() + " is not a file or folder that can be sent.";
+        case Kind::link:
+            return path.native() + " is a link. Name what it leads to instead, or have links followed.";
         case Kind::cannotRead:
             return path.native() + " could not be read.";
         case Kind::nameIsNotText:
@@ -253,6 +255,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
     if (fstatat(AT_FDCWD, root.c_str(), &values, options.followLinks ? 0 : AT_SYMLINK_NOFOLLOW) != 0) {
         throw FileError("Could not read", root, errno);
     }
+    if (S_ISLNK(values.st_mode)) throw WalkError(Kind::link, root);
     if (!S_ISDIR(values.st_mode) && !S_ISREG(values.st_mode)) throw WalkError(Kind::notAFile, root);
     if (!isUTF8(root.native())) throw WalkError(Kind::nameIsNotText, root);
 

@@ -48,7 +48,7 @@ class Digest {
 
   private:
     static void check(int result) {
-        if (result != 1) throw std::runtime_error("SHA-256 is not to be had from this system's OpenSSL.");
+        if (result != 1) throw std::runtime_error("This system cannot compute SHA-256.");
     }
 
     std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
