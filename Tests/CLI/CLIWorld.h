@@ -24,10 +24,14 @@ class TestVark final : public SilentVark {
     WhoAmI who{"anna@acme.example", "Acme", 5, "Editor", "tower", false, 1'000'000, 4'000'000};
     /// What `whoami` fails with, call by call; afterwards it succeeds.
     std::deque<VarkAPIError> refusals;
+    /// Happens once, while it is asked.
+    std::function<void()> duringWhoami = [] {};
     std::map<std::string, VarkItem> items;
     std::map<std::int64_t, std::vector<VarkItem>> folders_;
     /// The one code that is good, and how a sign-in in the browser goes.
     std::string code = "GOOD-CODE";
+    /// What the one good code is refused with, if it is.
+    std::optional<VarkAPIError> claimRefusal;
     std::deque<DevicePoll> polls;
     std::string signInPage = "https://vark.example/device?n=1";
     std::string issuedToken = "issued";
@@ -45,6 +49,7 @@ class TestVark final : public SilentVark {
     Task<DeviceClaim> claim(std::string given, std::string deviceName) override {
         deviceNames.push_back(deviceName);
         co_await yieldNow();
+        if (claimRefusal) throw *claimRefusal;
         if (given != code) throw VarkAPIError::server(404, "No such code.");
         co_return DeviceClaim{issuedToken, "Acme", "anna@acme.example"};
     }
@@ -85,6 +90,7 @@ class TestVark final : public SilentVark {
 
     Task<WhoAmI> whoami() override {
         co_await yieldNow();
+        std::exchange(duringWhoami, [] {})();
         if (!refusals.empty()) {
             VarkAPIError refusal = refusals.front();
             refusals.pop_front();
@@ -189,16 +195,20 @@ class TestPlatform final : public Platform {
     std::shared_ptr<TestVark> vark = std::make_shared<TestVark>();
     std::shared_ptr<vark::test::FakeSecretStore> keychain = std::make_shared<vark::test::FakeSecretStore>();
     bool isTrusted = true;
+    int proofsAsked = 0;
     /// What the desktop was given; without a desktop it takes nothing.
     bool hasDesktop = true;
     std::vector<std::string> opened;
     std::vector<std::string> copied;
     std::optional<std::string> tokenGiven;
+    std::vector<std::string> tokensGiven;
     FakeVolumes mounted;
     std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
     const UserFolders& folders() override { return folders_; }
+    FakeBundle& changedBundle() { return bundle_; }
+    FakeUserFolders& changedFolders() { return folders_; }
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
     std::vector<std::int32_t> otherSenders() override { return senders; }
@@ -207,6 +217,7 @@ class TestPlatform final : public Platform {
     }
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, const APIHost&) override {
         tokenGiven = token();
+        if (tokenGiven) tokensGiven.push_back(*tokenGiven);
         return vark;
     }
     std::shared_ptr<SecretStore> makeKeychain() override { return keychain; }
@@ -225,7 +236,10 @@ class TestPlatform final : public Platform {
     std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor&) override {
         return std::make_unique<vark::test::FakeServiceBrowser>();
     }
-    Task<bool> provesItself(VarkAddress) override { co_return isTrusted; }
+    Task<bool> provesItself(VarkAddress) override {
+        ++proofsAsked;
+        co_return isTrusted;
+    }
 
   private:
     FakeBundle bundle_;
