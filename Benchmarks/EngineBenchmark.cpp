@@ -76,10 +76,12 @@ class MillionItems {
 
   public:
     test::TestLoop loop;
-    TransferEngine engine{
-        vark_, store_, log_, 4, {loop.executor, loop.clock, date, Calendar("UTC"), loop.pool, volumes_, [] {
-                                     return std::unique_ptr<PathMonitor>();
-                                 }}};
+    TransferEngine engine{vark_,
+                          store_,
+                          log_,
+                          4,
+                          {loop.executor, loop.clock, date, Calendar("UTC"), loop.pool, loop.pool, volumes_,
+                           [] { return std::unique_ptr<PathMonitor>(); }}};
 };
 
 MillionItems& million() {

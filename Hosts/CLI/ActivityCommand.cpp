@@ -12,12 +12,21 @@ struct ActivityOptions {
     bool json = false;
 };
 
-std::string lineOf(const ActivityEntry& entry, Date now, const Calendar& calendar) {
+std::string lineOf(const ActivityEntry& entry, Date now, const Calendar& calendar, const Signs& signs) {
     constexpr int widthOfWhen = 12;
     std::string line = paddedToWidth(SharedActivity::when(entry.at, now, calendar), widthOfWhen);
     line += "  " + entry.text;
-    if (entry.place && !entry.place->empty()) line += " · " + *entry.place;
+    if (entry.place && !entry.place->empty()) line += fmt::format("{}{}", signs.between, *entry.place);
     return line;
+}
+
+/// Without what only serves to fold lines into one.
+void printJSON(Console& console, const ActivityEntry& entry) {
+    JSONWriter record;
+    record.beginObject().field("id", entry.id.text()).field("at", iso8601(entry.at));
+    record.field("text", entry.text).field("kind", entry.kind).field("count", entry.count.value_or(1));
+    record.field("place", entry.place).field("folder", entry.folder).endObject();
+    console.printJSON(record.text());
 }
 
 std::vector<ActivityEntry> entriesFor(Surroundings& surroundings, const ActivityOptions& options, Date now) {
@@ -34,9 +43,9 @@ ExitCode showActivity(Surroundings& surroundings, const ActivityOptions& options
     for (const ActivityEntry& entry : entries) {
         if (!console.isRead()) break;
         if (options.json) {
-            console.printRecord(entry);
+            printJSON(console, entry);
         } else {
-            console.print(lineOf(entry, now, surroundings.calendar()));
+            console.print(lineOf(entry, now, surroundings.calendar(), console.signs()));
         }
     }
     return ExitCode::allLanded;

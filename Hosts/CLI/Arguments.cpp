@@ -1,6 +1,7 @@
 #include "Hosts/CLI/Arguments.h"
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
@@ -12,9 +13,35 @@ namespace vark::cli {
 
 namespace {
 
-constexpr std::pair<std::string_view, double> unitsOfBytes[] = {
-    {"b", 1}, {"kb", 1e3}, {"mb", 1e6}, {"gb", 1e9}};
 constexpr double highestRate = 1e15;
+constexpr int minutesOfADay = 24 * 60;
+
+/// What a letter before the "B" multiplies by, in decimal and in binary units.
+struct Prefix {
+    char letter;
+    double decimal;
+    double binary;
+};
+constexpr Prefix prefixes[] = {{'k', 1e3, 1024}, {'m', 1e6, 1024.0 * 1024}, {'g', 1e9, 1024.0 * 1024 * 1024}};
+
+/// The bytes that a unit stands for; nothing for other words.
+std::optional<double> bytesOf(std::string_view unit) {
+    if (unit.empty() || unit == "b") return 1;
+    for (const Prefix& prefix : prefixes) {
+        if (unit.front() != prefix.letter) continue;
+        const std::string_view rest = unit.substr(1);
+        if (rest.empty() || rest == "b") return prefix.decimal;
+        if (rest == "i" || rest == "ib") return prefix.binary;
+    }
+    return std::nullopt;
+}
+
+/// Whether a unit counts bits: a small "b" behind a capital, "bit", "bps".
+bool countsBits(std::string_view unit) {
+    const std::string small = lowercased(unit);
+    if (small.contains("bit") || small.ends_with("bps")) return true;
+    return unit.size() > 1 && unit.ends_with('b') && unit.front() >= 'A' && unit.front() <= 'Z';
+}
 
 /// Up to two digits at the front, taken off `text`.
 std::optional<int> takeNumber(std::string_view& text) {
@@ -40,7 +67,7 @@ std::optional<int> takeMinuteOfDay(std::string_view& text) {
     std::optional<int> minute = takeNumber(text);
     if (!minute || *minute > 59 || before - text.size() != 2) return std::nullopt;
     int minutes = *hour * 60 + *minute;
-    if (minutes > 24 * 60) return std::nullopt;
+    if (minutes > minutesOfADay) return std::nullopt;
     return minutes;
 }
 
@@ -52,35 +79,83 @@ bool isLoopback(const std::string& host) {
 
 }  // namespace
 
-std::optional<std::int64_t> parseRate(std::string_view text) {
+Parsed<std::int64_t> parseRate(std::string_view text) {
+    const std::string given(text);
     text = trimmed(text);
     double number = 0;
     auto [end, failure] =
         std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
-    if (failure != std::errc()) return std::nullopt;
+    const auto noRate = [&] {
+        return std::unexpected(given + " is no rate. Give one like 10MB, 500KB/s or 3MiB.");
+    };
+    if (failure != std::errc()) return noRate();
     text.remove_prefix(static_cast<std::size_t>(end - text.data()));
 
-    std::string unit = lowercased(trimmed(text));
-    if (unit.ends_with("/s")) unit.resize(unit.size() - 2);
-    for (const auto& [name, bytes] : unitsOfBytes) {
-        if (unit != name) continue;
-        double rate = number * bytes;
-        if (!(rate >= 1 && rate <= highestRate)) return std::nullopt;
-        return static_cast<std::int64_t>(rate);
-    }
-    return std::nullopt;
+    std::string_view unit = trimmed(text);
+    if (unit.ends_with("/s") || unit.ends_with("/S")) unit.remove_suffix(2);
+    if (countsBits(unit))
+        return std::unexpected(given +
+                               " would be bits, and rates are in bytes: 8 bits are one byte. Give one "
+                               "like 10MB or 500KB/s.");
+    const std::optional<double> bytes = bytesOf(lowercased(unit));
+    if (!bytes) return noRate();
+    const double rate = number * *bytes;
+    if (!(rate >= 1 && rate <= highestRate)) return noRate();
+    return static_cast<std::int64_t>(rate);
 }
 
-std::optional<OfficeHours> parseOfficeHours(std::string_view text) {
+Parsed<WorkingHours> parseWorkingHours(std::string_view text) {
+    const std::string given(text);
     std::optional<int> start = takeMinuteOfDay(text);
-    if (!start || !take(text, '-')) return std::nullopt;
-    std::optional<int> end = takeMinuteOfDay(text);
-    if (!end || !text.empty() || *start >= *end) return std::nullopt;
-    OfficeHours hours;
-    hours.onlyOutside = true;
-    hours.startMinute = *start;
-    hours.endMinute = *end;
-    return hours;
+    const bool hasDash = start && take(text, '-');
+    std::optional<int> end = hasDash ? takeMinuteOfDay(text) : std::nullopt;
+    if (!end || !text.empty() || *start == *end || *start == minutesOfADay)
+        return std::unexpected(given + " is no working day. Give it like 09:00-17:30 or 22:00-06:00.");
+    return WorkingHours{*start, *end};
+}
+
+Parsed<std::int64_t> parseWholeNumber(std::string_view text, std::int64_t least, std::int64_t most) {
+    std::int64_t number = 0;
+    const char* end = text.data() + text.size();
+    auto [stopped, failure] = std::from_chars(text.data(), end, number);
+    if (failure == std::errc() && stopped == end && number >= least && number <= most) return number;
+    return std::unexpected(
+        fmt::format("{} is no whole number from {} to {}.", text, decimalNumber(least), decimalNumber(most)));
+}
+
+namespace {
+
+/// How many letters have to be changed, added, left out or swapped to make one word of the other.
+std::size_t lettersApart(std::string_view one, std::string_view other) {
+    std::vector<std::vector<std::size_t>> apart(one.size() + 1, std::vector<std::size_t>(other.size() + 1));
+    for (std::size_t i = 0; i <= one.size(); ++i) {
+        for (std::size_t j = 0; j <= other.size(); ++j) {
+            if (i == 0 || j == 0) {
+                apart[i][j] = i + j;
+                continue;
+            }
+            const std::size_t change = one[i - 1] == other[j - 1] ? 0 : 1;
+            apart[i][j] = std::min({apart[i - 1][j] + 1, apart[i][j - 1] + 1, apart[i - 1][j - 1] + change});
+            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1])
+                apart[i][j] = std::min(apart[i][j], apart[i - 2][j - 2] + 1);
+        }
+    }
+    return apart[one.size()][other.size()];
+}
+
+}  // namespace
+
+std::optional<std::string> nearestWord(std::string_view typed, const std::vector<std::string>& words) {
+    std::optional<std::string> nearest;
+    // Words that share no more than a letter or two with what was typed were not meant.
+    std::size_t least = (typed.size() + 1) / 3 + 1;
+    for (const std::string& word : words) {
+        const std::size_t apart = lettersApart(lowercased(typed), word);
+        if (apart >= least) continue;
+        least = apart;
+        nearest = word;
+    }
+    return nearest;
 }
 
 bool isSafeAddress(const URL& url) {

@@ -34,6 +34,15 @@ std::vector<LocalCache::Place> placesOf(Surroundings& surroundings) {
     return places;
 }
 
+/// Where files in the making may have been left by a program that was killed.
+std::vector<std::filesystem::path> foldersOfLeftovers(Surroundings& surroundings) {
+    const Locations& locations = surroundings.locations();
+    std::vector<std::filesystem::path> folders = {locations.storageFolder(), locations.requests(),
+                                                  Rescue::downloads(surroundings.platform.folders())};
+    if (const SharedStore::Folder& folder = surroundings.sharedFolder()) folders.push_back(*folder);
+    return folders;
+}
+
 void print(Console& console, const LocalCache::Report& report, bool json) {
     if (json) {
         JSONWriter record;
@@ -43,7 +52,8 @@ void print(Console& console, const LocalCache::Report& report, bool json) {
         console.printJSON(record.endArray().endObject().text());
         return;
     }
-    console.print(report.describe());
+    console.print(fmt::format("Vark holds {} on this machine.",
+                              report.isEmpty() ? "nothing" : Format::bytes(report.total())));
     for (const LocalCache::Line& line : report.lines)
         console.print(fmt::format("  {}: {}", line.name, Format::bytes(line.bytes)));
 }
@@ -51,7 +61,10 @@ void print(Console& console, const LocalCache::Report& report, bool json) {
 ExitCode showCache(Surroundings& surroundings, const CacheOptions& options) {
     const std::vector<LocalCache::Place> places = placesOf(surroundings);
     if (!options.free) {
-        print(surroundings.console, LocalCache::measure(places), options.json);
+        LocalCache::Report report = LocalCache::measure(places);
+        const std::int64_t leftovers = LocalCache::sizeOfLeftovers(foldersOfLeftovers(surroundings));
+        if (leftovers > 0) report.lines.push_back({"Files that were not finished", leftovers});
+        print(surroundings.console, report, options.json);
         return ExitCode::allLanded;
     }
     // What another vark is being asked, or has just answered, must not go from under it.
@@ -60,7 +73,8 @@ ExitCode showCache(Surroundings& surroundings, const CacheOptions& options) {
     const auto inUse = [&](const std::filesystem::path& member) {
         return lock == nullptr && member.parent_path() == requests;
     };
-    const LocalCache::Freed freed = LocalCache::evict(places, inUse);
+    LocalCache::Freed freed = LocalCache::evict(places, inUse);
+    freed.bytes += LocalCache::sweep(foldersOfLeftovers(surroundings));
     if (options.json) {
         JSONWriter record;
         record.beginObject().field("freed", freed.bytes).field("left", freed.left).endObject();

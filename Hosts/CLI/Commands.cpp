@@ -1,7 +1,11 @@
 #include "Hosts/CLI/Commands.h"
 
+#include <fmt/format.h>
+
 #include <sstream>
 
+#include "Hosts/CLI/Arguments.h"
+#include "Hosts/CLI/CommandHelp.h"
 #include "VarkCore/API/VarkAPIError.h"
 
 namespace vark::cli {
@@ -9,8 +13,20 @@ namespace vark::cli {
 namespace {
 
 constexpr const char* exitCodes =
-    "Exit codes: 0 all landed, 1 something failed, 2 wrong usage, 3 not connected or signed out,\n"
-    "4 a decision is waiting, 130 interrupted (the queue is saved; \"vark send\" carries on).";
+    "Exit codes: 0 all landed, 1 something failed, was left behind or changed under way, 2 wrong usage,\n"
+    "3 not connected or signed out, 4 a decision is waiting, 5 handed over to another vark and not "
+    "followed,\n"
+    "130 interrupted (the queue is saved; \"vark send\" carries on), 141 whoever read the output went away.";
+
+/// What to try when nothing was heard of the vark.
+void sayWhereItIs(Surroundings& surroundings) {
+    const std::optional<SharedConnection> connection = surroundings.connection();
+    if (!connection) return;
+    surroundings.console.say(fmt::format(
+        "It is at {}. Look whether this machine is online and whether that address opens in a browser, then "
+        "try again.",
+        connection->server));
+}
 
 /// What the person chose, with failures told in words.
 ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
@@ -21,6 +37,7 @@ ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
         return error.code();
     } catch (const VarkAPIError& error) {
         surroundings.console.say(error.errorDescription());
+        if (std::holds_alternative<VarkAPIError::Transport>(error.which())) sayWhereItIs(surroundings);
         if (!error.isSignOut()) return ExitCode::somethingFailed;
         surroundings.console.say("Connect again with: vark connect URL");
         return ExitCode::notConnected;
@@ -33,21 +50,29 @@ ExitCode carryOut(const Chosen& chosen, Surroundings& surroundings) {
 }  // namespace
 
 CLI::App& addBareCommand(CLI::App& program, const std::string& name, const std::string& help) {
-    return *program.add_subcommand(name, help);
+    return *program.add_subcommand(name, help)->group("Commands");
 }
 
 void addJSON(CLI::App& command, bool& json) {
     command.add_flag("--json", json, "Print one JSON object a line, for programs");
 }
 
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most) {
+    return CLI::Validator(
+        [least, most](std::string& text) {
+            const Parsed<std::int64_t> number = parseWholeNumber(text, least, most);
+            return number ? std::string() : number.error();
+        },
+        "");
+}
+
 void declareProgram(CLI::App& program, Chosen& chosen) {
     program.name("vark");
     program.description("Sends files to the vark through a queue that survives a restart.");
-    program.set_version_flag("--version", "vark " VARK_VERSION, "Print the version");
+    program.set_version_flag("-V,--version", "vark " VARK_VERSION, "Print the version");
     program.set_help_flag("-h,--help", "Print this help");
     program.require_subcommand(1);
     program.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    program.get_formatter()->label("Subcommands", "Commands");
     program.get_formatter()->column_width(34);
     declareConnect(program, chosen);
     declareConnectionCommands(program, chosen);
@@ -65,18 +90,30 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareActivity(program, chosen);
     declareSync(program, chosen);
     declareNodes(program, chosen);
+    declareHelp(program, chosen);
     declareDocumentation(program, chosen);
     // Last, since commands take over what the program has when they are added.
     program.footer(exitCodes);
 }
 
-ExitCode runCommandLine(int count, const char* const* arguments, Platform& platform, Console& console) {
+namespace {
+
+ExitCode runOn(int count, const char* const* arguments, Platform& platform, Console& console) {
     Chosen chosen;
     CLI::App program;
     declareProgram(program, chosen);
     try {
         program.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) {
+            const CommandsNamed named =
+                commandsNamed(program, std::vector<std::string>(arguments + 1, arguments + count));
+            if (named.isUnknown) return refuseUnknown(console, named);
+            if (named.lacksOne && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+                console.sayText(helpOn(named.words));
+                return ExitCode::usage;
+            }
+        }
         std::ostringstream results;
         std::ostringstream advice;
         const int code = program.exit(error, results, advice);
@@ -88,6 +125,12 @@ ExitCode runCommandLine(int count, const char* const* arguments, Platform& platf
     SystemClock clock;
     Surroundings surroundings(platform, console, executor, clock);
     return carryOut(chosen, surroundings);
+}
+
+}  // namespace
+
+ExitCode runCommandLine(int count, const char* const* arguments, Platform& platform, Console& console) {
+    return console.codeOfRun(runOn(count, arguments, platform, console));
 }
 
 }  // namespace vark::cli

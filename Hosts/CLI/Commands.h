@@ -29,6 +29,7 @@ void declareDiagnostics(CLI::App& program, Chosen& chosen);
 void declareLog(CLI::App& program, Chosen& chosen);
 void declareActivity(CLI::App& program, Chosen& chosen);
 void declareSync(CLI::App& program, Chosen& chosen);
+void declareHelp(CLI::App& program, Chosen& chosen);
 void declareDocumentation(CLI::App& program, Chosen& chosen);
 
 /// A command of a program, or of another command. Not in the header, since whoever makes one takes all of the
@@ -49,6 +50,9 @@ CLI::App& addCommand(CLI::App& program, Chosen& chosen, const std::string& name,
 
 /// The option of all commands that print.
 void addJSON(CLI::App& command, bool& json);
+
+/// For options whose values are whole numbers of that range.
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most);
 
 /// The whole program with all its commands.
 void declareProgram(CLI::App& program, Chosen& chosen);

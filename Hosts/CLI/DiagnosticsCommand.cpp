@@ -14,8 +14,8 @@ namespace {
 
 /// Bytes of each log in one report.
 constexpr std::int64_t mostOfALog = 262'144;
-/// For what the application has and a command has not.
-constexpr const char* notHere = "not part of this program";
+/// For what other programs of this machine may have and this one has not.
+constexpr const char* notHere = "none";
 
 struct DiagnosticsOptions {
     bool send = false;
@@ -79,8 +79,6 @@ void print(Console& console, const DiagnosticsReport& report, bool json) {
         console.print("  " + reason);
     for (const auto& [name, state] : snapshot.permissions)
         console.print(fmt::format("The {}: {}", name, state));
-    console.print(fmt::format("Finder: {}", snapshot.finder));
-    console.print(fmt::format("Updater: {}", snapshot.updater));
     console.print(fmt::format("Nodes in sight: {}", snapshot.lanNodes));
     if (snapshot.freeBytes) console.print(fmt::format("Free: {}", Format::bytes(*snapshot.freeBytes)));
     for (const auto& [name, text] : report.logs) {

@@ -9,7 +9,10 @@ enum class ExitCode {
     usage = 2,
     notConnected = 3,
     decisionWaits = 4,
+    /// Another run has taken it on, and this one did not wait for the end.
+    handedOver = 5,
     interrupted = 130,
+    readerGone = 141,
 };
 
 }  // namespace vark::cli

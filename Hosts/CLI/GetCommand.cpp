@@ -46,7 +46,7 @@ class GetDisplay {
         : console_(surroundings.console),
           clock_(surroundings.clock),
           json_(json),
-          isLive_(!json && Terminal::isTerminal(STDOUT_FILENO)) {}
+          isLive_(!json && Terminal::canDraw()) {}
 
     void leaveOut(const WantedFiles::LeftOut& leftOut) {
         ++failed_;
@@ -100,7 +100,8 @@ class GetDisplay {
             fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
         const double seconds = inSeconds(clock_.now() - begun_);
         if (seconds > 1) words.push_back(Format::rate(static_cast<double>(received) / seconds));
-        draw({clippedToWidth(fmt::format("{}", fmt::join(words, " · ")), size->columns - 1)}, size->columns);
+        draw({clippedToWidth(fmt::format("{}", fmt::join(words, console_.signs().between)),
+                             size->columns - 1)});
     }
 
     ExitCode finish() {
@@ -112,7 +113,7 @@ class GetDisplay {
                 words.push_back(fmt::format("{} {} here already", Format::number(present_),
                                             present_ == 1 ? "was" : "were"));
             if (failed_ > 0) words.push_back(fmt::format("{} not", Format::number(failed_)));
-            console_.say(fmt::format("{}", fmt::join(words, " · ")));
+            console_.say(fmt::format("{}", fmt::join(words, console_.signs().between)));
         }
         return failed_ == 0 ? ExitCode::allLanded : ExitCode::somethingFailed;
     }
@@ -133,17 +134,15 @@ class GetDisplay {
         console_.printJSON(line.endObject().take());
     }
 
-    void erase() { draw({}, columns_); }
+    void erase() { draw({}); }
     /// Nothing is drawn from here on.
     void close() {
         erase();
         isLive_ = false;
     }
 
-    void draw(const std::vector<std::string>& lines, int columns) {
-        if (!isLive_) return;
-        columns_ = columns;
-        console_.results() << area_.replace(lines, columns) << std::flush;
+    void draw(const std::vector<std::string>& lines) {
+        if (isLive_) console_.printText(area_.replace(lines));
     }
 
     Console& console_;
@@ -151,7 +150,6 @@ class GetDisplay {
     const bool json_;
     bool isLive_;
     LiveArea area_;
-    int columns_ = 80;
     Instant begun_{};
     std::int64_t files_ = 0;
     std::int64_t totalBytes_ = 0;

@@ -6,6 +6,8 @@ namespace vark::cli {
 
 namespace {
 
+constexpr std::int64_t mostLines = 1'000'000;
+
 struct LogOptions {
     std::size_t lines = 20;
     bool json = false;
@@ -37,7 +39,7 @@ void declareLog(CLI::App& program, Chosen& chosen) {
     CLI::App& command = addCommand(program, chosen, "log", "Show the diary of the queue", options, showLog);
     command.add_option("-n,--lines", options->lines, "How many of the last lines")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeNumber(1, mostLines))
         ->capture_default_str();
     addJSON(command, options->json);
 }

@@ -58,6 +58,7 @@ std::string exitStatus() {
         {3, "Not connected, or the vark refused the token."},
         {4, "A decision is waiting."},
         {130, "Interrupted; the queue is saved."},
+        {141, "Whoever read the output went away."},
     };
     std::string text = ".SH EXIT STATUS\n";
     for (const auto& [code, meaning] : meanings)

@@ -1,19 +1,17 @@
-#include <unistd.h>
-
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/LiveArea.h"
 #include "Hosts/CLI/QueueHolder.h"
 #include "Hosts/CLI/QueueOutput.h"
 #include "Hosts/CLI/QueueWords.h"
 #include "Hosts/CLI/Terminal.h"
-#include "Hosts/CLI/TextWidth.h"
-#include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 
 namespace {
 
 using Command = QueueRequest::Command;
+
+constexpr Duration betweenLooks = std::chrono::seconds(1);
 
 struct QueueOptions {
     bool watch = false;
@@ -36,12 +34,12 @@ struct Shown {
     ExitCode code = ExitCode::allLanded;
 };
 
-Shown lookAtQueue(Surroundings& surroundings) {
-    const Asked asked = surroundings.await(takeQueueOrAsk(surroundings, QueueRequest{}));
-    if (!asked.lock) return {asked.answer.queue, asked.answer.problems, asked.answer.code};
+Task<Shown> lookAtQueue(Surroundings& surroundings) {
+    const Asked asked = co_await takeQueueOrAsk(surroundings, QueueRequest{});
+    if (!asked.lock) co_return Shown{asked.answer.queue, asked.answer.problems, asked.answer.code};
     std::optional<TransferJob> job = savedQueue(surroundings);
-    if (!job) return {};
-    return {QueueView::of(*job), {}, ExitCode::allLanded};
+    if (!job) co_return Shown{};
+    co_return Shown{QueueView::of(*job), {}, ExitCode::allLanded};
 }
 
 void printShown(Console& console, const Shown& shown, bool json) {
@@ -50,37 +48,65 @@ void printShown(Console& console, const Shown& shown, bool json) {
     if (shown.view) printQueue(console, *shown.view, json);
 }
 
-Task<void> waitASecond() {
-    co_await sleepFor(std::chrono::seconds(1));
+/// The queue, drawn over and over on a terminal, and printed again and again elsewhere.
+class WatchDisplay {
+  public:
+    WatchDisplay(Console& console, bool json)
+        : console_(console), json_(json), draws_(!json && Terminal::canDraw()) {}
+
+    void show(const Shown& shown) {
+        if (!draws_) {
+            printShown(console_, shown, json_);
+            return;
+        }
+        size_ = Terminal::size();
+        if (!size_) return;
+        lines_ =
+            shown.view ? watchedLines(*shown.view, console_.signs(), *size_) : std::vector<std::string>();
+        console_.printText(area_.replace(lines_));
+    }
+    /// What was shown last stays.
+    void leave() {
+        if (draws_ && size_) console_.printText(area_.leave(lines_));
+    }
+
+  private:
+    Console& console_;
+    const bool json_;
+    const bool draws_;
+    LiveArea area_;
+    std::vector<std::string> lines_;
+    std::optional<TerminalSize> size_;
+};
+
+/// Until nobody is sending any more.
+Task<ExitCode> watching(Surroundings& surroundings, WatchDisplay& display) {
+    for (;;) {
+        const Shown shown = co_await lookAtQueue(surroundings);
+        display.show(shown);
+        const bool goesOn = shown.view && shown.view->running && surroundings.console.isRead();
+        if (!goesOn) co_return shown.code;
+        co_await sleepFor(betweenLooks);
+    }
 }
 
-/// Until nobody is sending any more; then the queue as it was left stays on the screen.
 ExitCode watch(Surroundings& surroundings, const QueueOptions& options) {
-    Console& console = surroundings.console;
-    const bool draws = !options.json && Terminal::isTerminal(STDOUT_FILENO);
-    LiveArea area;
-    while (console.isRead()) {
-        Shown shown = lookAtQueue(surroundings);
-        if (!draws) {
-            printShown(console, shown, options.json);
-        } else if (std::optional<TerminalSize> size = Terminal::size()) {
-            std::vector<std::string> lines;
-            if (shown.view) lines = queueLines(*shown.view);
-            if (lines.size() + 1 > static_cast<std::size_t>(size->rows))
-                lines.resize(static_cast<std::size_t>(size->rows - 1));
-            for (std::string& line : lines)
-                line = clippedToWidth(escapedForTerminal(line), size->columns - 1);
-            console.printText(area.replace(lines, size->columns));
-        }
-        if (!shown.view || !shown.view->running) return shown.code;
-        surroundings.await(waitASecond());
+    WatchDisplay display(surroundings.console, options.json);
+    TaskScope scope(surroundings.executor, surroundings.clock);
+    const TaskHandle<ExitCode> work = scope.start(watching(surroundings, display));
+    Terminal terminal(false, [work](std::optional<char>) { work.cancel(); });
+    surroundings.executor.runUntil([&] { return work.done(); });
+    display.leave();
+    try {
+        return work.result();
+    } catch (const CancellationError&) {
+        return ExitCode::interrupted;
     }
-    return ExitCode::allLanded;
 }
 
 ExitCode showQueue(Surroundings& surroundings, const QueueOptions& options) {
     if (options.watch) return watch(surroundings, options);
-    Shown shown = lookAtQueue(surroundings);
+    const Shown shown = surroundings.await(lookAtQueue(surroundings));
     printShown(surroundings.console, shown, options.json);
     if (!shown.view && shown.problems.empty())
         surroundings.console.say("Nothing is in the queue. Put something in with: vark send PATH...");

@@ -3,17 +3,22 @@
 #include <charconv>
 
 #include "Hosts/CLI/Arguments.h"
+#include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
 
 namespace {
 
+/// For telling the vark of uploads that are given up; what it is not told it finds out by itself.
+constexpr Duration longestFarewell = std::chrono::seconds(5);
+
 constexpr std::string_view nothingQueued =
     "Nothing is in the queue. Put something in with: vark send PATH...";
 
-QueueAnswer saying(std::string sentence) {
+QueueAnswer saying(std::string sentence, std::int64_t changed = 0) {
     QueueAnswer answer;
+    answer.changed = changed;
     answer.results.push_back(std::move(sentence));
     return answer;
 }
@@ -26,9 +31,27 @@ std::string shownDestination(const std::string& destination) {
 
 Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
     using Command = QueueRequest::Command;
+    if (request.command == Command::show) co_return show(request);
+    const bool takesOut = request.command == Command::remove || request.command == Command::clear;
+    QueueAnswer answer = co_await change(std::move(request));
+    const bool isSaved = co_await engine_.saved();
+    if (!isSaved)
+        answer.refuse(fmt::format("{} What was asked for is not sure to last. Make room, and ask again.",
+                                  engine_.saveFailure().value_or("The queue could not be saved.")));
+    if (!takesOut) co_return answer;
+    try {
+        co_await withTimeout(longestFarewell, engine_.serverCancelsDone());
+    } catch (const TimeoutError&) {
+        // The vark drops what nobody finishes by itself, in time.
+    }
+    co_return answer;
+}
+
+Task<QueueAnswer> QueueDesk::change(QueueRequest request) {
+    using Command = QueueRequest::Command;
     switch (request.command) {
         case Command::show:
-            co_return show();
+            break;
         case Command::add:
             co_return co_await add(std::move(request));
         case Command::pause:
@@ -44,12 +67,50 @@ Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
         case Command::resolve:
             co_return resolve(request);
     }
+    co_return QueueAnswer();
 }
 
-QueueAnswer QueueDesk::show() const {
+QueueAnswer QueueDesk::show(const QueueRequest& request) const {
     QueueAnswer answer;
-    if (engine_.job()) answer.queue = QueueView::of(engine_);
+    if (!request.named.empty()) {
+        std::vector<UUID> entries;
+        for (const QueueRequest::Named& named : request.named) {
+            if (std::optional<UUID> id = UUID::parse(named.text)) entries.push_back(*id);
+        }
+        answer.queue = viewOf(entries);
+    } else if (engine_.job()) {
+        answer.queue = QueueView::of(engine_, surroundings_.date());
+    }
     return answer;
+}
+
+QueueView QueueDesk::viewOf(const std::vector<UUID>& entries) const {
+    QueueView view = QueueView::of(engine_, entries, surroundings_.date());
+    for (const UUID& id : entries) {
+        const auto found = gone_.find(id);
+        if (found == gone_.end()) continue;
+        const EntryProgress& last = found->second.progress;
+        view.entries.push_back(found->second);
+        view.overall.filesTotal += last.files;
+        view.overall.filesVerified += last.verified;
+        view.overall.filesSkipped += last.skipped;
+        view.overall.filesChanged += last.changed;
+        view.overall.bytesTotal += last.bytesTotal;
+        view.overall.bytesDone += last.bytesDone;
+    }
+    return view;
+}
+
+template <class TakeOut>
+void QueueDesk::takingOut(TakeOut takeOut) {
+    const QueueView before = QueueView::of(engine_, surroundings_.date());
+    takeOut();
+    for (EntryView view : before.entries) {
+        const std::optional<UUID> id = UUID::parse(view.id);
+        if (engine_.entryProgress().contains(*id)) continue;
+        view.isGone = true;
+        gone_.insert_or_assign(*id, std::move(view));
+    }
 }
 
 bool QueueDesk::isSettledWhole() const {
@@ -74,7 +135,7 @@ void QueueDesk::beginAnew(const std::string& destination, const std::string& tit
         engine_.ensureJob(title, destination, clientName_);
         return;
     }
-    engine_.clearFinished();
+    takingOut([this] { engine_.clearFinished(); });
     engine_.setIngest(std::nullopt);
     engine_.setDestination(destination);
     engine_.setTitle(title);
@@ -99,18 +160,15 @@ bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
         answer.refuse(*reason, ExitCode::usage);
         return false;
     }
-    const TransferJob& job = *engine_.job();
-    if (request.destination && *request.destination != job.destination) {
-        answer.refuse(
-            fmt::format("The queue goes to {0}, and the whole of it goes to one place. Let it finish "
-                        "first, add to it with --to of that place, or give it up with: vark clear",
-                        shownDestination(job.destination)),
-            ExitCode::usage);
+    const std::string& inForce = engine_.job()->destination;
+    if (wanted != inForce) {
+        answer.refuse(fmt::format("The queue goes to {}, and this is to go to {}. The whole of a queue goes "
+                                  "to one place: let it finish first, add to it with --to of that place, or "
+                                  "give it up with: vark clear",
+                                  shownDestination(inForce), shownDestination(wanted)),
+                      ExitCode::usage);
         return false;
     }
-    if (!request.destination && job.destination != wanted)
-        answer.problems.push_back(
-            fmt::format("This goes to {}, as all that is in the queue.", shownDestination(job.destination)));
     if (request.title) engine_.setTitle(*request.title);
     return true;
 }
@@ -121,15 +179,29 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     std::vector<std::filesystem::path> paths;
     for (const QueueRequest::Named& named : request.named)
         paths.emplace_back(named.path);
-    TransferEngine::Added added = co_await engine_.add(std::move(paths));
-    for (TransferEngine::NotAdded& path : added.notAdded) {
-        answer.problems.push_back(std::move(path.sentence));
-        // To ask again for what is under way already is no mistake: so one carries on after an interruption.
-        if (!path.isInQueue) answer.code = ExitCode::somethingFailed;
-    }
+    const TransferEngine::Added added = co_await engine_.add(std::move(paths), request.walk);
+    for (const TransferEngine::NotAdded& path : added.notAdded)
+        answer.refuse(path.sentence);
+    for (const UUID& id : added.entries)
+        answer.entries.push_back(id.text());
+    noteLeftOut(added.passedOver, answer);
+    answer.changed = added.items + added.again;
     if (added.items > 0)
         answer.results.push_back(fmt::format("Added {}", Format::count(added.items, "file")));
+    if (added.again > 0)
+        answer.results.push_back(
+            fmt::format("Added again {} that changed", Format::count(added.again, "file")));
     co_return answer;
+}
+
+void QueueDesk::noteLeftOut(const std::vector<Walker::PassedOver>& passedOver, QueueAnswer& answer) {
+    answer.leftOut = LeftOut::of(passedOver);
+    if (const std::optional<std::string> sentence = answer.leftOut.sentence())
+        surroundings_.log().write(*sentence);
+    for (std::string& sentence : unreadableSentences(passedOver)) {
+        surroundings_.log().write(sentence);
+        answer.refuse(std::move(sentence));
+    }
 }
 
 QueueAnswer QueueDesk::pause() {
@@ -138,21 +210,22 @@ QueueAnswer QueueDesk::pause() {
     // A pause of the vark's own becomes the person's, so that a good token does not lift it.
     if (engine_.pausedByVark()) engine_.resume();
     engine_.pause();
-    return saying("Paused. Carry on with: vark resume");
+    return saying("Paused. Carry on with: vark resume", 1);
 }
 
 QueueAnswer QueueDesk::resume() {
     if (!engine_.job()) return saying(std::string(nothingQueued));
     if (!engine_.isPaused()) return saying("The queue is not paused.");
     engine_.resume();
-    return saying("Resumed");
+    return saying("Resumed", 1);
 }
 
 QueueAnswer QueueDesk::retry() {
+    engine_.recompute();
     const std::int64_t failed = engine_.overall().filesFailed;
     if (failed == 0) return saying("Nothing has failed.");
     engine_.retryFailed();
-    return saying(fmt::format("Trying {} again", Format::count(failed, "file")));
+    return saying(fmt::format("Trying {} again", Format::count(failed, "file")), failed);
 }
 
 std::optional<UUID> QueueDesk::entry(const QueueRequest::Named& named) const {
@@ -193,24 +266,26 @@ QueueAnswer QueueDesk::remove(const QueueRequest& request) {
         }
         found.emplace_back(*id, named.text);
     }
+    std::unordered_set<UUID> all;
     for (const auto& [id, text] : found) {
-        engine_.remove(id);
+        all.insert(id);
         answer.results.push_back(fmt::format("Removed {} from the queue", text));
+        ++answer.changed;
     }
+    takingOut([&] { engine_.remove(all); });
     return answer;
 }
 
 QueueAnswer QueueDesk::clear(const QueueRequest& request) {
     if (!engine_.job()) return saying("The queue is empty.");
+    const auto before = static_cast<std::int64_t>(engine_.job()->entries.size());
     if (!request.finishedOnly) {
-        engine_.clearAll();
-        return saying("Cleared the queue. What has landed stays in the vark.");
+        takingOut([this] { engine_.clearAll(); });
+        return saying("Cleared the queue. What has landed stays in the vark.", before);
     }
-    const std::size_t before = engine_.job()->entries.size();
-    engine_.clearFinished();
-    const std::size_t gone = before - engine_.job()->entries.size();
-    return saying(fmt::format("Cleared {} that landed whole",
-                              Format::count(static_cast<std::int64_t>(gone), "entry", "entries")));
+    takingOut([this] { engine_.clearFinished(); });
+    const std::int64_t gone = before - static_cast<std::int64_t>(engine_.job()->entries.size());
+    return saying(fmt::format("Cleared {} that landed whole", Format::count(gone, "entry", "entries")), gone);
 }
 
 std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {
@@ -231,6 +306,7 @@ std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {
 
 QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
     QueueAnswer answer;
+    engine_.recompute();
     if (!engine_.job() || engine_.overall().filesConflict == 0) {
         answer.results.emplace_back("No decision is waiting.");
         return answer;
@@ -248,6 +324,7 @@ QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
             engine_.resolveConflict(id, request.replace);
     }
     const std::int64_t decided = before - engine_.overall().filesConflict;
+    answer.changed = decided;
     if (decided > 0) {
         answer.results.push_back(fmt::format(
             "{} {}", request.replace ? "Will replace in the vark:" : "Left as they are in the vark:",

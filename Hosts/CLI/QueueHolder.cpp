@@ -4,16 +4,16 @@
 
 #include "Hosts/CLI/QueueDesk.h"
 #include "Hosts/CLI/RequestFolder.h"
-#include "VarkCore/Concurrency/TaskGroup.h"
+#include "VarkCore/Policies/LocalCache.h"
 
 namespace vark::cli {
 
 namespace {
 
 constexpr Duration lookAgain = std::chrono::milliseconds(100);
-constexpr Duration longestWait = std::chrono::seconds(10);
-/// For telling the vark of uploads that are given up; what it is not told it finds out by itself.
-constexpr Duration longestFarewell = std::chrono::seconds(5);
+/// How long a request may lie there untaken, and how long one that was taken may go without an answer.
+constexpr Duration longestUntaken = std::chrono::seconds(10);
+constexpr Duration longestUnanswered = std::chrono::seconds(60);
 
 /// An address that no request ever goes to, for an engine that sends nothing.
 const URL nowhere = *URL::parse("https://vark.invalid");
@@ -23,16 +23,6 @@ std::shared_ptr<VarkAPI> apiIfConnected(Surroundings& surroundings,
     if (connection && connection->serverURL()) return surroundings.api(*connection);
     return surroundings.platform.makeAPI(
         {nowhere, std::nullopt}, [] { return std::nullopt; }, surroundings.apiHost());
-}
-
-Task<QueueAnswer> carryOutAndSay(TransferEngine& engine, QueueDesk& desk, QueueRequest request) {
-    QueueAnswer answer = co_await desk.carryOut(std::move(request));
-    try {
-        co_await withTimeout(longestFarewell, engine.serverCancelsDone());
-    } catch (const TimeoutError&) {
-        // The vark drops what nobody finishes by itself, in time.
-    }
-    co_return answer;
 }
 
 QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& request) {
@@ -45,10 +35,10 @@ QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& req
         // Either there is none, or this fails and says why it cannot be read.
         savedQueue(surroundings);
     }
-    QueueDesk desk(engine, connection ? connection->rootPath : "", connection ? connection->clientName : "");
-    QueueAnswer answer = surroundings.await(carryOutAndSay(engine, desk, request));
+    QueueDesk desk(surroundings, engine, connection ? connection->rootPath : "",
+                   connection ? connection->clientName : "");
+    QueueAnswer answer = surroundings.await(desk.carryOut(request));
     engine.pauseForQuit();
-    if (engine.job()) engine.flush();
     return answer;
 }
 
@@ -65,29 +55,50 @@ QueueLock takeQueue(Surroundings& surroundings) {
     // Who holds the lock is alone, whoever else is starting. Only where it cannot be had does the list count.
     if (!lock.held) seen.others = surroundings.platform.otherSenders();
     if (!std::holds_alternative<SingleInstance::CarryOn>(SingleInstance::verdict(seen))) return nullptr;
+    // What an earlier holder was killed in the middle of.
+    std::vector<std::filesystem::path> folders = {surroundings.locations().storageFolder()};
+    if (surroundings.sharedFolder()) folders.push_back(*surroundings.sharedFolder());
+    LocalCache::sweep(folders);
     return std::make_shared<SingleInstance::Lock>(std::move(lock));
 }
 
 Task<Asked> takeQueueOrAsk(Surroundings& surroundings, QueueRequest request) {
     if (QueueLock lock = takeQueue(surroundings)) co_return Asked{std::move(lock), {}};
+    // To add is the one thing that may be done twice without harm, and the one that may take long: a folder
+    // is walked first.
+    const bool isAdding = request.command == QueueRequest::Command::add;
     const RequestFolder folder(surroundings.locations().requests());
     const UUID id = folder.ask(request);
-    for (Duration waited{}; waited < longestWait; waited += lookAgain) {
+    Asked asked;
+    for (Duration waited{};; waited += lookAgain) {
         co_await sleepFor(lookAgain);
-        if (std::optional<QueueAnswer> answer = folder.takeAnswer(id))
-            co_return Asked{nullptr, std::move(*answer)};
+        const bool isWaiting = folder.isWaiting(id);
         QueueLock lock = takeQueue(surroundings);
-        if (lock && folder.withdraw(id)) co_return Asked{std::move(lock), {}};
+        // Looked for after the lock: whoever has let it go has written its last answer.
+        if (std::optional<QueueAnswer> answer = folder.takeAnswer(id)) {
+            asked.answer = *std::move(answer);
+            break;
+        }
+        if (lock && (folder.withdraw(id) || isAdding)) co_return Asked{std::move(lock), {}};
+        if (lock) {
+            asked.answer.refuse(
+                "The vark that was sending ended before it said what became of this. Look at the queue with: "
+                "vark queue");
+            break;
+        }
+        if (isWaiting && waited >= longestUntaken && folder.withdraw(id)) {
+            asked.answer.refuse(
+                "The running vark did not answer. Nothing was changed; try again, or end it first.");
+            break;
+        }
+        if (!isWaiting && !isAdding && waited >= longestUnanswered) {
+            asked.answer.refuse(
+                "The running vark took the request and has not answered yet. Look at the queue with: vark "
+                "queue");
+            break;
+        }
     }
-    Asked unanswered;
-    if (folder.withdraw(id)) {
-        unanswered.answer.refuse(
-            "The running vark did not answer. Nothing was changed; try again, or end it first.");
-    } else {
-        unanswered.answer.refuse(
-            "The running vark took the request and has not answered yet. Look at the queue with: vark queue");
-    }
-    co_return unanswered;
+    co_return asked;
 }
 
 QueueAnswer changeQueue(Surroundings& surroundings, const QueueRequest& request) {

@@ -5,14 +5,14 @@
 namespace vark::cli {
 
 ExitCode printAnswer(Console& console, const QueueAnswer& answer, bool json) {
-    for (const std::string& result : answer.results) {
-        if (!json) {
-            console.print(result);
-            continue;
-        }
+    if (json) {
         JSONWriter record;
-        record.beginObject().field("result", result).endObject();
-        console.printJSON(record.text());
+        record.beginObject().field("changed", answer.changed).field("results", answer.results);
+        record.field("problems", answer.problems).field("exitCode", static_cast<int>(answer.code));
+        console.printJSON(record.endObject().text());
+    } else {
+        for (const std::string& result : answer.results)
+            console.print(result);
     }
     for (const std::string& problem : answer.problems)
         console.say(problem);
@@ -21,7 +21,7 @@ ExitCode printAnswer(Console& console, const QueueAnswer& answer, bool json) {
 
 void printQueue(Console& console, const QueueView& view, bool json) {
     if (!json) {
-        for (const std::string& line : queueLines(view))
+        for (const std::string& line : queueLines(view, console.signs()))
             console.print(line);
         return;
     }

@@ -5,7 +5,7 @@
 
 namespace vark::cli {
 
-/// What came of a request, as lines or as JSON objects, and its exit code.
+/// What came of a request, as lines or as one JSON object, and its exit code.
 ExitCode printAnswer(Console& console, const QueueAnswer& answer, bool json);
 
 /// The queue: in JSON one object for the whole, one for each entry and one for each file that has not

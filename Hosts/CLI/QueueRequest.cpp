@@ -50,6 +50,8 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.named = fields.required<std::vector<Named>>("named");
     request.destination = fields.optional<std::string>("destination");
     request.title = fields.optional<std::string>("title");
+    request.walk.hidden = fields.valueOr("hidden", false);
+    request.walk.followLinks = fields.valueOr("followLinks", false);
     request.finishedOnly = fields.required<bool>("finishedOnly");
     request.replace = fields.required<bool>("replace");
     return request;
@@ -61,6 +63,7 @@ std::string QueueRequest::toJSON() const {
     for (const Named& one : named)
         json.beginObject().field("text", one.text).field("path", one.path).endObject();
     json.endArray().field("destination", destination).field("title", title);
+    json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
     json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
     return json.take();
 }
@@ -79,14 +82,21 @@ QueueAnswer QueueAnswer::fromJSON(const boost::json::value& value) {
     if (std::ranges::find(codesOfAnswers, code) == std::end(codesOfAnswers))
         throw DecodingError("an unknown exit code");
     answer.code = code;
+    answer.entries = fields.valueOr<std::vector<std::string>>("entries", {});
+    answer.leftOut = fields.valueOr<LeftOut>("leftOut", {});
+    answer.changed = fields.valueOr<std::int64_t>("changed", 0);
     answer.queue = fields.optional<QueueView>("queue");
     return answer;
 }
 
 std::string QueueAnswer::toJSON() const {
     JSONWriter json;
-    json.beginObject().field("results", results).field("problems", problems);
-    json.field("exitCode", static_cast<int>(code));
+    json.beginObject().field("changed", changed);
+    json.field("results", results).field("problems", problems);
+    json.field("exitCode", static_cast<int>(code)).field("entries", entries);
+    json.key("leftOut").beginObject();
+    leftOut.encode(json);
+    json.endObject();
     if (queue) {
         json.key("queue").beginObject();
         queue->encode(json);

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <boost/json/value.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Hosts/CLI/ExitCode.h"
+#include "Hosts/CLI/LeftOut.h"
 #include "Hosts/CLI/QueueView.h"
 
 namespace vark::cli {
@@ -25,12 +27,15 @@ struct QueueRequest {
     };
 
     Command command = Command::show;
-    /// What to add, remove or resolve.
+    /// What to add, remove or resolve; for `show`, the identifiers of the entries that are meant, and without
+    /// any the whole queue.
     std::vector<Named> named;
     /// For `add`: where in the vark, counted from its root; without a value it goes where the queue goes.
     std::optional<std::string> destination;
     /// For `add`: a new name of the job.
     std::optional<std::string> title;
+    /// For `add`: what is sent beyond what is sent by itself.
+    Walker::Options walk;
     /// For `clear`: leave what has not landed.
     bool finishedOnly = false;
     /// For `resolve`: overwrite what is in the vark.
@@ -47,6 +52,13 @@ struct QueueAnswer {
     /// What could not be done, and what to do about it.
     std::vector<std::string> problems;
     ExitCode code = ExitCode::allLanded;
+    /// For `add`: the identifiers of the entries that stand for what was named.
+    std::vector<std::string> entries;
+    /// For `add`.
+    LeftOut leftOut;
+    /// How much of the queue the request changed: entries where it takes them out, otherwise files, and for a
+    /// pause or its end the queue itself.
+    std::int64_t changed = 0;
     /// For `show`, when there is a queue.
     std::optional<QueueView> queue;
 

@@ -67,8 +67,12 @@ bool RequestFolder::withdraw(const UUID& id) const {
     return removed(request(id));
 }
 
-std::vector<RequestFolder::Taken> RequestFolder::takeAll(Date now) const {
-    std::vector<Taken> taken;
+bool RequestFolder::isWaiting(const UUID& id) const {
+    std::error_code failure;
+    return std::filesystem::exists(request(id), failure);
+}
+
+std::optional<RequestFolder::Taken> RequestFolder::takeNext(Date now) const {
     for (const Found& file : filesIn(folder_)) {
         if (now - file.written > longestLife) {
             removed(file.path);
@@ -86,9 +90,9 @@ std::vector<RequestFolder::Taken> RequestFolder::takeAll(Date now) const {
         } catch (const std::exception&) {
             // Answered with a sentence by whoever took it.
         }
-        if (removed(file.path)) taken.push_back(std::move(one));
+        if (removed(file.path)) return one;
     }
-    return taken;
+    return std::nullopt;
 }
 
 void RequestFolder::answer(const UUID& id, const QueueAnswer& answer) const {

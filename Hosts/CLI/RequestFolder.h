@@ -26,6 +26,8 @@ class RequestFolder {
     std::optional<QueueAnswer> takeAnswer(const UUID& id) const;
     /// Takes the question back. Answers whether nobody had taken it.
     bool withdraw(const UUID& id) const;
+    /// Whether nobody has taken the question yet.
+    bool isWaiting(const UUID& id) const;
 
     // For the one that has the queue.
 
@@ -34,9 +36,10 @@ class RequestFolder {
         /// Nothing when the file made no sense.
         std::optional<QueueRequest> request;
     };
-    /// Takes what has been asked, oldest first. What has lain here for longer than any asker waits is removed
-    /// and not carried out, whether it is a question or an answer.
-    std::vector<Taken> takeAll(Date now) const;
+    /// Takes the oldest question; nothing when there is none. The others stay, so that whoever ends before it
+    /// comes to them leaves them to their askers. What has lain here for longer than any asker waits is
+    /// removed and not carried out, whether it is a question or an answer.
+    std::optional<Taken> takeNext(Date now) const;
     /// A failure to write is no failure here: the asker sees that no answer comes.
     void answer(const UUID& id, const QueueAnswer& answer) const;
 

@@ -7,12 +7,13 @@ namespace vark::cli {
 
 namespace {
 
-constexpr int columnsOfNoTerminal = 80;
+constexpr double secondsBetweenProgress = 5;
+constexpr std::string_view nothingLeft = "Nothing was left to do.";
 
 std::string eventName(const SettledFile& file) {
     switch (file.state) {
         case ItemState::verified:
-            return "landed";
+            return file.changedWhileSent ? "changed" : "landed";
         case ItemState::skipped:
             return "skipped";
         case ItemState::conflict:
@@ -31,6 +32,9 @@ std::string wayOf(const WaysTaken::Ways& ways) {
 std::string sentenceOf(const SettledFile& file) {
     switch (file.state) {
         case ItemState::verified:
+            if (file.changedWhileSent)
+                return fmt::format("Changed while it was sent, and landed as it was read: {} ({}{})",
+                                   file.path, Format::bytes(file.size), wayOf(file.ways));
             return fmt::format("{}: {} ({}{})", file.alreadyThere ? "Already in the vark" : "Landed",
                                file.path, Format::bytes(file.size), wayOf(file.ways));
         case ItemState::skipped:
@@ -67,7 +71,13 @@ void PlainDisplay::cardClosed(const CardVerdict& verdict) {
 }
 
 void PlainDisplay::finish(const QueueView& view, ExitCode) {
-    console_.print(closingLine(view.overall));
+    console_.print(closingLine(view.overall, console_.signs()));
+    for (const std::string& line : closingAdvice(view))
+        console_.say(line);
+}
+
+void PlainDisplay::finishIdle(const QueueView& view, ExitCode) {
+    console_.print(nothingLeft);
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }
@@ -91,12 +101,41 @@ void JSONDisplay::fileSettled(const SettledFile& file) {
 }
 
 void JSONDisplay::show(const QueueView& view) {
+    showOutage(view);
+    showProgress(view);
     std::optional<std::string> stops = whatStops(view);
     if (stops == stopped_) return;
     stopped_ = stops;
     JSONWriter json = begin(stops ? "stopped" : "going");
     json.field("reason", stops);
-    console_.printJSON(json.endObject().take());
+    print(json);
+}
+
+void JSONDisplay::showOutage(const QueueView& view) {
+    const std::optional<Date> since = view.outage ? std::optional(view.outage->since) : std::nullopt;
+    if (since == outageSince_) return;
+    outageSince_ = since;
+    JSONWriter json = begin(since ? "outage" : "reachable");
+    if (view.outage) view.outage->encode(json);
+    print(json);
+}
+
+void JSONDisplay::showProgress(const QueueView& view) {
+    const Overall& overall = view.overall;
+    if (date_() - progressShown_ < secondsBetweenProgress || overall.bytesDone == bytesShown_) return;
+    progressShown_ = date_();
+    bytesShown_ = overall.bytesDone;
+    JSONWriter json = begin("progress");
+    json.field("files", overall.filesTotal).field("verified", overall.filesVerified);
+    json.field("bytesTotal", overall.bytesTotal).field("bytesDone", overall.bytesDone);
+    json.field("rate", overall.rate).field("secondsLeft", overall.secondsLeft);
+    print(json);
+}
+
+void JSONDisplay::leftOut(const LeftOut& left) {
+    JSONWriter json = begin("leftOut");
+    left.encode(json);
+    print(json);
 }
 
 void JSONDisplay::cardClosed(const CardVerdict& verdict) {
@@ -114,26 +153,25 @@ void JSONDisplay::finish(const QueueView& view, ExitCode code) {
     const Overall& overall = view.overall;
     json.field("verified", overall.filesVerified).field("failed", overall.filesFailed);
     json.field("skipped", overall.filesSkipped).field("conflicts", overall.filesConflict);
+    json.field("changed", overall.filesChanged).field("takenAway", view.filesTakenAway());
     json.field("bytesVerified", overall.bytesVerified).field("exitCode", static_cast<int>(code));
     console_.printJSON(json.endObject().take());
 }
 
 void LiveDisplay::erase() {
-    std::optional<TerminalSize> size = size_();
-    console_.results() << area_.replace({}, size ? size->columns : columnsOfNoTerminal) << std::flush;
+    console_.printText(area_.replace({}));
 }
 
 void LiveDisplay::fileSettled(const SettledFile& file) {
-    if (file.state != ItemState::failed && file.state != ItemState::conflict) return;
+    if (file.state != ItemState::failed && file.state != ItemState::conflict && !file.changedWhileSent)
+        return;
     erase();
     console_.print(sentenceOf(file));
 }
 
 void LiveDisplay::show(const QueueView& view) {
-    std::optional<TerminalSize> size = size_();
-    if (!size) return;
-    console_.results() << area_.replace(liveLines(view, size->columns, size->rows), size->columns)
-                       << std::flush;
+    if (std::optional<TerminalSize> size = size_())
+        console_.printText(area_.replace(liveLines(view, console_.signs(), *size)));
 }
 
 void LiveDisplay::say(const std::string& sentence) {
@@ -149,7 +187,14 @@ void LiveDisplay::cardClosed(const CardVerdict& verdict) {
 
 void LiveDisplay::finish(const QueueView& view, ExitCode) {
     erase();
-    console_.print(closingLine(view.overall));
+    console_.print(closingLine(view.overall, console_.signs()));
+    for (const std::string& line : closingAdvice(view))
+        console_.say(line);
+}
+
+void LiveDisplay::finishIdle(const QueueView& view, ExitCode) {
+    erase();
+    console_.print(nothingLeft);
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }

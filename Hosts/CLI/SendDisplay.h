@@ -5,6 +5,7 @@
 
 #include "Hosts/CLI/Console.h"
 #include "Hosts/CLI/ExitCode.h"
+#include "Hosts/CLI/LeftOut.h"
 #include "Hosts/CLI/LiveArea.h"
 #include "Hosts/CLI/QueueView.h"
 #include "VarkCore/API/WaysTaken.h"
@@ -21,6 +22,8 @@ struct SettledFile {
     std::int64_t size = 0;
     ItemState state = ItemState::verified;
     bool alreadyThere = false;
+    /// What landed is not what lies on the disk now.
+    bool changedWhileSent = false;
     std::optional<std::string> error;
     /// How its bytes went, those of this run.
     WaysTaken::Ways ways;
@@ -38,8 +41,14 @@ class SendDisplay {
     virtual void say(const std::string& sentence) = 0;
     /// What became of the card that the queue comes from.
     virtual void cardClosed(const CardVerdict& verdict) = 0;
+    /// What of the named folders is not sent. Before the last call.
+    virtual void leftOut(const LeftOut& left) {
+        if (const std::optional<std::string> sentence = left.sentence()) say(*sentence);
+    }
     /// The last call: all has settled.
     virtual void finish(const QueueView& view, ExitCode code) = 0;
+    /// The last call instead, when all had settled before.
+    virtual void finishIdle(const QueueView& view, ExitCode code) = 0;
     /// The last call when the run ends for another reason.
     virtual void breakOff(const std::string& sentence) = 0;
 };
@@ -54,6 +63,7 @@ class PlainDisplay final : public SendDisplay {
     void say(const std::string& sentence) override { console_.say(sentence); }
     void cardClosed(const CardVerdict& verdict) override;
     void finish(const QueueView& view, ExitCode code) override;
+    void finishIdle(const QueueView& view, ExitCode code) override;
     void breakOff(const std::string& sentence) override { console_.say(sentence); }
 
   private:
@@ -70,15 +80,23 @@ class JSONDisplay final : public SendDisplay {
     void show(const QueueView& view) override;
     void say(const std::string& sentence) override { console_.say(sentence); }
     void cardClosed(const CardVerdict& verdict) override;
+    void leftOut(const LeftOut& left) override;
     void finish(const QueueView& view, ExitCode code) override;
+    void finishIdle(const QueueView& view, ExitCode code) override { finish(view, code); }
     void breakOff(const std::string& sentence) override { console_.say(sentence); }
 
   private:
     JSONWriter begin(std::string_view event) const;
+    void print(JSONWriter& event) { console_.printJSON(event.endObject().take()); }
+    void showOutage(const QueueView& view);
+    void showProgress(const QueueView& view);
 
     Console& console_;
     const WallClock date_;
     std::optional<std::string> stopped_;
+    std::optional<Date> outageSince_;
+    Date progressShown_ = date_();
+    std::int64_t bytesShown_ = 0;
 };
 
 /// Lines that are drawn over at every beat, on a terminal. What goes wrong stays above them.
@@ -93,6 +111,7 @@ class LiveDisplay final : public SendDisplay {
     void say(const std::string& sentence) override;
     void cardClosed(const CardVerdict& verdict) override;
     void finish(const QueueView& view, ExitCode code) override;
+    void finishIdle(const QueueView& view, ExitCode code) override;
     void breakOff(const std::string& sentence) override;
 
   private:

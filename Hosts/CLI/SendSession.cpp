@@ -1,7 +1,14 @@
 #include "Hosts/CLI/SendSession.h"
 
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "Hosts/CLI/Following.h"
 #include "VarkCore/Actions/ActionLines.h"
 #include "VarkCore/Activity/SharedActivity.h"
+#include "VarkCore/Connection/SharedLevel.h"
+#include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
 
@@ -12,14 +19,19 @@ using std::chrono::seconds;
 constexpr Duration beatLength = std::chrono::milliseconds(250);
 constexpr int beatsBetweenRequests = 2;
 constexpr std::size_t filesAtOnce = 4;
-/// How long after a refusal the token is tried again, each time.
+constexpr int usualChunksAtOnce = 4;
+/// A night without the vark is no reason to give a file up. Who cannot wait says so with a time-out.
+constexpr Duration patience = std::chrono::hours(24);
+/// How long after a refusal the token is tried again, each time, until something has landed.
 const std::vector<seconds> waitsAfterRefusal = {seconds(2), seconds(8), seconds(30)};
 const std::vector<seconds> atOnce = {seconds(0)};
-
-constexpr std::string_view howToCarryOn = "The queue is saved. Carry on with: vark send";
+/// What a device may do is believed for ten minutes after it was learned.
+constexpr Duration levelLasts = std::chrono::minutes(9);
 
 struct TokenVerdict {
-    bool isGood;
+    bool isGood = false;
+    /// Whether the vark said so, or could not be asked.
+    bool isSaid = false;
     std::string sentence;
 };
 
@@ -28,9 +40,23 @@ Task<TokenVerdict> judgeToken(Surroundings& surroundings, std::shared_ptr<VarkAP
         const WhoAmI who = co_await api->whoami();
         surroundings.learn(who);
     } catch (const VarkAPIError& error) {
-        co_return TokenVerdict{false, error.errorDescription()};
+        co_return TokenVerdict{false, error.isSignOut(), error.errorDescription()};
     }
-    co_return TokenVerdict{true, ""};
+    co_return TokenVerdict{true, true, ""};
+}
+
+std::string asSentence(std::string text) {
+    if (!text.ends_with('.') && !text.ends_with('!') && !text.ends_with('?')) text += '.';
+    return text;
+}
+
+/// When what the device may do is to be asked for first.
+Instant firstLevelDue(Surroundings& surroundings) {
+    const std::optional<SharedLevel> level = SharedLevelStore::read(surroundings.sharedFolder());
+    const Instant now = surroundings.clock.now();
+    if (!level || !level->isFresh(surroundings.date())) return now;
+    const Duration age = vark::seconds(surroundings.date() - level->at);
+    return now + std::max(Duration(0), levelLasts - age);
 }
 
 }  // namespace
@@ -40,24 +66,28 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
     : surroundings_(surroundings),
       display_(display),
       settings_(std::move(settings)),
-      api_(surroundings.api(connection, settings_.chunksAtOnce)),
+      api_(surroundings.api(connection, settings_.chunksAtOnce.value_or(usualChunksAtOnce))),
       requests_(surroundings.locations().requests()),
-      engine_(api_, surroundings.store(), surroundings.log(), settings_.chunksAtOnce,
-              surroundings.engineHost()),
-      desk_(engine_, connection.rootPath, connection.clientName),
+      engine_(api_, surroundings.store(), surroundings.log(),
+              settings_.chunksAtOnce.value_or(usualChunksAtOnce), surroundings.engineHost()),
+      desk_(surroundings, engine_, connection.rootPath, connection.clientName),
       ingest_(surroundings, engine_, desk_, api_),
       services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
       nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
                                   surroundings.pool(), surroundings.sharedFolder()}),
+      levelIsDue_(firstLevelDue(surroundings)),
       scope_(surroundings.executor, surroundings.clock) {
     engine_.limiter.setBytesPerSecond(settings_.bytesPerSecond);
+    engine_.patience = patience;
+    engine_.chunksFollowTheRate = !settings_.chunksAtOnce;
     // Nothing starts before what is to be added has been taken in, or refused.
     engine_.maxConcurrentFiles = 0;
     engine_.onEvent = [this](const TransferEngine::Event& event) { heard(event); };
     engine_.onSettled = [this](const TransferItem& item) { fileSettled(item); };
     nodes_.log = [this](const std::string& sentence) { surroundings_.log().write(sentence); };
-    scope_.start(watched(open()));
+    undertake(open());
     scope_.start(watched(beating()));
+    if (settings_.timeout) scope_.start(watched(leaveAfter(*settings_.timeout)));
 }
 
 SendSession::~SendSession() {
@@ -66,21 +96,21 @@ SendSession::~SendSession() {
     engine_.onSettled = nullptr;
 }
 
-void SendSession::fileSettled(const TransferItem& item) {
-    const std::string path = engine_.job()->serverPath(item);
-    if (item.state == ItemState::verified && !item.alreadyThere)
-        sent_.push_back(ActionLines::sent(path, surroundings_.date()));
-    display_.fileSettled({path, item.localPath, item.size, item.state, item.alreadyThere, item.error,
-                          item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
+TaskHandle<void> SendSession::undertake(Task<void> errand) {
+    if (isLeaving()) return {};
+    errands_.push_back(scope_.start(watched(std::move(errand))));
+    return errands_.back();
 }
 
-void SendSession::tellOfWhatWasSent() {
-    if (!sent_.empty()) SharedActivity::note(sent_, surroundings_.sharedFolder(), surroundings_.date());
-    sent_.clear();
+bool SendSession::isBusy() {
+    std::erase_if(errands_, [](const TaskHandle<void>& errand) { return errand.done(); });
+    return !errands_.empty();
 }
 
-QueueView SendSession::glance() const {
-    return QueueView::glance(engine_);
+void SendSession::keepWorkingHours() {
+    if (!settings_.workingHours) return;
+    const OfficeHours hours = settings_.workingHours->at(surroundings_.date(), surroundings_.calendar());
+    if (hours != engine_.officeHours()) engine_.setOfficeHours(hours);
 }
 
 Task<void> SendSession::watched(Task<void> task) {
@@ -91,48 +121,50 @@ Task<void> SendSession::watched(Task<void> task) {
     } catch (const std::exception& error) {
         failure = error.what();
     }
-    if (!ended_)
-        breakOff(ExitCode::somethingFailed,
-                 fmt::format("Something went wrong that should not have: {}. {}", failure, howToCarryOn));
+    stop(ExitCode::somethingFailed,
+         fmt::format("Something went wrong that should not have: {}", asSentence(failure)));
 }
 
 Task<void> SendSession::open() {
+    co_await adding_.wait();
+    const SlotPermit turn(adding_);
     nodes_.start();
     engine_.start(false);
-    if (settings_.officeHours) engine_.setOfficeHours(*settings_.officeHours);
+    keepWorkingHours();
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();
-    if (ended_) co_return;
+    if (isLeaving()) co_return;
 
     if (addsSomething()) {
         co_await settleAccounts();
-        if (!ended_) co_await takeIn();
+        if (!isLeaving()) co_await takeIn();
     } else if (!engine_.job()) {
         breakOff(ExitCode::allLanded, "There is no saved queue. Send something with: vark send PATH...");
-        co_return;
     } else if (std::optional<std::string> reason = desk_.whyItMustNotGo()) {
         breakOff(ExitCode::usage, *reason);
-        co_return;
+    } else {
+        noteWhatIsMine({});
     }
-    if (ended_) co_return;
+    if (isLeaving()) co_return;
 
     if (engine_.pausedByVark()) {
-        co_await recoverToken(atOnce);
+        co_await recoverToken(atOnce, std::nullopt);
+        refusals_ = 0;
     } else if (engine_.isPaused()) {
         display_.say(
             "The queue is paused. Carry on with the key p, or from another terminal with: vark resume");
     }
-    if (ended_) co_return;
-    opened_ = true;
+    if (isLeaving()) co_return;
+    life_ = Life::sending;
     watchVolumes();
     engine_.maxConcurrentFiles = filesAtOnce;
     engine_.start(true);
-    endWhenSettled();
+    scope_.start(endIfSettled());
 }
 
 Task<void> SendSession::settleAccounts() {
     if (!ingest_.owesReport()) co_return;
     const IngestDesk::Closing closing = co_await ingest_.close();
-    if (!ended_ && closing.notReported) breakOff(ExitCode::somethingFailed, *closing.notReported);
+    if (closing.notReported) stop(ExitCode::somethingFailed, *closing.notReported);
 }
 
 Task<void> SendSession::takeIn() {
@@ -140,20 +172,69 @@ Task<void> SendSession::takeIn() {
         co_await takeInCard();
         co_return;
     }
-    QueueAnswer answer = co_await desk_.carryOut(settings_.add);
+    QueueAnswer answer;
+    try {
+        answer = co_await desk_.change(settings_.add);
+    } catch (const CancellationError&) {
+        sayWhatWasNotAdded();
+        throw;
+    }
+    if (answer.code == ExitCode::usage) {
+        leaveRefused(answer);
+        co_return;
+    }
     for (const std::string& sentence : answer.problems)
         display_.say(sentence);
-    somePathsFailed_ = answer.code != ExitCode::allLanded;
-    if (answer.code == ExitCode::usage) stop(answer.code);
+    leftOut_ = answer.leftOut;
+    wasLeftBehind_ = wasLeftBehind_ || answer.code != ExitCode::allLanded;
+    noteWhatIsMine(answer.entries);
+    co_await engine_.saved();
+}
+
+void SendSession::sayWhatWasNotAdded() {
+    std::vector<std::string> paths;
+    for (const QueueRequest::Named& named : settings_.add.named) {
+        const bool isInQueue =
+            engine_.job() && std::ranges::any_of(engine_.job()->entries, [&](const TransferEntry& entry) {
+                return entry.localPath == named.path;
+            });
+        if (!isInQueue) paths.push_back(named.path);
+    }
+    if (paths.empty()) return;
+    display_.say(fmt::format("Not added, since it was still being looked through: {}. Send it again.",
+                             fmt::join(paths, ", ")));
+}
+
+void SendSession::noteWhatIsMine(const std::vector<std::string>& added) {
+    if (!engine_.job()) return;
+    const bool isWholeQueue = settings_.add.named.empty();
+    for (const EntryView& entry : QueueView::of(engine_, surroundings_.date()).entries) {
+        if (isWholeQueue || !entry.isSettled() || std::ranges::find(added, entry.id) != added.end())
+            mine_.push_back(*UUID::parse(entry.id));
+    }
 }
 
 Task<void> SendSession::takeInCard() {
     const QueueAnswer answer = co_await ingest_.open(*settings_.ingest);
     for (const std::string& sentence : answer.results)
         display_.say(sentence);
+    if (!ingest_.isOpen()) {
+        leaveRefused(answer);
+        co_return;
+    }
     for (const std::string& sentence : answer.problems)
         display_.say(sentence);
-    if (!ended_ && !ingest_.isOpen()) stop(answer.code);
+    noteWhatIsMine({});
+}
+
+void SendSession::leaveRefused(const QueueAnswer& answer) {
+    if (answer.problems.empty()) {
+        breakOff(answer.code, "Nothing was sent.");
+        return;
+    }
+    for (std::size_t place = 0; place + 1 < answer.problems.size(); ++place)
+        display_.say(answer.problems[place]);
+    breakOff(answer.code, answer.problems.back());
 }
 
 void SendSession::watchVolumes() {
@@ -163,7 +244,7 @@ void SendSession::watchVolumes() {
 }
 
 Task<void> SendSession::lookForTheCard() {
-    if (ended_) co_return;
+    if (isLeaving()) co_return;
     engine_.watchIngestDrive();
     engine_.driveMayBeBack();
 }
@@ -196,66 +277,151 @@ void SendSession::setDamagedQueueAside() {
 Task<void> SendSession::beating() {
     for (int beat = 1;; ++beat) {
         co_await sleepFor(beatLength);
-        if (ended_) co_return;
-        if (beat % beatsBetweenRequests == 0) co_await answerRequests();
-        if (ended_) co_return;
+        if (isLeaving()) co_return;
+        if (beat % beatsBetweenRequests == 0) answerRequests();
         tellOfWhatWasSent();
+        tellOfTrouble();
+        keepLevelFresh();
+        keepWorkingHours();
         display_.show(glance());
+        leaveWhenPausedUnseen();
         endWhenSettled();
     }
 }
 
-Task<void> SendSession::answerRequests() {
-    if (!opened_) co_return;
-    for (RequestFolder::Taken& taken : requests_.takeAll(surroundings_.date())) {
-        QueueAnswer answer;
-        if (taken.request) {
-            answer = co_await desk_.carryOut(std::move(*taken.request));
-        } else {
-            answer.refuse("The running vark did not understand the request. Are both of the same version?");
-        }
+void SendSession::answerRequests() {
+    while (std::optional<RequestFolder::Taken> taken = requests_.takeNext(surroundings_.date()))
+        undertake(serve(*std::move(taken)));
+}
+
+Task<void> SendSession::serve(RequestFolder::Taken taken) {
+    using Command = QueueRequest::Command;
+    QueueAnswer answer;
+    if (!taken.request) {
+        answer.refuse("The running vark did not understand the request. Are both of the same version?");
         requests_.answer(taken.id, answer);
-        if (ended_) co_return;
+        co_return;
     }
+    const bool isAdding = taken.request->command == Command::add;
+    std::optional<SlotPermit> turn;
+    if (isAdding || taken.request->command == Command::clear) {
+        co_await adding_.wait();
+        turn.emplace(adding_);
+    }
+    // Whoever asked to add something and gets no answer sees this run end, and goes on by itself.
+    if (isLeaving() && isAdding) co_return;
+    if (isLeaving()) {
+        answer.refuse("The vark that was sending has just been ended. Ask again.");
+    } else if (isAdding) {
+        answer = co_await desk_.carryOut(*std::move(taken.request));
+    } else {
+        answer = co_await shielded(desk_.carryOut(*std::move(taken.request)));
+    }
+    requests_.answer(taken.id, answer);
 }
 
 void SendSession::heard(const TransferEngine::Event& event) {
-    if (ended_) return;
+    if (isLeaving()) return;
     if (std::holds_alternative<TransferEngine::JobFinished>(event)) {
         scope_.start(endIfSettled());
     } else if (const auto* refused = std::get_if<TransferEngine::SignedOut>(&event)) {
-        if (recovering_) return;
-        recovering_ = true;
-        display_.say(fmt::format("The vark refused this machine's token{}. It is checked again shortly.",
-                                 refused->refused.said ? ": " + *refused->refused.said : ""));
-        scope_.start(recoverToken(waitsAfterRefusal));
+        if (!recovering_.done()) return;
+        if (refused->hadProgress) refusals_ = 0;
+        const std::string said = refused->refused.said.value_or("");
+        if (refusals_ < waitsAfterRefusal.size())
+            display_.say(fmt::format("The vark refused this machine's token{} It is checked again in {} s.",
+                                     said.empty() ? "." : ": " + asSentence(said),
+                                     waitsAfterRefusal[refusals_].count()));
+        recovering_ = undertake(recoverToken(waitsAfterRefusal, said));
     } else if (std::holds_alternative<TransferEngine::NoToken>(event)) {
-        breakOff(
-            ExitCode::notConnected,
-            fmt::format("This machine is no longer connected to the vark. Connect again with: vark connect "
-                        "URL. {}",
-                        howToCarryOn));
+        stop(ExitCode::notConnected,
+             "This machine is no longer connected to the vark. Connect again with: vark connect URL.");
     }
 }
 
-Task<void> SendSession::recoverToken(std::vector<seconds> waits) {
-    recovering_ = true;
-    std::string reason;
-    for (seconds wait : waits) {
+Task<void> SendSession::recoverToken(std::vector<seconds> waits, std::optional<std::string> refusal) {
+    TokenVerdict verdict{true, true, ""};
+    while (refusals_ < waits.size()) {
+        const seconds wait = waits[refusals_++];
         if (wait > seconds(0)) co_await sleepFor(wait);
-        TokenVerdict verdict = co_await judgeToken(surroundings_, api_);
-        if (ended_) co_return;
+        verdict = co_await judgeToken(surroundings_, api_);
+        if (isLeaving()) co_return;
         if (verdict.isGood) {
-            recovering_ = false;
             if (engine_.resumeIfTheVarkPausedIt())
                 display_.say("The vark accepts the token again. Carrying on.");
             co_return;
         }
-        reason = verdict.sentence;
     }
-    recovering_ = false;
-    breakOff(ExitCode::notConnected,
-             fmt::format("{} Connect again with: vark connect URL. {}", reason, howToCarryOn));
+    if (verdict.isGood) {
+        stop(ExitCode::notConnected,
+             fmt::format("The vark knows this machine, and still refuses what is sent{} Ask whoever looks "
+                         "after the vark.",
+                         refusal && !refusal->empty() ? ": " + asSentence(*refusal) : "."));
+    } else if (verdict.isSaid) {
+        stop(ExitCode::notConnected,
+             fmt::format("{} Connect again with: vark connect URL.", asSentence(verdict.sentence)));
+    } else {
+        stop(ExitCode::notConnected,
+             fmt::format(
+                 "The vark refused this machine's token, and whether it still does cannot be asked: {}",
+                 asSentence(verdict.sentence)));
+    }
+}
+
+void SendSession::keepLevelFresh() {
+    if (engine_.activeItemIDs().empty() || surroundings_.clock.now() < levelIsDue_) return;
+    levelIsDue_ = surroundings_.clock.now() + levelLasts;
+    scope_.start(learnLevel());
+}
+
+Task<void> SendSession::learnLevel() {
+    // A refusal shows itself in what is being sent.
+    co_await judgeToken(surroundings_, api_);
+}
+
+void SendSession::tellOfTrouble() {
+    const std::optional<TransferEngine::Outage>& outage = engine_.outage();
+    const std::optional<Date> since = outage ? std::optional(outage->since) : std::nullopt;
+    if (outage && since != outageToldOf_)
+        display_.say(
+            fmt::format("The vark cannot be reached since {}: {} It is tried again until it answers.",
+                        Format::time(outage->since, surroundings_.calendar()), asSentence(outage->why)));
+    outageToldOf_ = since;
+    if (engine_.saveFailure() && !toldOfSaving_)
+        display_.say(fmt::format("{} It is tried again for as long as this vark runs.",
+                                 asSentence(*engine_.saveFailure())));
+    if (!engine_.saveFailure() && toldOfSaving_) display_.say("The queue is on the disk again.");
+    toldOfSaving_ = engine_.saveFailure().has_value();
+}
+
+void SendSession::leaveWhenPausedUnseen() {
+    const bool isPaused = engine_.isPaused() && !engine_.pausedByVark();
+    if (!isPaused || settings_.somebodyIsThere) {
+        pausedSince_.reset();
+        return;
+    }
+    const Instant now = surroundings_.clock.now();
+    if (!pausedSince_) pausedSince_ = now;
+    if (now - *pausedSince_ < longestPauseUnseen) return;
+    stop(ExitCode::notConnected,
+         "The queue is paused, and nobody is here to resume it. Resume it with: vark resume.");
+}
+
+void SendSession::fileSettled(const TransferItem& item) {
+    // Decided as soon as the engine has come out of this.
+    if (item.state == ItemState::conflict && settings_.replaceConflicts) return;
+    settledAnything_ = true;
+    const std::string path = engine_.job()->serverPath(item);
+    if (item.state == ItemState::verified && !item.alreadyThere)
+        sent_.push_back(ActionLines::sent(path, surroundings_.date()));
+    display_.fileSettled({path, item.localPath, item.size, item.state, item.alreadyThere,
+                          item.changedWhileSent, item.error,
+                          item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
+}
+
+void SendSession::tellOfWhatWasSent() {
+    if (!sent_.empty()) SharedActivity::note(sent_, surroundings_.sharedFolder(), surroundings_.date());
+    sent_.clear();
 }
 
 Task<void> SendSession::endIfSettled() {
@@ -264,64 +430,96 @@ Task<void> SendSession::endIfSettled() {
 }
 
 void SendSession::endWhenSettled() {
-    if (ended_ || !opened_ || recovering_ || closing_) return;
+    if (life_ != Life::sending || isBusy()) return;
     if (!engine_.job()) {
-        breakOff(somePathsFailed_ ? ExitCode::somethingFailed : ExitCode::allLanded,
-                 "The queue was cleared.");
+        const QueueView mine = this->mine();
+        breakOff(outcomeOf(mine, wasLeftBehind_),
+                 mine.filesTakenAway() > 0
+                     ? fmt::format("The queue was cleared, and {} of it had not landed.",
+                                   Format::count(mine.filesTakenAway(), "file"))
+                     : "The queue was cleared.");
         return;
     }
     engine_.recompute();
-    const Overall& overall = engine_.overall();
-    if (settings_.replaceConflicts && overall.filesConflict > 0)
+    if (settings_.replaceConflicts && engine_.overall().filesConflict > 0)
         engine_.resolveAllConflicts(std::nullopt, *settings_.replaceConflicts);
     if (!engine_.activeItemIDs().empty() || !engine_.overall().allSettled()) return;
     // A card is not done with while a decision waits.
-    if (ingest_.ingest() == nullptr || overall.filesConflict > 0) {
-        finish(outcome());
+    if (ingest_.ingest() == nullptr || engine_.overall().filesConflict > 0) {
+        finish(outcomeOf(mine(), wasLeftBehind_));
         return;
     }
-    closing_ = true;
-    scope_.start(watched(closeIngest()));
-}
-
-ExitCode SendSession::outcome() const {
-    const Overall& overall = engine_.overall();
-    if (overall.filesFailed > 0 || somePathsFailed_) return ExitCode::somethingFailed;
-    return overall.filesConflict > 0 ? ExitCode::decisionWaits : ExitCode::allLanded;
+    undertake(closeIngest());
 }
 
 Task<void> SendSession::closeIngest() {
     const IngestDesk::Closing closing = co_await ingest_.close();
-    closing_ = false;
     // Meanwhile somebody may have queued again what failed, or cleared the queue: the next beat sees to that.
-    if (ended_ || ingest_.ingest() == nullptr || !engine_.overall().allSettled()) co_return;
+    if (isLeaving() || ingest_.ingest() == nullptr || !engine_.overall().allSettled()) co_return;
     display_.cardClosed(closing.verdict);
     if (closing.notReported) display_.say(*closing.notReported);
     const bool isWhole = !closing.notReported && !closing.verdict.lacksFiles();
-    finish(isWhole ? outcome() : ExitCode::somethingFailed);
+    finish(isWhole ? outcomeOf(mine(), wasLeftBehind_) : ExitCode::somethingFailed);
 }
 
-void SendSession::stop(ExitCode code) {
-    ended_ = code;
+Task<void> SendSession::leaveAfter(Duration timeout) {
+    co_await sleepFor(timeout);
+    stop(ExitCode::somethingFailed, fmt::format("Not all has landed within {}, so this run ends.",
+                                                Format::timeLeft(inSeconds(timeout))));
+}
+
+void SendSession::leave(Ending ending) {
+    if (isLeaving()) return;
+    life_ = Life::leaving;
+    ending_ = std::move(ending);
     engine_.maxConcurrentFiles = 0;
     engine_.pauseForQuit();
-    // Without a job the file, if there is one, is a queue that could not be read: that stays.
-    if (engine_.job()) engine_.flush();
+    // Before anything that takes time: a second Ctrl-C ends the process on the spot. Without a job the file,
+    // if there is one, is a queue that could not be read: that stays.
+    ending_.isSaved = engine_.job() ? engine_.flush() : !engine_.saveFailure();
+    scope_.start(speakLastWords());
+}
+
+Task<void> SendSession::speakLastWords() {
+    const std::vector<TaskHandle<void>> errands = errands_;
+    for (const TaskHandle<void>& errand : errands)
+        errand.cancel();
+    for (const TaskHandle<void>& errand : errands)
+        co_await errand.finished();
     tellOfWhatWasSent();
+    if (leftOut_.hasAny()) display_.leftOut(leftOut_);
+    const bool mayMatter = ending_.code != ExitCode::allLanded && ending_.code != ExitCode::usage;
+    if (!ending_.isSaved && mayMatter) ending_.code = ExitCode::somethingFailed;
+    if (ending_.sentence) {
+        display_.breakOff(ending_.leavesWork ? *ending_.sentence + howToCarryOn() : *ending_.sentence);
+        life_ = Life::ended;
+        co_return;
+    }
+    if (!ending_.isSaved)
+        display_.say(fmt::format("{} The next run looks again at what it does not know to have landed.",
+                                 asSentence(engine_.saveFailure().value_or("The queue could not be saved"))));
+    QueueView view = QueueView::of(engine_, surroundings_.date());
+    for (const EntryView& entry : mine().entries) {
+        if (entry.isGone) view.entries.push_back(entry);
+    }
+    if (settledAnything_ || wasLeftBehind_) {
+        display_.finish(view, ending_.code);
+    } else {
+        display_.finishIdle(view, ending_.code);
+    }
+    life_ = Life::ended;
 }
 
-void SendSession::finish(ExitCode code) {
-    stop(code);
-    display_.finish(QueueView::of(engine_), code);
-}
-
-void SendSession::breakOff(ExitCode code, const std::string& sentence) {
-    stop(code);
-    display_.breakOff(sentence);
+std::string SendSession::howToCarryOn() const {
+    if (!ending_.isSaved)
+        return fmt::format(" {} Make room, and send again what has not landed.",
+                           asSentence(engine_.saveFailure().value_or("The queue could not be saved")));
+    if (!engine_.job() || engine_.overall().allSettled()) return "";
+    return " The queue is saved. Carry on with: vark send";
 }
 
 void SendSession::press(char key) {
-    if (ended_) return;
+    if (isLeaving()) return;
     if (key == 'q') {
         interrupt();
     } else if (key == 'r') {
@@ -331,12 +529,11 @@ void SendSession::press(char key) {
     } else if (key == 'p') {
         engine_.pause();
     }
-    if (!ended_) display_.show(glance());
+    if (!isLeaving()) display_.show(glance());
 }
 
 void SendSession::interrupt() {
-    if (ended_) return;
-    breakOff(ExitCode::interrupted, std::string("Stopped. ") + std::string(howToCarryOn));
+    stop(ExitCode::interrupted, "Stopped.");
 }
 
 void SendSession::post(std::optional<char> key) {

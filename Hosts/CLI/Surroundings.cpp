@@ -11,7 +11,7 @@ namespace {
 /// In seconds: a node that was seen earlier may be gone.
 constexpr double oldestNode = 600;
 constexpr std::int64_t largestLog = 5'242'880;
-/// For hashing, walking and saving, which wait for the disk more than for a processor.
+/// For hashing and walking, which wait for the disk more than for a processor.
 constexpr std::size_t mostWorkers = 8;
 
 }  // namespace
@@ -34,6 +34,11 @@ const Calendar& Surroundings::calendar() {
 BlockingPool& Surroundings::pool() {
     if (!pool_) pool_.emplace(mostWorkers);
     return *pool_;
+}
+
+BlockingPool& Surroundings::savingPool() {
+    if (!savingPool_) savingPool_.emplace(1);
+    return *savingPool_;
 }
 
 const Locations& Surroundings::locations() {
@@ -99,7 +104,7 @@ TransferLog& Surroundings::log() {
 }
 
 TransferEngine::Host Surroundings::engineHost() {
-    return {executor, clock, date, calendar(), pool(), platform.volumes(), [this] {
+    return {executor, clock, date, calendar(), pool(), savingPool(), platform.volumes(), [this] {
                 const std::optional<SharedConnection> connection = this->connection();
                 const std::optional<URL> server = connection ? connection->serverURL() : std::nullopt;
                 return platform.makePathMonitor(server ? server->host() : "");

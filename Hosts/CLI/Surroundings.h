@@ -43,6 +43,8 @@ class Surroundings {
 
     const Calendar& calendar();
     BlockingPool& pool();
+    /// One thread, for the saved queue alone.
+    BlockingPool& savingPool();
     const Locations& locations();
     const SharedStore::Folder& sharedFolder();
     std::optional<SharedConnection> connection();
@@ -71,6 +73,7 @@ class Surroundings {
   private:
     std::optional<Calendar> calendar_;
     std::optional<BlockingPool> pool_;
+    std::optional<BlockingPool> savingPool_;
     std::optional<Locations> locations_;
     std::optional<SharedStore::Folder> sharedFolder_;
     std::optional<LANRouter> lan_;

@@ -33,7 +33,7 @@ std::string bytesOf(std::int64_t done, std::int64_t total) {
     return total > 0 ? fmt::format(", {} of {}", Format::bytes(done), Format::bytes(total)) : "";
 }
 
-std::string headline(const SyncSummary& summary) {
+std::string headline(const SyncSummary& summary, const Signs& signs) {
     std::vector<std::string> words;
     if (!summary.sending.empty())
         words.push_back(fmt::format("{} under way{}", summary.sending.size(),
@@ -42,7 +42,7 @@ std::string headline(const SyncSummary& summary) {
     if (!summary.problems.empty())
         words.push_back(fmt::format("{} {} you", summary.problems.size(),
                                     summary.problems.size() == 1 ? "needs" : "need"));
-    return fmt::format("{}", fmt::join(words, " · "));
+    return fmt::format("{}", fmt::join(words, signs.between));
 }
 
 void printSending(Console& console, const SyncSummary& summary, Date now) {
@@ -85,7 +85,7 @@ ExitCode showSync(Surroundings& surroundings, const SyncOptions& options) {
     }
     if (ops.empty()) return ExitCode::allLanded;
     const SyncSummary summary(ops);
-    console.print(headline(summary));
+    console.print(headline(summary, console.signs()));
     printSending(console, summary, now);
     printWaiting(console, summary);
     printProblems(console, summary);

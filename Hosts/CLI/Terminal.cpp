@@ -10,6 +10,9 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
+
+#include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 
@@ -23,6 +26,7 @@ constexpr char theEnd = 0;
 // A signal handler may touch nothing else. The pipe is that of the one `Terminal` that lives.
 std::atomic<int> signalPipe = -1;
 std::atomic<bool> terminalIsChanged = false;
+std::atomic<bool> drawsOnTerminal = false;
 termios terminalBefore;
 
 void ring(int signal) {
@@ -36,7 +40,15 @@ void putTerminalBack() {
     if (terminalIsChanged.exchange(false)) tcsetattr(STDIN_FILENO, TCSANOW, &terminalBefore);
 }
 
+/// What is drawn rests below the cursor. Whoever writes next finds nothing there.
+void eraseWhatIsDrawn() {
+    constexpr std::string_view erase = "\r\x1b[J";
+    if (drawsOnTerminal) [[maybe_unused]]
+        ssize_t written = write(STDOUT_FILENO, erase.data(), erase.size());
+}
+
 void putBackAndCrash(int signal) {
+    eraseWhatIsDrawn();
     putTerminalBack();
     raise(signal);  // The handler is gone after its first call.
 }
@@ -60,6 +72,24 @@ void leaveAlone(int signal) {
     handle(signal, SIG_DFL);
 }
 
+std::string_view variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+bool wordsAreUTF8() {
+    // The first that is set counts, and a locale that is not installed here may well be that of the terminal.
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const std::string locale = lowercased(variable(name));
+        if (!locale.empty()) return locale.contains("utf-8") || locale.contains("utf8");
+    }
+    return false;
+}
+
+bool movesItsCursor() {
+    return !variable("TERM").empty() && variable("TERM") != "dumb";
+}
+
 }  // namespace
 
 Terminal::Terminal(bool wantsKeys, Heard heard) : wantsKeys_(wantsKeys), heard_(std::move(heard)) {
@@ -69,6 +99,7 @@ Terminal::Terminal(bool wantsKeys, Heard heard) : wantsKeys_(wantsKeys), heard_(
     signalPipe = ends[1];
     for (int signal : endings)
         handle(signal, ring);
+    drawsOnTerminal = wantsKeys_ && canDraw();
     if (wantsKeys_) {
         for (int signal : crashes)
             handle(signal, putBackAndCrash, static_cast<int>(SA_RESETHAND));
@@ -143,6 +174,7 @@ void Terminal::take(int signal) {
 }
 
 void Terminal::becomeStopped() {
+    eraseWhatIsDrawn();
     giveBack();
     kill(getpid(), SIGSTOP);
 }
@@ -157,6 +189,15 @@ std::optional<TerminalSize> Terminal::size() {
 
 bool Terminal::isTerminal(int descriptor) {
     return isatty(descriptor) == 1;
+}
+
+bool Terminal::canDraw() {
+    return isTerminal(STDOUT_FILENO) && movesItsCursor() && wordsAreUTF8();
+}
+
+Signs Terminal::signs() {
+    const bool isDumb = isTerminal(STDOUT_FILENO) && !movesItsCursor();
+    return wordsAreUTF8() && !isDumb ? Signs() : Signs::ascii();
 }
 
 }  // namespace vark::cli

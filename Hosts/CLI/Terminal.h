@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "Hosts/CLI/LiveArea.h"
+#include "Hosts/CLI/Signs.h"
 #include "VarkCore/Foundation/Files.h"
 
 namespace vark::cli {
@@ -28,6 +29,11 @@ class Terminal {
     /// Of the terminal that standard output goes to; nothing while that is another program's, or is none.
     static std::optional<TerminalSize> size();
     static bool isTerminal(int descriptor);
+    /// Whether lines can be drawn over on standard output: a terminal that moves its cursor, with words in
+    /// UTF-8.
+    static bool canDraw();
+    /// What standard output can show, as far as the environment says.
+    static Signs signs();
 
   private:
     void listen();

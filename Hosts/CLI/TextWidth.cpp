@@ -18,21 +18,27 @@ int widthOf(UChar32 character) {
     return width == U_EA_WIDE || width == U_EA_FULLWIDTH ? 2 : 1;
 }
 
+/// The columns of the character at `place`, which moves behind it.
+int takeWidth(std::string_view text, std::size_t& place) {
+    auto next = static_cast<std::int32_t>(place);
+    UChar32 character = 0;
+    U8_NEXT(text.data(), next, static_cast<std::int32_t>(text.size()), character);
+    place = static_cast<std::size_t>(next);
+    return widthOf(character);
+}
+
 /// Where the first character that does not fit into `columns` begins; takes the columns used out of
 /// `columns`.
 std::size_t fitting(std::string_view text, int& columns) {
-    const auto length = static_cast<std::int32_t>(text.size());
-    std::int32_t place = 0;
-    while (place < length) {
-        std::int32_t next = place;
-        UChar32 character = 0;
-        U8_NEXT(text.data(), next, length, character);
-        int width = widthOf(character);
+    std::size_t place = 0;
+    while (place < text.size()) {
+        std::size_t next = place;
+        const int width = takeWidth(text, next);
         if (width > columns) break;
         columns -= width;
         place = next;
     }
-    return static_cast<std::size_t>(place);
+    return place;
 }
 
 }  // namespace
@@ -51,8 +57,28 @@ std::string clippedToWidth(std::string_view text, int columns) {
     return std::string(text.substr(0, fitting(text, left))) + "…";
 }
 
+std::string clippedInTheMiddle(std::string_view text, int columns) {
+    if (columns <= 0) return {};
+    if (displayWidth(text) <= columns) return std::string(text);
+    const int columnsInFront = (columns - 1) / 2;
+    const int columnsBehind = columns - 1 - columnsInFront;
+    int left = columnsInFront;
+    const std::string_view front = text.substr(0, fitting(text, left));
+    std::size_t place = front.size();
+    int rest = displayWidth(text.substr(place));
+    while (place < text.size()) {
+        std::size_t next = place;
+        const int width = takeWidth(text, next);
+        // A mark does not stand without its letter.
+        if (rest <= columnsBehind && width > 0) break;
+        rest -= width;
+        place = next;
+    }
+    return std::string(front) + "…" + std::string(text.substr(place));
+}
+
 std::string paddedToWidth(std::string_view text, int columns) {
-    std::string padded = clippedToWidth(text, columns);
+    std::string padded(text);
     padded.append(static_cast<std::size_t>(std::max(0, columns - displayWidth(padded))), ' ');
     return padded;
 }

@@ -1,14 +1,20 @@
+#include <cerrno>
 #include <csignal>
 #include <iostream>
 
 #include "Hosts/CLI/Commands.h"
+#include "Hosts/CLI/StandardStreams.h"
 #include "Hosts/CLI/SystemPlatform.h"
+#include "Hosts/CLI/Terminal.h"
 
 int main(int count, char** arguments) {
+    vark::cli::holdStandardStreams();
     // A reader that goes away is seen when writing.
     std::signal(SIGPIPE, SIG_IGN);
     std::ios::sync_with_stdio(false);
     vark::cli::SystemPlatform platform;
-    vark::cli::Console console(std::cout, std::cerr);
-    return static_cast<int>(vark::cli::runCommandLine(count, arguments, platform, console));
+    vark::cli::Console console(std::cout, std::cerr, vark::cli::Terminal::signs());
+    const vark::cli::ExitCode code = vark::cli::runCommandLine(count, arguments, platform, console);
+    if (!vark::cli::closeStandardOutput()) console.outputFailed(errno);
+    return static_cast<int>(console.codeOfRun(code));
 }

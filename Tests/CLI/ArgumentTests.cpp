@@ -2,51 +2,73 @@
 
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/DiaryLines.h"
+#include "Hosts/CLI/Terminal.h"
 #include "Hosts/CLI/TextWidth.h"
+#include "Tests/VarkPlatform/ChangedVariables.h"
 
 namespace vark::cli {
 namespace {
 
-TEST(Arguments, ARateIsANumberOfBytesWithADecimalUnit) {
-    const std::pair<const char*, std::optional<std::int64_t>> cases[] = {
-        {"10MB", 10'000'000},
-        {"500KB/s", 500'000},
-        {"1.5 MB/s", 1'500'000},
-        {" 2 gb/S ", 2'000'000'000},
-        {"800B", 800},
-        {"0.001KB", 1},
-        {"10", std::nullopt},
-        {"0MB", std::nullopt},
-        {"-1MB", std::nullopt},
-        {"0.9B", std::nullopt},
-        {"nanMB", std::nullopt},
-        {"infMB", std::nullopt},
-        {"1e9B", std::nullopt},
-        {"9999999GB", std::nullopt},
-        {"10MB/h", std::nullopt},
-        {"10 M B", std::nullopt},
-        {"MB", std::nullopt},
-        {"", std::nullopt},
+TEST(Arguments, ARateIsANumberOfBytes) {
+    const std::pair<const char*, std::int64_t> good[] = {
+        {"10MB", 10'000'000},        {"500KB/s", 500'000}, {"1.5 MB/s", 1'500'000},
+        {" 2 gb/S ", 2'000'000'000}, {"800B", 800},        {"0.001KB", 1},
+        {"1M", 1'000'000},           {"500k", 500'000},    {"3MiB", 3 * 1024 * 1024},
+        {"2Ki/s", 2 * 1024},         {"10", 10},           {"10mb", 10'000'000},
     };
-    for (const auto& [text, bytes] : cases)
+    for (const auto& [text, bytes] : good)
         EXPECT_EQ(parseRate(text), bytes) << text;
+    for (const char* bad : {"0MB", "-1MB", "0.9B", "nanMB", "infMB", "1e9B", "9999999GB", "10MB/h", "10 M B",
+                            "MB", "", "10X", "10/", "10MiBB"}) {
+        const Parsed<std::int64_t> rate = parseRate(bad);
+        ASSERT_FALSE(rate) << bad;
+        EXPECT_TRUE(rate.error().contains("is no rate")) << rate.error();
+    }
+    for (const char* bits : {"10Mb", "10Mb/s", "1Gib", "500Kbit/s", "10Mbps", "10mbit"}) {
+        const Parsed<std::int64_t> rate = parseRate(bits);
+        ASSERT_FALSE(rate) << bits;
+        EXPECT_TRUE(rate.error().contains("would be bits")) << rate.error();
+    }
 }
 
-TEST(Arguments, OfficeHoursBeginBeforeTheyEnd) {
-    struct Case {
-        const char* text;
-        int start;
-        int end;
+TEST(Arguments, WorkingHoursMayGoPastMidnight) {
+    const std::pair<const char*, WorkingHours> good[] = {
+        {"09:00-17:30", {540, 1050}}, {"9:05-10:00", {545, 600}}, {"00:00-24:00", {0, 1440}},
+        {"22:00-06:00", {1320, 360}}, {"22:00-00:00", {1320, 0}},
     };
-    for (const Case& good :
-         {Case{"09:00-17:30", 540, 1050}, Case{"9:05-10:00", 545, 600}, Case{"00:00-24:00", 0, 1440}}) {
-        std::optional<OfficeHours> hours = parseOfficeHours(good.text);
-        ASSERT_TRUE(hours) << good.text;
-        EXPECT_EQ(*hours, (OfficeHours{true, good.start, good.end})) << good.text;
-    }
-    for (const char* bad : {"", "09:00", "17:30-09:00", "09:00-09:00", "09:60-17:00", "09:00-24:01", "9-17",
+    for (const auto& [text, hours] : good)
+        EXPECT_EQ(parseWorkingHours(text), hours) << text;
+    for (const char* bad : {"", "09:00", "09:00-09:00", "24:00-06:00", "09:60-17:00", "09:00-24:01", "9-17",
                             "09:0-17:00", "09:00 - 17:30", "09:00-17:30x", "-1:00-17:00", "009:00-17:00"})
-        EXPECT_FALSE(parseOfficeHours(bad)) << bad;
+        EXPECT_FALSE(parseWorkingHours(bad)) << bad;
+}
+
+TEST(WorkingHours, PastMidnightTheyEndOnTheNextMorningUnlessThatIsASaturday) {
+    const Calendar melbourne("Australia/Melbourne");
+    const WorkingHours night{1320, 360};
+    struct Case {
+        const char* now;
+        const char* next;
+    };
+    // 27 November 2026 is a Friday; the zone is eleven hours ahead.
+    const Case cases[] = {
+        {"2026-11-26T10:59:59Z", ""},
+        {"2026-11-26T11:00:00Z", "2026-11-26T19:00:00Z"},
+        {"2026-11-26T13:30:00Z", "2026-11-26T19:00:00Z"},
+        {"2026-11-26T19:00:00Z", ""},
+        {"2026-11-27T12:00:00Z", "2026-11-27T13:00:00Z"},
+        {"2026-11-27T14:00:00Z", ""},
+        {"2026-11-29T12:59:59Z", ""},
+        {"2026-11-29T13:00:00Z", "2026-11-29T19:00:00Z"},
+    };
+    for (const Case& one : cases) {
+        const Date now = *dateFromISO8601(one.now);
+        const std::optional<Date> next = night.at(now, melbourne).nextAllowed(now, melbourne);
+        EXPECT_EQ(next ? iso8601(*next) : "", one.next) << one.now;
+    }
+    // Whoever has asked before midnight is not let out by it.
+    const Date before = *dateFromISO8601("2026-11-26T12:59:59Z");
+    EXPECT_FALSE(night.at(before, melbourne).allows(before + 2, melbourne));
 }
 
 TEST(Arguments, PathsInTheVarkAreJoinedWithSingleSlashes) {
@@ -60,20 +82,48 @@ TEST(TextWidth, CountsColumnsAndClipsBetweenCharacters) {
         std::string text;
         int width;
         std::string inSix;
+        std::string aroundTheMiddle;
     };
     const Case cases[] = {
-        {"", 0, "      "},
-        {"abc", 3, "abc   "},
-        {"abcdefg", 7, "abcde…"},
-        {"日本語字", 8, "日本… "},
-        {"e\u0301tude", 5, "e\u0301tude "},
-        {"📷📷📷📷", 8, "📷📷… "},
+        {"", 0, "", ""},
+        {"abcdef", 6, "abcdef", "abcdef"},
+        {"abcdefg", 7, "abcde…", "ab…efg"},
+        {"日本語字", 8, "日本…", "日…字"},
+        {"e\u0301tudes.", 7, "e\u0301tude…", "e\u0301t…es."},
+        {"abcde\u0301\u0301xyz", 8, "abcde\u0301\u0301…", "ab…xyz"},
+        {"📷📷📷📷", 8, "📷📷…", "📷…📷"},
     };
     for (const Case& one : cases) {
         EXPECT_EQ(displayWidth(one.text), one.width) << one.text;
-        EXPECT_EQ(paddedToWidth(one.text, 6), one.inSix) << one.text;
+        EXPECT_EQ(clippedToWidth(one.text, 6), one.inSix) << one.text;
+        EXPECT_EQ(clippedInTheMiddle(one.text, 6), one.aroundTheMiddle) << one.text;
     }
-    EXPECT_EQ(clippedToWidth("abc", 0), "");
+    EXPECT_EQ(clippedToWidth("abc", 0) + clippedInTheMiddle("abc", 0), "");
+    EXPECT_EQ(paddedToWidth("日本", 6), "日本  ");
+}
+
+TEST(Terminal, SignsBeyondASCIIGoWhereTheLocaleHasThem) {
+    struct Case {
+        std::optional<std::string> all, characters, language;
+        bool isASCII;
+    };
+    const Case cases[] = {
+        {{}, {}, {}, true},
+        {{}, {}, "C", true},
+        {{}, {}, "de_DE@euro", true},
+        {{}, {}, "en_AU.UTF-8", false},
+        {{}, "C.utf8", "C", false},
+        {"", "", "en_AU.UTF-8", false},
+        {"C", "en_AU.UTF-8", "en_AU.UTF-8", true},
+    };
+    for (const Case& one : cases) {
+        const vark::test::ChangedVariables variables({{"LC_ALL", one.all},
+                                                      {"LC_CTYPE", one.characters},
+                                                      {"LANG", one.language},
+                                                      {"TERM", "xterm-256color"}});
+        EXPECT_EQ(Terminal::signs().between == Signs::ascii().between, one.isASCII)
+            << one.all.value_or("-") << one.characters.value_or("-") << one.language.value_or("-");
+    }
 }
 
 TEST(DiaryLines, TheTimeInFrontIsTakenApartInTheCalendarsZone) {

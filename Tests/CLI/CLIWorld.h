@@ -256,7 +256,9 @@ class CLIWorld {
         do {
             executor.runReady();
             surroundings.pool().waitUntilIdle();
-        } while (executor.runReady() > 0 || !surroundings.pool().isIdle());
+            surroundings.savingPool().waitUntilIdle();
+        } while (executor.runReady() > 0 || !surroundings.pool().isIdle() ||
+                 !surroundings.savingPool().isIdle());
     }
     /// Moves time from one deadline to the next until `done`, for at most that long.
     bool passTime(const std::function<bool()>& done, Duration longest = std::chrono::minutes(5)) {

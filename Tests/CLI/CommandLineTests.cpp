@@ -18,11 +18,17 @@ using ::testing::Not;
 TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
     const std::vector<std::string> cases[] = {
         {},
-        {"fly"},
         {"send", "--rate", "fast", "x"},
-        {"send", "--outside-office-hours=17:00-09:00", "x"},
+        {"send", "--outside-office-hours=17:00-17:00", "x"},
         {"send", "--on-conflict", "perhaps", "x"},
         {"send", "--chunks", "0", "x"},
+        {"send", "--chunks", "7", "x"},
+        {"send", "--timeout", "soon", "x"},
+        {"send", "--to", "Jobs/../x", "x"},
+        {"send", "--to", "Jobs/a\nb", "x"},
+        {"send", "--to", "Jobs"},
+        {"send", "--title", "Card"},
+        {"send", "--hand-over"},
         {"connect"},
         {"connect", "https://vark.example", "--code", "A", "--token-file", "b"},
         {"connect", "https://vark.example", "--secret-store", "drawer"},
@@ -34,16 +40,102 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"resolve"},
         {"resolve", "--replace", "--skip"},
         {"remove"},
-        {"log", "-n", "-1"},
     };
     for (const std::vector<std::string>& arguments : cases) {
         EXPECT_EQ(vark(arguments), ExitCode::usage) << ::testing::PrintToString(arguments);
         EXPECT_THAT(said(), Not(::testing::IsEmpty())) << ::testing::PrintToString(arguments);
         EXPECT_EQ(printed(), "");
     }
-    EXPECT_EQ(vark({"--version"}), ExitCode::allLanded);
-    EXPECT_EQ(vark({"send", "--help"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("--on-conflict"));
+    for (const char* number : {"0", "-1", "many", "99999999999999999999"}) {
+        EXPECT_EQ(vark({"log", "-n", number}), ExitCode::usage);
+        EXPECT_EQ(said(), fmt::format("--lines: {} is no whole number from 1 to 1,000,000.\n"
+                                      "Run with --help for more information.\n",
+                                      number));
+    }
+}
+
+TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheOneThatWasProbablyMeant) {
+    const std::string list = " All of them are listed by: vark help\n";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"sen"}, "There is no command \"sen\". Did you mean \"send\"?" + list},
+        {{"--json", "Qeueu", "--watch"}, "There is no command \"Qeueu\". Did you mean \"queue\"?" + list},
+        {{"frob", "x"}, "There is no command \"frob\"." + list},
+        {{"job", "fnd", "x"}, "There is no command \"job fnd\". Did you mean \"job find\"?" + list},
+        {{"help", "sned"}, "There is no command \"sned\". Did you mean \"send\"?" + list},
+    };
+    for (const auto& [arguments, sentence] : cases) {
+        EXPECT_EQ(vark(arguments), ExitCode::usage);
+        EXPECT_EQ(said(), sentence);
+    }
+}
+
+TEST_F(CommandLine, HelpAndVersionCanBeAskedForInEachUsualWay) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"send", "--help"}, {"help", "send"}, {"send", "-h"}}) {
+        EXPECT_EQ(vark(arguments), ExitCode::allLanded);
+        EXPECT_THAT(printed(), HasSubstr("Usage: vark send [OPTIONS] [PATH...]")) << arguments[0];
+        EXPECT_THAT(printed(), HasSubstr("--on-conflict"));
+    }
+    EXPECT_EQ(vark({"help", "job", "find"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("Usage: vark job find "));
+    EXPECT_EQ(vark({}), ExitCode::usage);
+    const std::string all = said();
+    EXPECT_THAT(all, HasSubstr("Commands:"));
+    EXPECT_EQ(vark({"help"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), all);
+    for (const char* way : {"version", "--version", "-V"}) {
+        EXPECT_EQ(vark({way}), ExitCode::allLanded);
+        EXPECT_THAT(printed(), ::testing::MatchesRegex("vark [0-9.]+\n")) << way;
+    }
+}
+
+/// Takes some bytes, and then fails as a file does.
+class FailingBuffer : public std::stringbuf {
+  public:
+    FailingBuffer(int error, std::streamsize room) : error_(error), room_(room) {}
+
+  protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+        if (count > room_) {
+            errno = error_;
+            return 0;
+        }
+        room_ -= count;
+        return std::stringbuf::xsputn(bytes, count);
+    }
+
+  private:
+    int error_;
+    std::streamsize room_;
+};
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsNoSuccess) {
+    world.connect("Acme");
+    server.items["Acme/Jobs"] = folder("Acme/Jobs", 7);
+    server.folders_[7] = {folder("Acme/Jobs/A", 9), folder("Acme/Jobs/B", 10)};
+    struct Case {
+        std::vector<const char*> arguments;
+        int error;
+        ExitCode code;
+        const char* said;
+    };
+    const Case cases[] = {
+        {{"vark", "ls", "Jobs"}, ENOSPC, ExitCode::somethingFailed, "No space left on device"},
+        {{"vark", "help"}, ENOSPC, ExitCode::somethingFailed, "No space left on device"},
+        {{"vark", "ls", "Jobs"}, EPIPE, ExitCode::readerGone, ""},
+        {{"vark", "ls", "Elsewhere"}, EPIPE, ExitCode::somethingFailed, "Elsewhere"},
+    };
+    for (const Case& one : cases) {
+        FailingBuffer full(one.error, 3);
+        std::ostream results(&full);
+        std::ostringstream advice;
+        Console console(results, advice);
+        EXPECT_EQ(runCommandLine(static_cast<int>(one.arguments.size()), one.arguments.data(), world.platform,
+                                 console),
+                  one.code);
+        EXPECT_THAT(advice.str(), HasSubstr(one.said));
+        EXPECT_LE(std::ranges::count(advice.str(), '\n'), 1) << advice.str();
+    }
 }
 
 TEST_F(CommandLine, WithoutAConnectionOneIsToldHowToGetIt) {
@@ -56,6 +148,11 @@ TEST_F(CommandLine, WithoutAConnectionOneIsToldHowToGetIt) {
     server.refusals = {VarkAPIError::unauthorized("Device revoked.")};
     EXPECT_EQ(vark({"whoami"}), ExitCode::notConnected);
     EXPECT_THAT(said(), HasSubstr("vark connect"));
+    server.refusals = {VarkAPIError::transport("Could not reach the vark.")};
+    EXPECT_EQ(vark({"whoami"}), ExitCode::somethingFailed);
+    EXPECT_EQ(said(),
+              "Could not reach the vark.\nIt is at https://vark.example. Look whether this machine is online "
+              "and whether that address opens in a browser, then try again.\n");
     EXPECT_EQ(vark({"whoami", "--json"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("\"levelLabel\":\"Editor\""));
 }
@@ -121,13 +218,17 @@ TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     EXPECT_EQ(vark({"resolve", "--skip", "nothing"}), ExitCode::somethingFailed);
     EXPECT_EQ(vark({"resolve", "--replace", "/in/b"}), ExitCode::allLanded);
     EXPECT_EQ(states(), "failed skipped queued failed queued queued ");
-    EXPECT_EQ(vark({"retry"}), ExitCode::allLanded);
+    EXPECT_EQ(vark({"retry", "--json"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "{\"changed\":2,\"results\":[\"Trying 2 files again\"],\"problems\":[],\"exitCode\":0}\n");
     EXPECT_EQ(states(), "queued skipped queued queued queued queued ");
     EXPECT_EQ(vark({"pause"}), ExitCode::allLanded);
     EXPECT_TRUE(world.surroundings.store().load()->isPaused);
     EXPECT_EQ(vark({"resume"}), ExitCode::allLanded);
     EXPECT_FALSE(world.surroundings.store().load()->isPaused);
-    EXPECT_EQ(vark({"remove", "2", "x"}), ExitCode::somethingFailed);
+    EXPECT_EQ(vark({"remove", "2", "x", "--json"}), ExitCode::somethingFailed);
+    EXPECT_THAT(printed(),
+                HasSubstr("{\"changed\":1,\"results\":[\"Removed 2 from the queue\"],\"problems\":["));
     EXPECT_EQ(states(), "queued skipped queued ");
     EXPECT_EQ(vark({"log", "-n", "1", "--json"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("\"message\":\"Removed b from the queue\""));
@@ -156,7 +257,8 @@ TEST_F(CommandLine, WhatWasDoneIsToldNewestFirst) {
     EXPECT_EQ(vark({"activity", "--history"}), ExitCode::allLanded);
     EXPECT_EQ(printed(), "1 hour ago    Sent 2 files · Jobs › 2026\n");
     EXPECT_EQ(vark({"activity", "--history", "--json"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("\"text\":\"Sent 2 files\",\"kind\":\"put\""));
+    EXPECT_THAT(printed(), HasSubstr("\"text\":\"Sent 2 files\",\"kind\":\"put\",\"count\":2,"));
+    EXPECT_THAT(printed(), Not(HasSubstr("%d")));
 }
 
 TEST_F(CommandLine, WhatIsOwedToTheVarkIsToldByWhatBecomesOfIt) {

@@ -93,7 +93,7 @@ TEST_F(MachineCommand, DiagnosticsAreShownAndSentOnlyWhenAsked) {
 
 TEST_F(MachineCommand, TheCacheGivesBackOldDiariesAndKeepsTheQueue) {
     EXPECT_EQ(vark({"cache"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "Vark is holding nothing on this Mac.\n");
+    EXPECT_EQ(printed(), "Vark holds nothing on this machine.\n");
 
     TransferJob job;
     job.id = UUID::random();

@@ -2,7 +2,6 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/LiveArea.h"
 #include "Hosts/CLI/QueueWords.h"
 #include "Hosts/CLI/TextWidth.h"
 
@@ -64,7 +63,7 @@ std::string joined(const std::vector<std::string>& lines) {
 }
 
 TEST(QueueWords, TheQueueIsTold) {
-    EXPECT_EQ(joined(queueLines(sample())), R"(Card → Jobs/2026
+    EXPECT_EQ(joined(queueLines(sample(), Signs())), R"(Card → Jobs/2026
 12 of 1,240 files landed · 34% · 49 MB of 144 MB · 12.5 MB/s · 3 min left · 2 failed · 1 waits for a decision
    1  Card                1,239 files, 143 MB, 33%, 2 failed, 1 waits for a decision
    2  notes\n\x1b[2J.txt  1 file, 1 byte, landed
@@ -83,38 +82,73 @@ Waiting for a decision, since a different file is in the vark:
 TEST(QueueWords, WhatStopsTheQueueStandsInPlaceOfTheRate) {
     QueueView view = sample();
     view.hold = "Waiting for the network";
-    EXPECT_TRUE(overallLine(view).contains(" · Waiting for the network · "));
+    EXPECT_TRUE(overallLine(view, Signs()).contains(" · Waiting for the network · "));
     view.paused = true;
-    EXPECT_TRUE(overallLine(view).contains(" · paused · "));
-    EXPECT_FALSE(overallLine(view).contains("left"));
+    EXPECT_TRUE(overallLine(view, Signs()).contains(" · paused · "));
+    EXPECT_FALSE(overallLine(view, Signs()).contains("left"));
     view.pausedByVark = true;
-    EXPECT_TRUE(overallLine(view).contains("the vark refused the token"));
+    EXPECT_TRUE(overallLine(view, Signs()).contains("the vark refused the token"));
 }
 
-TEST(QueueWords, LiveLinesKeepToTheTerminal) {
-    EXPECT_EQ(joined(liveLines(sample(), 61, 24)),
-              R"(  Card/A 1.mov           sending 25% of 32 MB
-  Card/日本語の写真.mov  hashing 0% of 32 MB
-  Card/A 2.mov           checking
-12 of 1,240 files landed · 34% · 49 MB of 144 MB · 12.5 MB/…
+TEST(QueueWords, AHundredPercentIsOnlySaidOfWhatIsWhole) {
+    struct Case {
+        std::int64_t verified, skipped, failed;
+        const char* line;
+    };
+    const Case cases[] = {
+        {1, 1, 0, "1 of 2 files landed - 100% - 10 bytes of 10 bytes - 1 skipped"},
+        {1, 0, 0, "1 of 2 files landed - 99% - 10 bytes of 10 bytes"},
+        {1, 0, 1, "1 of 2 files landed - 10 bytes of 10 bytes - 1 failed"},
+    };
+    for (const Case& one : cases) {
+        QueueView view;
+        view.overall.filesTotal = 2;
+        view.overall.filesVerified = one.verified;
+        view.overall.filesSkipped = one.skipped;
+        view.overall.filesFailed = one.failed;
+        view.overall.bytesTotal = view.overall.bytesDone = 10;
+        EXPECT_EQ(overallLine(view, Signs::ascii()), one.line);
+    }
+}
+
+TEST(QueueWords, WhereThereIsLittleRoomTheRateAndTheEndsOfNamesStay) {
+    QueueView view = sample();
+    view.files[0].relativePath = "Card/DCIM/100EOS5D/2026-11-21 Interview A.mov";
+    view.entries[0].name = "2026-11-21 Interview at the office";
+    EXPECT_EQ(joined(liveLines(view, Signs(), {61, 24})),
+              R"(  Card/DCIM/100EOS5…21 Interview A.mov  sending 25% of 32 MB
+  Card/日本語の写真.mov                 hashing 0% of 32 MB
+  Card/A 2.mov                          checking
+34% · 12.5 MB/s · 3 min left · 2 failed · 1 waits
 )");
-    EXPECT_EQ(joined(liveLines(sample(), 44, 4)),
-              R"(  Card/A 1.mov  sending 25% of 32 MB
+    EXPECT_EQ(joined(liveLines(view, Signs(), {40, 4})),
+              R"(  Card/DC…w A.mov  sending 25% of 32 MB
   and 2 more
-12 of 1,240 files landed · 34% · 49 MB of …
+34% · 12.5 MB/s · 3 min left · 2 failed
+)");
+    EXPECT_EQ(joined(watchedLines(view, Signs(), {60, 8})),
+              R"(Card → Jobs/2026
+34% · 12.5 MB/s · 3 min left · 2 failed · 1 waits
+   1  2026-1… office  33%, 2 failed, 1 waits for a decision
+   2  notes\…[2J.txt  landed
+Under way:
+  Card/DCIM/100EOS5…1 Interview A.mov: sending 25% of 32 MB
+  Card/日本語の写真.mov: hashing 0% of 32 MB
 )");
     for (int width : {1, 2, 10, 30, 200}) {
         for (int height : {1, 2, 3, 50}) {
-            std::vector<std::string> lines = liveLines(sample(), width, height);
-            EXPECT_LT(static_cast<int>(lines.size()), std::max(height, 1)) << width << "x" << height;
-            for (const std::string& line : lines)
-                EXPECT_LT(displayWidth(line), width) << line;
+            for (const auto& lines :
+                 {liveLines(view, Signs(), {width, height}), watchedLines(view, Signs(), {width, height})}) {
+                EXPECT_LT(static_cast<int>(lines.size()), std::max(height, 1)) << width << "x" << height;
+                for (const std::string& line : lines)
+                    EXPECT_LT(displayWidth(line), width) << line;
+            }
         }
     }
 }
 
 TEST(QueueWords, TheEndSaysWhatToDoNext) {
-    EXPECT_EQ(closingLine(sample().overall),
+    EXPECT_EQ(closingLine(sample().overall, Signs()),
               "12 files landed and checked, 41 MB · 2 failed · 1 waits for a decision");
     std::vector<std::string> advice = closingAdvice(sample());
     EXPECT_TRUE(advice.at(advice.size() - 2).contains("vark retry"));
@@ -124,15 +158,6 @@ TEST(QueueWords, TheEndSaysWhatToDoNext) {
     clean.overall.filesConflict = 0;
     clean.files.clear();
     EXPECT_TRUE(closingAdvice(clean).empty());
-}
-
-TEST(LiveArea, DrawsOverWhatItDrewAlsoWhenTheTerminalHasBecomeNarrower) {
-    LiveArea area;
-    EXPECT_EQ(area.replace({"abcdef", "x"}, 80), "abcdef\x1b[K\nx\x1b[K\n");
-    EXPECT_EQ(area.replace({"y"}, 80), "\x1b[2A\ry\x1b[K\n\x1b[J");
-    EXPECT_EQ(area.replace({"abcdef", "x"}, 80), "\x1b[1A\rabcdef\x1b[K\nx\x1b[K\n\x1b[J");
-    EXPECT_EQ(area.replace({}, 3), "\x1b[3A\r\x1b[J");
-    EXPECT_EQ(area.replace({}, 3), "");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ QueueRequest sample() {
     request.named = {{"a\nb", "/home/anna/a\nb"}, {"日本", "/home/anna/日本"}};
     request.destination = "Jobs/\"2026\"";
     request.title = "Card";
+    request.walk = {.hidden = true, .followLinks = true};
     return request;
 }
 
@@ -28,20 +29,27 @@ TEST(Requests, WhatIsAskedAndAnsweredArrivesAsItWas) {
     EXPECT_EQ(std::filesystem::status(home / "requests" / (id.text() + ".json")).permissions(),
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 
-    std::vector<RequestFolder::Taken> taken = folder.takeAll(systemDate());
-    ASSERT_EQ(taken.size(), 1u);
-    EXPECT_EQ(taken[0].id, id);
-    EXPECT_EQ(taken[0].request, sample());
+    const std::optional<RequestFolder::Taken> taken = folder.takeNext(systemDate());
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->id, id);
+    EXPECT_EQ(taken->request, sample());
     EXPECT_FALSE(folder.withdraw(id));
     EXPECT_FALSE(folder.takeAnswer(id));
 
     QueueAnswer answer;
+    answer.changed = 2;
     answer.results = {"Added 2 files"};
     answer.refuse("Could not add x: it is gone");
+    answer.entries = {UUID::random().text()};
+    answer.leftOut = {.hidden = 1, .links = 2, .special = 3, .emptyFolders = 4, .unreadable = 5};
     QueueView& view = answer.queue.emplace();
+    view.outage = OutageView{*dateFromISO8601("2026-02-03T04:05:06Z"), "No network.", 8};
     view.hold = "Waiting for the network";
     view.overall.secondsLeft = 2.5;
+    view.overall.filesChanged = 6;
     view.entries.resize(1);
+    view.entries[0].isGone = true;
+    view.entries[0].progress.changed = 7;
     view.files.resize(1);
     view.files[0].error = "no";
     folder.answer(id, answer);
@@ -54,10 +62,10 @@ TEST(Requests, ARequestThatIsTakenBackIsNotTaken) {
     RequestFolder folder(home / "requests");
     UUID id = folder.ask(sample());
     EXPECT_TRUE(folder.withdraw(id));
-    EXPECT_TRUE(folder.takeAll(systemDate()).empty());
+    EXPECT_FALSE(folder.takeNext(systemDate()));
 }
 
-TEST(Requests, TheOldestComesFirstAndWhatNobodyWaitsForAnyMoreIsDropped) {
+TEST(Requests, TheOldestIsTakenAndWhatNobodyWaitsForAnyMoreIsDropped) {
     TemporaryFolder home;
     RequestFolder folder(home / "requests");
     auto now = std::filesystem::file_time_type::clock::now();
@@ -73,10 +81,10 @@ TEST(Requests, TheOldestComesFirstAndWhatNobodyWaitsForAnyMoreIsDropped) {
     home.file("requests/AAAAAAAA-0000-4000-8000-000000000000.answer.json", "{}");
     std::filesystem::last_write_time(home / "requests/AAAAAAAA-0000-4000-8000-000000000000.answer.json",
                                      now - std::chrono::hours(1));
-    std::vector<RequestFolder::Taken> taken = folder.takeAll(systemDate());
-    ASSERT_EQ(taken.size(), 2u);
-    EXPECT_EQ(taken[0].id, first);
-    EXPECT_EQ(taken[1].id, second);
+    EXPECT_EQ(folder.takeNext(systemDate())->id, first);
+    // Whoever ends here leaves the other one to its asker.
+    EXPECT_TRUE(folder.isWaiting(second));
+    EXPECT_EQ(folder.takeNext(systemDate())->id, second);
     EXPECT_EQ(filesIn(home / "requests"), 0);
 }
 
@@ -86,9 +94,10 @@ TEST(Requests, ADamagedRequestIsTakenWithoutAMeaning) {
           R"({"command":"add","named":[1],"finishedOnly":false,"replace":false})"}) {
         TemporaryFolder home;
         home.file("requests/AAAAAAAA-0000-4000-8000-000000000000.json", content);
-        std::vector<RequestFolder::Taken> taken = RequestFolder(home / "requests").takeAll(systemDate());
-        ASSERT_EQ(taken.size(), 1u) << content;
-        EXPECT_FALSE(taken[0].request) << content;
+        const std::optional<RequestFolder::Taken> taken =
+            RequestFolder(home / "requests").takeNext(systemDate());
+        ASSERT_TRUE(taken) << content;
+        EXPECT_FALSE(taken->request) << content;
         EXPECT_EQ(filesIn(home / "requests"), 0) << content;
     }
 }
@@ -117,38 +126,55 @@ TEST_F(Asking, WithNobodyRunningTheLockIsTaken) {
     EXPECT_FALSE(std::filesystem::exists(world.surroundings.locations().requests()));
 }
 
-TEST_F(Asking, TheOneThatRunsAnswers) {
+TEST_F(Asking, TheOneThatRunsAnswersHoweverLongItWalks) {
     holdTheLock();
     asking = scope.start(takeQueueOrAsk(world.surroundings, sample()));
     world.settle();
-    std::vector<RequestFolder::Taken> taken = folder.takeAll(systemDate());
-    ASSERT_EQ(taken.size(), 1u);
+    const std::optional<RequestFolder::Taken> taken = folder.takeNext(systemDate());
+    ASSERT_TRUE(taken);
+    world.passTime([] { return false; }, std::chrono::minutes(3));
     QueueAnswer answer;
     answer.results = {"Added 2 files"};
-    folder.answer(taken[0].id, answer);
+    folder.answer(taken->id, answer);
     Asked asked = outcome();
     EXPECT_FALSE(asked.lock);
     EXPECT_EQ(asked.answer, answer);
 }
 
-TEST_F(Asking, AfterTenSecondsWithoutAnAnswerNothingHasBeenAskedAnyMore) {
+TEST_F(Asking, AfterTenSecondsUntakenNothingHasBeenAskedAnyMore) {
     holdTheLock();
     asking = scope.start(takeQueueOrAsk(world.surroundings, sample()));
     Asked asked = outcome();
     EXPECT_FALSE(asked.lock);
     EXPECT_EQ(asked.answer.code, ExitCode::somethingFailed);
     EXPECT_TRUE(asked.answer.problems.at(0).contains("did not answer"));
-    EXPECT_EQ(world.clock.now().time_since_epoch(), std::chrono::seconds(10));
+    EXPECT_LT(world.clock.now().time_since_epoch(), std::chrono::seconds(11));
     EXPECT_EQ(filesIn(world.surroundings.locations().requests()), 0);
 }
 
-TEST_F(Asking, WhenTheOneThatRanEndsFirstTheAskerDoesItItself) {
-    holdTheLock();
-    asking = scope.start(takeQueueOrAsk(world.surroundings, sample()));
-    world.settle();
-    other.reset();
-    EXPECT_TRUE(outcome().lock);
-    EXPECT_EQ(filesIn(world.surroundings.locations().requests()), 0);
+TEST_F(Asking, WhenTheOneThatRanEndsFirstTheAskerDoesItItselfUnlessItMayBeDone) {
+    struct Case {
+        QueueRequest::Command command;
+        bool wasTaken;
+        bool getsTheLock;
+    };
+    for (const Case& one :
+         {Case{QueueRequest::Command::add, false, true}, Case{QueueRequest::Command::add, true, true},
+          Case{QueueRequest::Command::remove, false, true},
+          Case{QueueRequest::Command::remove, true, false}}) {
+        holdTheLock();
+        QueueRequest request = sample();
+        request.command = one.command;
+        asking = scope.start(takeQueueOrAsk(world.surroundings, request));
+        world.settle();
+        if (one.wasTaken) folder.takeNext(systemDate());
+        other.reset();
+        const Asked asked = outcome();
+        EXPECT_EQ(asked.lock != nullptr, one.getsTheLock);
+        EXPECT_EQ(asked.answer.problems.size(), one.getsTheLock ? 0u : 1u);
+        EXPECT_EQ(filesIn(world.surroundings.locations().requests()), 0);
+        asking = {};
+    }
 }
 
 }  // namespace

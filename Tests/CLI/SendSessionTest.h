@@ -3,11 +3,39 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <latch>
+#include <thread>
+
 #include "Hosts/CLI/QueueHolder.h"
 #include "Hosts/CLI/SendSession.h"
 #include "Tests/CLI/CLIWorld.h"
 
 namespace vark::cli {
+
+/// Walks that stand still from the first one on until they may go on.
+class WalkGate {
+  public:
+    explicit WalkGate(FakeVolumes& volumes) : volumes_(volumes) {
+        volumes_.walked = [this] {
+            reached_ = true;
+            open_.wait();
+        };
+    }
+    ~WalkGate() { open(); }
+    WalkGate(const WalkGate&) = delete;
+    WalkGate& operator=(const WalkGate&) = delete;
+
+    bool isReached() const { return reached_; }
+    void open() {
+        if (!open_.try_wait()) open_.count_down();
+    }
+
+  private:
+    FakeVolumes& volumes_;
+    std::atomic<bool> reached_ = false;
+    std::latch open_{1};
+};
 
 /// A person who sends two files to a vark in memory.
 class SendSessionTest : public ::testing::Test {
@@ -48,6 +76,17 @@ class SendSessionTest : public ::testing::Test {
         QueueRequest request;
         request.command = command;
         return ask(request);
+    }
+    QueueRequest toAdd(const std::vector<std::filesystem::path>& paths) { return adding(paths).add; }
+    /// As time passes, but for walks: they are not waited for.
+    bool passTimeBeside(const std::function<bool()>& done) {
+        const auto realEnd = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!done() && std::chrono::steady_clock::now() < realEnd) {
+            world.executor.runReady();
+            if (std::optional<Instant> next = world.clock.nextDeadline()) world.clock.moveTo(*next);
+            std::this_thread::yield();
+        }
+        return done();
     }
     std::string printed() const { return world.results.str(); }
     std::string said() const { return world.advice.str(); }

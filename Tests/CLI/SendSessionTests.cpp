@@ -3,12 +3,14 @@
 
 #include "Tests/CLI/SendSessionTest.h"
 #include "VarkCore/Activity/SharedActivity.h"
+#include "VarkCore/Connection/SharedLevel.h"
 
 namespace vark::cli {
 namespace {
 
 using ::testing::Contains;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
     struct Case {
@@ -25,6 +27,15 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
         {"a path is not there",
          [](auto&, auto& settings) { settings.add.named.push_back(QueueRequest::Named::of("/no/such")); },
          ExitCode::somethingFailed, "/no/such"},
+        {"a name is no text",
+         [](auto& test, auto& settings) {
+             test.world.home.file(
+                 "in/b\xFF"
+                 "d");
+             test.world.home.file("in/.hidden");
+             settings.add.named = {QueueRequest::Named::of((test.world.home / "in").string())};
+         },
+         ExitCode::somethingFailed, "Left out: 1 hidden. Send them too with --hidden."},
         {"a decision waits", [](auto& test, auto&) { test.vark.files["a.mov"] = "other"; },
          ExitCode::decisionWaits, "vark resolve"},
         {"a conflict is overwritten",
@@ -46,6 +57,25 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
                  test.world.platform.vark->refusals.push_back(VarkAPIError::unauthorized("Device revoked."));
          },
          ExitCode::notConnected, "vark connect"},
+        {"a piece is refused for good, though the token is taken",
+         [](auto& test, auto&) {
+             test.vark.lasting.insert({"chunk", VarkAPIError::unauthorized("Not here.")});
+         },
+         ExitCode::notConnected, "still refuses what is sent: Not here. Ask"},
+        {"the time is up",
+         [](auto& test, auto& settings) {
+             test.vark.lasting.insert({"begin", VarkAPIError::transport("No network.")});
+             settings.timeout = std::chrono::minutes(15);
+         },
+         ExitCode::somethingFailed, "within 15 min, so this run ends. The queue is saved."},
+        {"paused, and nobody is here",
+         [](auto& test, auto& settings) {
+             test.begin(settings).press('p');
+             test.session->interrupt();
+             test.runOn();
+             settings.somebodyIsThere = false;
+         },
+         ExitCode::notConnected, "vark resume"},
         {"disconnected",
          [](auto& test, auto&) { test.vark.lasting.insert({"begin", VarkAPIError::notConnected()}); },
          ExitCode::notConnected, "vark connect"},
@@ -58,11 +88,14 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
         vark.lasting.clear();
         world.platform.vark->refusals.clear();
         world.advice.str("");
+        world.results.str("");
         world.surroundings.store().save(nullptr);
         SendSession::Settings settings = adding({a, b});
         one.arrange(*this, settings);
         EXPECT_EQ(run(settings), one.code);
         EXPECT_THAT(said(), HasSubstr(one.said));
+        EXPECT_THAT(said(), Not(HasSubstr("..")));
+        if (settings.replaceConflicts) EXPECT_THAT(printed(), Not(HasSubstr("Waits")));
         EXPECT_TRUE(saved());
     }
 }
@@ -93,6 +126,107 @@ TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
 
     EXPECT_EQ(run({}), ExitCode::allLanded);
     EXPECT_EQ(vark.files.size(), 2u);
+
+    world.results.str("");
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "Nothing was left to do.\n");
+}
+
+TEST_F(SendSessionTest, AnswersForWhatItWasToSendAndForWhatItFoundUnfinished) {
+    vark.failures["begin"] = {VarkAPIError::server(403, "No room.")};
+    EXPECT_EQ(run(adding({a})), ExitCode::somethingFailed);
+    // What failed before is another command's.
+    EXPECT_EQ(run(adding({b})), ExitCode::allLanded);
+    EXPECT_EQ(run({}), ExitCode::somethingFailed);
+}
+
+TEST_F(SendSessionTest, DoesNotEndWhileAWalkIsUnderWay) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    WalkGate gate(world.platform.mounted);
+    const RequestFolder folder(world.surroundings.locations().requests());
+    const UUID id = folder.ask(toAdd({b}));
+    ASSERT_TRUE(passTimeBeside([&] { return gate.isReached() && vark.files.contains("a.mov"); }));
+    const Instant landed = world.clock.now();
+    ASSERT_TRUE(passTimeBeside([&] { return world.clock.now() - landed > std::chrono::minutes(1); }));
+    EXPECT_FALSE(session->ended());
+    gate.open();
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("b.mov"));
+    EXPECT_THAT(folder.takeAnswer(id).value_or(QueueAnswer()).results, Contains("Added 1 file"));
+}
+
+TEST_F(SendSessionTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
+    WalkGate gate(world.platform.mounted);
+    session.emplace(world.surroundings, connection, adding({a}), display);
+    ASSERT_TRUE(passTimeBeside([&] { return gate.isReached(); }));
+    const RequestFolder folder(world.surroundings.locations().requests());
+    const UUID another = folder.ask(toAdd({b}));
+    ASSERT_TRUE(passTimeBeside([&] { return !folder.isWaiting(another); }));
+    session->interrupt();
+    gate.open();
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_EQ(said(), "Not added, since it was still being looked through: " + a.string() +
+                          ". Send it again.\nStopped.\n");
+    // Whoever asked meanwhile sees the end of this run, and does it himself.
+    EXPECT_FALSE(folder.takeAnswer(another));
+    EXPECT_TRUE(vark.files.empty());
+}
+
+TEST_F(SendSessionTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a, b}));
+    const std::filesystem::path queue = world.surroundings.store().url();
+    std::filesystem::remove(queue);
+    world.home.file((queue / "in the way").lexically_relative(world.home.path()).string());
+    const QueueAnswer answer = ask(QueueRequest::Command::pause);
+    EXPECT_EQ(answer.code, ExitCode::somethingFailed);
+    EXPECT_THAT(answer.problems, Contains(HasSubstr(queue.string())));
+    world.passTime([] { return false; }, std::chrono::seconds(5));
+    EXPECT_THAT(said(), HasSubstr(queue.string()));
+    session->interrupt();
+    EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), Not(HasSubstr("The queue is saved")));
+}
+
+TEST_F(SendSessionTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
+    for (const QueueRequest::Command command :
+         {QueueRequest::Command::clear, QueueRequest::Command::remove}) {
+        SCOPED_TRACE(static_cast<int>(command));
+        vark.calls.clear();
+        vark.chunkTime = std::chrono::seconds(20);
+        begin(adding({a, b}));
+        QueueRequest request;
+        request.command = command;
+        if (command == QueueRequest::Command::remove) request.named = {QueueRequest::Named::of(a.string())};
+        EXPECT_EQ(ask(request).code, ExitCode::allLanded);
+        EXPECT_EQ(vark.count("cancel"), command == QueueRequest::Command::clear ? 2 : 1);
+        EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+        world.surroundings.store().save(nullptr);
+    }
+    EXPECT_THAT(said(), HasSubstr("The queue was cleared, and 2 files of it had not landed."));
+    EXPECT_THAT(said(), HasSubstr("1 file was taken out of the queue before landing."));
+}
+
+TEST_F(SendSessionTest, WhatTheDeviceMayDoIsLearnedEveryNineMinutesWhileBytesGo) {
+    vark.chunkTime = std::chrono::minutes(30);
+    begin(adding({a}));
+    for (const std::int64_t level : {1, 2, 3}) {
+        world.platform.vark->who.level = level;
+        world.passTime([] { return false; }, std::chrono::seconds(9 * 60 + 5));
+        EXPECT_EQ(SharedLevelStore::read(world.surroundings.sharedFolder())->level, level);
+    }
+    session->interrupt();
+    runOn();
+}
+
+TEST_F(SendSessionTest, AVarkThatCannotBeReachedIsToldOfOnce) {
+    vark.failures["begin"].assign(4, VarkAPIError::transport("Could not reach the vark."));
+    begin(adding({a}));
+    EXPECT_TRUE(world.passTime([&] { return said().contains("cannot be reached since"); }));
+    EXPECT_TRUE(ask(QueueRequest::Command::show).queue->outage);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(std::ranges::count(said(), '\n'), 1) << said();
 }
 
 TEST_F(SendSessionTest, OnlyWhatWasSentIsToldInTheListOfActivity) {
@@ -156,8 +290,11 @@ TEST_F(SendSessionTest, TheWholeQueueGoesToOnePlace) {
     EXPECT_EQ(saved()->entries.size(), 1u);
     EXPECT_TRUE(vark.files.empty());
 
-    // With nothing said it goes where the rest goes.
-    EXPECT_EQ(run(adding({b})), ExitCode::allLanded);
+    // To say nothing is to ask for the top.
+    EXPECT_EQ(run(adding({b})), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("the top of the vark"));
+    settings.add.destination = "Jobs";
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
     EXPECT_TRUE(vark.files.contains("Jobs/b.mov"));
 
     // A queue that has finished makes room for the next.
@@ -190,8 +327,10 @@ TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
     QueueAnswer answer = ask(add);
     EXPECT_EQ(answer.code, ExitCode::somethingFailed);
     EXPECT_THAT(answer.results, Contains("Added 1 file"));
-    EXPECT_THAT(answer.problems, Contains(HasSubstr("Already in the queue")));
+    EXPECT_EQ(answer.entries.size(), 2u);
     EXPECT_THAT(answer.problems, Contains(HasSubstr("/no/such")));
+    // What is said to be in the queue is on the disk.
+    EXPECT_EQ(saved()->entries.size(), 2u);
 
     QueueAnswer shown = ask(QueueRequest::Command::show);
     ASSERT_TRUE(shown.queue);
@@ -204,8 +343,9 @@ TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
     answer = ask(remove);
     EXPECT_EQ(answer.results.size(), 2u);
     EXPECT_EQ(answer.problems.size(), 1u);
-    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(saved()->entries.size(), 0u);
     EXPECT_EQ(vark.count("cancel"), 1);
+    EXPECT_EQ(runOn(), ExitCode::somethingFailed);
 }
 
 TEST_F(SendSessionTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
@@ -252,7 +392,7 @@ TEST_F(SendSessionTest, TheSettingsReachTheEngine) {
 
     settings = adding({b});
     // Every minute of every day is between these two, but for weekends.
-    settings.officeHours = OfficeHours{true, 0, 24 * 60};
+    settings.workingHours = WorkingHours{0, 24 * 60};
     WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
     Surroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
     SendSession waiting(atWork, connection, settings, display);
@@ -271,7 +411,7 @@ TEST_F(SendSessionTest, ProgramsGetOneObjectForEachThingThatHappens) {
                   "\",\"size\":250,\"alreadyThere\":false,\"nodes\":[],\"internet\":false}\n"
                   "{\"event\":\"finished\",\"at\":\"2026-02-03T04:05:06Z\",\"verified\":1,\"failed\":0,"
                   "\"skipped\":0,"
-                  "\"conflicts\":0,\"bytesVerified\":250,\"exitCode\":0}\n");
+                  "\"conflicts\":0,\"changed\":0,\"takenAway\":0,\"bytesVerified\":250,\"exitCode\":0}\n");
 }
 
 }  // namespace

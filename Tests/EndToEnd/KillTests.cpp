@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
 
+#include "Tests/Support/OwnMounts.h"
 #include "Tests/Support/RealBox.h"
 #include "Tests/Support/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
@@ -42,11 +44,41 @@ std::uint64_t seedOfThisRun() {
 }
 
 struct Kill {
+    enum class Kind : std::uint8_t {
+        vark,
+        /// Within the first second of a run, wherever that has come to.
+        varkEarly,
+        /// And for three seconds the vark's name leads nowhere, from before the next run on.
+        varkAndName,
+        box
+    };
     /// How far the whole has come when it happens, from 0 to 1.
     double progress = 0;
-    bool ofTheBox = false;
-    /// Soon after the start of a run instead, wherever that has come to.
-    bool early = false;
+    Kind kind = Kind::vark;
+};
+
+/// Programs for which the vark has a name that the test can take away.
+class Names {
+  public:
+    Names() : hosts_(folder_.file("hosts", "")), rules_(folder_.file("rules", "hosts: files\n")) {
+        giveBack();
+        mounts_.emplace(fmt::format("mount --bind '{}' /etc/hosts\nmount --bind '{}' /etc/nsswitch.conf",
+                                    hosts_.string(), rules_.string()));
+    }
+
+    bool canBeTaken() const { return mounts_->isThere(); }
+    std::vector<std::string> prefix() const { return mounts_->prefix(); }
+    // In place, since the mount is of this very file.
+    void takeAway() const { std::ofstream(hosts_) << "127.0.0.1 localhost\n"; }
+    void giveBack() const { std::ofstream(hosts_) << "127.0.0.1 localhost " << ofTheVark << "\n"; }
+
+    static constexpr const char* ofTheVark = "vark.box.test";
+
+  private:
+    TemporaryFolder folder_;
+    const std::filesystem::path hosts_;
+    const std::filesystem::path rules_;
+    std::optional<OwnMounts> mounts_;
 };
 
 /// Sends a folder with everything being killed on the way, and looks at what has become of it.
@@ -57,7 +89,16 @@ class KilledSending {
         files_ = writeSamples(vark_.home() / "Shoot", scale_.files);
         for (const SampleFile& file : files_)
             bytes_ += file.size;
-        vark_.connect(box_);
+        if (!names_.canBeTaken()) {
+            fmt::print("THIS KERNEL GIVES NO MOUNTS OF ONE'S OWN: the vark's name is not taken away.\n");
+            vark_.connect(box_);
+            return;
+        }
+        // The certificate has the names of all nodes that were ever attached.
+        box_.control("POST", "/control/nodes", {{"host", Names::ofTheVark}});
+        box_.control("DELETE", fmt::format("/control/nodes/{}", Names::ofTheVark));
+        vark_.moveTo({.prefix = names_.prefix()});
+        vark_.connect(box_, Names::ofTheVark);
     }
 
     void run() {
@@ -109,8 +150,15 @@ class KilledSending {
         std::vector<Kill> kills;
         std::uniform_real_distribution<> anywhere(0.01, 0.9);
         for (int i = 0; i < scale_.varkKills + scale_.boxKills; ++i) {
-            bool ofTheBox = i < scale_.boxKills;
-            kills.push_back({anywhere(random_), ofTheBox, !ofTheBox && i % 4 == 0});
+            Kill::Kind kind = Kill::Kind::vark;
+            if (i < scale_.boxKills) {
+                kind = Kill::Kind::box;
+            } else if (i % 4 == 0) {
+                kind = Kill::Kind::varkEarly;
+            } else if (i % 4 == 1 && names_.canBeTaken()) {
+                kind = Kill::Kind::varkAndName;
+            }
+            kills.push_back({anywhere(random_), kind});
         }
         std::ranges::sort(kills, {}, &Kill::progress);
         return kills;
@@ -125,21 +173,27 @@ class KilledSending {
     }
 
     void await(const Kill& kill) {
-        std::chrono::milliseconds moment(std::uniform_int_distribution<>(0, kill.early ? 150 : 30)(random_));
-        if (!kill.early) {
+        const bool isEarly = kill.kind == Kill::Kind::varkEarly;
+        std::chrono::milliseconds moment(std::uniform_int_distribution<>(0, isEarly ? 1000 : 30)(random_));
+        if (!isEarly) {
             box_.untilRequests([&](const auto& requests) { return progress(requests) >= kill.progress; },
                                process_->descriptor());
         }
-        process_->exitWithin(moment);
-        fmt::print("killing {} at {:.1f} %\n", kill.ofTheBox ? "the box" : "vark",
+        // Also one that would have landed all in its first second.
+        if (process_->exitWithin(moment)) return;
+        fmt::print("killing {} at {:.1f} %\n", kill.kind == Kill::Kind::box ? "the box" : "vark",
                    100 * progress(box_.requests()));
-        if (kill.ofTheBox) {
+        if (kill.kind == Kill::Kind::box) {
             box_.restart();
             return;
         }
-        EXPECT_FALSE(process_->hasEnded()) << process_->output() << process_->errors();
         process_->kill();
+        if (kill.kind == Kill::Kind::varkAndName) names_.takeAway();
         start();
+        if (kill.kind != Kill::Kind::varkAndName) return;
+        EXPECT_FALSE(process_->exitWithin(std::chrono::seconds(3)))
+            << process_->output() << process_->errors();
+        names_.giveBack();
     }
 
     /// Half by the bytes and half by the files, so that kills fall among large files and among small ones.
@@ -158,6 +212,7 @@ class KilledSending {
 
     Scale scale_;
     std::mt19937_64 random_;
+    Names names_;
     RealBox box_;
     RealVark vark_;
     std::vector<SampleFile> files_;

@@ -108,6 +108,34 @@ TEST_F(Output, OnATerminalEndsAtTheKeyThatQuits) {
     EXPECT_THAT(shown, HasSubstr("vark send"));
 }
 
+TEST_F(Output, OnATerminalThatCannotDrawIsPlainLines) {
+    vark.moveTo({.environment = {{"TERM", "dumb"}}});
+    SampleFile take = file("Take.mov", 8 * chunkSize);
+    Terminal terminal;
+    Process sending = vark.startOn(terminal.programsEnd(), {"send", pathOf(take), "--rate", "1MB"});
+    std::string shown = terminal.readUntilEndOf(sending);
+    EXPECT_EQ(sending.wait(), exitCode(0)) << shown;
+    EXPECT_THAT(shown, HasSubstr("Landed: Take.mov"));
+    EXPECT_THAT(shown, Not(HasSubstr("\x1b")));
+}
+
+TEST_F(Output, NeverGoesIntoAFileOfTheProgramsOwnAndIsNotLostUnsaid) {
+    const auto with = [](const char* redirection) {
+        return RealVark::Place{{"/bin/sh", "-c", std::string("exec \"$@\" ") + redirection, "sh"}, {}};
+    };
+    SampleFile take = file("Take.mov", chunkSize);
+    vark.moveTo(with("<&- >&- 2>&-"));
+    expectExit(send(take), 0);
+    expectHeld(take);
+    ASSERT_TRUE(vark.find("running.lock"));
+    EXPECT_EQ(std::filesystem::file_size(*vark.find("running.lock")), 0U);
+
+    vark.moveTo(with("> /dev/full"));
+    const Finished cut = vark.run({"queue"});
+    expectExit(cut, 1);
+    EXPECT_THAT(cut.errors, HasSubstr("The output cannot be written"));
+}
+
 TEST_F(Output, ForProgramsIsOneObjectALine) {
     writeHostileFiles();
     std::vector<std::vector<std::string>> commands = {{"send", (vark.home() / "Shoot").string()},

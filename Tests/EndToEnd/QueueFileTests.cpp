@@ -1,4 +1,7 @@
+#include <fmt/format.h>
+
 #include "Tests/EndToEnd/EndToEndTest.h"
+#include "Tests/Support/OwnMounts.h"
 
 namespace vark::test {
 namespace {
@@ -27,6 +30,40 @@ TEST_F(SavedQueue, ThatCannotBeWrittenForLackOfRoomStopsNoUpload) {
     expectExit(vark.run({"send", (vark.home() / "Shoot").string()}), 0);
     EXPECT_EQ(box.files().size(), files.size() + 1);
     EXPECT_EQ(vark.savedStates(), (std::map<std::string, int>{{"verified", 300}}));
+}
+
+TEST_F(SavedQueue, OnAFullDiskIsSaidToBeSavedOnlyWhenItIs) {
+    constexpr int count = 1000;
+    for (int i = 0; i < count; ++i)
+        file("Shoot/Take " + std::to_string(i), 100 + i);
+    const std::string folder = (vark.home() / "Shoot").string();
+    fs::path storage = vark.queueFile().parent_path();
+    const fs::path kept = vark.home() / "kept";
+    fs::rename(storage, kept);
+    fs::create_directory(storage);
+    OwnMounts mounts(fmt::format("mount -t tmpfs -o size=600k tmpfs '{0}'\ncp '{1}'/* '{0}'",
+                                 storage.string(), kept.string()));
+    if (!mounts.isThere()) GTEST_SKIP() << "THIS KERNEL GIVES NO MOUNTS OF ONE'S OWN.";
+    vark.moveTo({.prefix = mounts.prefix()});
+
+    Process sending = vark.start({"send", folder});
+    ASSERT_TRUE(box.untilRequests(
+        [](const std::vector<LoggedRequest>& requests) {
+            return std::ranges::count_if(requests, [](const LoggedRequest& request) {
+                       return request.target.ends_with("/finish");
+                   }) > count / 2;
+        },
+        sending.descriptor()));
+    sending.signal(SIGINT);
+    const Exit stopped = sending.wait();
+    const bool isSaidToBeSaved = sending.errors().find("The queue is saved") != std::string::npos;
+    EXPECT_EQ(stopped, exitCode(isSaidToBeSaved ? 130 : 1)) << sending.errors();
+    if (!isSaidToBeSaved) EXPECT_THAT(sending.errors(), HasSubstr(vark.queueFile().string()));
+
+    mounts.run(fmt::format("mount -o remount,size=10m '{}'", storage.string()));
+    expectExit(vark.run({"send", folder}), 0);
+    EXPECT_EQ(box.files().size(), count);
+    EXPECT_THAT(vark.run({"queue"}).output, HasSubstr("1,000 of 1,000 files landed"));
 }
 
 struct Damage {
@@ -94,20 +131,39 @@ INSTANTIATE_TEST_SUITE_P(EndToEnd, Interrupted, testing::Values(SIGINT, SIGTERM)
 
 class TwoAtOnce : public EndToEndTest {};
 
-TEST_F(TwoAtOnce, TheSecondHandsItsFilesToTheFirst) {
+TEST_F(TwoAtOnce, TheSecondHandsItsFilesToTheFirstAndFollowsThemToTheirEnd) {
     SampleFile large = file("Large.mov", 16 * chunkSize);
     SampleFile small = file("Small.mov", 1000);
-    Process sending = startSend(large, {"--rate", "2MB"});
+    Process sending = startSend(large, {"--rate", "1MB"});
     ASSERT_TRUE(untilAnswered("PUT", "/u/", 200));
 
     Finished second = send(small);
-
     expectExit(second, 0);
-    EXPECT_THAT(second.output, HasSubstr("Added 1 file"));
+    expectHeld(small);
+    EXPECT_THAT(second.output, HasSubstr("1 file landed and checked"));
+    EXPECT_FALSE(sending.hasEnded());
+
+    expectExit(send(small, {"--to", "Elsewhere"}), 2);
+    expectExit(send(small, {"--rate", "1MB"}), 2);
     EXPECT_EQ(sending.wait(), exitCode(0)) << sending.errors();
     expectHeld(large);
-    expectHeld(small);
     EXPECT_EQ(vark.savedStates(), (std::map<std::string, int>{{"verified", 2}}));
+}
+
+TEST_F(TwoAtOnce, WhatTheFirstHasTakenOnSurvivesItsEnd) {
+    SampleFile large = file("Large.mov", 16 * chunkSize);
+    SampleFile left = file("Left.mov", 1000);
+    SampleFile followed = file("Followed.mov", 4 * chunkSize);
+    Process sending = startSend(large, {"--rate", "500KB"});
+    ASSERT_TRUE(untilAnswered("PUT", "/u/", 200));
+    expectExit(send(left, {"--hand-over"}), 5);
+    Process following = startSend(followed);
+    ASSERT_TRUE(untilDiary("Added Followed.mov", following));
+    sending.kill();
+
+    EXPECT_EQ(following.wait(), exitCode(0)) << following.output() << following.errors();
+    for (const SampleFile& file : {large, left, followed})
+        expectHeld(file);
 }
 
 TEST_F(TwoAtOnce, TheSecondSeesTheFirstAmongTheProcessesWhereNoLockCanBeHad) {

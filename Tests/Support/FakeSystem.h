@@ -43,9 +43,18 @@ struct FakeUserFolders : UserFolders {
 struct FakeVolumes : Volumes {
     std::vector<Volume> table;
     mutable std::function<void()> changed;
+    /// Called by each walk, on its thread.
+    std::function<void()> walked;
+    /// Called at each look at the table, on the thread that looks.
+    std::function<void()> asked;
 
-    std::vector<Volume> volumes() const override { return table; }
+    std::vector<Volume> volumes() const override {
+        if (asked) asked();
+        return table;
+    }
     std::optional<std::string> volumeName(const std::filesystem::path& path) const override {
+        if (walked) walked();
+        if (asked) asked();
         const Volume* best = nullptr;
         for (const Volume& volume : table) {
             const bool holds = path == volume.path || path.native().starts_with(volume.path.native() + "/");

@@ -54,9 +54,11 @@ Finished RealVark::run(std::vector<std::string> arguments, std::chrono::millisec
     return {exit, process.output(), process.errors(), process.peakMemory()};
 }
 
-void RealVark::connect(const RealBox& box) {
-    Finished connected = run({"connect", box.url(), "--token-file", box.tokenFile().string(), "--ca-file",
-                              box.authority().string()});
+void RealVark::connect(const RealBox& box, const std::string& name) {
+    std::string url = box.url();
+    if (!name.empty()) url = "https://" + name + url.substr(url.rfind(':'));
+    Finished connected = run(
+        {"connect", url, "--token-file", box.tokenFile().string(), "--ca-file", box.authority().string()});
     ASSERT_EQ(connected.exit, exitCode(0)) << connected.output << connected.errors;
 }
 

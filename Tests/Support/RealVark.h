@@ -46,8 +46,9 @@ class RealVark {
     /// A run to its end; one that takes longer than the limit fails the test.
     Finished run(std::vector<std::string> arguments,
                  std::chrono::milliseconds limit = std::chrono::minutes(2));
-    /// Connects, and fails the test when that does not succeed.
-    void connect(const RealBox& box);
+    /// Connects, under another name of the box if one is given, and fails the test when that does not
+    /// succeed.
+    void connect(const RealBox& box, const std::string& name = "");
 
     const std::filesystem::path& home() const { return folder_.path(); }
     /// Writes a file below the person's home.

@@ -1,6 +1,8 @@
 #include "VarkCore/Concurrency/BlockingPool.h"
 
 #include <cassert>
+#include <stdexcept>
+#include <system_error>
 
 namespace vark {
 
@@ -19,12 +21,22 @@ BlockingPool::~BlockingPool() {
 
 void BlockingPool::submit(Job& job) {
     Locked hold(lock_);
+    // First, since a failure here resumes whoever waits for the job, and takes the job with it.
+    if (jobs_.size() >= waiting_ && threads_.size() < mostThreads_) addThread();
     jobs_.push_back(&job);
     ++unfinished_;
-    if (jobs_.size() > waiting_ && threads_.size() < mostThreads_) {
-        threads_.emplace_back([this] { work(); });
-    }
     submitted_.notify_one();
+}
+
+void BlockingPool::addThread() {
+    try {
+        threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // With fewer threads the job waits its turn; without any it would wait for ever.
+        if (threads_.empty())
+            throw std::runtime_error(
+                "The system allows no further thread. End some programs, then try again.");
+    }
 }
 
 void BlockingPool::work() {

@@ -73,6 +73,7 @@ class BlockingPool {
     };
 
     void submit(Job& job);
+    void addThread() VARK_REQUIRES(lock_);
     void work();
 
     const std::size_t mostThreads_;

@@ -7,7 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <system_error>
 
 #include "VarkCore/Foundation/Text.h"
@@ -15,6 +19,11 @@
 
 namespace vark {
 namespace {
+
+constexpr std::string_view temporaryPrefix = ".vark-";
+constexpr std::string_view temporarySuffix = ".tmp";
+/// In seconds.
+constexpr time_t ageOfALeftover = 3600;
 
 std::string reason(int errorNumber) {
     switch (errorNumber) {
@@ -43,6 +52,10 @@ std::string reason(int errorNumber) {
             return "it is a link, which is not followed.";
         case ENAMETOOLONG:
             return "its name is too long for this disk.";
+        case ESTALE:
+            return "it changed while it was read. Try again when nothing writes to it any more.";
+        case ENXIO:
+            return "it is a pipe, a socket or a device.";
         default:
             return std::generic_category().message(errorNumber) + ".";
     }
@@ -59,6 +72,11 @@ auto uninterrupted(Call call) {
 
 std::filesystem::path folderOf(const std::filesystem::path& path) {
     return path.has_parent_path() ? path.parent_path() : ".";
+}
+
+void requireRegular(const struct stat& values, const std::filesystem::path& path) {
+    if (S_ISDIR(values.st_mode)) throw FileError("Could not open", path, EISDIR);
+    if (!S_ISREG(values.st_mode)) throw FileError("Could not open", path, ENXIO);
 }
 
 Descriptor openForAppending(const std::filesystem::path& path) {
@@ -86,6 +104,10 @@ FileError::FileError(std::string_view whatWasTried, const std::filesystem::path&
                          reason(errorNumber)),
       errorNumber_(errorNumber) {}
 
+bool FileError::isGone() const {
+    return errorNumber_ == ENOENT || errorNumber_ == ENOTDIR || errorNumber_ == ELOOP;
+}
+
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
     if (this != &other) {
         close();
@@ -102,6 +124,45 @@ Descriptor openForReading(const std::filesystem::path& path) {
     Descriptor file(uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
     if (!file) throw FileError("Could not open", path, errno);
     return file;
+}
+
+Descriptor openRegularFile(const std::filesystem::path& path) {
+    // To open a device may do something to it, so its kind is asked for first; and again afterwards, since
+    // the one that was asked about may have been replaced.
+    struct stat values{};
+    if (stat(path.c_str(), &values) != 0) throw FileError("Could not open", path, errno);
+    requireRegular(values, path);
+    auto openWith = [&](int flags) {
+        return Descriptor(uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | flags); }));
+    };
+    Descriptor file = openWith(O_NONBLOCK | O_NOCTTY);
+    // Somebody has a lease on it, which is given back to whoever waits.
+    if (!file && errno == EWOULDBLOCK) file = openWith(O_NOCTTY);
+    if (!file || fstat(file.get(), &values) != 0) throw FileError("Could not open", path, errno);
+    requireRegular(values, path);
+    return file;
+}
+
+bool FileStamp::operator==(const FileStamp& other) const {
+    constexpr double microsecond = 1e-6;
+    return size == other.size && std::abs(mtime - other.mtime) < microsecond;
+}
+
+FileStamp stampOf(const struct stat& values) {
+    return {values.st_size,
+            static_cast<double>(values.st_mtim.tv_sec) + static_cast<double>(values.st_mtim.tv_nsec) / 1e9};
+}
+
+FileStamp stampOf(const Descriptor& file, const std::filesystem::path& path) {
+    struct stat values{};
+    if (fstat(file.get(), &values) != 0) throw FileError("Could not read", path, errno);
+    return stampOf(values);
+}
+
+FileStamp stampOf(const std::filesystem::path& path) {
+    struct stat values{};
+    if (stat(path.c_str(), &values) != 0) throw FileError("Could not read", path, errno);
+    return stampOf(values);
 }
 
 Descriptor openEmptied(const std::filesystem::path& path) {
@@ -145,7 +206,26 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 }
 
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path) {
-    return folderOf(path) / (".vark-" + UUID::random().text() + ".tmp");
+    return folderOf(path) / (std::string(temporaryPrefix) + std::to_string(getpid()) + "-" +
+                             UUID::random().text() + std::string(temporarySuffix));
+}
+
+bool isLeftBehind(const std::filesystem::path& path) {
+    const std::string name = path.filename().native();
+    if (!name.starts_with(temporaryPrefix) || !name.ends_with(temporarySuffix)) return false;
+    // A pipe of that name is none of ours, and must not be waited for.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    struct stat values{};
+    if (!file || fstat(file.get(), &values) != 0 || !S_ISREG(values.st_mode)) return false;
+    pid_t maker = 0;
+    const char* number = name.data() + temporaryPrefix.size();
+    const auto [end, failure] = std::from_chars(number, name.data() + name.size(), maker);
+    if (failure == std::errc() && *end == '-' && end - number < 8 && maker > 0) {
+        if (kill(maker, 0) == 0 || errno != ESRCH) return false;
+    } else if (time(nullptr) - values.st_mtim.tv_sec < ageOfALeftover) {
+        return false;
+    }
+    return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(std::move(path)) {
@@ -158,6 +238,8 @@ UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(
         unlink(path_.c_str());
         throw FileError("Could not set the permissions of", path_, failure);
     }
+    // A file system without locks does without: then the number in the name must do.
+    flock(file_.get(), LOCK_EX | LOCK_NB);
 }
 
 UnfinishedFile::~UnfinishedFile() {
@@ -185,20 +267,18 @@ void UnfinishedFile::renameTo(const std::filesystem::path& path) {
 
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability) {
-    const std::filesystem::path folder = folderOf(path);
     UnfinishedFile file(temporaryPathBeside(path), mode);
     file.write(bytes);
-    if (durability == Durability::cached) {
-        file.renameTo(path);
-        return;
-    }
-    const Descriptor openFolder = openForReading(folder);
-    file.sync();
+    if (durability == Durability::synced) file.sync();
     file.renameTo(path);
+    if (durability == Durability::synced) syncFolder(folderOf(path));
+}
+
+void syncFolder(const std::filesystem::path& folder) {
+    const Descriptor file = openForReading(folder);
     // Some file systems cannot sync a folder and say EINVAL; the name is then as safe as they make it.
-    if (uninterrupted([&] { return fsync(openFolder.get()); }) != 0 && errno != EINVAL) {
+    if (uninterrupted([&] { return fsync(file.get()); }) != 0 && errno != EINVAL)
         throw FileError("Could not write", folder, errno);
-    }
 }
 
 bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -18,6 +19,8 @@ class FileError : public std::runtime_error {
   public:
     FileError(std::string_view whatWasTried, const std::filesystem::path& path, int errorNumber);
     int errorNumber() const { return errorNumber_; }
+    /// Nothing is to be found under that path.
+    bool isGone() const;
 
   private:
     int errorNumber_;
@@ -47,6 +50,27 @@ class Descriptor {
 
 /// Opens for reading, close-on-exec. Fails with `FileError`.
 Descriptor openForReading(const std::filesystem::path& path);
+/// The same for a person's file, which may have become anything meanwhile: what is no regular file, nor a
+/// link to one, fails at once (a folder with EISDIR, the rest with ENXIO) where opening it could wait for
+/// ever.
+Descriptor openRegularFile(const std::filesystem::path& path);
+
+/// What tells whether a file is still the one that was looked at.
+struct FileStamp {
+    /// Bytes.
+    std::int64_t size = 0;
+    /// Seconds since 1970.
+    double mtime = 0;
+
+    /// Times that differ by less than some digits behind the microsecond are one: those may get lost in a
+    /// file of ours.
+    bool operator==(const FileStamp& other) const;
+};
+FileStamp stampOf(const struct stat& values);
+/// Both fail with `FileError`.
+FileStamp stampOf(const Descriptor& file, const std::filesystem::path& path);
+FileStamp stampOf(const std::filesystem::path& path);
+
 /// Creates the file with mode 0600, or empties the one that stands there; for writing, close-on-exec. Fails
 /// with `FileError`.
 Descriptor openEmptied(const std::filesystem::path& path);
@@ -57,9 +81,14 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 
 /// A name beside `path` that no person gives a file: for what takes the place of `path` once it is whole.
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path);
+/// Whether `path` is of such a name, and its maker was killed before it was whole: no process of its number
+/// runs, and nobody holds the lock of an `UnfinishedFile`. When in doubt it is not. (An older maker, which
+/// put no number into the name, must have left it alone for an hour.)
+bool isLeftBehind(const std::filesystem::path& path);
 
 /// A file in the making, with its mode from its first moment, which goes again unless it was renamed to its
-/// place. Used by one thread at a time. All of it fails with `FileError`.
+/// place; until then it is locked with `flock`. Used by one thread at a time. All of it fails with
+/// `FileError`.
 class UnfinishedFile {
   public:
     /// Nothing may stand at `path` yet.
@@ -90,6 +119,9 @@ enum class Durability { synced, cached };
 /// fails, putting the folder's entry on the disk, the new one does.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability = Durability::synced);
+
+/// Puts the names of a folder on the disk. Fails with `FileError`.
+void syncFolder(const std::filesystem::path& folder);
 
 /// Adds the bytes at the end of the file in one write, so that those of several processes do not mix. The
 /// file is made with mode 0600, and its folder too, if need be. Gives whether all bytes were written; never

@@ -59,7 +59,7 @@ Task<Response> judged(Task<Response> transfer, std::string secret = "") {
 }
 
 Descriptor openForReadingFrom(const std::filesystem::path& path, std::int64_t offset) {
-    Descriptor file = openForReading(path);
+    Descriptor file = openRegularFile(path);
     if (lseek(file.get(), offset, SEEK_SET) < 0) throw FileError("Could not read", path, errno);
     return file;
 }

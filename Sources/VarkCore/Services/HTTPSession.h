@@ -28,7 +28,8 @@ struct HTTPRequest {
     URL url;
     std::vector<HTTPHeader> headers;
     std::string body;
-    /// How long the transfer may stand still in both directions.
+    /// How long the transfer may stand still in both directions. Of an upload, only while bytes of it are
+    /// unsent: how long the answer may take then is for the caller to watch.
     std::chrono::seconds idleLimit{60};
     /// An answer with a longer body is a failure (`HTTPError::answerTooLong`), before it has been taken in.
     std::size_t longestAnswer = std::size_t{32} << 20;

@@ -33,27 +33,40 @@ Task<std::int64_t> TransferEngine::sendChunk(UUID id, std::shared_ptr<VarkAPI> a
                                              std::int64_t index, std::int64_t offset, std::int64_t length,
                                              std::filesystem::path file) {
     std::stop_token token = co_await thisToken();
-    co_await chunkSlots_.wait();
-    SlotPermit slot(chunkSlots_);
+    chunkRoom_.followsTheRate = chunksFollowTheRate;
+    chunkRoom_.limit = limiter.bytesPerSecond();
+    co_await chunkRoom_.enter(length);
+    const ChunkPlace place(chunkRoom_, length);
     co_await checkCancellation();
     setProgress(id, [index](Active& active) { active.partial[index] = 0; });
+    std::optional<Date> firstFailure;
     for (int attempt = 1;; ++attempt) {
         TokenBucket* pace = limiter.bytesPerSecond() >= 1 ? &limiter : nullptr;
         auto progress = [this, id, index](std::int64_t sent) {
             scope_.start(reportPartial(id, index, sent));
         };
-        std::string message;
+        const Instant begun = host_.clock.now();
+        std::optional<VarkAPIError> failure;
         try {
             co_await api->putChunk(uploadID, index, file, offset, length, pace, progress);
-            co_return index;
         } catch (const VarkAPIError& error) {
-            if (!error.isRetryable() || attempt >= maxAttempts || token.stop_requested()) throw;
-            message = error.what();
+            if (token.stop_requested()) throw;
+            failure = error;
+        }
+        if (!failure) {
+            gotThrough();
+            chunkRoom_.arrived(length, begun, host_.clock.now());
+            co_return index;
         }
         notePartial(id, index, 0);
-        double delay = backOff(attempt);
+        // It may be the file, and then no waiting helps.
+        if (failure->isRetryable()) co_await requireUnchanged(id, file);
+        const double delay = backOff(attempt);
+        didNotGetThrough(*failure, delay);
+        if (!firstFailure) firstFailure = now();
+        if (!isTriedAgain(*failure, attempt, *firstFailure)) throw *failure;
         log_.write(fmt::format("Chunk {} of {} did not get through ({}); trying again in {:.0f} s", index,
-                               file.filename().string(), message, delay));
+                               file.filename().string(), said(*failure), delay));
         co_await sleepFor(seconds(delay));
         co_await checkCancellation();
     }
@@ -65,11 +78,12 @@ Task<void> TransferEngine::reportPartial(UUID id, std::int64_t chunk, std::int64
 }
 
 void TransferEngine::notePartial(const UUID& id, std::int64_t chunk, std::int64_t bytes) {
-    setProgress(id, [chunk, bytes](Active& active) {
+    setProgress(id, [this, chunk, bytes](Active& active) {
         // What comes late, of a chunk that has landed meanwhile, counts no more.
         auto noted = active.partial.find(chunk);
         if (noted == active.partial.end()) return;
         active.inFlightBytes += bytes - noted->second;
+        bytesMoved_ += bytes - noted->second;
         noted->second = bytes;
     });
 }
@@ -79,12 +93,14 @@ void TransferEngine::chunkLanded(const UUID& id, std::int64_t index, std::int64_
         auto noted = active.partial.find(index);
         if (noted != active.partial.end()) {
             active.inFlightBytes -= noted->second;
+            bytesMoved_ += length - noted->second;
             active.partial.erase(noted);
         }
         // Only chunks that the vark lacks are sent, each once, so this one is not in the list yet.
         job_->items[*position(id)].doneChunks.push_back(index);
         active.heldBytes += length;
     });
+    ++progress_;
     scheduleSave();
 }
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -9,6 +10,8 @@
 namespace vark {
 
 namespace {
+
+constexpr std::size_t cancelsAtOnce = 4;
 
 /// Absolute, without "." and "..", and without a slash at its end.
 std::filesystem::path standardised(const std::filesystem::path& path) {
@@ -22,12 +25,12 @@ void TransferEngine::rebuildIndex() {
     itemIndex_.clear();
     waiting_.clear();
     totals_.clear();
-    entryPaths_.clear();
+    entryPlaces_.clear();
     indexed_ = 0;
     if (!job_) return;
-    for (const TransferEntry& entry : job_->entries) {
-        entryPaths_.insert(entry.localPath);
-        totals_.addEntry(entry.id);
+    for (std::size_t place = 0; place < job_->entries.size(); ++place) {
+        entryPlaces_.emplace(job_->entries[place].localPath, place);
+        totals_.addEntry(job_->entries[place].id);
     }
     indexNewItems();
 }
@@ -105,42 +108,77 @@ void TransferEngine::ingestReported() {
     flush();
 }
 
-Task<TransferEngine::Added> TransferEngine::add(std::vector<std::filesystem::path> paths) {
+Task<TransferEngine::Walked> TransferEngine::walk(std::filesystem::path given, Walker::Options options) {
+    Walked walked;
+    if (given.empty()) {
+        walked.failure = "An empty path names nothing.";
+        co_return walked;
+    }
+    const std::stop_token stop = co_await thisToken();
+    auto work = [&] { return Walker::walk(walked.path, host_.volumes, options, stop); };
+    try {
+        walked.path = standardised(given);
+        walked.found = co_await host_.pool.run(work);
+    } catch (const std::filesystem::filesystem_error& error) {
+        walked.failure = FileError("Could not read", given, error.code().value()).what();
+    } catch (const std::runtime_error& error) {
+        walked.failure = error.what();
+    }
+    co_return walked;
+}
+
+Task<TransferEngine::Added> TransferEngine::add(std::vector<std::filesystem::path> paths,
+                                                Walker::Options options) {
     assertOnExecutor();
-    ensureJob("", "", "");
+    std::vector<Walked> walks;
+    for (const std::filesystem::path& path : paths) {
+        walks.push_back(co_await walk(path, options));
+        co_await checkCancellation();
+    }
+
     Added added;
-    for (const std::filesystem::path& given : paths) {
-        std::filesystem::path path = standardised(given);
-        std::optional<NotAdded> refusal;
-        std::optional<Walker::Result> found;
-        if (!hasEntry(path.string())) {
-            try {
-                found = co_await host_.pool.run([&path, this] { return Walker::walk(path, host_.volumes); });
-            } catch (const std::exception& error) {
-                refusal = NotAdded{fmt::format("Could not add {}: {}", path.string(), error.what())};
-            }
-        }
-        // While the walk went on, the queue may have been cleared, or somebody else may have added the same.
-        ensureJob("", "", "");
-        if (hasEntry(path.string()))
-            refusal = NotAdded{fmt::format("Already in the queue: {}", path.string()), true};
-        if (refusal) {
-            log_.write(refusal->sentence);
-            added.notAdded.push_back(std::move(*refusal));
+    if (quitting_) {
+        for (const Walked& walked : walks)
+            refuse(added, fmt::format("Not added, since this run is ending: {}", walked.path.string()),
+                   false);
+        co_return added;
+    }
+    ensureJob("", "", "");
+    std::vector<const Walked*> again;
+    for (const Walked& walked : walks) {
+        const TransferEntry* entry = entryAt(walked.path);
+        if (entry != nullptr) added.entries.push_back(entry->id);
+        if (!walked.found) {
+            refuse(added, fmt::format("Could not add {}: {}", walked.path.string(), walked.failure),
+                   entry != nullptr);
             continue;
         }
-        append(path, *found);
-        added.items += static_cast<int>(found->files.size());
+        const std::vector<Walker::PassedOver>& passed = walked.found->passedOver;
+        added.passedOver.insert(added.passedOver.end(), passed.begin(), passed.end());
+        if (entry != nullptr) {
+            again.push_back(&walked);
+        } else {
+            added.entries.push_back(append(walked.path, *walked.found));
+            added.items += static_cast<int>(walked.found->files.size());
+        }
     }
+    indexNewItems();
+    lookThroughAgain(again, added);
     takeUpNewItems();
     co_return added;
 }
 
+void TransferEngine::refuse(Added& added, std::string sentence, bool isInQueue) {
+    log_.write(sentence);
+    added.notAdded.push_back({std::move(sentence), isInQueue});
+}
+
 bool TransferEngine::addWalked(const std::filesystem::path& given, const Walker::Result& found) {
     assertOnExecutor();
+    if (quitting_) return false;
     ensureJob("", "", "");
     const std::filesystem::path path = standardised(given);
-    if (hasEntry(path.string())) return false;
+    if (entryAt(path) != nullptr) return false;
     append(path, found);
     takeUpNewItems();
     return true;
@@ -153,11 +191,12 @@ void TransferEngine::takeUpNewItems() {
     pump();
 }
 
-bool TransferEngine::hasEntry(const std::string& path) const {
-    return entryPaths_.contains(path);
+TransferEntry* TransferEngine::entryAt(const std::filesystem::path& path) {
+    const auto place = entryPlaces_.find(path.native());
+    return place == entryPlaces_.end() ? nullptr : &job_->entries[place->second];
 }
 
-void TransferEngine::append(const std::filesystem::path& path, const Walker::Result& found) {
+UUID TransferEngine::append(const std::filesystem::path& path, const Walker::Result& found) {
     TransferEntry entry;
     entry.id = UUID::random();
     entry.localPath = path.string();
@@ -168,32 +207,89 @@ void TransferEngine::append(const std::filesystem::path& path, const Walker::Res
     entry.volumeName = found.volumeName;
     entry.addedAt = now();
 
-    std::string parent = path.parent_path().string();
-    if (!parent.ends_with('/')) parent += '/';
     std::size_t needed = job_->items.size() + found.files.size();
     if (needed > job_->items.capacity()) job_->items.reserve(std::max(needed, job_->items.size() * 3 / 2));
-    for (const Walker::Found& file : found.files) {
-        TransferItem item;
-        item.id = UUID::random();
-        item.entryID = entry.id;
-        item.localPath = parent + file.relativePath;
-        item.relativePath = file.relativePath;
-        item.size = file.size;
-        item.mtime = file.mtime;
-        job_->items.push_back(std::move(item));
-    }
+    for (const Walker::Found& file : found.files)
+        appendItem(entry, file);
     if (job_->title.empty()) job_->title = entry.name;
     log_.write(fmt::format("Added {}: {}, {}{}", entry.name, Format::count(entry.fileCount, "file"),
                            Format::bytes(entry.totalBytes),
                            entry.volumeName ? fmt::format(" from \"{}\"", *entry.volumeName) : ""));
-    entryPaths_.insert(entry.localPath);
+    entryPlaces_.emplace(entry.localPath, job_->entries.size());
     totals_.addEntry(entry.id);
     job_->entries.push_back(std::move(entry));
+    return job_->entries.back().id;
 }
 
-void TransferEngine::remove(const UUID& entryID) {
+void TransferEngine::appendItem(const TransferEntry& entry, const Walker::Found& file) {
+    TransferItem item;
+    item.id = UUID::random();
+    item.entryID = entry.id;
+    // The path of a file begins with the entry's name, and so what is before that name stands before it too.
+    item.localPath.assign(entry.localPath, 0, entry.localPath.size() - entry.name.size());
+    item.localPath += file.relativePath;
+    item.relativePath = file.relativePath;
+    item.size = file.size;
+    item.mtime = file.mtime;
+    job_->items.push_back(std::move(item));
+}
+
+bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found& file) {
+    const bool isUnderWay = known.state == ItemState::queued || isInFlight(known.state);
+    const bool isAsItWas = FileStamp{known.size, known.mtime} == FileStamp{file.size, file.mtime};
+    // What is under way is looked at when its turn comes and when it lands, and what a person is to decide
+    // about when it is decided.
+    if (isUnderWay || isAsItWas || known.state == ItemState::conflict) return false;
+    set(known.id, [&file](TransferItem& item) { item.startAfresh({file.size, file.mtime}); });
+    return true;
+}
+
+void TransferEngine::lookThroughAgain(const std::vector<const Walked*>& walks, Added& added) {
+    if (walks.empty()) return;
+    std::unordered_map<UUID, std::unordered_map<std::string_view, std::size_t>> known;
+    for (const Walked* walked : walks)
+        known.try_emplace(entryAt(walked->path)->id);
+    for (std::size_t place = 0; place < job_->items.size(); ++place) {
+        const TransferItem& item = job_->items[place];
+        if (auto entry = known.find(item.entryID); entry != known.end())
+            entry->second.emplace(item.relativePath, place);
+    }
+    std::vector<std::pair<TransferEntry*, const Walker::Found*>> arrivals;
+    for (const Walked* walked : walks) {
+        TransferEntry& entry = *entryAt(walked->path);
+        int arrived = 0;
+        int changed = 0;
+        // Nothing when the same path is given for the second time.
+        if (auto places = known.extract(entry.id)) {
+            for (const Walker::Found& file : walked->found->files) {
+                const auto place = places.mapped().find(file.relativePath);
+                if (place == places.mapped().end()) {
+                    arrivals.emplace_back(&entry, &file);
+                    ++arrived;
+                } else if (queueAfresh(job_->items[place->second], file)) {
+                    ++changed;
+                }
+            }
+        }
+        added.items += arrived;
+        added.again += changed;
+        if (arrived + changed > 0) {
+            log_.write(fmt::format("Looked through {} again: {} new, {} changed", entry.localPath,
+                                   Format::count(arrived, "file"), changed));
+        } else {
+            refuse(added, "Already in the queue: " + entry.localPath, true);
+        }
+    }
+    for (const auto& [entry, file] : arrivals) {
+        entry->fileCount += 1;
+        entry->totalBytes += file->size;
+        appendItem(*entry, *file);
+    }
+}
+
+void TransferEngine::remove(const std::unordered_set<UUID>& entryIDs) {
     assertOnExecutor();
-    if (job_) removeEntries({entryID});
+    if (job_) removeEntries(entryIDs);
 }
 
 void TransferEngine::clearFinished() {
@@ -260,19 +356,21 @@ void TransferEngine::cancelOnServer(std::vector<std::string> uploadIDs) {
 }
 
 Task<void> TransferEngine::cancelUploads(std::shared_ptr<VarkAPI> api, std::vector<std::string> uploadIDs) {
-    for (const std::string& uploadID : uploadIDs) {
+    auto cancelOne = [](std::shared_ptr<VarkAPI> vark, std::string uploadID) -> Task<void> {
         try {
-            co_await api->cancel(uploadID);
-        } catch (const std::exception&) {
+            co_await vark->cancel(uploadID);
+        } catch (const VarkAPIError&) {
             // The vark drops parts that nobody finishes by itself, in time.
         }
-    }
+    };
+    auto cancel = [&](std::string uploadID) { return cancelOne(api, std::move(uploadID)); };
+    co_await forEachBounded(std::move(uploadIDs), cancelsAtOnce, cancel);
 }
 
 Task<void> TransferEngine::serverCancelsDone() {
     std::vector<TaskHandle<void>> cancels = serverCancels_;
     for (const TaskHandle<void>& cancel : cancels)
-        co_await cancel.finished();
+        co_await cancel.value();
 }
 
 void TransferEngine::resolveConflict(const UUID& itemID, bool replace) {

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cmath>
+#include <cstdlib>
 
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 #include "VarkCore/Upload/FileHasher.h"
@@ -12,7 +15,7 @@ namespace vark {
 
 namespace {
 
-constexpr int mostLosses = 3;
+constexpr int mostTimesAgain = 3;
 constexpr std::int64_t hashingStep = 8'388'608;
 constexpr double longestBackOff = 60;
 constexpr double longestPollWait = 5;
@@ -21,6 +24,19 @@ constexpr std::int64_t mostChunks = 1'000'000;
 
 }  // namespace
 
+bool TransferEngine::meansOutOfReach(const VarkAPIError& error) {
+    const auto* server = std::get_if<VarkAPIError::Server>(&error.which());
+    if (server == nullptr) return std::holds_alternative<VarkAPIError::Transport>(error.which());
+    return server->status == 502 || server->status == 503 || server->status == 504;
+}
+
+std::string TransferEngine::said(const VarkAPIError& error) {
+    const auto* server = std::get_if<VarkAPIError::Server>(&error.which());
+    const bool hidesItsStatus = server != nullptr && server->message && !server->message->empty();
+    if (!hidesItsStatus || !error.isRetryable()) return error.what();
+    return fmt::format("{} (The vark answered {}.)", error.what(), server->status);
+}
+
 Task<void> TransferEngine::process(UUID id) {
     std::exception_ptr failure;
     try {
@@ -28,34 +44,33 @@ Task<void> TransferEngine::process(UUID id) {
     } catch (...) {
         failure = std::current_exception();
     }
-    bool cancelled = co_await isCancelled();
-    if (failure) settleFailure(id, failure, cancelled);
+    if (failure) co_await settleFailure(id, failure);
     taskEnded(id);
 }
 
 Task<void> TransferEngine::carry(UUID id) {
+    std::shared_ptr<VarkAPI> api = api_;
+    if (job_ && job_->ingest) {
+        // The mere place is asked for, since this is done for each file. What comes and goes in that place is
+        // the business of `watchIngestDrive`.
+        const IngestInfo ingest = *job_->ingest;
+        const bool isHere = co_await host_.pool.run([&] { return ingest.driveIsHere(); });
+        if (!isHere && job_ && job_->ingest) {
+            backToQueued(id);
+            holdForTheDrive();
+            co_return;
+        }
+    }
     const TransferItem* queued = item(id);
     if (queued == nullptr) co_return;
     const bool hadUpload = queued->uploadID.has_value();
-    const bool replace = queued->replace;
-    const std::int64_t size = queued->size;
-    const double mtime = queued->mtime;
-    const std::string relativePath = queued->relativePath;
     const std::string serverPath = job_->serverPath(*queued);
     const std::filesystem::path file = queued->localPath;
-    // The mere place is asked for, since this is done for each file. What comes and goes in that place is the
-    // business of `watchIngestDrive`.
-    if (job_->ingest && !job_->ingest->driveIsHere()) {
-        set(id, [](TransferItem& item) {
-            if (isInFlight(item.state)) item.state = ItemState::queued;
-        });
-        holdForTheDrive();
-        co_return;
-    }
-    std::shared_ptr<VarkAPI> api = api_;
-    if (!queued->sha256) co_await hash(id, file);
 
-    for (int losses = 0; losses < mostLosses; ++losses) {
+    std::array<int, 2> begunAgain{};
+    while (true) {
+        co_await checkCancellation();
+        co_await lookAt(id, file);
         co_await checkCancellation();
         const TransferItem* current = item(id);
         if (current == nullptr || !job_) co_return;
@@ -65,8 +80,11 @@ Task<void> TransferEngine::carry(UUID id) {
             ingestID = job_->ingest->id;
             source = job_->ingest->source(current->localPath);
         }
+        const std::int64_t size = current->size;
+        const double mtime = current->mtime;
+        const bool replace = current->replace;
         const std::string sha256 = current->sha256->text();
-        BeginResult begun = co_await retrying<BeginResult>("begin " + relativePath, [=] {
+        BeginResult begun = co_await retrying<BeginResult>("begin " + current->relativePath, [=] {
             return api->begin(serverPath, size, sha256, mtime, replace, ingestID, source);
         });
         if (begun.exists()) {
@@ -77,39 +95,88 @@ Task<void> TransferEngine::carry(UUID id) {
             blocked(id, serverPath);
             co_return;
         }
-        std::optional<UploadStatus> status =
+        std::variant<UploadStatus, Again> sent =
             co_await sendAndFinish(id, api, serverPath, file, *begun.start());
-        if (!status) continue;
-        if (status->state != "done") {
+        if (const Again* again = std::get_if<Again>(&sent)) {
+            if (++begunAgain[static_cast<std::size_t>(*again)] < mostTimesAgain) continue;
             throw EngineError::gaveUp(
-                status->error.value_or("The vark could not check the file after it landed."));
+                *again == Again::lost ? "The vark kept losing this upload."
+                                      : "The file keeps changing while it is sent. Try again when nothing "
+                                        "writes to it any more.");
         }
-        set(id, [this](TransferItem& item) {
-            item.state = ItemState::verified;
-            item.finishedAt = now();
-            item.error.reset();
-        });
-        log_.write("Landed and checked: " + serverPath);
+        const UploadStatus& status = std::get<UploadStatus>(sent);
+        if (status.state != "done") {
+            // The bytes that the vark has, or their hash, are not what they should be: neither is used again.
+            set(id, [](TransferItem& item) { item.forgetContent(); });
+            throw EngineError::gaveUp(
+                status.error.value_or("The vark could not check the file after it landed."));
+        }
+        const bool isOutdated = co_await hasChanged(id, file);
+        landed(id, serverPath, isOutdated);
         co_return;
     }
-    throw EngineError::gaveUp("The vark kept losing this upload.");
+}
+
+Task<void> TransferEngine::lookAt(UUID id, std::filesystem::path file) {
+    const TransferItem* known = item(id);
+    if (known == nullptr) co_return;
+    if (known->sha256) {
+        // A file that has gone may have landed in an earlier run, which the vark will say.
+        if (!co_await hasChanged(id, file)) co_return;
+        log_.write("Changed since it was read, and read again: " + file.string());
+        set(id, [](TransferItem& item) { item.forgetContent(); });
+    }
+    co_await hash(id, file);
+}
+
+Task<bool> TransferEngine::hasChanged(UUID id, std::filesystem::path file) {
+    std::optional<FileStamp> there;
+    try {
+        there = co_await host_.pool.run([&file] { return stampOf(file); });
+    } catch (const FileError&) {
+        // What cannot be looked at is not said to be another.
+    }
+    const TransferItem* known = item(id);
+    if (known == nullptr || !there) co_return false;
+    co_return *there != FileStamp{known->size, known->mtime};
+}
+
+Task<void> TransferEngine::requireUnchanged(UUID id, std::filesystem::path file) {
+    auto look = [&file] { return stampOf(openRegularFile(file), file); };
+    FileStamp there;
+    try {
+        there = co_await host_.pool.run(look);
+    } catch (const FileError& error) {
+        if (error.isGone()) throw EngineError::missing();
+        throw;
+    }
+    const TransferItem* known = item(id);
+    if (known != nullptr && there != FileStamp{known->size, known->mtime}) throw ContentChanged();
 }
 
 Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
     set(id, [](TransferItem& item) { item.state = ItemState::hashing; });
-    if (!std::filesystem::exists(file)) throw EngineError::missing();
     std::stop_token token = co_await thisToken();
     std::int64_t published = 0;
     auto progress = [this, id, token, &published](std::int64_t hashed) {
-        if (hashed - published >= hashingStep) {
+        if (std::abs(hashed - published) >= hashingStep) {
             published = hashed;
             scope_.start(reportHashing(id, hashed));
         }
         return !token.stop_requested();
     };
-    std::string hex =
-        co_await host_.pool.run([&file, &progress] { return FileHasher::sha256Of(file, progress); });
-    set(id, [&hex](TransferItem& item) { item.sha256 = ContentHash::parse(hex); });
+    FileHasher::Look look;
+    try {
+        look = co_await host_.pool.run([&file, &progress] { return FileHasher::lookAt(file, progress); });
+    } catch (const FileError& error) {
+        if (error.isGone()) throw EngineError::missing();
+        throw;
+    }
+    set(id, [&look](TransferItem& item) {
+        item.sha256 = ContentHash::parse(look.sha256);
+        item.size = look.stamp.size;
+        item.mtime = look.stamp.mtime;
+    });
     if (auto active = tasks_.find(id); active != tasks_.end()) active->second.hashingBytes = 0;
 }
 
@@ -165,10 +232,22 @@ void TransferEngine::opened(const UUID& id, const std::string& serverPath, const
                            serverPath, Format::bytes(size), missing.size(), plan.count()));
 }
 
-Task<std::optional<UploadStatus>> TransferEngine::sendAndFinish(UUID id, std::shared_ptr<VarkAPI> api,
-                                                                std::string serverPath,
-                                                                std::filesystem::path file,
-                                                                BeginResult::Start start) {
+void TransferEngine::landed(const UUID& id, const std::string& serverPath, bool hasChanged) {
+    set(id, [this, hasChanged](TransferItem& item) {
+        item.state = ItemState::verified;
+        item.changedWhileSent = hasChanged;
+        item.finishedAt = now();
+        item.error.reset();
+    });
+    ++progress_;
+    log_.write("Landed and checked: " + serverPath);
+    if (hasChanged)
+        log_.write("Changed while it was sent, so what landed is not what lies here now: " + serverPath);
+}
+
+Task<std::variant<UploadStatus, TransferEngine::Again>> TransferEngine::sendAndFinish(
+    UUID id, std::shared_ptr<VarkAPI> api, std::string serverPath, std::filesystem::path file,
+    BeginResult::Start start) {
     const TransferItem* current = item(id);
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
@@ -182,7 +261,7 @@ Task<std::optional<UploadStatus>> TransferEngine::sendAndFinish(UUID id, std::sh
     opened(id, serverPath, start, plan, missing);
 
     std::string_view when;
-    std::string why;
+    std::optional<std::string> lost;
     try {
         co_await sendChunks(id, api, start.uploadID, plan, std::move(missing), std::move(file));
         set(id, [](TransferItem& item) { item.state = ItemState::checking; });
@@ -191,16 +270,24 @@ Task<std::optional<UploadStatus>> TransferEngine::sendAndFinish(UUID id, std::sh
         co_return co_await finishAndWait(api, start.uploadID);
     } catch (const VarkAPIError& error) {
         if (!error.beginsAgain()) throw;
-        why = error.what();
+        lost = error.what();
+    } catch (const ContentChanged&) {
+        // Everything that was known of it is of another file.
     }
-    log_.write(fmt::format("Beginning upload {} for {} again{}: {}", start.uploadID, serverPath, when, why));
-    set(id, [](TransferItem& item) {
-        item.uploadID.reset();
-        item.doneChunks.clear();
-    });
     forgetPartial(id);
+    if (lost) {
+        log_.write(
+            fmt::format("Beginning upload {} for {} again{}: {}", start.uploadID, serverPath, when, *lost));
+        set(id, [](TransferItem& item) {
+            item.uploadID.reset();
+            item.doneChunks.clear();
+        });
+    } else {
+        log_.write("Changed while it was sent, and read again: " + serverPath);
+        set(id, [](TransferItem& item) { item.forgetContent(); });
+    }
     co_await checkCancellation();
-    co_return std::nullopt;
+    co_return lost ? Again::lost : Again::changed;
 }
 
 Task<UploadStatus> TransferEngine::finishAndWait(std::shared_ptr<VarkAPI> api, std::string uploadID) {
@@ -219,18 +306,44 @@ double TransferEngine::backOff(int attempt) const {
     return std::min(std::ldexp(retryBase, attempt - 1), longestBackOff);
 }
 
+bool TransferEngine::isTriedAgain(const VarkAPIError& error, int attempt, Date firstFailure) const {
+    if (!error.isRetryable()) return false;
+    if (attempt < maxAttempts) return true;
+    // A file must not fail for a vark that takes none. Where something else got through in the meantime, it
+    // is this call that the vark does not take.
+    return meansOutOfReach(error) && outage_ && outage_->since <= firstFailure &&
+           now() - outage_->since < inSeconds(patience);
+}
+
+void TransferEngine::didNotGetThrough(const VarkAPIError& error, double delay) {
+    if (!meansOutOfReach(error)) {
+        gotThrough();
+        return;
+    }
+    const Date nextTry = now() + delay;
+    if (!outage_) outage_ = Outage{now(), said(error), nextTry};
+    outage_->why = said(error);
+    if (outage_->nextTry <= now() || nextTry < outage_->nextTry) outage_->nextTry = nextTry;
+}
+
 template <class T, class Operation>
 Task<T> TransferEngine::retrying(std::string label, Operation operation) {
+    std::optional<Date> firstFailure;
     for (int attempt = 1;; ++attempt) {
         std::stop_token token = co_await thisToken();
+        const double delay = backOff(attempt);
         std::string message;
         try {
-            co_return co_await operation();
+            T answer = co_await operation();
+            gotThrough();
+            co_return answer;
         } catch (const VarkAPIError& error) {
-            if (!error.isRetryable() || attempt >= maxAttempts || token.stop_requested()) throw;
-            message = error.what();
+            if (token.stop_requested()) throw;
+            didNotGetThrough(error, delay);
+            if (!firstFailure) firstFailure = now();
+            if (!isTriedAgain(error, attempt, *firstFailure)) throw;
+            message = said(error);
         }
-        double delay = backOff(attempt);
         log_.write(
             fmt::format("{} did not get through ({}); trying again in {:.0f} s", label, message, delay));
         co_await sleepFor(seconds(delay));
@@ -238,53 +351,67 @@ Task<T> TransferEngine::retrying(std::string label, Operation operation) {
     }
 }
 
-void TransferEngine::settleFailure(const UUID& id, const std::exception_ptr& failure, bool cancelled) {
-    auto backToQueued = [this, &id] {
-        set(id, [](TransferItem& item) {
-            if (isInFlight(item.state)) item.state = ItemState::queued;
-        });
-    };
+void TransferEngine::backToQueued(const UUID& id) {
+    set(id, [](TransferItem& item) {
+        if (isInFlight(item.state)) item.state = ItemState::queued;
+    });
+}
+
+std::optional<std::string> TransferEngine::judge(const UUID& id, const std::exception_ptr& failure,
+                                                 bool cancelled) {
     try {
         std::rethrow_exception(failure);
     } catch (const CancellationError&) {
-        backToQueued();
+        backToQueued(id);
+        return std::nullopt;
     } catch (const FileHasher::Cancelled&) {
-        backToQueued();
+        backToQueued(id);
+        return std::nullopt;
     } catch (const VarkAPIError& error) {
         if (std::optional<RefusedToken> refused = RefusedToken::from(error)) {
             set(id, [](TransferItem& item) { item.state = ItemState::queued; });
             pauseBecauseTheVarkRefused(
                 "The vark refused this Mac's token; the queue is paused while that is checked");
-            send(SignedOut{*refused});
-        } else if (std::holds_alternative<VarkAPIError::NotConnected>(error.which())) {
+            const bool hadProgress = progressAtRefusal_ != progress_;
+            progressAtRefusal_ = progress_;
+            send(SignedOut{*refused, hadProgress});
+            return std::nullopt;
+        }
+        if (std::holds_alternative<VarkAPIError::NotConnected>(error.which())) {
             set(id, [](TransferItem& item) { item.state = ItemState::queued; });
             pauseBecauseTheVarkRefused("No token to send with; the queue waits");
             send(NoToken{});
-        } else if (cancelled) {
-            backToQueued();
-        } else {
-            fail(id, error.what());
+            return std::nullopt;
         }
+        if (!cancelled) return said(error);
     } catch (const std::exception& error) {
-        if (cancelled) {
-            backToQueued();
-        } else {
-            fail(id, error.what());
-        }
+        if (!cancelled) return error.what();
+    }
+    backToQueued(id);
+    return std::nullopt;
+}
+
+Task<void> TransferEngine::settleFailure(UUID id, std::exception_ptr failure) {
+    const bool wasCancelled = co_await isCancelled();
+    const std::optional<std::string> message = judge(id, failure, wasCancelled);
+    if (!message) co_return;
+    const bool isWithoutItsCard = co_await driveIsGone();
+    if (co_await isCancelled()) {
+        backToQueued(id);
+    } else if (isWithoutItsCard) {
+        set(id, [](TransferItem& item) {
+            item.state = ItemState::queued;
+            item.error.reset();
+        });
+        holdForTheDrive();
+    } else {
+        fail(id, *message);
     }
 }
 
 void TransferEngine::fail(const UUID& id, const std::string& message) {
     const TransferItem* current = item(id);
     if (current == nullptr) return;
-    if (driveIsGone()) {
-        set(id, [](TransferItem& item) {
-            item.state = ItemState::queued;
-            item.error.reset();
-        });
-        holdForTheDrive();
-        return;
-    }
     std::string name(current->name());
     std::string serverPath = job_->serverPath(*current);
     set(id, [&message](TransferItem& item) {
@@ -303,6 +430,7 @@ void TransferEngine::taskEnded(const UUID& id) {
     set(id, [](TransferItem&) {});
     scheduleSave();
     pump();
+    if (tasks_.empty()) outage_.reset();
 }
 
 }  // namespace vark

@@ -48,6 +48,7 @@ TransferItem TransferItem::fromJSON(const boost::json::value& value) {
     item.doneChunks = fields.required<std::vector<std::int64_t>>("doneChunks");
     item.replace = fields.required<bool>("replace");
     item.alreadyThere = fields.required<bool>("alreadyThere");
+    item.changedWhileSent = fields.optional<bool>("changedWhileSent").value_or(false);
     item.error = fields.optional<std::string>("error");
     item.attempts = fields.required<std::int32_t>("attempts");
     item.finishedAt = fields.optionalISO8601("finishedAt");

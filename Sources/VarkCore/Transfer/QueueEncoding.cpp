@@ -78,6 +78,7 @@ class QueueWriter {
 void write(QueueWriter& json, const TransferItem& item) {
     json.member(R"({"alreadyThere":)", item.alreadyThere);
     json.member(R"(,"attempts":)", std::int64_t{item.attempts});
+    if (item.changedWhileSent) json.member(R"(,"changedWhileSent":)", true);
     json.memberIfThere(R"(,"chunkSize":)", item.chunkSize);
     json.integers(R"(,"doneChunks":)", item.doneChunks);
     json.member(R"(,"entryID":)", item.entryID);

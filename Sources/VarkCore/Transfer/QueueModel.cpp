@@ -60,6 +60,24 @@ TransferItem TransferItem::preparedForResume() const {
     return prepared;
 }
 
+void TransferItem::forgetContent() {
+    sha256.reset();
+    uploadID.reset();
+    doneChunks.clear();
+}
+
+void TransferItem::startAfresh(const FileStamp& file) {
+    forgetContent();
+    size = file.size;
+    mtime = file.mtime;
+    state = ItemState::queued;
+    chunkSize.reset();
+    replace = alreadyThere = changedWhileSent = false;
+    error.reset();
+    attempts = 0;
+    finishedAt.reset();
+}
+
 bool IngestInfo::driveIsHere() const {
     std::error_code unreadable;
     return std::filesystem::exists(volumePath, unreadable);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Rare.h"
 #include "VarkCore/Foundation/UUID.h"
 #include "VarkCore/Upload/ContentHash.h"
@@ -49,9 +50,8 @@ struct TransferItem {
     std::string localPath{};
     /// Below the entry's parent folder: its first component is the entry's own name.
     std::string relativePath{};
-    /// Bytes, taken when the entry was added.
+    /// Bytes, and seconds since 1970: as the file was when it was hashed, and before that when it was added.
     std::int64_t size = 0;
-    /// Seconds since 1970.
     double mtime = 0;
     /// Set once hashing has finished. A stored text that is no SHA-256 reads as absent, and the file is
     /// hashed again.
@@ -66,6 +66,8 @@ struct TransferItem {
     bool replace = false;
     /// The vark had this very file before anything was sent.
     bool alreadyThere = false;
+    /// What landed was no longer what lay on the disk.
+    bool changedWhileSent = false;
     /// The sentence that is shown for a failed or conflicting item.
     Rare<std::string> error{};
     /// How many times this item has failed since it was last reset.
@@ -80,6 +82,11 @@ struct TransferItem {
     /// An item in flight becomes queued again; what is known of its upload stays.
     void prepareForResume();
     TransferItem preparedForResume() const;
+    /// What was known of its bytes is known no more: the file is hashed and its upload begun as if for the
+    /// first time.
+    void forgetContent();
+    /// As if it had just been added.
+    void startAfresh(const FileStamp& file);
 };
 
 /// One thing that a person added.

@@ -17,7 +17,6 @@ std::filesystem::path QueueStore::defaultURL(const Locations& locations) {
 }
 
 std::optional<TransferJob> QueueStore::load() const {
-    const Locked locked(lock_);
     std::string bytes;
     try {
         bytes = readWholeFile(url_);
@@ -42,21 +41,40 @@ QueueStore::Snapshot QueueStore::encode(const TransferJob* job) {
 }
 
 void QueueStore::write(const Snapshot& snapshot) {
+    try {
+        replaceFile(snapshot);
+    } catch (const FileError& error) {
+        throw FileError("Could not save the queue as", url_, error.errorNumber());
+    }
+}
+
+template <class Change>
+bool QueueStore::putInPlace(const Snapshot& snapshot, Change change) {
     const Locked locked(lock_);
-    if (snapshot.sequence <= lastWritten_) return;
-    replaceFile(snapshot);
+    if (snapshot.sequence <= lastWritten_) return false;
+    change();
     lastWritten_ = snapshot.sequence;
+    return true;
 }
 
 void QueueStore::replaceFile(const Snapshot& snapshot) {
+    const std::filesystem::path folder = url_.parent_path();
+    bool hasChanged = false;
     if (!snapshot.bytes) {
-        if (unlink(url_.c_str()) != 0 && errno != ENOENT) throw FileError("Could not remove", url_, errno);
-        return;
+        putInPlace(snapshot, [&] {
+            hasChanged = unlink(url_.c_str()) == 0;
+            if (!hasChanged && errno != ENOENT) throw FileError("Could not remove", url_, errno);
+        });
+    } else {
+        std::error_code failure;
+        std::filesystem::create_directories(folder, failure);
+        if (failure) throw FileError("Could not create", folder, failure.value());
+        UnfinishedFile file(temporaryPathBeside(url_), 0600);
+        file.write(*snapshot.bytes);
+        if (durability_ == Durability::synced) file.sync();
+        hasChanged = putInPlace(snapshot, [&] { file.renameTo(url_); });
     }
-    std::error_code failure;
-    std::filesystem::create_directories(url_.parent_path(), failure);
-    if (failure) throw FileError("Could not create", url_.parent_path(), failure.value());
-    writeAtomically(url_, *snapshot.bytes, 0600, durability_);
+    if (hasChanged && durability_ == Durability::synced) syncFolder(folder);
 }
 
 }  // namespace vark

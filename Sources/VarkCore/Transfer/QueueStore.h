@@ -16,15 +16,15 @@ namespace vark {
 
 class Locations;
 
-/// The owner of `queue.json`. Any thread; loads and writes wait for each other. It repairs nothing: a damaged
-/// file fails to load and stays until the next save.
+/// The owner of `queue.json`. Any thread. It repairs nothing: a damaged file fails to load and stays until
+/// the next save.
 ///
 /// Saving has two halves, so that an engine may encode on its own thread and leave the writing to another
-/// one:
+/// one. Writes do not wait for each other: the newest that reaches the disk counts, and an older one that
+/// comes later is dropped.
 ///
 ///     QueueStore::Snapshot snapshot = store.encode(job);   // where the job lives
-///     store.write(snapshot);                               // anywhere; an old one that comes late is
-///     dropped
+///     store.write(snapshot);                               // anywhere
 class QueueStore {
   public:
     /// The queue at one moment. Later ones have higher numbers.
@@ -48,21 +48,25 @@ class QueueStore {
     void save(const TransferJob* job) { write(encode(job)); }
 
     Snapshot encode(const TransferJob* job);
-    /// Fails with `FileError`. Does nothing when a later snapshot has been written.
+    /// Fails with `FileError`, which names the queue's own file. Does nothing when a later snapshot has been
+    /// written.
     void write(const Snapshot& snapshot);
 
     /// What `load` makes of these bytes.
     static std::optional<TransferJob> decode(std::string_view bytes);
 
   private:
-    void replaceFile(const Snapshot& snapshot) VARK_REQUIRES(lock_);
+    void replaceFile(const Snapshot& snapshot);
+    /// Runs `change` unless a later snapshot is in place already. Whether it did.
+    template <class Change>
+    bool putInPlace(const Snapshot& snapshot, Change change);
 
     const std::filesystem::path url_;
     const WallClock now_;
     const Durability durability_;
     std::atomic<std::uint64_t> lastEncoded_ = 0;
-    /// Guards the file too.
-    mutable Mutex lock_;
+    /// Held while a file takes its place, and not while its bytes are written, which may take long.
+    Mutex lock_;
     std::uint64_t lastWritten_ VARK_GUARDED_BY(lock_) = 0;
 };
 

@@ -22,6 +22,10 @@ void QueueTotals::apply(const UUID& entryID, const Share& share, std::int64_t si
             overall_.filesVerified += sign;
             overall_.bytesVerified += sign * share.size;
             entry.verified += sign;
+            if (share.changed) {
+                overall_.filesChanged += sign;
+                entry.changed += sign;
+            }
             break;
         case ItemState::skipped:
             overall_.filesSkipped += sign;

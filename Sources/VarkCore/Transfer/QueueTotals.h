@@ -18,6 +18,8 @@ struct Overall {
     std::int64_t filesFailed = 0;
     std::int64_t filesConflict = 0;
     std::int64_t filesSkipped = 0;
+    /// Of the verified ones, those that had changed by the time they landed.
+    std::int64_t filesChanged = 0;
     std::int64_t bytesVerified = 0;
     /// Bytes a second.
     double rate = 0;
@@ -42,6 +44,7 @@ struct EntryProgress {
     std::int64_t failed = 0;
     std::int64_t conflicts = 0;
     std::int64_t skipped = 0;
+    std::int64_t changed = 0;
     std::int64_t inFlight = 0;
     std::int64_t hashing = 0;
 
@@ -63,6 +66,7 @@ class QueueTotals {
         std::int64_t size = 0;
         std::int64_t done = 0;
         ItemState state = ItemState::queued;
+        bool changed = false;
     };
     void addEntry(const UUID& entryID) { entries_.try_emplace(entryID); }
     void add(const UUID& entryID, const Share& share) { apply(entryID, share, 1); }

@@ -15,7 +15,6 @@ namespace {
 constexpr std::array<std::string_view, 4> kindsOfHold = {"drive", "sleep", "network", "schedule"};
 constexpr Duration tickLength = std::chrono::milliseconds(500);
 constexpr std::uint64_t ticksBetweenSchedules = 60;
-constexpr Duration saveDelay = std::chrono::seconds(1);
 constexpr Duration rateWindow = std::chrono::seconds(12);
 
 }  // namespace
@@ -27,7 +26,7 @@ TransferEngine::TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, 
       store_(store),
       log_(log),
       chunkWidth_(static_cast<std::size_t>(std::max(chunkSlots, 1))),
-      chunkSlots_(chunkSlots),
+      chunkRoom_(chunkSlots),
       scope_(host_.executor, host_.clock) {}
 
 TransferEngine::~TransferEngine() {
@@ -84,6 +83,7 @@ Task<void> TransferEngine::ticking() {
 }
 
 Task<void> TransferEngine::networkChanged(bool usable) {
+    if (quitting_) co_return;
     if (usable) {
         clearHold("network");
     } else {
@@ -232,69 +232,65 @@ void TransferEngine::pauseForQuit() {
     cancelAllTasks();
     if (ticker_) ticker_->cancel();
     ticker_.reset();
-    monitor_.reset();
+    // The monitor stays: to end it may take as long as a name that does not resolve, and nobody is to wait
+    // for that before the queue is saved.
     returnInFlightToQueued();
 }
 
-void TransferEngine::flush() {
-    assertOnExecutor();
-    if (saveTask_) saveTask_->cancel();
-    saveTask_.reset();
-    try {
-        store_.save(job_ ? &*job_ : nullptr);
-    } catch (const std::exception&) {
-        // The queue in memory is right; the next save tries again.
-    }
-}
-
-void TransferEngine::scheduleSave() {
-    if (!saveTask_ && !quitting_) saveTask_ = scope_.start(saveSoon());
-}
-
-Task<void> TransferEngine::saveSoon() {
-    co_await sleepFor(saveDelay);
-    saveTask_.reset();
-    // Encoded here, where the queue stands still, and written elsewhere.
-    QueueStore::Snapshot snapshot = store_.encode(job_ ? &*job_ : nullptr);
-    try {
-        co_await host_.pool.run([this, &snapshot] { store_.write(snapshot); });
-    } catch (const std::exception&) {
-        // As in `flush`.
-    }
-}
-
-bool TransferEngine::driveIsGone() const {
-    return job_ && job_->ingest && !job_->ingest->driveIsHere(host_.volumes);
+Task<bool> TransferEngine::driveIsGone() {
+    if (!job_ || !job_->ingest) co_return false;
+    const IngestInfo ingest = *job_->ingest;
+    co_return !co_await host_.pool.run([&] { return ingest.driveIsHere(host_.volumes); });
 }
 
 void TransferEngine::holdForTheDrive() {
-    setHold("drive", job_->ingest->waitingLine());
+    if (job_ && job_->ingest) setHold("drive", job_->ingest->waitingLine());
 }
 
 void TransferEngine::watchIngestDrive() {
     assertOnExecutor();
-    if (!job_ || !job_->ingest || job_->ingest->reported) return;
-    if (!driveIsGone()) {
-        driveMayBeBack();
-        return;
-    }
-    std::int64_t settled = totals_.count(ItemState::verified) + totals_.count(ItemState::skipped) +
-                           totals_.count(ItemState::failed);
-    if (holds_.contains("drive") || settled == overall_.filesTotal) return;
-    holdForTheDrive();
-    returnInFlightToQueued();
+    if (job_ && job_->ingest && !job_->ingest->reported) lookForTheDrive();
 }
 
 void TransferEngine::driveMayBeBack() {
     assertOnExecutor();
     if (!holds_.contains("drive")) return;
-    if (!job_ || !job_->ingest) {
+    if (job_ && job_->ingest) {
+        lookForTheDrive();
+    } else {
+        clearHold("drive");
+    }
+}
+
+void TransferEngine::lookForTheDrive() {
+    lookAgain_ = true;
+    if (!driveLook_ || driveLook_->done()) driveLook_ = scope_.start(lookingForTheDrive());
+}
+
+Task<void> TransferEngine::lookingForTheDrive() {
+    // A disk that does not answer may keep a look for long; what rings meanwhile makes one look more.
+    while (lookAgain_ && job_ && job_->ingest && !quitting_) {
+        lookAgain_ = false;
+        const IngestInfo looked = *job_->ingest;
+        const bool isGone = co_await driveIsGone();
+        if (job_ && job_->ingest && job_->ingest->id == looked.id) driveIsThere(!isGone);
+    }
+    driveLook_.reset();
+}
+
+void TransferEngine::driveIsThere(bool isThere) {
+    const bool isHeld = holds_.contains("drive");
+    if (isThere) {
+        if (!isHeld) return;
+        log_.write(fmt::format("{} is back; carrying on", job_->ingest->drive));
         clearHold("drive");
         return;
     }
-    if (driveIsGone()) return;
-    log_.write(fmt::format("{} is back; carrying on", job_->ingest->drive));
-    clearHold("drive");
+    const std::int64_t settled = totals_.count(ItemState::verified) + totals_.count(ItemState::skipped) +
+                                 totals_.count(ItemState::failed);
+    if (isHeld || job_->ingest->reported || settled == totals_.overall().filesTotal) return;
+    holdForTheDrive();
+    returnInFlightToQueued();
 }
 
 void TransferEngine::recompute() {
@@ -306,12 +302,12 @@ void TransferEngine::recompute() {
         return;
     }
     Instant instant = host_.clock.now();
-    samples_.emplace_back(instant, overall_.bytesDone);
+    samples_.emplace_back(instant, bytesMoved_);
     while (instant - samples_.front().first > rateWindow)
         samples_.pop_front();
     if (samples_.size() < 3) return;
     double elapsed = inSeconds(instant - samples_.front().first);
-    std::int64_t gain = overall_.bytesDone - samples_.front().second;
+    std::int64_t gain = bytesMoved_ - samples_.front().second;
     if (elapsed > 0.5 && gain >= 0) rate = static_cast<double>(gain) / elapsed;
     overall_.rate = rate;
     if (rate > 0) {

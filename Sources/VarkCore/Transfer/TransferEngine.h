@@ -16,13 +16,13 @@
 
 #include "VarkCore/API/VarkAPI.h"
 #include "VarkCore/API/VarkAPIError.h"
-#include "VarkCore/Concurrency/AsyncSemaphore.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Concurrency/TaskScope.h"
 #include "VarkCore/Foundation/Calendar.h"
 #include "VarkCore/Services/PathMonitor.h"
 #include "VarkCore/Services/Volumes.h"
+#include "VarkCore/Transfer/ChunkRoom.h"
 #include "VarkCore/Transfer/IndexSet.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 #include "VarkCore/Transfer/QueueModel.h"
@@ -61,8 +61,10 @@ class TransferEngine {
         Clock& clock;
         WallClock date;
         Calendar calendar;
-        /// For hashing, walking and the writing of the saved queue.
+        /// For hashing, walking and every other look at a person's files.
         BlockingPool& pool;
+        /// For the writing of the saved queue alone, one thread: so neither waits for the other's disk.
+        BlockingPool& savingPool;
         const Volumes& volumes;
         /// Asked once, by the first `start` that is to watch the network.
         std::function<std::unique_ptr<PathMonitor>()> makePathMonitor;
@@ -79,6 +81,9 @@ class TransferEngine {
     };
     struct SignedOut {
         RefusedToken refused;
+        /// Whether anything has landed since the refusal before this one. Without that, to go on with a good
+        /// token leads here again.
+        bool hadProgress = true;
     };
     struct NoToken {};
     using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken>;
@@ -97,6 +102,12 @@ class TransferEngine {
     double pollInterval = 1.0;  // Seconds.
     double retryBase = 2.0;     // Seconds.
     int maxAttempts = 6;
+    /// How long a vark is waited for, beyond `maxAttempts`, that nothing at all gets through to: so that a
+    /// night without it fails no queue.
+    Duration patience = std::chrono::hours(24);
+    /// How many chunks are on their way at once follows the rate (those that arrive in some 10 s, at least
+    /// one), up to the given slots.
+    bool chunksFollowTheRate = false;
     std::function<void(const Event&)> onEvent;
     /// Told of each item as it becomes `verified`, `conflict`, `skipped` or `failed`. Must not call back.
     std::function<void(const TransferItem&)> onSettled;
@@ -114,12 +125,21 @@ class TransferEngine {
     void resume();
     void pauseBecauseTheVarkRefused(const std::string& reason);
     bool resumeIfTheVarkPausedIt();
-    /// Stops everything before the application exits. `flush` comes after it.
+    /// Stops everything before the application exits, and waits for nothing. `flush` comes after it.
     void pauseForQuit();
-    /// Saves now. A failure is swallowed: the queue in memory is right, and the next save tries again.
-    void flush();
+    /// Both look for the card on the pool; what comes of it comes a little later.
     void watchIngestDrive();
     void driveMayBeBack();
+
+    // Saving. The engine does it by itself, within a second of each change, and tries again what fails.
+
+    /// Saves now, on this thread. Whether the disk has what memory has.
+    bool flush();
+    /// Returns when all that had been changed when it was called is on the disk (true), or could not be
+    /// written (false). Joins a save that is due already.
+    Task<bool> saved();
+    /// Why the last save failed, as a finished sentence that names the file; nothing while saving works.
+    const std::optional<std::string>& saveFailure() const { return saveFailure_; }
 
     // Changing the queue.
 
@@ -136,17 +156,29 @@ class TransferEngine {
         bool isInQueue = false;
     };
     struct Added {
+        /// New in the queue.
         int items = 0;
+        /// In the queue before, changed since they had settled, and queued afresh.
+        int again = 0;
+        /// Of every given path that stands in the queue now, also of those that did before.
+        std::vector<UUID> entries;
+        /// Of all that was walked.
+        std::vector<Walker::PassedOver> passedOver;
         std::vector<NotAdded> notAdded;
     };
-    Task<Added> add(std::vector<std::filesystem::path> paths);
+    /// Walks all paths, then puts what was found into the queue: cancelled before that, it adds nothing. A
+    /// path that is in the queue already is looked through again: new files join its entry, and settled ones
+    /// whose size or time is another than what was sent are queued afresh. Refuses after `pauseForQuit`.
+    Task<Added> add(std::vector<std::filesystem::path> paths, Walker::Options options = {});
     /// Adds what a walk has found, less what the caller has taken out of it. False when it is in the queue
     /// already.
     bool addWalked(const std::filesystem::path& given, const Walker::Result& found);
-    void remove(const UUID& entryID);
+    void remove(const UUID& entryID) { remove(std::unordered_set<UUID>{entryID}); }
+    void remove(const std::unordered_set<UUID>& entryIDs);
     void clearFinished();
     void clearAll();
-    /// Returns when the vark has been told of every upload that was given up so far.
+    /// Returns when the vark has been told of every upload that was given up so far. Cancelled, the telling
+    /// goes on until the engine ends.
     Task<void> serverCancelsDone();
 
     void resolveConflict(const UUID& itemID, bool replace);
@@ -160,6 +192,16 @@ class TransferEngine {
     const Overall& overall() const { return overall_; }
     const std::unordered_map<UUID, EntryProgress>& entryProgress() const { return totals_.entries(); }
     const std::optional<std::string>& hold() const { return hold_; }
+
+    /// The vark is out of reach.
+    struct Outage {
+        Date since;
+        /// A finished sentence.
+        std::string why;
+        Date nextTry;
+    };
+    /// Since the first call that did not get through, until one does or nothing is being tried any more.
+    const std::optional<Outage>& outage() const { return outage_; }
     /// The items that have a task, in the order in which the tasks were started.
     std::vector<UUID> activeItemIDs() const;
     std::int64_t hashingBytes(const UUID& id) const;
@@ -194,10 +236,20 @@ class TransferEngine {
     void returnInFlightToQueued();
     void pump();
     void finishIfIdle();
-    void scheduleSave();
-    Task<void> saveSoon();
-    bool driveIsGone() const;
+    void lookForTheDrive();
+    Task<void> lookingForTheDrive();
+    void driveIsThere(bool isThere);
+    Task<bool> driveIsGone();
     void holdForTheDrive();
+
+    // Saving (EngineSaving.cpp).
+    void scheduleSave();
+    void keepSaving();
+    Task<void> savingWhatChanges();
+    Task<void> savingOnce();
+    Task<void> save();
+    /// A save of the first so many changes has ended.
+    void saveEnded(std::uint64_t includes, std::optional<std::string> failure);
 
     // The queue (EngineQueue.cpp).
     /// After items have gone: everything that is derived from the list is made anew.
@@ -216,28 +268,65 @@ class TransferEngine {
     /// the change is dropped: so a task that outlives its item does no harm.
     template <class Change>
     void set(const UUID& id, Change change);
-    bool hasEntry(const std::string& path) const;
-    void append(const std::filesystem::path& path, const Walker::Result& found);
+    struct Walked {
+        std::filesystem::path path;
+        std::optional<Walker::Result> found;
+        /// Why there is nothing.
+        std::string failure;
+    };
+    Task<Walked> walk(std::filesystem::path given, Walker::Options options);
+    /// Null when the path is not in the queue.
+    TransferEntry* entryAt(const std::filesystem::path& path);
+    /// The new entry.
+    UUID append(const std::filesystem::path& path, const Walker::Result& found);
+    void appendItem(const TransferEntry& entry, const Walker::Found& file);
+    void refuse(Added& added, std::string sentence, bool isInQueue);
+    /// Takes in what has come into entries of the queue, or changed there, in one pass over the items.
+    void lookThroughAgain(const std::vector<const Walked*>& walks, Added& added);
+    /// Whether it did: the item had settled, and the file is not as it was then.
+    bool queueAfresh(const TransferItem& known, const Walker::Found& file);
     void cancelOnServer(std::vector<std::string> uploadIDs);
     Task<void> cancelUploads(std::shared_ptr<VarkAPI> api, std::vector<std::string> uploadIDs);
 
     // One item (ItemPipeline.cpp).
     Task<void> process(UUID id);
     Task<void> carry(UUID id);
+    /// Sees to it that the item's hash, size and time are those of the file.
+    Task<void> lookAt(UUID id, std::filesystem::path file);
     Task<void> hash(UUID id, std::filesystem::path file);
+    /// Fails when the file cannot be sent any more, with the reason, or with `ContentChanged`.
+    Task<void> requireUnchanged(UUID id, std::filesystem::path file);
+    /// Whether something else lies there than what was hashed.
+    Task<bool> hasChanged(UUID id, std::filesystem::path file);
+    void landed(const UUID& id, const std::string& serverPath, bool hasChanged);
     void opened(const UUID& id, const std::string& serverPath, const BeginResult::Start& start,
                 const ChunkPlan& plan, const std::vector<std::int64_t>& missing);
     void found(const UUID& id, const std::string& serverPath, bool hadUpload);
     void blocked(const UUID& id, const std::string& serverPath);
-    /// What the vark made of the file, or nothing when it has lost the upload and it must begin again.
-    Task<std::optional<UploadStatus>> sendAndFinish(UUID id, std::shared_ptr<VarkAPI> api,
-                                                    std::string serverPath, std::filesystem::path file,
-                                                    BeginResult::Start start);
+    /// What lies in the place of the file is not what was hashed.
+    struct ContentChanged {};
+    /// Why an upload begins again.
+    enum class Again : std::uint8_t { lost, changed };
+    /// What the vark made of the file.
+    Task<std::variant<UploadStatus, Again>> sendAndFinish(UUID id, std::shared_ptr<VarkAPI> api,
+                                                          std::string serverPath, std::filesystem::path file,
+                                                          BeginResult::Start start);
     Task<UploadStatus> finishAndWait(std::shared_ptr<VarkAPI> api, std::string uploadID);
-    void settleFailure(const UUID& id, const std::exception_ptr& failure, bool cancelled);
+    Task<void> settleFailure(UUID id, std::exception_ptr failure);
+    /// Deals with every end but a failure of the item, and gives the sentence of such a one.
+    std::optional<std::string> judge(const UUID& id, const std::exception_ptr& failure, bool cancelled);
+    void backToQueued(const UUID& id);
     void fail(const UUID& id, const std::string& message);
     void taskEnded(const UUID& id);
     double backOff(int attempt) const;
+    /// Whether a call that has failed so many times, first at that time, is tried again.
+    bool isTriedAgain(const VarkAPIError& error, int attempt, Date firstFailure) const;
+    /// A gateway that answers in place of the vark counts as silence.
+    static bool meansOutOfReach(const VarkAPIError& error);
+    /// Its sentence, with the status if the vark's own words leave it out.
+    static std::string said(const VarkAPIError& error);
+    void didNotGetThrough(const VarkAPIError& error, double delay);
+    void gotThrough() { outage_.reset(); }
     template <class T, class Operation>
     Task<T> retrying(std::string label, Operation operation);
 
@@ -261,29 +350,44 @@ class TransferEngine {
 
     std::optional<TransferJob> job_;
     boost::unordered_flat_map<UUID, std::uint32_t, std::hash<UUID>> itemIndex_;
-    std::unordered_set<std::string> entryPaths_;
+    std::unordered_map<std::string, std::size_t> entryPlaces_;  // By path.
     IndexSet waiting_;  // Positions of items that are `queued` and have no task.
     QueueTotals totals_;
     Overall overall_;
 
     std::map<std::string, std::string> holds_;
     std::optional<std::string> hold_;
-    std::deque<std::pair<Instant, std::int64_t>> samples_;
+    std::int64_t bytesMoved_ = 0;                           // By this run, of chunks under way and landed.
+    std::deque<std::pair<Instant, std::int64_t>> samples_;  // Of `bytesMoved_`.
     std::size_t indexed_ = 0;  // How many of the job's items are in `itemIndex_`.
     std::uint64_t tick_ = 0;
     std::uint64_t started_ = 0;
     bool worked_ = false;
-    bool quitting_ = false;  // Nothing is started any more, and nothing more is saved by itself.
+    bool quitting_ = false;  // Nothing is added or started any more, and nothing more is saved by itself.
+
+    std::optional<Outage> outage_;
+    std::uint64_t progress_ = 0;  // Counts the chunks and files that landed.
+    std::optional<std::uint64_t> progressAtRefusal_;
+
+    // Each counts changes of the queue: all, those that a save has included, and those that the disk has.
+    std::uint64_t changes_ = 0;
+    std::uint64_t changesTried_ = 0;
+    std::uint64_t changesOnDisk_ = 0;
+    std::optional<std::string> saveFailure_;
+    Duration saveRetryDelay_{};
 
     const std::size_t chunkWidth_;
-    AsyncSemaphore chunkSlots_;
+    ChunkRoom chunkRoom_;
     std::unordered_map<UUID, Active> tasks_;
     std::optional<TaskHandle<void>> ticker_;
-    std::optional<TaskHandle<void>> saveTask_;
+    std::optional<TaskHandle<void>> saving_;
+    std::optional<TaskHandle<void>> saveUnderWay_;
+    std::optional<TaskHandle<void>> driveLook_;
+    bool lookAgain_ = false;
     std::vector<TaskHandle<void>> serverCancels_;
-    std::unique_ptr<PathMonitor> monitor_;
 
-    TaskScope scope_;  // Last: its end waits for every task, and the tasks use all of the above.
+    TaskScope scope_;  // Its end waits for every task, and the tasks use all of the above.
+    std::unique_ptr<PathMonitor> monitor_;  // Last: its thread starts tasks.
 };
 
 template <class Change>

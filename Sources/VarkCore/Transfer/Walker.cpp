@@ -30,6 +30,8 @@ std::string sentence(Kind kind, const std::filesystem::path& path) {
     switch (kind) {
         case Kind::notAFile:
             return path.native() + " is not a file or folder that can be sent.";
+        case Kind::link:
+            return path.native() + " is a link. Name what it leads to instead, or have links followed.";
         case Kind::cannotRead:
             return path.native() + " could not be read.";
         case Kind::nameIsNotText:
@@ -42,10 +44,6 @@ std::string sentence(Kind kind, const std::filesystem::path& path) {
 std::filesystem::path standardised(const std::filesystem::path& path) {
     const std::filesystem::path normal = std::filesystem::absolute(path).lexically_normal();
     return normal.has_filename() ? normal : normal.parent_path();
-}
-
-double secondsSince1970(const timespec& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
 /// A folder on the way down from the root, by what the file system calls it.
@@ -171,7 +169,7 @@ class FolderWalk {
         }
         if (S_ISDIR(values.st_mode)) return addFolder(folder, name);
         if (!S_ISREG(values.st_mode)) return passOver(folder, name, Passed::special);
-        found_.push_back({relativePath(folder, name), values.st_size, secondsSince1970(values.st_mtim)});
+        found_.push_back({relativePath(folder, name), values.st_size, stampOf(values).mtime});
     }
 
     void addFolder(const std::string& folder, std::string_view name) {
@@ -257,6 +255,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
     if (fstatat(AT_FDCWD, root.c_str(), &values, options.followLinks ? 0 : AT_SYMLINK_NOFOLLOW) != 0) {
         throw FileError("Could not read", root, errno);
     }
+    if (S_ISLNK(values.st_mode)) throw WalkError(Kind::link, root);
     if (!S_ISDIR(values.st_mode) && !S_ISREG(values.st_mode)) throw WalkError(Kind::notAFile, root);
     if (!isUTF8(root.native())) throw WalkError(Kind::nameIsNotText, root);
 
@@ -265,7 +264,7 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
     result.volumeName = volumeName(root, volumes);
     result.isFolder = S_ISDIR(values.st_mode);
     if (!result.isFolder) {
-        result.files.push_back({name, values.st_size, secondsSince1970(values.st_mtim)});
+        result.files.push_back({name, values.st_size, stampOf(values).mtime});
         return result;
     }
     FolderWalk(root, name, options, stop).run(result);

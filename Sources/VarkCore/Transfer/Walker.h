@@ -74,7 +74,7 @@ struct Walker {
 
     class WalkError : public std::runtime_error {
       public:
-        enum class Kind : std::uint8_t { notAFile, cannotRead, nameIsNotText };
+        enum class Kind : std::uint8_t { notAFile, link, cannotRead, nameIsNotText };
 
         WalkError(Kind kind, const std::filesystem::path& path);
         Kind kind() const { return kind_; }

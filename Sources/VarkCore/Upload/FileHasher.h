@@ -45,6 +45,17 @@ struct FileHasher {
     /// `FileError`.
     static std::string sha256Of(const Descriptor& file, const std::filesystem::path& path,
                                 const Progress& progress);
+
+    /// What stood in a file at one moment.
+    struct Look {
+        std::string sha256;
+        FileStamp stamp;
+    };
+    /// The same for a file that somebody may still be writing: the hash is of as many bytes as the stamp
+    /// says, and a file that changes meanwhile is hashed again, so `progress` may fall back to the beginning.
+    /// One that never stands still gives its last look, which its stamp tells from what lies there
+    /// afterwards.
+    static Look lookAt(const std::filesystem::path& file, const Progress& progress = nullptr);
 };
 
 }  // namespace vark

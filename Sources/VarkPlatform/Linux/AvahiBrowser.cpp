@@ -1,8 +1,5 @@
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 
-#include <avahi-common/error.h>
-#include <fmt/format.h>
-
 #include <atomic>
 #include <optional>
 #include <utility>
@@ -16,12 +13,10 @@
 namespace vark {
 namespace {
 
-std::string sentenceFor(int error) {
-    return fmt::format(
-        "the avahi-daemon cannot be reached ({}). Install and start dbus and avahi-daemon, "
-        "then start Vark again.",
-        avahi_strerror(error));
-}
+constexpr const char* nobodyToLookWith =
+    "no avahi-daemon answers on this machine, so everything goes by the internet. For the nodes of an "
+    "office, "
+    "install and start dbus and avahi-daemon; the next run finds them.";
 
 }  // namespace
 
@@ -79,7 +74,7 @@ class AvahiBrowser::Machinery final : private AvahiSession::Listener {
 
     void browsing() override { news_.add(round_, BrowsingReady()); }
     void denied() override { news_.add(round_, BrowsingDenied()); }
-    void failed(int error) override { news_.add(round_, BrowsingFailed(sentenceFor(error))); }
+    void failed() override { news_.add(round_, BrowsingFailed(nobodyToLookWith)); }
     void found(std::vector<FoundService> services) override {
         if (services == told_) return;
         told_ = services;

@@ -89,7 +89,7 @@ void AvahiSession::fail(int error) {
     if (error == AVAHI_ERR_ACCESS_DENIED || isAvahiForbidden()) {
         listener_.denied();
     } else {
-        listener_.failed(error);
+        listener_.failed();
     }
 }
 

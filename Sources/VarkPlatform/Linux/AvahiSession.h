@@ -31,8 +31,8 @@ class AvahiSession {
         /// The daemon has gone, and only another session can reach the next one.
         virtual void lost() = 0;
         virtual void denied() = 0;
-        /// `error` is Avahi's; the session is of no more use.
-        virtual void failed(int error) = 0;
+        /// The session is of no more use.
+        virtual void failed() = 0;
 
       protected:
         ~Listener() = default;

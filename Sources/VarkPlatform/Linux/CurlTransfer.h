@@ -103,7 +103,4 @@ class CurlTransfer final : public StoppableWait, private CurlExchange {
     std::optional<HTTPError> failure_;
 };
 
-/// What libcurl's end of a transfer means. `systemError` is the `errno` of its last connection, if any.
-HTTPError::Code httpErrorCode(CURLcode result, int systemError);
-
 }  // namespace vark

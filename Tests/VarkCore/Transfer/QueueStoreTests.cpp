@@ -31,7 +31,7 @@ TransferJob fullJob() {
     item.error = "Something else is there.";
     item.attempts = 3;
     item.finishedAt = now;
-    item.replace = item.alreadyThere = true;
+    item.replace = item.alreadyThere = item.changedWhileSent = true;
     return job;
 }
 

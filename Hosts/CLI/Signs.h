@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string_view>
+
+namespace vark::cli {
+
+/// The signs of this program's own lines that not everything can show. Names are never changed by them.
+struct Signs {
+    std::string_view between = " · ";
+    std::string_view to = " → ";
+
+    static constexpr Signs ascii() { return {" - ", " -> "}; }
+};
+
+}  // namespace vark::cli
