@@ -9,6 +9,7 @@
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/API/ContentSink.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
 
@@ -147,18 +148,11 @@ class TestVark final : public SilentVark {
     }
 
     std::map<std::int64_t, std::string> contents;
-    std::optional<VarkAPIError> downloadRefusal;
-    std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override {
-        if (downloadRefusal) throw *downloadRefusal;
-        auto download = std::make_shared<VarkDownload>(std::make_shared<Progress>(100), [] {});
+    Task<void> fetch(std::int64_t id, ContentSink& sink) override {
+        co_await yieldNow();
         const auto found = contents.find(id);
-        if (found == contents.end()) {
-            download->finish(std::make_exception_ptr(VarkAPIError::server(404)));
-        } else {
-            writeAtomically(to, found->second, 0600);
-            download->finish(nullptr);
-        }
-        return download;
+        if (found == contents.end()) throw VarkAPIError::server(404);
+        sink.take(0, found->second);
     }
 
     Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
