@@ -27,15 +27,15 @@ std::shared_ptr<VarkAPI> apiIfConnected(Surroundings& surroundings,
 
 QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& request) {
     const std::optional<SharedConnection> connection = surroundings.connection();
-    TransferEngine engine(apiIfConnected(surroundings, connection), surroundings.store(), surroundings.log(),
-                          1, surroundings.engineHost());
+    const std::shared_ptr<VarkAPI> api = apiIfConnected(surroundings, connection);
+    TransferEngine engine(api, surroundings.store(), surroundings.log(), 1, surroundings.engineHost());
     engine.maxConcurrentFiles = 0;
     engine.start(false);
     if (!engine.job()) {
         // Either there is none, or this fails and says why it cannot be read.
         savedQueue(surroundings);
     }
-    QueueDesk desk(surroundings, engine, connection ? connection->rootPath : "",
+    QueueDesk desk(surroundings, engine, api, connection ? connection->rootPath : "",
                    connection ? connection->clientName : "");
     QueueAnswer answer = surroundings.await(desk.carryOut(request));
     engine.pauseForQuit();

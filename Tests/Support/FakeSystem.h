@@ -24,14 +24,16 @@ struct FakeUserFolders : UserFolders {
     explicit FakeUserFolders(std::filesystem::path folder) : base(std::move(folder)) {}
     std::filesystem::path base;
     bool knowsLibrary = true;
+    std::optional<std::string> groupTrouble;
 
     std::filesystem::path home() const override { return base; }
     std::optional<std::filesystem::path> applicationSupport() const override { return known("Support"); }
     std::optional<std::filesystem::path> library() const override { return known("State"); }
     std::optional<std::filesystem::path> downloads() const override { return known("Downloads"); }
     std::optional<std::filesystem::path> groupContainer(std::string_view identifier) const override {
-        return base / "Groups" / identifier;
+        return groupTrouble ? std::nullopt : std::optional(base / "Groups" / identifier);
     }
+    std::optional<std::string> groupContainerTrouble(std::string_view) const override { return groupTrouble; }
 
   private:
     std::optional<std::filesystem::path> known(const char* name) const {

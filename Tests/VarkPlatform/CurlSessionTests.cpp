@@ -9,7 +9,6 @@
 #include <semaphore>
 #include <set>
 
-#include "Tests/Support/TemporaryFolder.h"
 #include "Tests/VarkPlatform/ChangedVariables.h"
 #include "Tests/VarkPlatform/CurlFixture.h"
 #include "Tests/VarkPlatform/OwnNetwork.h"
@@ -422,18 +421,23 @@ TEST_F(CurlSessionTest, AsksAServerThatIsSilentWhetherItIsStillThere) {
                               looked.acquire();
                               client.write("b");
                           }));
-    std::vector<std::pair<int, long>> timers;
-    HTTPSession::DownloadProgress look = [&](std::int64_t received, auto) {
-        if (received > 1) return;
-        timers.push_back(timerOfConnectionTo(server.port()));
+    /// Looks when the first byte has come, while the server is silent.
+    struct Look final : BodySink {
+        std::function<void()> look;
+        void take(const HTTPResponse&, std::string_view) override {
+            if (look) std::exchange(look, nullptr)();
+        }
+    };
+    std::optional<std::pair<int, long>> timer;
+    Look sink;
+    sink.look = [&] {
+        timer = timerOfConnectionTo(server.port());
         looked.release();
     };
-    const TemporaryFolder folder;
-    const HTTPRequest asked = request(server.url("/"));
-    EXPECT_EQ(outcome(session->download(asked, folder / "file", look, [](auto&) { return true; })), "200");
-    ASSERT_EQ(timers.size(), 1U);
-    EXPECT_EQ(timers[0].first, keepAlive);
-    EXPECT_LE(timers[0].second, 6'000);
+    EXPECT_EQ(outcome(session->receive(request(server.url("/")), sink, [](auto&) { return true; })), "200");
+    ASSERT_TRUE(timer);
+    EXPECT_EQ(timer->first, keepAlive);
+    EXPECT_LE(timer->second, 6'000);
 }
 
 }  // namespace

@@ -78,6 +78,7 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<VarkChanges> changes(std::int64_t under, std::optional<std::string> since,
                               std::int64_t limit) override;
     std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override;
+    Task<void> fetch(std::int64_t id, ContentSink& sink) override;
     Task<std::string> rename(std::string path, std::string to) override;
     Task<std::string> move(std::string path, std::string toFolder) override;
     Task<std::string> bin(std::string path) override;
@@ -146,24 +147,25 @@ class HTTPVarkAPI final : public VarkAPI {
     /// Marks the node bad if not.
     Task<bool> provesItself(LANRoute probe);
 
+    /// One item on its way. What it refers to outlives the roads that are tried for it.
     struct Wanted {
         std::int64_t id;
-        std::filesystem::path to;
+        ContentSink& sink;
+        std::shared_ptr<Progress> progress;
     };
     enum class Roads { all, internetOnly };
-    std::shared_ptr<VarkDownload> download(Wanted wanted, Roads roads);
-    Task<void> fetchOverNode(Wanted wanted, LANRoute node, HTTPHeader token,
-                             std::shared_ptr<Progress> progress);
-    Task<void> fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token,
-                                  std::shared_ptr<Progress> progress);
+    URL fileURL(std::int64_t id) const;
+    Task<void> bringToFile(std::int64_t id, std::filesystem::path to, HTTPHeader token,
+                           std::shared_ptr<Progress> progress);
+    Task<void> bring(Wanted wanted, HTTPHeader token);
+    Task<void> fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token);
     /// False when the road failed, and the node was marked bad for it.
     Task<bool> arrivesOverNode(std::string host, Task<void> road);
-    Task<void> getFromNode(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    Task<void> getFromNode(LANRoute route, Wanted wanted);
     /// After a node has failed.
-    Task<void> fetchByInternet(Wanted wanted, std::shared_ptr<Progress> progress);
-    Task<void> plainFetch(URL url, std::filesystem::path to, std::shared_ptr<Progress> progress);
-    Task<void> fetchBySession(Wanted wanted, URL url, HTTPHeader token, Roads roads,
-                              std::shared_ptr<Progress> progress);
+    Task<void> fetchByInternet(Wanted wanted);
+    Task<void> plainFetch(URL url, Wanted wanted);
+    Task<void> fetchBySession(Wanted wanted, HTTPHeader token, Roads roads);
 
     HTTPSession& session_;
     LANRouter& lan_;

@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
-#include <fstream>
 #include <system_error>
 
 #include "VarkCore/Foundation/Text.h"
@@ -41,10 +40,20 @@ std::string reason(int errorNumber) {
             return "it is not there.";
         case EFBIG:
             return "it is too large.";
-        case ESTALE:
-            return "it changed while it was read. Try again when nothing writes to it any more.";
+        case EEXIST:
+            return "something of that name is there already.";
+        case ENOTDIR:
+            return "something that is no folder is in its way.";
         case EISDIR:
             return "it is a folder.";
+        case EPIPE:
+            return "nobody reads it any more.";
+        case ELOOP:
+            return "it is a link, which is not followed.";
+        case ENAMETOOLONG:
+            return "its name is too long for this disk.";
+        case ESTALE:
+            return "it changed while it was read. Try again when nothing writes to it any more.";
         case ENXIO:
             return "it is a pipe, a socket or a device.";
         default:
@@ -63,21 +72,6 @@ auto uninterrupted(Call call) {
 
 std::filesystem::path folderOf(const std::filesystem::path& path) {
     return path.has_parent_path() ? path.parent_path() : ".";
-}
-
-/// The error number; 0 when it went well.
-int renamed(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags) {
-    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
-}
-
-/// Read from the system's table, since asking by the call would change it for all threads.
-mode_t umaskOfThisProcess() {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.starts_with("Umask:")) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
-    }
-    return 0077;
 }
 
 void requireRegular(const struct stat& values, const std::filesystem::path& path) {
@@ -271,12 +265,6 @@ void UnfinishedFile::renameTo(const std::filesystem::path& path) {
     finished_ = true;
 }
 
-void UnfinishedFile::keep() {
-    // An interrupted close has closed all the same.
-    if (::close(file_.release()) != 0 && errno != EINTR) throw FileError("Could not write", path_, errno);
-    finished_ = true;
-}
-
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes, mode_t mode,
                      Durability durability) {
     UnfinishedFile file(temporaryPathBeside(path), mode);
@@ -303,24 +291,6 @@ bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes)
     if (!file) return false;
     const ssize_t written = uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
     return written >= 0 && static_cast<std::size_t>(written) == bytes.size();
-}
-
-void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing) {
-    {
-        const Descriptor file = openForReading(from);
-        const mode_t mask = umaskOfThisProcess();
-        if (fchmod(file.get(), 0666 & ~mask) != 0)
-            throw FileError("Could not set the permissions of", from, errno);
-        if (uninterrupted([&] { return fdatasync(file.get()); }) != 0)
-            throw FileError("Could not write", from, errno);
-    }
-    int failure = renamed(from, to, replacing == Replacing::refused ? RENAME_NOREPLACE : 0);
-    if (failure == EINVAL && replacing == Replacing::refused) {
-        // This file system cannot look and rename in one step.
-        failure =
-            std::filesystem::exists(std::filesystem::symlink_status(to)) ? EEXIST : renamed(from, to, 0);
-    }
-    if (failure != 0) throw FileError("Could not put in place", to, failure);
 }
 
 FileLock FileLock::exclusive(const std::filesystem::path& path) {

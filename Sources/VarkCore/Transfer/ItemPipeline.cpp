@@ -53,7 +53,7 @@ Task<void> TransferEngine::carry(UUID id) {
     if (job_ && job_->ingest) {
         // The mere place is asked for, since this is done for each file. What comes and goes in that place is
         // the business of `watchIngestDrive`.
-        const IngestInfo ingest = *job_->ingest;
+        const IngestInfo ingest = job_->ingest->place();
         const bool isHere = co_await host_.pool.run([&] { return ingest.driveIsHere(); });
         if (!isHere && job_ && job_->ingest) {
             backToQueued(id);

@@ -100,22 +100,13 @@ Task<HTTPResponse> CurlSession::data(HTTPRequest request) {
     throw tooManyRedirects();
 }
 
-Task<HTTPResponse> CurlSession::download(HTTPRequest request, std::filesystem::path to,
-                                         DownloadProgress progress, FollowRedirect follow) {
+Task<HTTPResponse> CurlSession::receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) {
     addSessionHeaders(request, machinery_->headers);
-    std::error_code ignored;
-    std::filesystem::remove(to, ignored);
-    UnfinishedFile file(std::move(to), 0600);
     for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
-        CurlAnswerFile answerFile{file, progress};
         HTTPResponse response =
-            co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, answerFile);
+            co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, sink);
         const std::optional<URL> next = nextAddress(request, response);
-        if (!next || !follow({response.status, *next})) {
-            file.keep();
-            co_return response;
-        }
-        file.startOver();
+        if (!next || !follow({response.status, *next})) co_return response;
         redirect(request, *next);
     }
     throw tooManyRedirects();

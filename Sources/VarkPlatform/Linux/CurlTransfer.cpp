@@ -135,15 +135,15 @@ CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings,
 }
 
 CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
-                           CurlAnswerFile answerFile)
-    : loop_(loop), settings_(settings), request_(request), answerFile_(answerFile) {
+                           BodySink& sink)
+    : loop_(loop), settings_(settings), request_(request), sink_(&sink) {
     buildHeaderList();
 }
 
 HTTPResponse CurlTransfer::await_resume() {
     unwatch();
     if (cancelled_) throw CancellationError();
-    if (fileFailure_) throw *std::move(fileFailure_);
+    if (sinkFailure_) std::rethrow_exception(sinkFailure_);
     if (failure_) throw *std::move(failure_);
     return std::move(response_);
 }
@@ -222,7 +222,7 @@ CURLcode CurlTransfer::prepare(CURL* easy) {
     // An answer to HEAD tells of a body that does not come.
     if (request_.method == "HEAD") {
         options.set(CURLOPT_NOBODY, 1L);
-    } else if (!answerFile_) {
+    } else if (sink_ == nullptr) {
         options.set(CURLOPT_MAXFILESIZE_LARGE,
                     static_cast<curl_off_t>(std::min(request_.longestAnswer, std::size_t{1} << 62)));
     }
@@ -234,6 +234,7 @@ void CurlTransfer::ended(CURL* easy, CURLcode result) {
         long status = 0;
         curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
         response_.status = static_cast<int>(status);
+        if (sink_ != nullptr && succeeds() && !sinkIsTold_) giveToSink("");
     } else {
         failure_ = failure(easy, result);
     }
@@ -290,14 +291,11 @@ std::size_t CurlTransfer::takeHeaderLine(std::string_view line) {
 }
 
 std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
-    if (answerFile_) {
-        try {
-            writeAnswer(bytes);
-        } catch (const FileError& error) {
-            fileFailure_ = error;
-            return 0;
-        }
-        return bytes.size();
+    if (sink_ != nullptr) {
+        long status = 0;
+        curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
+        response_.status = static_cast<int>(status);
+        if (succeeds()) return giveToSink(bytes) ? bytes.size() : 0;
     }
     if (bytes.size() > request_.longestAnswer - response_.body.size()) {
         answerTooLong_ = true;
@@ -307,15 +305,19 @@ std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
     return bytes.size();
 }
 
-void CurlTransfer::writeAnswer(std::string_view bytes) {
-    answerFile_->file.write(bytes);
-    received_ += static_cast<std::int64_t>(bytes.size());
-    long status = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
-    if (status / 100 == 3) return;
-    curl_off_t length = -1;
-    curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    answerFile_->progress(received_, length < 0 ? std::nullopt : std::optional<std::int64_t>(length));
+bool CurlTransfer::succeeds() const {
+    return response_.status / 100 == 2;
+}
+
+bool CurlTransfer::giveToSink(std::string_view bytes) {
+    sinkIsTold_ = true;
+    try {
+        sink_->take(response_, bytes);
+        return true;
+    } catch (...) {
+        sinkFailure_ = std::current_exception();
+        return false;
+    }
 }
 
 std::size_t CurlTransfer::giveBody(std::span<char> to) {

@@ -279,5 +279,35 @@ TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
     }
 }
 
+TEST_F(EngineQueue, OfACardIsKeptWhatBecameOfEachFileThatLeavesTheList) {
+    using Kind = IngestInfo::Unlisted::Kind;
+    const std::filesystem::path card = folder.path() / "files" / "CARD";
+    write("CARD/A/1.mov", 100);
+    write("CARD/B/2.mov", 100);
+    write("CARD/C/3.mov", 100, 'c');
+    IngestInfo info;
+    info.drive = "CARD";
+    info.volumePath = card;
+    engine->start(false);
+    engine->setIngest(info);
+    engine->maxConcurrentFiles = 1;
+    add({card});
+    loop.advance(150ms);
+    ASSERT_THAT(states(), ElementsAre("verified", "uploading", "queued"));
+    engine->leaveOut({"C", "A"});
+    EXPECT_THAT(states(), ElementsAre("verified", "uploading"));
+    EXPECT_THAT(engine->job()->ingest->leftOut, ElementsAre("C", "A"));
+    expectTotalsOfAFullPass();
+
+    const double landedAt = item("1.mov").mtime;
+    const double waitedAt = item("2.mov").mtime;
+    engine->remove(engine->job()->entries.at(0).id);
+    EXPECT_THAT(engine->job()->ingest->unlisted,
+                ElementsAre(IngestInfo::Unlisted{Kind::landed, "A/1.mov", 100, landedAt},
+                            IngestInfo::Unlisted{Kind::removed, "B/2.mov", 100, waitedAt}));
+    loop.advance(2s);
+    EXPECT_EQ(saved()->ingest, engine->job()->ingest);
+}
+
 }  // namespace
 }  // namespace vark::test
