@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Tests/CLI/CommandLine.h"
+#include "VarkCore/Activity/SharedActivity.h"
 
 namespace vark::cli {
 namespace {

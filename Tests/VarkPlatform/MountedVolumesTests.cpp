@@ -4,6 +4,7 @@
 
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestCard.h"
+#include "VarkCore/Foundation/Files.h"
 #include "VarkPlatform/Linux/MountedVolumes.h"
 
 namespace vark::test {
