@@ -11,6 +11,7 @@
 
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Concurrency/TaskScope.h"
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/LAN/LANTransfer.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
@@ -30,6 +31,17 @@ struct Node {
         const std::string url = fmt::format("https://127.0.0.1:{}{}", port, path);
         return {URL::parse(url).value(), "127.0.0.1", port, host, path};
     }
+};
+
+/// Takes the place of whatever stands there.
+class BodyFile final : public BodySink {
+  public:
+    explicit BodyFile(std::filesystem::path path) : path_(std::move(path)), file_(openEmptied(path_)) {}
+    void take(const HTTPResponse&, std::string_view bytes) override { writeAll(file_, bytes, path_); }
+
+  private:
+    const std::filesystem::path path_;
+    const Descriptor file_;
 };
 
 Task<void> judge(Task<LANTransfer::Response> transfer) {
@@ -60,7 +72,8 @@ int benchmark(const std::vector<std::string>& arguments) {
         run(executor, clock,
             put(&lan, node, arguments[4], std::stol(arguments[5]), std::stoul(arguments[6])));
     } else {
-        run(executor, clock, judge(lan.get(node.routeTo(arguments[4]), arguments[5], nullptr)));
+        BodyFile file(arguments[5]);
+        run(executor, clock, judge(lan.get(node.routeTo(arguments[4]), {}, file)));
     }
     return 0;
 }

@@ -6,6 +6,14 @@ seconds() {
   "$@" >&2
   awk -v a="$begun" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.3f", b - a }'
 }
+# costs COMMAND...: runs it and gives its wall time, its processor time (user and system) and its most memory in kB.
+costs() {
+  local note
+  note=$(mktemp)
+  /usr/bin/time -f '%e %U %S %M' -o "$note" "$@" >&2 || { cat "$note" >&2; rm "$note"; return 1; }
+  awk 'END { printf "%.2f %.2f %d", $1, $2 + $3, $4 }' "$note"
+  rm "$note"
+}
 least() { printf '%s\n' "$@" | sort -g | head -n 1; }
 most() { printf '%s\n' "$@" | sort -g | tail -n 1; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }

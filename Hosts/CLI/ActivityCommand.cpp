@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/TextWidth.h"
 #include "VarkCore/Activity/ActivityHistory.h"

@@ -1,5 +1,5 @@
 #include "Hosts/CLI/Commands.h"
-#include "Hosts/CLI/QueueHolder.h"
+#include "Hosts/CLI/RequestFolder.h"
 #include "VarkCore/Policies/LocalCache.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/Rescue.h"
@@ -34,6 +34,15 @@ std::vector<LocalCache::Place> placesOf(Surroundings& surroundings) {
     return places;
 }
 
+/// Where files in the making may have been left by a program that was killed.
+std::vector<std::filesystem::path> foldersOfLeftovers(Surroundings& surroundings) {
+    const Locations& locations = surroundings.locations();
+    std::vector<std::filesystem::path> folders = {locations.storageFolder(), locations.requests(),
+                                                  Rescue::downloads(surroundings.platform.folders())};
+    if (const SharedStore::Folder& folder = surroundings.sharedFolder()) folders.push_back(*folder);
+    return folders;
+}
+
 void print(Console& console, const LocalCache::Report& report, bool json) {
     if (json) {
         JSONWriter record;
@@ -52,16 +61,22 @@ void print(Console& console, const LocalCache::Report& report, bool json) {
 ExitCode showCache(Surroundings& surroundings, const CacheOptions& options) {
     const std::vector<LocalCache::Place> places = placesOf(surroundings);
     if (!options.free) {
-        print(surroundings.console, LocalCache::measure(places), options.json);
+        LocalCache::Report report = LocalCache::measure(places);
+        const std::int64_t leftovers = LocalCache::sizeOfLeftovers(foldersOfLeftovers(surroundings));
+        if (leftovers > 0) report.lines.push_back({"Files that were not finished", leftovers});
+        print(surroundings.console, report, options.json);
         return ExitCode::allLanded;
     }
     // What another vark is being asked, or has just answered, must not go from under it.
-    const QueueLock lock = takeQueue(surroundings);
     const std::filesystem::path requests = surroundings.locations().requests();
     const auto inUse = [&](const std::filesystem::path& member) {
-        return lock == nullptr && member.parent_path() == requests;
+        std::error_code gone;
+        const auto written = std::filesystem::last_write_time(member, gone);
+        return member.parent_path() == requests && !gone &&
+               std::filesystem::file_time_type::clock::now() - written < RequestFolder::longestLife;
     };
-    const LocalCache::Freed freed = LocalCache::evict(places, inUse);
+    LocalCache::Freed freed = LocalCache::evict(places, inUse);
+    freed.bytes += LocalCache::sweep(foldersOfLeftovers(surroundings));
     if (options.json) {
         JSONWriter record;
         record.beginObject().field("freed", freed.bytes).field("left", freed.left).endObject();
@@ -76,30 +91,57 @@ bool liesIn(const std::filesystem::path& path, const std::filesystem::path& fold
     return std::ranges::mismatch(folder, path).in1 == folder.end();
 }
 
+/// The folder itself, as the system calls it.
+std::filesystem::path folderMeant(const std::string& given) {
+    const std::filesystem::path normal = std::filesystem::path(given).lexically_normal();
+    const std::filesystem::path named = normal.has_filename() ? normal : normal.parent_path();
+    std::error_code failure;
+    if (std::filesystem::is_symlink(named, failure))
+        throw CommandError(ExitCode::usage,
+                           fmt::format("{} is a link. Give the folder that it leads to: {}", given,
+                                       std::filesystem::weakly_canonical(named, failure).string()));
+    if (!std::filesystem::is_directory(named, failure))
+        throw CommandError(ExitCode::usage, fmt::format("{} is no folder.", given));
+    return std::filesystem::canonical(named);
+}
+
+Rescue::Kept keepOf(Surroundings& surroundings, const std::filesystem::path& folder,
+                    const std::filesystem::path& downloads) {
+    try {
+        return Rescue::keep(folder, downloads, surroundings.date(), surroundings.calendar())
+            .value_or(Rescue::Kept{});
+    } catch (const FileError& error) {
+        throw CommandError(ExitCode::somethingFailed,
+                           fmt::format("{} Nothing has been moved.", error.what()));
+    }
+}
+
 ExitCode rescue(Surroundings& surroundings, const RescueOptions& options) {
-    if (!std::filesystem::is_directory(options.folder))
-        throw CommandError(ExitCode::usage, fmt::format("{} is no folder.", options.folder));
-    const std::filesystem::path folder = std::filesystem::canonical(options.folder);
+    const std::filesystem::path folder = folderMeant(options.folder);
     const std::filesystem::path downloads = Rescue::downloads(surroundings.platform.folders());
     if (liesIn(std::filesystem::weakly_canonical(downloads), folder))
         throw CommandError(
             ExitCode::usage,
             fmt::format("Your Downloads lie in {} themselves, so it cannot be emptied into them.",
                         folder.string()));
-    const std::optional<Rescue::Kept> kept =
-        Rescue::keep(folder, downloads, surroundings.date(), surroundings.calendar());
+    const Rescue::Kept kept = keepOf(surroundings, folder, downloads);
+    const bool hadNothing = kept.folder.empty() && kept.left.empty();
     if (options.json) {
         JSONWriter record;
         record.beginObject();
-        if (kept) record.field("folder", kept->folder.string());
-        record.field("files", kept ? kept->files : 0).field("bytes", kept ? kept->bytes : 0).endObject();
-        surroundings.console.printJSON(record.text());
-    } else if (kept) {
-        surroundings.console.print(kept->sentence());
-    } else {
+        if (!kept.folder.empty()) record.field("folder", kept.folder.string());
+        record.field("files", kept.files).field("bytes", kept.bytes).key("left").beginArray();
+        for (const CarryAcross::Left& one : kept.left)
+            record.beginObject().field("path", one.path.string()).field("why", one.why).endObject();
+        surroundings.console.printJSON(record.endArray().endObject().text());
+    } else if (hadNothing) {
         surroundings.console.say("There was nothing to keep.");
+    } else {
+        surroundings.console.print(kept.sentence());
     }
-    return ExitCode::allLanded;
+    for (const CarryAcross::Left& one : kept.left)
+        surroundings.console.say(one.why);
+    return kept.left.empty() ? ExitCode::allLanded : ExitCode::somethingFailed;
 }
 
 }  // namespace

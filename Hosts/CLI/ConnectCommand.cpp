@@ -1,9 +1,12 @@
+#include <cstdlib>
+
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/Identity.h"
 #include "Hosts/CLI/SignIn.h"
 #include "Hosts/CLI/TokenKeeper.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Sentence.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
@@ -17,9 +20,10 @@ struct ConnectOptions {
     std::string url;
     std::string code;
     std::string tokenFile;
-    std::string secretStore = "keychain";
+    std::string secretStore;
     std::string authorityFile;
     std::string root;
+    std::vector<std::string> only;
     bool json = false;
 };
 
@@ -60,6 +64,11 @@ std::string readAuthority(const std::string& path) {
 
 /// The address of a vark as a person gives it, without a slash at its end.
 URL readAddress(const std::string& text) {
+    // Never shown: a password may stand in it.
+    if (text.contains('@'))
+        throw CommandError(ExitCode::usage,
+                           "The address holds a name or a password (there is an \"@\" in it). The vark knows "
+                           "this machine by a token: give the address alone, like https://vark.example.com");
     std::string address = text.contains("://") ? text : "https://" + text;
     while (address.ends_with('/'))
         address.pop_back();
@@ -72,24 +81,63 @@ URL readAddress(const std::string& text) {
         throw CommandError(ExitCode::usage,
                            "A token is sent through https only. Give an address that begins with "
                            "https://");
+    if (!url->path().empty() || address.contains('?') || address.contains('#'))
+        throw CommandError(ExitCode::usage,
+                           fmt::format("{} is a page, and no address of a vark. Give what stands before the "
+                                       "path, like https://vark.example.com; to work below one folder of the "
+                                       "vark, add: --root FOLDER",
+                                       text));
     return *url;
 }
 
+KeptConnection::Place readPlace(const std::string& chosen) {
+    // The person's settings count for `connect` alone, so they are read here, and their mistake is named so.
+    const char* setting = std::getenv("VARK_SECRET_STORE");
+    const bool isSetting = chosen.empty() && setting != nullptr && *setting != '\0';
+    const std::string place = isSetting ? setting : chosen;
+    if (place.empty() || place == "keychain") return KeptConnection::Place::keychain;
+    if (place == "file") return KeptConnection::Place::file;
+    throw CommandError(ExitCode::usage,
+                       fmt::format("VARK_SECRET_STORE in the environment is \"{}\". Set it to keychain or to "
+                                   "file, or unset it.",
+                                   place));
+}
+
+/// The top-level folders that alone are to be shown; nothing for all of them.
+std::optional<std::vector<std::string>> readFolders(const std::vector<std::string>& only) {
+    if (only.empty()) return std::nullopt;
+    std::vector<std::string> names;
+    for (const std::string& folder : only) {
+        names.push_back(tidiedVarkPath(folder));
+        if (names.back().empty() || names.back().contains('/'))
+            throw CommandError(ExitCode::usage,
+                               fmt::format("\"{}\" is no name of a folder at the top. Give names without "
+                                           "slashes with --only, and what lies deeper with --root.",
+                                           folder));
+    }
+    return names;
+}
+
 CommandError cannotConnect(const URL& url, const VarkAPIError& error, bool provesItself) {
+    const std::string said = asSentence(error.errorDescription());
     if (error.isSignOut())
-        return {ExitCode::notConnected,
-                fmt::format("{} did not accept the token: {} Get a new one and try again.", url.text(),
-                            error.errorDescription())};
+        return {
+            ExitCode::notConnected,
+            fmt::format("{} did not accept the token: {} Get a new one and try again.", url.text(), said)};
     if (!provesItself)
         return {
             ExitCode::notConnected,
             fmt::format("{} is not trusted by this machine: its certificate comes from an authority that is "
                         "not known here. If the vark has one of its own, give its file with --ca-file.",
                         url.text())};
+    if (error.isRetryable() && std::holds_alternative<VarkAPIError::Server>(error.which()))
+        return {
+            ExitCode::notConnected,
+            fmt::format("{} does not take this just now: {} Wait a moment and try again.", url.text(), said)};
     return {
         ExitCode::notConnected,
         fmt::format("{} could not be used as a vark: {} Check the address and the network, and try again.",
-                    url.text(), error.errorDescription())};
+                    url.text(), said)};
 }
 
 /// What the first calls to an address give, with failures told as the address's. Fails with a
@@ -99,55 +147,36 @@ auto reaching(Surroundings& surroundings, const VarkAddress& address, Calls call
     try {
         return calls();
     } catch (const VarkAPIError& error) {
+        static const VarkAPIError timedOut =
+            VarkAPIError::transport(describeURLError(HTTPError(HTTPError::timedOut, "")));
+        // Only a connection that failed can have failed for the certificate, and who has waited once for
+        // nothing does not wait again.
+        const bool mayBeUntrusted =
+            std::holds_alternative<VarkAPIError::Transport>(error.which()) && error != timedOut;
         const bool provesItself =
-            error.isSignOut() || surroundings.await(surroundings.platform.provesItself(address));
+            !mayBeUntrusted || surroundings.await(surroundings.platform.provesItself(address));
         throw cannotConnect(address.url, error, provesItself);
     }
 }
 
-/// The item at which the connection is to be rooted; 0 for the whole of a vark that has none for that.
-std::int64_t findRoot(Surroundings& surroundings, VarkAPI& api, const std::string& rootPath) {
+/// The item of a folder that the person named with `option`; 0 for the whole of a vark that has none for
+/// that.
+std::int64_t findFolder(Surroundings& surroundings, VarkAPI& api, const std::string& path,
+                        std::string_view option) {
     try {
-        VarkItem item = surroundings.await(api.item(rootPath));
-        if (item.isDir || rootPath.empty()) return item.id;
+        VarkItem item = surroundings.await(api.item(path));
+        if (item.isDir || path.empty()) return item.id;
         throw CommandError(ExitCode::usage,
-                           fmt::format("\"{}\" is a file on the vark. Give a folder with --root.", rootPath));
+                           fmt::format("\"{}\" is a file on the vark. Give a folder with {}.", path, option));
     } catch (const VarkAPIError& error) {
         if (!error.isGone()) throw;
-        if (rootPath.empty()) return 0;
+        if (path.empty()) return 0;
         throw CommandError(
             ExitCode::usage,
             fmt::format("There is no folder \"{}\" on the vark. Look at what there is with: vark "
-                        "ls, after connecting without --root.",
-                        rootPath));
+                        "ls, after connecting without {}.",
+                        path, option));
     }
-}
-
-/// The folder for the connection. Fails with a `CommandError` when this program has none.
-const std::filesystem::path& neededFolder(Surroundings& surroundings) {
-    const SharedStore::Folder& folder = surroundings.sharedFolder();
-    if (folder) return *folder;
-    throw CommandError(ExitCode::somethingFailed,
-                       "This program has no shared folder, since no bundle is around it. Run the vark in "
-                       "Vark.app.");
-}
-
-/// Both files, the authority first: a connection without it would be of no use.
-void writeConnection(const std::filesystem::path& folder, const SharedConnection& connection,
-                     const std::optional<std::string>& authority) {
-    std::filesystem::create_directories(folder);
-    const std::filesystem::path authorityFile = SharedFiles::authority(folder);
-    if (authority) {
-        writeAtomically(authorityFile, *authority, 0600);
-    } else {
-        std::filesystem::remove(authorityFile);
-    }
-    if (!SharedStore::write(connection, folder))
-        throw CommandError(
-            ExitCode::somethingFailed,
-            fmt::format("The connection could not be written to {}. See that there is room and that "
-                        "the folder is yours, and try again.",
-                        folder.string()));
 }
 
 std::shared_ptr<VarkAPI> apiWith(Surroundings& surroundings, const VarkAddress& address,
@@ -155,57 +184,49 @@ std::shared_ptr<VarkAPI> apiWith(Surroundings& surroundings, const VarkAddress& 
     return surroundings.platform.makeAPI(address, [token] { return token; }, surroundings.apiHost());
 }
 
-/// The token in the way that the person chose.
-std::string signIn(Surroundings& surroundings, const VarkAddress& address, const ConnectOptions& options) {
-    if (!options.tokenFile.empty()) return readToken(options.tokenFile);
+/// The token in the way that the person chose, and what came with it.
+DeviceClaim signIn(Surroundings& surroundings, const VarkAddress& address, const ConnectOptions& options) {
+    if (!options.tokenFile.empty()) return {.token = readToken(options.tokenFile)};
     const std::shared_ptr<VarkAPI> api = apiWith(surroundings, address, std::nullopt);
-    std::string token = reaching(surroundings, address, [&] {
+    DeviceClaim claim = reaching(surroundings, address, [&] {
         return options.code.empty() ? signInInBrowser(surroundings, *api, address.url)
                                     : signInWithCode(surroundings, *api, options.code);
     });
-    if (isToken(token)) return token;
+    if (isToken(claim.token)) return claim;
     throw CommandError(ExitCode::somethingFailed, "The vark gave this machine a token that cannot be used.");
 }
 
-/// Everything that was learnt, so that at no moment a token stands beside a vark that it is not for.
-void keep(Surroundings& surroundings, TokenKeeper& keeper, const SharedConnection& connection,
-          const std::optional<std::string>& authority) {
-    const std::filesystem::path& folder = neededFolder(surroundings);
-    const std::optional<SharedConnection> before = surroundings.connection();
-    const TokenKeeper::Place placeBefore = TokenKeeper::placeInUse(surroundings);
-    if (before && before->server != connection.server) SharedStore::clear(folder);
-    keeper.keep(connection.token);
-    writeConnection(folder, connection, authority);
-    if (before && placeBefore != keeper.place()) TokenKeeper(surroundings, placeBefore).forget(*before);
-}
-
 ExitCode connect(Surroundings& surroundings, const ConnectOptions& options) {
-    neededFolder(surroundings);
     std::optional<std::string> authority;
     VarkAddress address{readAddress(options.url), std::nullopt};
     if (!options.authorityFile.empty()) {
         authority = readAuthority(options.authorityFile);
         address.authority = options.authorityFile;
     }
-    TokenKeeper keeper(surroundings, options.secretStore == "file" ? TokenKeeper::Place::file
-                                                                   : TokenKeeper::Place::keychain);
-    // Before anybody signs in: a code is good for one time.
-    keeper.open();
-
+    const KeptConnection::Place place = readPlace(options.secretStore);
     SharedConnection connection;
-    connection.server = address.url.text();
-    connection.token = signIn(surroundings, address, options);
-    const std::shared_ptr<VarkAPI> api = apiWith(surroundings, address, connection.token);
+    connection.folders = readFolders(options.only);
+    TokenKeeper keeper(surroundings);
+    // Before anybody signs in: a code is good for one time.
+    keeper.open(place);
+
+    const DeviceClaim claim = signIn(surroundings, address, options);
+    const std::shared_ptr<VarkAPI> api = apiWith(surroundings, address, claim.token);
     const WhoAmI who = reaching(surroundings, address, [&] { return surroundings.await(api->whoami()); });
-    connection.clientName = who.client;
+    connection.server = address.url.text();
+    connection.token = claim.token;
+    connection.clientName = who.client.empty() ? claim.clientName : who.client;
     connection.rootPath = tidiedVarkPath(options.root);
-    connection.rootID = findRoot(surroundings, *api, connection.rootPath);
+    connection.rootID = findFolder(surroundings, *api, connection.rootPath, "--root");
+    for (const std::string& folder : connection.folders.value_or(std::vector<std::string>()))
+        findFolder(surroundings, *api, joinedVarkPath(connection.rootPath, folder), "--only");
     connection.level = who.level;
-    keep(surroundings, keeper, connection, authority);
+    connection.tokenInFile = place == KeptConnection::Place::file;
+    keeper.keep(connection, authority);
     surroundings.learn(who);
     if (!options.json) surroundings.console.print("Connected.");
     printIdentity(surroundings.console, connection, who, options.json);
-    surroundings.console.say(keeper.whereItIs());
+    surroundings.console.say(keeper.whereItIs(place));
     return ExitCode::allLanded;
 }
 
@@ -230,12 +251,15 @@ void declareConnect(CLI::App& program, Chosen& chosen) {
                     "Where the token is kept: in the keychain, or in a file that only you can read "
                     "(environment: VARK_SECRET_STORE)")
         ->type_name("keychain|file")
-        ->check(CLI::IsMember({"keychain", "file"}).description(""))
-        ->envname("VARK_SECRET_STORE");
+        ->check(CLI::IsMember({"keychain", "file"}).description(""));
     command
         .add_option("--ca-file", options->authorityFile, "The authority of a vark that has one of its own")
         ->type_name("FILE");
     command.add_option("--root", options->root, "The folder of the vark to work below")->type_name("FOLDER");
+    command
+        .add_option("--only", options->only,
+                    "The folders at the top that are to be shown; without it all are")
+        ->type_name("FOLDER");
     addJSON(command, options->json);
 }
 

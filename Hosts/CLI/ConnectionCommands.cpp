@@ -1,7 +1,6 @@
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/Identity.h"
 #include "Hosts/CLI/TokenKeeper.h"
-#include "VarkCore/Connection/SharedLevel.h"
 #include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
@@ -13,17 +12,15 @@ struct PlainOptions {
 };
 
 ExitCode disconnect(Surroundings& surroundings, const PlainOptions& options) {
-    std::optional<SharedConnection> connection = surroundings.connection();
+    const KeptConnection::Removed removed = TokenKeeper(surroundings).forget();
+    const std::optional<SharedConnection>& connection = removed.connection;
     if (!connection) {
-        surroundings.console.say("This machine is not connected to a vark.");
+        surroundings.console.say(
+            removed.hadLeftovers ? "This machine was not connected to a vark. What was left of an earlier "
+                                   "connection has been removed."
+                                 : "This machine is not connected to a vark.");
         return ExitCode::allLanded;
     }
-    // The token last: one without a connection is never used, but a connection takes back a lost token.
-    SharedStore::clear(surroundings.sharedFolder());
-    SharedLevelStore::clear(surroundings.sharedFolder());
-    std::error_code ignored;
-    std::filesystem::remove(SharedFiles::authority(*surroundings.sharedFolder()), ignored);
-    TokenKeeper(surroundings, TokenKeeper::placeInUse(surroundings)).forget(*connection);
     if (options.json) {
         JSONWriter record;
         record.beginObject().field("disconnected", connection->server).endObject();

@@ -1,13 +1,18 @@
+#include <fcntl.h>
+#include <fmt/ranges.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <fmt/ranges.h>
+#include <cerrno>
 
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Commands.h"
-#include "Hosts/CLI/Fetching.h"
 #include "Hosts/CLI/LiveArea.h"
+#include "Hosts/CLI/StreamSink.h"
 #include "Hosts/CLI/Terminal.h"
 #include "Hosts/CLI/TextWidth.h"
+#include "VarkCore/Fetching/Fetching.h"
+#include "VarkCore/Foundation/FileName.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
 
@@ -17,8 +22,13 @@ namespace {
 
 constexpr const char* explanation =
     "Each file is checked against the vark's checksum before it takes its place. What stands there already "
-    "is\n"
-    "left alone without --force, and a file that could not be fetched whole leaves nothing behind.";
+    "with\n"
+    "the same contents is not fetched again; what differs is left alone without --force. A folder is put "
+    "into the\n"
+    "folder of --output under its own name, so the same command again fetches what is missing. What had come "
+    "of a\n"
+    "file is kept beside its place when the command is interrupted, and is gone on with by the next one.\n"
+    "\"--output -\" writes one file to standard output, and fails at the end if it was not the vark's.";
 constexpr Duration beatLength = std::chrono::milliseconds(250);
 
 struct GetOptions {
@@ -38,26 +48,37 @@ class GetDisplay {
           json_(json),
           isLive_(!json && Terminal::canDraw()) {}
 
-    void leaveOut(const std::string& sentence) {
+    void leaveOut(const WantedFiles::LeftOut& leftOut) {
         ++failed_;
-        console_.say(sentence);
+        if (json_) {
+            printFailure(leftOut.path, leftOut.why);
+        } else {
+            console_.say(fmt::format("\"{}\" was left out: {}", leftOut.path, leftOut.why));
+        }
     }
 
     void fileEnded(const FetchedFile& file) {
         erase();
-        (file.failure ? failed_ : arrived_) += 1;
-        if (!file.failure) bytes_ += file.size;
+        if (file.failure) {
+            failed_ += file.files;
+            const std::string why = *file.failure + (file.isKept ? " Overwrite it with --force." : "");
+            if (json_) {
+                printFailure(file.to.string(), why);
+            } else {
+                console_.say(fmt::format("{}: {}", file.to.string(), why));
+            }
+            return;
+        }
+        file.wasThere ? ++present_ : ++arrived_;
+        if (!file.wasThere) bytes_ += file.size;
         if (json_) {
             JSONWriter line;
             line.beginObject()
-                .field("event", file.failure ? "failed" : "arrived")
+                .field("event", file.wasThere ? "present" : "arrived")
                 .field("path", file.to.string());
             line.field("size", file.size).field("checked", file.checked);
-            if (file.failure) line.field("error", file.failure);
             console_.printJSON(line.endObject().take());
-        } else if (file.failure) {
-            console_.say(fmt::format("{}: {}", file.to.string(), *file.failure));
-        } else {
+        } else if (!file.wasThere) {
             console_.print(fmt::format("{} ({}{})", file.to.string(), Format::bytes(file.size),
                                        file.checked ? "" : "; the vark has no checksum to check it by"));
         }
@@ -74,7 +95,8 @@ class GetDisplay {
         const std::optional<TerminalSize> size = Terminal::size();
         if (!size) return;
         std::vector<std::string> words = {
-            fmt::format("{} of {}", Format::number(arrived_ + failed_), Format::count(files_, "file")),
+            fmt::format("{} of {}", Format::number(arrived_ + present_ + failed_),
+                        Format::count(files_, "file")),
             fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
         const double seconds = inSeconds(clock_.now() - begun_);
         if (seconds > 1) words.push_back(Format::rate(static_cast<double>(received) / seconds));
@@ -83,20 +105,42 @@ class GetDisplay {
     }
 
     ExitCode finish() {
-        erase();
-        if (!json_ && (files_ > 1 || failed_ > 0)) {
-            std::string line =
-                fmt::format("{} fetched, {}", Format::count(arrived_, "file"), Format::bytes(bytes_));
-            if (failed_ > 0)
-                line += fmt::format("{}{} not", console_.signs().between, Format::number(failed_));
-            console_.say(line);
+        close();
+        if (!json_ && (files_ != 1 || present_ > 0 || failed_ > 0)) {
+            std::vector<std::string> words = {
+                fmt::format("{} fetched, {}", Format::count(arrived_, "file"), Format::bytes(bytes_))};
+            if (present_ > 0)
+                words.push_back(fmt::format("{} {} here already", Format::number(present_),
+                                            present_ == 1 ? "was" : "were"));
+            if (failed_ > 0) words.push_back(fmt::format("{} not", Format::number(failed_)));
+            console_.say(fmt::format("{}", fmt::join(words, console_.signs().between)));
         }
         return failed_ == 0 ? ExitCode::allLanded : ExitCode::somethingFailed;
     }
 
-    void erase() { draw({}); }
+    ExitCode stop() {
+        close();
+        console_.say(files_ == 0
+                         ? "Stopped before anything was fetched."
+                         : fmt::format("Stopped with {} of {} here. The same command carries on.",
+                                       Format::number(arrived_ + present_), Format::count(files_, "file")));
+        return ExitCode::interrupted;
+    }
 
   private:
+    void printFailure(const std::string& path, const std::string& why) {
+        JSONWriter line;
+        line.beginObject().field("event", "failed").field("path", path).field("error", why);
+        console_.printJSON(line.endObject().take());
+    }
+
+    void erase() { draw({}); }
+    /// Nothing is drawn from here on.
+    void close() {
+        erase();
+        isLive_ = false;
+    }
+
     void draw(const std::vector<std::string>& lines) {
         if (isLive_) console_.printText(area_.replace(lines));
     }
@@ -104,12 +148,13 @@ class GetDisplay {
     Console& console_;
     Clock& clock_;
     const bool json_;
-    const bool isLive_;
+    bool isLive_;
     LiveArea area_;
     Instant begun_{};
     std::int64_t files_ = 0;
     std::int64_t totalBytes_ = 0;
     std::int64_t arrived_ = 0;
+    std::int64_t present_ = 0;
     std::int64_t failed_ = 0;
     std::int64_t bytes_ = 0;
 };
@@ -121,50 +166,163 @@ Task<void> showWhileItLasts(GetDisplay& display, const Fetching& fetching) {
     }
 }
 
-std::filesystem::path placeFor(const GetOptions& options, const std::string& name) {
-    if (options.to.empty()) return std::filesystem::current_path() / name;
-    const std::filesystem::path to = std::filesystem::absolute(options.to);
-    return std::filesystem::is_directory(to) ? to / name : to;
+/// Somebody who takes the bytes as they come, in the place of a file.
+struct Reader {
+    Descriptor descriptor;
+    std::string name;
+};
+
+bool isSameFile(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-Task<void> fetch(std::shared_ptr<VarkAPI> api, VarkItem item, std::filesystem::path to, GetDisplay& display,
+Reader standardOutput() {
+    return {Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), "standard output"};
+}
+
+/// What is named when that is no place for a file: standard output, also by its path, a pipe or a device. It
+/// is written to, and never replaced.
+std::optional<Reader> readerAt(const std::string& to) {
+    if (to == "-") return standardOutput();
+    struct stat there{};
+    if (to.empty() || stat(to.c_str(), &there) != 0 || S_ISDIR(there.st_mode)) return std::nullopt;
+    struct stat output{};
+    if (fstat(STDOUT_FILENO, &output) == 0 && isSameFile(there, output)) return standardOutput();
+    if (S_ISREG(there.st_mode)) return std::nullopt;
+    if (!S_ISCHR(there.st_mode) && !S_ISFIFO(there.st_mode))
+        throw CommandError(ExitCode::usage,
+                           fmt::format("\"{}\" is a disk or a socket. Nothing is written to it.", to));
+    Descriptor descriptor(open(to.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!descriptor && errno == ENXIO)
+        throw CommandError(ExitCode::somethingFailed,
+                           fmt::format("Nobody reads from \"{}\". Start the reader first.", to));
+    if (!descriptor) throw FileError("Could not open", to, errno);
+    return Reader{std::move(descriptor), to};
+}
+
+struct Destination {
+    std::filesystem::path folder;
+    std::string name;
+};
+
+/// Control characters pass: the person has typed them.
+void requireName(const std::string& name) {
+    const std::optional<NameFault> fault = faultOf(name);
+    if (fault == NameFault::tooLong)
+        throw CommandError(
+            ExitCode::usage,
+            "The name is longer than the 255 bytes that a file here can have. Give it a shorter "
+            "one with: --output FILE");
+    if (fault == NameFault::leadsElsewhere)
+        throw CommandError(
+            ExitCode::usage,
+            fmt::format("A file here cannot be called \"{}\". Name it with: --output FILE", name));
+}
+
+/// A folder goes into the one that is named, under its own name; so does a file when it is a folder that is
+/// named, there already or with a "/" at its end. `name` is what the person asked for, not what the vark
+/// answered: its answer has no say in where things go.
+Destination destinationFor(const std::string& to, const VarkItem& item, std::string name) {
+    std::error_code failure;
+    const std::filesystem::path here = std::filesystem::current_path(failure);
+    if (failure)
+        throw CommandError(ExitCode::somethingFailed,
+                           "The folder that this runs in is no longer there. Go to another one.");
+    if (item.isDir || to.empty() || to.ends_with('/') || std::filesystem::is_directory(to, failure)) {
+        if (!item.isDir || !name.empty()) requireName(name);
+        return {here / to, std::move(name)};
+    }
+    std::filesystem::path file = here / to;
+    if (std::filesystem::is_symlink(file, failure)) {
+        // The person named the link, so it stays, and the file that it leads to is meant.
+        file = std::filesystem::canonical(file, failure);
+        if (failure)
+            throw CommandError(ExitCode::usage,
+                               fmt::format("\"{}\" is a link that leads nowhere. Name the file itself.", to));
+    }
+    requireName(file.filename());
+    return {file.parent_path(), file.filename()};
+}
+
+Task<void> fetch(std::shared_ptr<VarkAPI> api, VarkItem item, Destination to, GetDisplay& display,
                  Fetching& fetching) {
-    const WantedFiles wanted = co_await listWanted(std::move(api), std::move(item), std::move(to));
-    for (const std::string& sentence : wanted.leftOut)
-        display.leaveOut(sentence);
+    WantedFiles wanted = co_await listWanted(std::move(api), std::move(item), std::move(to.name));
+    for (const WantedFiles::LeftOut& leftOut : wanted.leftOut)
+        display.leaveOut(leftOut);
     display.begin(wanted);
-    co_await fetching.all(wanted);
+    co_await fetching.all(std::move(wanted), std::move(to.folder));
+}
+
+Task<void> stream(std::shared_ptr<VarkAPI> api, VarkItem item, const Reader& reader) {
+    StreamSink sink(reader.descriptor.get(), reader.name, co_await thisToken());
+    co_await api->fetch(item.id, sink);
+    if (item.sha256.empty() ? sink.next() == item.size : sink.sha256() == item.sha256) co_return;
+    throw CommandError(ExitCode::somethingFailed,
+                       fmt::format("What went to {} is not what the vark has. It may have been changed just "
+                                   "now; get it again.",
+                                   reader.name));
+}
+
+/// Until it has ended, or has been told by a signal to end and has done so.
+void runToItsEnd(Surroundings& surroundings, const TaskHandle<void>& work) {
+    Terminal terminal(false, [work](std::optional<char>) { work.cancel(); });
+    surroundings.executor.runUntil([&] { return work.done(); });
+}
+
+ExitCode getToReader(Surroundings& surroundings, std::shared_ptr<VarkAPI> api, const VarkItem& item,
+                     const Reader& reader) {
+    TaskScope scope(surroundings.executor, surroundings.clock);
+    const TaskHandle<void> work = scope.start(stream(std::move(api), item, reader));
+    runToItsEnd(surroundings, work);
+    try {
+        work.result();
+    } catch (const CancellationError&) {
+        surroundings.console.say("Stopped: not all of the file has gone out.");
+        return ExitCode::interrupted;
+    }
+    return ExitCode::allLanded;
+}
+
+ExitCode getToFiles(Surroundings& surroundings, std::shared_ptr<VarkAPI> api, const VarkItem& item,
+                    const GetOptions& options, Destination to) {
+    GetDisplay display(surroundings, options.json);
+    Fetching fetching({api, surroundings.pool(), surroundings.date},
+                      options.force ? WhatStands::isReplaced : WhatStands::stays,
+                      [&display](const FetchedFile& file) { display.fileEnded(file); });
+    TaskScope scope(surroundings.executor, surroundings.clock);
+    const TaskHandle<void> showing = scope.start(showWhileItLasts(display, fetching));
+    const TaskHandle<void> work = scope.start(fetch(api, item, std::move(to), display, fetching));
+    runToItsEnd(surroundings, work);
+    showing.cancel();
+    try {
+        work.result();
+    } catch (const CancellationError&) {
+        return display.stop();
+    }
+    return display.finish();
 }
 
 ExitCode get(Surroundings& surroundings, const GetOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
-    std::shared_ptr<VarkAPI> api = surroundings.api(connection);
-    const VarkItem item = surroundings.neededItem(*api, joinedVarkPath(connection.rootPath, options.path));
+    const std::optional<Reader> reader = readerAt(options.to);
+    if (reader && options.json)
+        throw CommandError(ExitCode::usage, "--json would mix with the file. Leave it out, or name a file.");
+    std::shared_ptr<VarkAPI> api = surroundings.api(connection, Fetching::filesAtOnce);
+    const std::string path = joinedVarkPath(connection.rootPath, options.path);
+    const VarkItem item = surroundings.neededItem(*api, path);
     if (item.isDir && !options.recursive)
         throw CommandError(ExitCode::usage,
                            fmt::format("\"{}\" is a folder. Get all that is in it with: vark get "
                                        "--recursive",
-                                       item.path));
-    const std::filesystem::path to = placeFor(options, std::string(lastPathComponent(item.path)));
-
-    GetDisplay display(surroundings, options.json);
-    Fetching fetching(api, surroundings.pool(),
-                      options.force ? Fetching::WhatStands::isReplaced : Fetching::WhatStands::stays,
-                      [&display](const FetchedFile& file) { display.fileEnded(file); });
-    TaskScope scope(surroundings.executor, surroundings.clock);
-    const TaskHandle<void> showing = scope.start(showWhileItLasts(display, fetching));
-    const TaskHandle<void> work = scope.start(fetch(api, item, to, display, fetching));
-    Terminal terminal(false, [work](std::optional<char>) { work.cancel(); });
-    surroundings.executor.runUntil([&] { return work.done(); });
-    showing.cancel();
-    display.erase();
-    try {
-        work.result();
-    } catch (const CancellationError&) {
-        surroundings.console.say("Stopped. Files that had not arrived whole are not there.");
-        return ExitCode::interrupted;
-    }
-    return display.finish();
+                                       path));
+    if (reader && item.isDir)
+        throw CommandError(ExitCode::usage,
+                           fmt::format("\"{}\" is a folder. Name a folder to put it into with: --output "
+                                       "FOLDER",
+                                       path));
+    if (reader) return getToReader(surroundings, std::move(api), item, *reader);
+    return getToFiles(surroundings, std::move(api), item, options,
+                      destinationFor(options.to, item, std::string(lastPathComponent(path))));
 }
 
 }  // namespace
@@ -177,7 +335,9 @@ void declareGet(CLI::App& program, Chosen& chosen) {
     command.add_option("PATH", options->path, "What to fetch, below the connection's folder")
         ->type_name("REMOTE")
         ->required();
-    command.add_option("-o,--output", options->to, "The file to write, or a folder to put it into")
+    command
+        .add_option("-o,--output", options->to,
+                    "The file to write, or a folder to put it into; - for standard output")
         ->type_name("FILE");
     command.add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
     command.add_flag("-f,--force", options->force, "Replace files that are there already");

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/QueueHolder.h"
@@ -11,11 +13,13 @@ namespace vark::cli {
 namespace {
 
 constexpr const char* explanation =
-    "A card that is pulled out is waited for, and a run that was ended is carried on by giving the command\n"
-    "again, or with: vark send. When all has settled the vark is told once what was skipped, left out and "
-    "not\n"
-    "sent, and the card is looked through again, to say whether it is safe to clear. Hidden files, and what\n"
-    "systems leave on cards (.Trashes, ._*, Thumbs.db), are neither sent nor counted.";
+    "A card that is pulled out is waited for. Giving the command again carries on with a run that was "
+    "ended,\n"
+    "and tries again what failed. When all has settled the card is looked through once more, and the vark "
+    "is\n"
+    "told once what of it has not come. Hidden files, links and what systems leave on cards (.Trashes, ._*,\n"
+    "Thumbs.db) are not sent, but named. The exit code is 0 only when nothing is on the card that the vark\n"
+    "does not have: then it is safe to clear.";
 
 struct IngestOptions {
     std::string volume;
@@ -49,13 +53,34 @@ std::optional<Volume> volumeMeant(Surroundings& surroundings, const std::string&
     return meant.front();
 }
 
-/// Whether the saved queue brings in that very card and is not done with it.
-bool isUnderWay(Surroundings& surroundings, const std::string& given, const std::optional<Volume>& volume) {
+/// The card that the saved queue brings in, when the person means that one and it is not done with, even if
+/// it is not there now.
+std::optional<Volume> cardUnderWay(Surroundings& surroundings, const std::string& given) {
     const std::optional<TransferJob> job = savedQueue(surroundings);
-    if (!job || !job->ingest || job->ingest->reported) return false;
+    if (!job || !job->ingest) return std::nullopt;
     const IngestInfo& ingest = *job->ingest;
-    if (volume) return ingest.volumePath == volume->path && ingest.volumeUUID == volume->id;
-    return ingest.drive == given || ingest.volumePath == given;
+    if (ingest.drive != given && ingest.volumePath != given) return std::nullopt;
+    const bool isWhole = std::ranges::all_of(job->items, isFinished, &TransferItem::state);
+    if (ingest.reported && isWhole) return std::nullopt;
+    return Volume{.name = ingest.drive, .path = ingest.volumePath, .id = ingest.volumeUUID};
+}
+
+/// Why a place that people name is no card to us.
+std::string whyItIsNoCard(const std::string& given) {
+    struct stat place{};
+    struct stat above{};
+    const bool isFolder = given.contains('/') && stat(given.c_str(), &place) == 0 && S_ISDIR(place.st_mode);
+    if (isFolder && stat((given + "/..").c_str(), &above) == 0 && place.st_dev != above.st_dev) {
+        return fmt::format(
+            "{0} is mounted where disks that belong to this machine are. Only what is mounted below /media, "
+            "/run/media or /mnt, or is removable, is taken for a card or a disk of its own. Mount it there, "
+            "or "
+            "send it as a folder with: vark send {0}",
+            given);
+    }
+    if (isFolder)
+        return fmt::format("{0} is a folder, and no card or disk. Send it with: vark send {0}", given);
+    return fmt::format("No card or disk is called {}. Look at what there is with: vark volumes", given);
 }
 
 /// A path on the card as people give it: from its top, or whole.
@@ -72,7 +97,8 @@ IngestWish wishFrom(Surroundings& surroundings, const IngestOptions& options, co
     wish.volume = volume;
     wish.isCard = VolumeLook::at(volume).isCard;
     wish.title = CardNaming::title(volume.name, surroundings.date(), surroundings.calendar());
-    wish.destination = joinedVarkPath(rootPath, options.destination.value_or(wish.title));
+    wish.asksForDestination = options.destination.has_value();
+    wish.destination = joinedVarkPath(rootPath, options.destination.value_or(CardNaming::folder(wish.title)));
     for (const std::string& name : options.leaveOut)
         wish.leaveOut.push_back(relativeToCard(name, volume));
     wish.emailMe = options.emailMe;
@@ -81,25 +107,17 @@ IngestWish wishFrom(Surroundings& surroundings, const IngestOptions& options, co
 
 ExitCode ingest(Surroundings& surroundings, const IngestOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
-    const std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
+    std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
     const QueueLock lock = takeQueue(surroundings);
     if (!lock)
         throw CommandError(
             ExitCode::somethingFailed,
             "Another vark is sending, and a card needs the queue for itself. Watch it with: vark "
             "queue --watch");
+    if (!volume) volume = cardUnderWay(surroundings, options.volume);
+    if (!volume) throw CommandError(ExitCode::usage, whyItIsNoCard(options.volume));
     SendSession::Settings settings = settingsFrom(options.sending);
-    if (isUnderWay(surroundings, options.volume, volume)) {
-        surroundings.console.say(fmt::format("Carrying on with {}.", options.volume));
-    } else if (volume) {
-        settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
-    } else {
-        throw CommandError(
-            ExitCode::usage,
-            fmt::format("No card or disk is called {}. Look at what there is with: vark volumes. "
-                        "A folder is sent with: vark send PATH...",
-                        options.volume));
-    }
+    settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
     return sendHere(surroundings, connection, std::move(settings), options.sending.json);
 }
 

@@ -2,7 +2,9 @@
 
 #include <fmt/ranges.h>
 
+#include "Hosts/CLI/QueueWords.h"
 #include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/PendingDrop.h"
 
@@ -14,11 +16,20 @@ namespace {
 /// in between, each twice as long as the one before.
 constexpr int mostReports = 4;
 constexpr Duration firstWait = std::chrono::seconds(2);
+/// For telling the vark that a card is given up: somebody waits for it.
+constexpr Duration longestFarewell = std::chrono::seconds(4);
 
-QueueAnswer refusing(std::string sentence, ExitCode code = ExitCode::somethingFailed) {
-    QueueAnswer answer;
-    answer.refuse(std::move(sentence), code);
-    return answer;
+IngestDesk::Opening refusing(std::string sentence, ExitCode code = ExitCode::somethingFailed) {
+    IngestDesk::Opening opening;
+    opening.answer.refuse(std::move(sentence), code);
+    return opening;
+}
+
+IngestDesk::Opening namingNothing(const std::string& card, const std::vector<std::string>& paths) {
+    return refusing(fmt::format("Nothing on {} is called {}. Give --leave-out the names as they stand on it, "
+                                "like DCIM/100EOS.",
+                                card, fmt::join(paths, ", ")),
+                    ExitCode::usage);
 }
 
 std::string summaryOf(const IngestWish& wish, const Walker::Result& card) {
@@ -29,7 +40,7 @@ std::string summaryOf(const IngestWish& wish, const Walker::Result& card) {
     return fmt::format("{} {}", drop.summary(), drop.source.describe());
 }
 
-IngestInfo infoFor(const IngestWish& wish, const IngestStart& start, Date now) {
+IngestInfo infoFor(const IngestWish& wish, const IngestStart& start, const Walker::Result& card, Date now) {
     IngestInfo info;
     info.id = start.id;
     info.drive = wish.volume.name;
@@ -37,6 +48,7 @@ IngestInfo infoFor(const IngestWish& wish, const IngestStart& start, Date now) {
     info.volumeUUID = wish.volume.id;
     info.emailMe = wish.emailMe;
     info.leftOut = wish.leaveOut;
+    info.unlisted = unlistedOf(card);
     info.startedAt = now;
     return info;
 }
@@ -71,9 +83,12 @@ bool IngestDesk::owesReport() const {
 }
 
 Task<std::optional<Walker::Result>> IngestDesk::walkCard(std::filesystem::path path) {
+    const std::stop_token stop = co_await thisToken();
+    const auto walk = [&] {
+        return Walker::walk(path, surroundings_.platform.volumes(), Walker::Options(), stop);
+    };
     try {
-        co_return co_await surroundings_.pool().run(
-            [this, &path] { return Walker::walk(path, surroundings_.platform.volumes()); });
+        co_return co_await surroundings_.pool().run(walk);
     } catch (const std::exception& error) {
         surroundings_.log().write(fmt::format("Could not look through {}: {}", path.string(), error.what()));
     }
@@ -82,14 +97,79 @@ Task<std::optional<Walker::Result>> IngestDesk::walkCard(std::filesystem::path p
 
 std::optional<std::string> IngestDesk::whyItMustWait() const {
     if (!isOpen() && queue_.isSettledWhole()) return std::nullopt;
+    const std::string why = isOpen() ? "The queue is still bringing in another card, " + ingest()->drive
+                                     : "The queue is not finished";
     return fmt::format(
-        "{}, and a card needs the queue for itself. Finish it with: vark send, or give it up with: "
-        "vark clear",
-        isOpen() ? "The queue is still bringing in another card, " + ingest()->drive
-                 : "The queue is not finished");
+        "{}, and a card needs the queue for itself. Finish it with: vark send{}, or give it up with: vark "
+        "clear",
+        why, engine_.overall().filesFailed > 0 ? ", after vark retry for what has failed" : "");
 }
 
-Task<QueueAnswer> IngestDesk::open(IngestWish wish) {
+bool IngestDesk::bringsIn(const Volume& card) const {
+    if (ingest() == nullptr || (ingest()->reported && queue_.isSettledWhole())) return false;
+    return ingest()->volumePath == card.path && ingest()->volumeUUID == card.id;
+}
+
+std::string IngestDesk::notSaved() const {
+    return fmt::format("{} Until it can be saved, what is done now is not sure to last.",
+                       engine_.saveFailure().value_or("The queue could not be saved."));
+}
+
+Task<IngestDesk::Opening> IngestDesk::carryOn(IngestWish wish) {
+    const TransferJob& job = *engine_.job();
+    const std::string drive = ingest()->drive;
+    if (std::optional<std::string> reason = queue_.whyItMustNotGo())
+        co_return refusing(*std::move(reason), ExitCode::usage);
+    if (wish.asksForDestination && wish.destination != job.destination) {
+        co_return refusing(
+            fmt::format("{} is being brought into {}, and the whole of it goes to one place. Carry on "
+                        "without --to, or give it up with: vark clear",
+                        drive, job.destination.empty() ? "the top of the vark" : job.destination),
+            ExitCode::usage);
+    }
+    if (wish.emailMe && !ingest()->emailMe) {
+        co_return refusing(
+            fmt::format("The vark was told that nobody wants a mail about {} when it was begun. Carry "
+                        "on without --email-me, or give it up with: vark clear",
+                        drive),
+            ExitCode::usage);
+    }
+    std::vector<std::string> unknown;
+    for (const std::string& path : wish.leaveOut) {
+        const auto isMeant = [&](std::string_view source) { return IngestInfo::isAtOrBelow(source, path); };
+        const auto isMeantItem = [&](const TransferItem& item) {
+            return isMeant(ingest()->source(item.localPath));
+        };
+        if (!ingest()->leavesOut(path) && std::ranges::none_of(job.items, isMeantItem) &&
+            std::ranges::none_of(ingest()->unlisted, isMeant, &IngestInfo::Unlisted::source))
+            unknown.push_back(path);
+    }
+    if (!unknown.empty()) co_return namingNothing(drive, unknown);
+    Opening opening;
+    opening.goesOn = true;
+    opening.answer.results.push_back(fmt::format("Carrying on with {}.", drive));
+    if (!wish.leaveOut.empty()) engine_.leaveOut(wish.leaveOut);
+    const auto landed = std::ranges::count_if(job.items, [&](const TransferItem& item) {
+        return item.state == ItemState::verified &&
+               std::ranges::any_of(wish.leaveOut, [&](const std::string& path) {
+                   return IngestInfo::isAtOrBelow(ingest()->source(item.localPath), path);
+               });
+    });
+    if (landed > 0)
+        opening.answer.problems.push_back(
+            fmt::format("{} of what is to be left out landed before, and {} in the vark.",
+                        Format::count(landed, "file"), landed == 1 ? "stays" : "stay"));
+    engine_.retryFailed();
+    if (!co_await engine_.saved()) opening.answer.problems.push_back(notSaved());
+    co_return opening;
+}
+
+Task<IngestDesk::Opening> IngestDesk::open(IngestWish wish) {
+    if (bringsIn(wish.volume)) co_return co_await carryOn(std::move(wish));
+    if (owesReport()) {
+        const Closing before = co_await close();
+        if (before.notReported) co_return refusing(*before.notReported);
+    }
     if (std::optional<std::string> reason = whyItMustWait())
         co_return refusing(*std::move(reason), ExitCode::usage);
     const std::string name = wish.volume.name;
@@ -98,22 +178,23 @@ Task<QueueAnswer> IngestDesk::open(IngestWish wish) {
         co_return refusing(fmt::format("{} could not be read. Look at why with: vark log, and try again.",
                                        wish.volume.path.string()));
     }
-    const std::vector<std::string> namingNothing = leaveOut(*card, wish.leaveOut);
-    if (!namingNothing.empty()) {
-        co_return refusing(
-            fmt::format("Nothing that is sent from {} is called {}. Give --leave-out the names "
-                        "as they stand on it, like DCIM/100EOS.",
-                        name, fmt::join(namingNothing, ", ")),
-            ExitCode::usage);
+    const std::vector<std::string> unknown = leaveOut(*card, wish.leaveOut);
+    if (!unknown.empty()) co_return namingNothing(name, unknown);
+    Opening opening;
+    opening.answer.results.push_back(summaryOf(wish, *card));
+    if (card->files.empty()) {
+        TransferJob nothing;
+        nothing.ingest = infoFor(wish, {}, *card, surroundings_.date());
+        const CardVerdict verdict = CardVerdict::of(nothing, card);
+        if (!verdict.isSafe()) opening.answer.code = ExitCode::somethingFailed;
+        if (!verdict.isSafe()) opening.answer.problems = verdictLines(verdict);
+        co_return opening;
     }
-    QueueAnswer answer;
-    answer.results.push_back(summaryOf(wish, *card));
     for (const Walker::PassedOver& passed : card->passedOver) {
         if (passed.kind != Walker::PassedOver::Kind::unreadable) continue;
-        answer.problems.push_back(
+        opening.answer.problems.push_back(
             fmt::format("This folder cannot be read and is not sent: {}", passed.relativePath));
     }
-    if (card->files.empty()) co_return answer;
 
     const auto files = static_cast<std::int64_t>(card->files.size());
     const std::int64_t bytes = card->totalBytes();
@@ -128,24 +209,29 @@ Task<QueueAnswer> IngestDesk::open(IngestWish wish) {
         const std::string room = announced.start->free ? fmt::format(", and {} are free there",
                                                                      Format::bytes(*announced.start->free))
                                                        : "";
-        co_await turnAway(wish, *announced.start, *std::move(card));
+        co_await turnAway(wish, *announced.start, *card);
         co_return refusing(
             fmt::format("{} does not fit into the vark: it takes {}{}. Nothing has been sent. "
                         "Make room there, or leave something out with --leave-out.",
                         name, Format::bytes(bytes), room));
     }
     queue_.beginAnew(wish.destination, wish.title);
-    engine_.setIngest(infoFor(wish, *announced.start, surroundings_.date()));
-    engine_.addWalked(wish.volume.path, *card);
+    engine_.setIngest(infoFor(wish, *announced.start, *card, surroundings_.date()));
+    if (!engine_.addWalked(wish.volume.path, *card)) {
+        engine_.setIngest(std::nullopt);
+        co_return refusing(
+            fmt::format("{} was not taken in, since this run is ending. Nothing of it has been sent.", name));
+    }
     // From here on a run that is killed carries on, and does not announce the card again.
-    engine_.flush();
-    co_return answer;
+    if (!co_await engine_.saved()) opening.answer.problems.push_back(notSaved());
+    opening.goesOn = true;
+    co_return opening;
 }
 
-Task<void> IngestDesk::turnAway(IngestWish wish, IngestStart start, Walker::Result card) {
+Task<void> IngestDesk::turnAway(IngestWish wish, IngestStart start, const Walker::Result& card) {
     TransferJob job;
     job.destination = wish.destination;
-    job.ingest = infoFor(wish, start, surroundings_.date());
+    job.ingest = infoFor(wish, start, card, surroundings_.date());
     for (const Walker::Found& file : card.files) {
         TransferItem item;
         item.relativePath = file.relativePath;
@@ -154,28 +240,61 @@ Task<void> IngestDesk::turnAway(IngestWish wish, IngestStart start, Walker::Resu
         item.error = "There is no room for the card in the vark.";
         job.items.push_back(std::move(item));
     }
+    IngestReport report = IngestReport::of(job, CardVerdict::of(job, std::nullopt));
     try {
-        co_await api_->ingestFinish(start.id, {}, job.ingest->leftOut,
-                                    IngestReport::of(job, std::nullopt).notSent);
+        co_await api_->ingestFinish(start.id, std::move(report.skipped), std::move(report.leftOut),
+                                    std::move(report.notSent));
     } catch (const VarkAPIError& error) {
         surroundings_.log().write(
             fmt::format("The end of an ingest was not told: {}", error.errorDescription()));
     }
 }
 
+Task<std::optional<Walker::Result>> IngestDesk::lookThroughCard(IngestInfo ingest) {
+    const Volumes& volumes = surroundings_.platform.volumes();
+    const std::filesystem::path path = ingest.volumePath;
+    const auto isHere = [&] { return ingest.driveIsHere(volumes); };
+    if (!co_await surroundings_.pool().run(isHere)) co_return std::nullopt;
+    std::optional<Walker::Result> card = co_await walkCard(path);
+    // What was seen counts only if the card was there to the end.
+    if (!co_await surroundings_.pool().run(isHere)) co_return std::nullopt;
+    co_return card;
+}
+
 Task<IngestDesk::Closing> IngestDesk::close() {
-    std::optional<Walker::Result> card;
-    if (ingest()->driveIsHere(surroundings_.platform.volumes())) {
-        const std::filesystem::path path = ingest()->volumePath;
-        card = co_await walkCard(path);
-    }
-    // Meanwhile the queue may have been cleared, or the card pulled out in the middle of the look.
+    const std::optional<Walker::Result> card = co_await lookThroughCard(ingest()->place());
+    // Meanwhile the queue may have been cleared.
     if (ingest() == nullptr) co_return Closing{};
-    if (!ingest()->driveIsHere(surroundings_.platform.volumes())) card.reset();
-    if (card) leaveOut(*card, ingest()->leftOut);
     Closing closing{CardVerdict::of(*engine_.job(), card), std::nullopt};
-    if (owesReport()) closing.notReported = co_await report(IngestReport::of(*engine_.job(), card));
+    if (owesReport() && !queue_.isForThisVark()) {
+        closing.notReported = fmt::format(
+            "{} was brought into the vark of {}, which waits to be told that it is over. Connect to {} "
+            "again, "
+            "then tell it with: vark send",
+            ingest()->drive, engine_.job()->clientName, engine_.job()->clientName);
+    } else if (owesReport()) {
+        closing.notReported = co_await report(IngestReport::of(*engine_.job(), closing.verdict));
+    }
     co_return closing;
+}
+
+Task<std::optional<std::string>> IngestDesk::giveUp(std::shared_ptr<VarkAPI> api, IngestInfo ingest,
+                                                    IngestReport report) {
+    std::string why = "it did not answer in time.";
+    try {
+        co_await withTimeout(longestFarewell,
+                             api->ingestFinish(ingest.id, std::move(report.skipped),
+                                               std::move(report.leftOut), std::move(report.notSent)));
+        co_return std::nullopt;
+    } catch (const VarkAPIError& error) {
+        why = error.errorDescription();
+    } catch (const TimeoutError&) {
+        // As it stands.
+    }
+    co_return fmt::format(
+        "The vark could not be told that {} will not come, and goes on showing it as being "
+        "brought in: {}",
+        ingest.drive, why);
 }
 
 Task<std::optional<std::string>> IngestDesk::report(IngestReport report) {

@@ -17,6 +17,8 @@ struct IngestWish {
     bool isCard = false;
     /// Counted from the vark's root.
     std::string destination;
+    /// Whether the person asked for that place, and did not leave it to us.
+    bool asksForDestination = false;
     std::string title;
     /// Paths relative to the card.
     std::vector<std::string> leaveOut;
@@ -31,8 +33,14 @@ class IngestDesk {
                std::shared_ptr<VarkAPI> api)
         : surroundings_(surroundings), engine_(engine), queue_(queue), api_(std::move(api)) {}
 
-    /// Never fails: what cannot be done stands in the answer, and then nothing of the card is in the queue.
-    Task<QueueAnswer> open(IngestWish wish);
+    struct Opening {
+        QueueAnswer answer;
+        /// Whether the queue brings the card in now. Otherwise nothing of it has been put there.
+        bool goesOn = false;
+    };
+    /// Begins, or carries on when the queue brings in that very card and is not done with it: then what has
+    /// failed is tried again. Never fails: what cannot be done stands in the answer.
+    Task<Opening> open(IngestWish wish);
 
     /// The ingest of the queue, if there is one.
     const IngestInfo* ingest() const;
@@ -49,11 +57,22 @@ class IngestDesk {
     /// Looks through the card, and tells the vark unless that has been done. Never fails.
     Task<Closing> close();
 
+    /// Of a queue that is given up, with an ingest that the vark waits for the end of: tells it that all that
+    /// has not landed will not come. Takes seconds at most. Answers why the vark could not be told, and never
+    /// fails.
+    static Task<std::optional<std::string>> giveUp(std::shared_ptr<VarkAPI> api, IngestInfo ingest,
+                                                   IngestReport report);
+
   private:
+    bool bringsIn(const Volume& card) const;
+    Task<Opening> carryOn(IngestWish wish);
+    std::string notSaved() const;
     std::optional<std::string> whyItMustWait() const;
     Task<std::optional<Walker::Result>> walkCard(std::filesystem::path path);
+    /// What lies on the card of the queue now; nothing when it is not there to the end of the look.
+    Task<std::optional<Walker::Result>> lookThroughCard(IngestInfo ingest);
     Task<std::optional<std::string>> report(IngestReport report);
-    Task<void> turnAway(IngestWish wish, IngestStart start, Walker::Result card);
+    Task<void> turnAway(IngestWish wish, IngestStart start, const Walker::Result& card);
 
     Surroundings& surroundings_;
     TransferEngine& engine_;

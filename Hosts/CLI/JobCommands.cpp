@@ -72,7 +72,10 @@ ExitCode file(Surroundings& surroundings, const FileOptions& options) {
     const std::vector<VarkItem> items = chosenItems(surroundings, *api, connection, options.paths);
     const auto wanted = static_cast<std::int64_t>(items.size());
     const std::int64_t filed = surroundings.await(actions.fileAgainstJob(idsOf(items), job));
-    SharedActivity::append(ActionLines::filed(items, job, surroundings.date()), surroundings.sharedFolder());
+    // Of fewer nobody knows which.
+    if (filed >= wanted)
+        SharedActivity::append(ActionLines::filed(items, job, surroundings.date()),
+                               surroundings.sharedFolder());
     if (options.json) {
         JSONWriter record;
         record.beginObject().field("filed", filed).field("job", job.id).field("ref", job.ref).endObject();

@@ -52,11 +52,12 @@ std::string paragraphs(std::string_view title, const std::string& footer) {
 
 std::string exitStatus() {
     constexpr std::pair<int, std::string_view> meanings[] = {
-        {0, "All landed."},
-        {1, "Something failed."},
+        {0, "All that the command named has landed, or was done."},
+        {1, "Something failed, was left behind or changed under way."},
         {2, "The command line could not be understood, or names something that cannot be used."},
         {3, "Not connected, or the vark refused the token."},
         {4, "A decision is waiting."},
+        {5, "Handed over to another vark and, as asked, not followed."},
         {130, "Interrupted; the queue is saved."},
         {141, "Whoever read the output went away."},
     };

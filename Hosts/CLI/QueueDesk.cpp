@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "Hosts/CLI/Arguments.h"
+#include "Hosts/CLI/IngestDesk.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Transfer/Format.h"
 
@@ -63,7 +64,7 @@ Task<QueueAnswer> QueueDesk::change(QueueRequest request) {
         case Command::remove:
             co_return remove(request);
         case Command::clear:
-            co_return clear(request);
+            co_return co_await clear(std::move(request));
         case Command::resolve:
             co_return resolve(request);
     }
@@ -121,13 +122,16 @@ bool QueueDesk::isSettledWhole() const {
 }
 
 std::optional<std::string> QueueDesk::whyItMustNotGo() const {
-    if (!engine_.job() || isSettledWhole()) return std::nullopt;
-    const std::string& client = engine_.job()->clientName;
-    if (client.empty() || client == clientName_) return std::nullopt;
+    if (!engine_.job() || isSettledWhole() || isForThisVark()) return std::nullopt;
     return fmt::format(
         "The queue that is not finished is for {0}, and this machine is connected to {1}. Connect to "
         "{0} again, or give the queue up with: vark clear",
-        client, clientName_);
+        engine_.job()->clientName, clientName_);
+}
+
+bool QueueDesk::isForThisVark() const {
+    const std::string& client = engine_.job()->clientName;
+    return client.empty() || client == clientName_;
 }
 
 void QueueDesk::beginAnew(const std::string& destination, const std::string& title) {
@@ -135,8 +139,8 @@ void QueueDesk::beginAnew(const std::string& destination, const std::string& tit
         engine_.ensureJob(title, destination, clientName_);
         return;
     }
-    takingOut([this] { engine_.clearFinished(); });
     engine_.setIngest(std::nullopt);
+    takingOut([this] { engine_.clearFinished(); });
     engine_.setDestination(destination);
     engine_.setTitle(title);
     engine_.setClientName(clientName_);
@@ -279,16 +283,35 @@ QueueAnswer QueueDesk::remove(const QueueRequest& request) {
     return answer;
 }
 
-QueueAnswer QueueDesk::clear(const QueueRequest& request) {
-    if (!engine_.job()) return saying("The queue is empty.");
+Task<QueueAnswer> QueueDesk::clear(QueueRequest request) {
+    if (!engine_.job()) co_return saying("The queue is empty.");
     const auto before = static_cast<std::int64_t>(engine_.job()->entries.size());
-    if (!request.finishedOnly) {
-        takingOut([this] { engine_.clearAll(); });
-        return saying("Cleared the queue. What has landed stays in the vark.", before);
+    if (request.finishedOnly) {
+        takingOut([this] { engine_.clearFinished(); });
+        const std::int64_t gone = before - static_cast<std::int64_t>(engine_.job()->entries.size());
+        co_return saying(fmt::format("Cleared {} that landed whole", Format::count(gone, "entry", "entries")),
+                         gone);
     }
-    takingOut([this] { engine_.clearFinished(); });
-    const std::int64_t gone = before - static_cast<std::int64_t>(engine_.job()->entries.size());
-    return saying(fmt::format("Cleared {} that landed whole", Format::count(gone, "entry", "entries")), gone);
+    std::optional<IngestInfo> ingest = engine_.job()->ingest;
+    if (ingest && ingest->reported) ingest.reset();
+    IngestReport report;
+    if (ingest) report = IngestReport::of(*engine_.job(), CardVerdict::of(*engine_.job(), std::nullopt));
+    const bool canBeTold = isForThisVark();
+    const std::string client = engine_.job()->clientName;
+    takingOut([this] { engine_.clearAll(); });
+    QueueAnswer answer = saying("Cleared the queue. What has landed stays in the vark.", before);
+    if (!ingest) co_return answer;
+    if (!canBeTold) {
+        answer.refuse(
+            fmt::format("The vark of {} could not be told that {} will not come, since this machine "
+                        "is connected to {}.",
+                        client, ingest->drive, clientName_));
+        co_return answer;
+    }
+    std::optional<std::string> notTold =
+        co_await IngestDesk::giveUp(api_, *std::move(ingest), std::move(report));
+    if (notTold) answer.refuse(*std::move(notTold));
+    co_return answer;
 }
 
 std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <unordered_map>
 
@@ -15,11 +16,12 @@ namespace vark::cli {
 /// executor. Of requests that add or clear one runs at a time: whoever calls sees to that.
 class QueueDesk {
   public:
-    /// `clientName` is that of the connection that the queue is for.
-    QueueDesk(Surroundings& surroundings, TransferEngine& engine, std::string rootPath,
-              std::string clientName)
+    /// `clientName` is that of the connection that the queue is for; `api` reaches its vark.
+    QueueDesk(Surroundings& surroundings, TransferEngine& engine, std::shared_ptr<VarkAPI> api,
+              std::string rootPath, std::string clientName)
         : surroundings_(surroundings),
           engine_(engine),
+          api_(std::move(api)),
           rootPath_(std::move(rootPath)),
           clientName_(std::move(clientName)) {}
 
@@ -31,6 +33,8 @@ class QueueDesk {
     /// Why what is left of the queue must not go to the vark that this machine is connected to; nothing when
     /// it may.
     std::optional<std::string> whyItMustNotGo() const;
+    /// Whether the queue, which there is, is for the vark that this machine is connected to.
+    bool isForThisVark() const;
     /// Whether nothing stands in the queue that has not landed.
     bool isSettledWhole() const;
     /// Begins a queue afresh in place of one that is settled whole, or of none.
@@ -45,7 +49,7 @@ class QueueDesk {
     QueueAnswer resume();
     QueueAnswer retry();
     QueueAnswer remove(const QueueRequest& request);
-    QueueAnswer clear(const QueueRequest& request);
+    Task<QueueAnswer> clear(QueueRequest request);
     QueueAnswer resolve(const QueueRequest& request);
 
     /// Makes the queue ready to take in what goes to that place; says why it cannot.
@@ -62,6 +66,7 @@ class QueueDesk {
 
     Surroundings& surroundings_;
     TransferEngine& engine_;
+    const std::shared_ptr<VarkAPI> api_;
     const std::string rootPath_;
     const std::string clientName_;
     /// What has left the queue, with its last numbers: whoever follows it still asks.

@@ -4,6 +4,7 @@
 
 #include "Hosts/CLI/QueueDesk.h"
 #include "Hosts/CLI/RequestFolder.h"
+#include "VarkCore/Policies/LocalCache.h"
 
 namespace vark::cli {
 
@@ -26,15 +27,15 @@ std::shared_ptr<VarkAPI> apiIfConnected(Surroundings& surroundings,
 
 QueueAnswer changeSavedQueue(Surroundings& surroundings, const QueueRequest& request) {
     const std::optional<SharedConnection> connection = surroundings.connection();
-    TransferEngine engine(apiIfConnected(surroundings, connection), surroundings.store(), surroundings.log(),
-                          1, surroundings.engineHost());
+    const std::shared_ptr<VarkAPI> api = apiIfConnected(surroundings, connection);
+    TransferEngine engine(api, surroundings.store(), surroundings.log(), 1, surroundings.engineHost());
     engine.maxConcurrentFiles = 0;
     engine.start(false);
     if (!engine.job()) {
         // Either there is none, or this fails and says why it cannot be read.
         savedQueue(surroundings);
     }
-    QueueDesk desk(surroundings, engine, connection ? connection->rootPath : "",
+    QueueDesk desk(surroundings, engine, api, connection ? connection->rootPath : "",
                    connection ? connection->clientName : "");
     QueueAnswer answer = surroundings.await(desk.carryOut(request));
     engine.pauseForQuit();
@@ -54,6 +55,10 @@ QueueLock takeQueue(Surroundings& surroundings) {
     // Who holds the lock is alone, whoever else is starting. Only where it cannot be had does the list count.
     if (!lock.held) seen.others = surroundings.platform.otherSenders();
     if (!std::holds_alternative<SingleInstance::CarryOn>(SingleInstance::verdict(seen))) return nullptr;
+    // What an earlier holder was killed in the middle of.
+    std::vector<std::filesystem::path> folders = {surroundings.locations().storageFolder()};
+    if (surroundings.sharedFolder()) folders.push_back(*surroundings.sharedFolder());
+    LocalCache::sweep(folders);
     return std::make_shared<SingleInstance::Lock>(std::move(lock));
 }
 

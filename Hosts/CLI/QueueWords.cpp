@@ -1,5 +1,7 @@
 #include "Hosts/CLI/QueueWords.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <climits>
 #include <utility>
@@ -59,14 +61,16 @@ std::optional<std::string> shownPercent(double fraction, bool isWhole, bool goes
     return percent;
 }
 
-/// Why nothing goes, in words; nothing when it goes.
-std::optional<std::string> whatStops(const QueueView& view) {
-    if (view.pausedByVark) return "paused: the vark refused the token";
-    if (view.paused) return "paused";
-    if (view.hold || !view.outage) return view.hold;
-    return fmt::format("the vark cannot be reached since {}, trying again in {}",
-                       Format::time(view.outage->since, Calendar::current()),
-                       Format::timeLeft(view.outage->secondsLeft));
+/// Why nothing goes; nothing when it goes.
+std::optional<Word> whatStops(const QueueView& view) {
+    if (view.pausedByVark) return Word{"paused: the vark refused the token", 0, "paused by the vark"};
+    if (view.paused) return Word{"paused"};
+    if (view.hold) return Word{*view.hold};
+    if (!view.outage) return std::nullopt;
+    const std::string since = Format::time(view.outage->since, Calendar::current());
+    return Word{fmt::format("the vark cannot be reached since {}, trying again in {}", since,
+                            Format::timeLeft(view.outage->secondsLeft)),
+                0, fmt::format("not reached since {}", since)};
 }
 
 std::string waiting(std::int64_t count) {
@@ -84,7 +88,8 @@ std::vector<Word> outcomeWords(const Overall& overall) {
         words.push_back({waitingForDecision(overall.filesConflict), 3, waiting(overall.filesConflict)});
     if (overall.filesSkipped > 0) words.push_back({Format::number(overall.filesSkipped) + " skipped", 5});
     if (overall.filesChanged > 0)
-        words.push_back({Format::number(overall.filesChanged) + " changed while being sent", 3});
+        words.push_back({Format::number(overall.filesChanged) + " changed while being sent", 3,
+                         Format::number(overall.filesChanged) + " changed"});
     return words;
 }
 
@@ -99,8 +104,8 @@ std::vector<Word> overallWords(const QueueView& view) {
         words.push_back({*percent, 1});
     words.push_back(
         {fmt::format("{} of {}", Format::bytes(overall.bytesDone), Format::bytes(overall.bytesTotal)), 6});
-    if (std::optional<std::string> stopped = whatStops(view)) {
-        words.push_back({*stopped, 0});
+    if (std::optional<Word> stopped = whatStops(view)) {
+        words.push_back(std::move(*stopped));
     } else if (overall.rate > 0) {
         words.push_back({Format::rate(overall.rate), 0});
         if (overall.secondsLeft) words.push_back({Format::timeLeft(*overall.secondsLeft) + " left", 0});

@@ -10,8 +10,6 @@ namespace vark::cli {
 
 namespace {
 
-/// Seconds. Longer than an asker waits for its request to be taken and for the answer to it.
-constexpr double longestLife = 60;
 constexpr std::uint64_t longestFile = 64 << 20;
 constexpr std::string_view ending = ".json";
 
@@ -74,7 +72,7 @@ bool RequestFolder::isWaiting(const UUID& id) const {
 
 std::optional<RequestFolder::Taken> RequestFolder::takeNext(Date now) const {
     for (const Found& file : filesIn(folder_)) {
-        if (now - file.written > longestLife) {
+        if (now - file.written > inSeconds(longestLife)) {
             removed(file.path);
             continue;
         }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -16,6 +17,9 @@ namespace vark::cli {
 /// can still remove its own request knows that nobody has taken it. Any thread; no state but the path.
 class RequestFolder {
   public:
+    /// Longer than an asker waits for its request to be taken and for the answer to it.
+    static constexpr std::chrono::seconds longestLife{60};
+
     explicit RequestFolder(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
     // For the asker.

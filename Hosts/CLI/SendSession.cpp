@@ -70,11 +70,11 @@ SendSession::SendSession(Surroundings& surroundings, const SharedConnection& con
       requests_(surroundings.locations().requests()),
       engine_(api_, surroundings.store(), surroundings.log(),
               settings_.chunksAtOnce.value_or(usualChunksAtOnce), surroundings.engineHost()),
-      desk_(surroundings, engine_, connection.rootPath, connection.clientName),
+      desk_(surroundings, engine_, api_, connection.rootPath, connection.clientName),
       ingest_(surroundings, engine_, desk_, api_),
       services_(surroundings.platform.makeServiceBrowser(surroundings.executor)),
-      nodes_(surroundings.lan(), {surroundings.executor, surroundings.clock, surroundings.date, *services_,
-                                  surroundings.pool(), surroundings.sharedFolder()}),
+      nodes_(surroundings.lanToBrowse(), {surroundings.executor, surroundings.clock, surroundings.date,
+                                          *services_, surroundings.pool(), surroundings.sharedFolder()}),
       levelIsDue_(firstLevelDue(surroundings)),
       scope_(surroundings.executor, surroundings.clock) {
     engine_.limiter.setBytesPerSecond(settings_.bytesPerSecond);
@@ -135,7 +135,8 @@ Task<void> SendSession::open() {
     if (isLeaving()) co_return;
 
     if (addsSomething()) {
-        co_await settleAccounts();
+        // A card has its own accounts settled where it is opened.
+        if (!settings_.ingest) co_await settleAccounts();
         if (!isLeaving()) co_await takeIn();
     } else if (!engine_.job()) {
         breakOff(ExitCode::allLanded, "There is no saved queue. Send something with: vark send PATH...");
@@ -215,14 +216,14 @@ void SendSession::noteWhatIsMine(const std::vector<std::string>& added) {
 }
 
 Task<void> SendSession::takeInCard() {
-    const QueueAnswer answer = co_await ingest_.open(*settings_.ingest);
-    for (const std::string& sentence : answer.results)
+    const IngestDesk::Opening opening = co_await ingest_.open(*settings_.ingest);
+    for (const std::string& sentence : opening.answer.results)
         display_.say(sentence);
-    if (!ingest_.isOpen()) {
-        leaveRefused(answer);
+    if (!opening.goesOn) {
+        leaveRefused(opening.answer);
         co_return;
     }
-    for (const std::string& sentence : answer.problems)
+    for (const std::string& sentence : opening.answer.problems)
         display_.say(sentence);
     noteWhatIsMine({});
 }
@@ -453,13 +454,16 @@ void SendSession::endWhenSettled() {
 }
 
 Task<void> SendSession::closeIngest() {
+    const bool wasOpen = ingest_.isOpen();
     const IngestDesk::Closing closing = co_await ingest_.close();
     // Meanwhile somebody may have queued again what failed, or cleared the queue: the next beat sees to that.
     if (isLeaving() || ingest_.ingest() == nullptr || !engine_.overall().allSettled()) co_return;
     display_.cardClosed(closing.verdict);
     if (closing.notReported) display_.say(*closing.notReported);
-    const bool isWhole = !closing.notReported && !closing.verdict.lacksFiles();
-    finish(isWhole ? outcomeOf(mine(), wasLeftBehind_) : ExitCode::somethingFailed);
+    // People clear cards on this code. Of a card that was reported before, and may be cleared by now, nothing
+    // is left to say than that all of the queue has landed.
+    const bool isWhole = closing.verdict.isSafe() || (!wasOpen && closing.verdict.missing.empty());
+    finish(isWhole && !closing.notReported ? outcomeOf(mine(), wasLeftBehind_) : ExitCode::somethingFailed);
 }
 
 Task<void> SendSession::leaveAfter(Duration timeout) {
@@ -491,6 +495,7 @@ Task<void> SendSession::speakLastWords() {
     const bool mayMatter = ending_.code != ExitCode::allLanded && ending_.code != ExitCode::usage;
     if (!ending_.isSaved && mayMatter) ending_.code = ExitCode::somethingFailed;
     if (ending_.sentence) {
+        if (ending_.leavesWork) surroundings_.log().write("The run ended: " + *ending_.sentence);
         display_.breakOff(ending_.leavesWork ? *ending_.sentence + howToCarryOn() : *ending_.sentence);
         life_ = Life::ended;
         co_return;

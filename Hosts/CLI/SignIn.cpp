@@ -4,6 +4,7 @@
 
 #include "Hosts/CLI/Arguments.h"
 #include "VarkCore/Foundation/Overloaded.h"
+#include "VarkCore/Foundation/Sentence.h"
 #include "VarkCore/SignIn/BrowserSignIn.h"
 
 namespace vark::cli {
@@ -19,16 +20,16 @@ URL pageOf(const DeviceBegin& begun, const URL& server) {
                        "opened. Sign in with a code from the portal: vark connect URL --code CODE");
 }
 
-std::string tokenOf(const SignInPoller::State& end) {
+DeviceClaim claimOf(const SignInPoller::State& end) {
     using State = SignInPoller::State;
     constexpr ExitCode code = ExitCode::notConnected;
     return std::visit(
         Overloaded{
-            [](const State::Connected& connected) { return connected.claim.token; },
-            [](const State::Refused&) -> std::string {
+            [](const State::Connected& connected) { return connected.claim; },
+            [](const State::Refused&) -> DeviceClaim {
                 throw CommandError(code, "The sign-in was refused in the browser. Nothing is connected.");
             },
-            [](const auto&) -> std::string {
+            [](const auto&) -> DeviceClaim {
                 throw CommandError(
                     code, "Nobody answered in the browser in time. Nothing is connected; try again.");
             },
@@ -38,20 +39,21 @@ std::string tokenOf(const SignInPoller::State& end) {
 
 }  // namespace
 
-std::string signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::string& code) {
+DeviceClaim signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::string& code) {
     try {
-        return surroundings.await(api.claim(code, surroundings.platform.machineName())).token;
+        return surroundings.await(api.claim(code, surroundings.platform.machineName()));
     } catch (const VarkAPIError& error) {
-        const auto* server = std::get_if<VarkAPIError::Server>(&error.which());
-        const bool isRefusal = server != nullptr && server->status < 500;
-        if (!isRefusal && !error.isSignOut()) throw;
+        // A vark that is busy has not looked at the code: it is still good.
+        const bool isAnswer = std::holds_alternative<VarkAPIError::Server>(error.which());
+        const bool isRefusal = (isAnswer && !error.isRetryable()) || error.isSignOut();
+        if (!isRefusal) throw;
         throw CommandError(ExitCode::notConnected,
                            fmt::format("The vark did not accept the code: {} Try again with a new code.",
-                                       error.errorDescription()));
+                                       asSentence(error.errorDescription())));
     }
 }
 
-std::string signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL& server) {
+DeviceClaim signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL& server) {
     const DeviceBegin begun = surroundings.await(api.beginDeviceSignIn(surroundings.platform.machineName()));
     const URL page = pageOf(begun, server);
     Console& console = surroundings.console;
@@ -59,7 +61,7 @@ std::string signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL&
     console.say(page.text());
     if (surroundings.platform.openInBrowser(page.text())) console.say("The browser is asked to show it.");
     console.say("Waiting for the answer...");
-    return tokenOf(surroundings.await(awaitSignIn(api, begun)));
+    return claimOf(surroundings.await(awaitSignIn(api, begun)));
 }
 
 }  // namespace vark::cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Hosts/CLI/Surroundings.h"
+#include "VarkCore/API/DeviceSignIn.h"
 
 namespace vark::cli {
 
@@ -8,9 +9,9 @@ namespace vark::cli {
 // could not be used.
 
 /// With a code that the person has read off the portal.
-std::string signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::string& code);
+DeviceClaim signInWithCode(Surroundings& surroundings, VarkAPI& api, const std::string& code);
 
 /// In the browser: shows the address, has the desktop open it, and waits for the person's answer there.
-std::string signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL& server);
+DeviceClaim signInInBrowser(Surroundings& surroundings, VarkAPI& api, const URL& server);
 
 }  // namespace vark::cli

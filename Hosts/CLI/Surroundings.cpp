@@ -51,28 +51,48 @@ const SharedStore::Folder& Surroundings::sharedFolder() {
     return *sharedFolder_;
 }
 
+const std::filesystem::path& Surroundings::neededFolder() {
+    if (const SharedStore::Folder& folder = sharedFolder()) return *folder;
+    const std::optional<std::string> group = SharedStore::groupID(platform.bundle());
+    if (group && !group->empty())
+        throw CommandError(
+            ExitCode::somethingFailed,
+            fmt::format("The folder for the connection cannot be used. {}",
+                        platform.folders().groupContainerTrouble(*group).value_or("Try again.")));
+    throw CommandError(ExitCode::somethingFailed,
+                       "This program was copied out of its bundle, Vark.app, and so cannot tell whose "
+                       "connection is meant. Run the vark in Vark.app/Contents/MacOS; a symbolic link to "
+                       "it works from anywhere.");
+}
+
 std::optional<SharedConnection> Surroundings::connection() {
     return SharedStore::read(sharedFolder());
 }
 
 SharedConnection Surroundings::neededConnection() {
-    std::optional<SharedConnection> connection = this->connection();
-    if (!connection || !connection->serverURL())
-        throw CommandError(ExitCode::notConnected, "Not connected to a vark. Connect with: vark connect URL");
-    TokenKeeper(*this, TokenKeeper::placeInUse(*this)).require(*connection);
-    return *connection;
+    return TokenKeeper(*this).require();
+}
+
+VarkAddress Surroundings::addressOf(const SharedConnection& connection) {
+    VarkAddress address{*connection.serverURL(), std::nullopt};
+    std::filesystem::path authority = SharedFiles::authority(neededFolder());
+    if (std::filesystem::exists(authority)) address.authority = std::move(authority);
+    return address;
 }
 
 std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, int chunksAtOnce) {
-    VarkAddress address{*connection.serverURL(), std::nullopt};
-    std::filesystem::path authority = SharedFiles::authority(*sharedFolder());
-    if (std::filesystem::exists(authority)) address.authority = authority;
-    auto token = std::make_shared<ConnectionToken>(*sharedFolder(), connection.server);
-    return platform.makeAPI(address, [token] { return token->current(); }, apiHost(chunksAtOnce));
+    auto token = std::make_shared<ConnectionToken>(neededFolder(), connection.server);
+    return platform.makeAPI(
+        addressOf(connection), [token] { return token->current(); }, apiHost(chunksAtOnce));
 }
 
 LANRouter& Surroundings::lan() {
     if (!lan_) lan_.emplace(LANRouter::load(sharedFolder(), date(), oldestNode));
+    return *lan_;
+}
+
+LANRouter& Surroundings::lanToBrowse() {
+    lan().update({});
     return *lan_;
 }
 

@@ -47,13 +47,20 @@ class Surroundings {
     BlockingPool& savingPool();
     const Locations& locations();
     const SharedStore::Folder& sharedFolder();
+    /// The same. Fails with a `CommandError` that says why there is none.
+    const std::filesystem::path& neededFolder();
     std::optional<SharedConnection> connection();
     /// With its token at hand. Fails with a `CommandError` that says how to connect.
     SharedConnection neededConnection();
-    /// The nodes of this network: those that a browsing vark has published of late, and what this one finds.
+    /// The nodes of this network, as a browsing vark has published them of late.
     LANRouter& lan();
+    /// The same table for a run that browses itself: empty, to be filled by its browser alone, which also
+    /// notices when a node goes.
+    LANRouter& lanToBrowse();
     /// What an API works with in this run.
     APIHost apiHost(int mostChunksAtOnce = 1);
+    /// Where the connection's vark is, and by what it is trusted.
+    VarkAddress addressOf(const SharedConnection& connection);
     /// An API for the connection, which goes by the token that is in force at each call.
     std::shared_ptr<VarkAPI> api(const SharedConnection& connection, int chunksAtOnce = 1);
     /// Fails with a `CommandError` when the vark has nothing there.

@@ -77,7 +77,7 @@ ExitCode showSync(Surroundings& surroundings, const SyncOptions& options) {
     Console& console = surroundings.console;
     const Date now = surroundings.date();
     const std::vector<SyncOp> ops = SharedSync::read(surroundings.sharedFolder(), now);
-    if (ops.empty()) console.say("Nothing is owed: every change has reached the vark.");
+    if (ops.empty()) console.say("Nothing is owed to the vark, as far as this machine knows.");
     if (options.json) {
         for (const SyncOp& op : ops)
             console.printRecord(op);

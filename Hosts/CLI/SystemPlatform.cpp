@@ -22,6 +22,8 @@ namespace {
 
 /// How the vark knows the calls of this program.
 constexpr const char* via = "Terminal";
+/// Files that are read for nodes or written from them side by side: a turn of each is short.
+constexpr std::size_t filesOverNodesAtOnce = 4;
 
 std::optional<std::string> authorityOf(const VarkAddress& address) {
     return address.authority ? std::optional(address.authority->string()) : std::nullopt;
@@ -37,13 +39,14 @@ struct Line {
         : session(settingsFor(address)),
           dialer(authorityOf(address)),
           writers(static_cast<std::size_t>(host.mostChunksAtOnce)),
-          nodes(dialer, writers),
+          nodes(dialer, nodeFiles),
           api({session, host.lan, nodes, writers, host.executor, host.clock, systemDate, &host.ways},
               address.url, std::move(token)) {}
 
     CurlSession session;
     TLSDialer dialer;
     BlockingPool writers;
+    BlockingPool nodeFiles{filesOverNodesAtOnce};
     LANTransfer nodes;
     HTTPVarkAPI api;
 };

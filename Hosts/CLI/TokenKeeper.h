@@ -1,45 +1,39 @@
 #pragma once
 
-#include <memory>
-
 #include "Hosts/CLI/Surroundings.h"
-#include "VarkCore/Connection/Keychain.h"
+#include "VarkCore/Connection/KeptConnection.h"
 
 namespace vark::cli {
 
-/// The device's token where it is kept: in the desktop's keychain, or in a file of the storage folder for
-/// whom that was chosen. Used by one command at a time, on the main thread.
+/// The connection as it is kept, with what goes wrong about it in words that say what to do next. Used by one
+/// command at a time, on the main thread.
 class TokenKeeper {
   public:
-    enum class Place { keychain, file };
+    using Place = KeptConnection::Place;
 
-    TokenKeeper(Surroundings& surroundings, Place place);
-    /// Where the token of the connection lies.
-    static Place placeInUse(Surroundings& surroundings);
-    Place place() const { return place_; }
+    /// Fails with a `CommandError` when this program has no folder for a connection.
+    explicit TokenKeeper(Surroundings& surroundings);
 
-    /// Makes ready to keep a token, which may ask the person to open the keychain. Fails with a
+    /// Makes ready to keep a connection, which may ask the person to open the keychain. Fails with a
     /// `CommandError`.
-    void open();
-    /// Fails with a `CommandError`.
-    void keep(const std::string& token);
+    void open(Place place);
+    /// Instead of the one before. Fails with a `CommandError`.
+    void keep(const SharedConnection& connection, const std::optional<std::string>& authority);
     /// Where the token lies now, for the person.
-    std::string whereItIs() const;
+    std::string whereItIs(Place place) const;
 
-    /// Whether the token of the connection is at hand. One that was lost is taken back from the record, once
-    /// the vark has accepted it. Fails with a `CommandError`, and with `VarkAPIError` when the vark does not.
-    void require(const SharedConnection& connection);
-    /// Forgets the token of a connection that is given up, and no other one.
-    void forget(const SharedConnection& connection);
+    /// The connection, with its token at hand. One that was lost is taken back from the record, once the vark
+    /// has accepted it. Fails with a `CommandError`, and with `VarkAPIError` when the vark does not.
+    SharedConnection require();
+    /// Gives the connection up. Gives what there was, and fails with a `CommandError` when something of it
+    /// may still be there.
+    KeptConnection::Removed forget();
 
   private:
-    std::string sentence(std::int32_t status) const { return Keychain::Failure(*store_, status).what(); }
-    void takeBack(const Keychain::TokenRead& read, const SharedConnection& connection);
+    SharedConnection takeBack(const SharedConnection& lost);
 
     Surroundings& surroundings_;
-    const Place place_;
-    const std::shared_ptr<SecretStore> store_;
-    const Keychain keychain_;
+    KeptConnection kept_;
 };
 
 }  // namespace vark::cli

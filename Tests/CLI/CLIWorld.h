@@ -9,6 +9,7 @@
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/API/ContentSink.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
 
@@ -24,10 +25,14 @@ class TestVark final : public SilentVark {
     WhoAmI who{"anna@acme.example", "Acme", 5, "Editor", "tower", false, 1'000'000, 4'000'000};
     /// What `whoami` fails with, call by call; afterwards it succeeds.
     std::deque<VarkAPIError> refusals;
+    /// Happens once, while it is asked.
+    std::function<void()> duringWhoami = [] {};
     std::map<std::string, VarkItem> items;
     std::map<std::int64_t, std::vector<VarkItem>> folders_;
     /// The one code that is good, and how a sign-in in the browser goes.
     std::string code = "GOOD-CODE";
+    /// What the one good code is refused with, if it is.
+    std::optional<VarkAPIError> claimRefusal;
     std::deque<DevicePoll> polls;
     std::string signInPage = "https://vark.example/device?n=1";
     std::string issuedToken = "issued";
@@ -45,6 +50,7 @@ class TestVark final : public SilentVark {
     Task<DeviceClaim> claim(std::string given, std::string deviceName) override {
         deviceNames.push_back(deviceName);
         co_await yieldNow();
+        if (claimRefusal) throw *claimRefusal;
         if (given != code) throw VarkAPIError::server(404, "No such code.");
         co_return DeviceClaim{issuedToken, "Acme", "anna@acme.example"};
     }
@@ -85,6 +91,7 @@ class TestVark final : public SilentVark {
 
     Task<WhoAmI> whoami() override {
         co_await yieldNow();
+        std::exchange(duringWhoami, [] {})();
         if (!refusals.empty()) {
             VarkAPIError refusal = refusals.front();
             refusals.pop_front();
@@ -116,6 +123,7 @@ class TestVark final : public SilentVark {
     struct Report {
         std::int64_t id = 0;
         std::vector<IngestFile> notSent;
+        std::vector<std::string> leftOut;
     };
     std::vector<Report> reports;
     /// What announcements and reports fail with, call by call.
@@ -128,11 +136,11 @@ class TestVark final : public SilentVark {
         ++announced;
         co_return ingestStart;
     }
-    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string>,
+    Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string> leftOut,
                             std::vector<IngestFile> notSent) override {
         co_await yieldNow();
         failIngest();
-        reports.push_back({id, std::move(notSent)});
+        reports.push_back({id, std::move(notSent), std::move(leftOut)});
     }
     Task<void> sendDiagnostics(DiagnosticsReport report) override {
         co_await yieldNow();
@@ -140,18 +148,11 @@ class TestVark final : public SilentVark {
     }
 
     std::map<std::int64_t, std::string> contents;
-    std::optional<VarkAPIError> downloadRefusal;
-    std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override {
-        if (downloadRefusal) throw *downloadRefusal;
-        auto download = std::make_shared<VarkDownload>(std::make_shared<Progress>(100), [] {});
+    Task<void> fetch(std::int64_t id, ContentSink& sink) override {
+        co_await yieldNow();
         const auto found = contents.find(id);
-        if (found == contents.end()) {
-            download->finish(std::make_exception_ptr(VarkAPIError::server(404)));
-        } else {
-            writeAtomically(to, found->second, 0600);
-            download->finish(nullptr);
-        }
-        return download;
+        if (found == contents.end()) throw VarkAPIError::server(404);
+        sink.take(0, found->second);
     }
 
     Task<BeginResult> begin(std::string path, std::int64_t size, std::string sha256, double mtime,
@@ -188,16 +189,20 @@ class TestPlatform final : public Platform {
     std::shared_ptr<TestVark> vark = std::make_shared<TestVark>();
     std::shared_ptr<vark::test::FakeSecretStore> keychain = std::make_shared<vark::test::FakeSecretStore>();
     bool isTrusted = true;
+    int proofsAsked = 0;
     /// What the desktop was given; without a desktop it takes nothing.
     bool hasDesktop = true;
     std::vector<std::string> opened;
     std::vector<std::string> copied;
     std::optional<std::string> tokenGiven;
+    std::vector<std::string> tokensGiven;
     FakeVolumes mounted;
     std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
     const UserFolders& folders() override { return folders_; }
+    FakeBundle& changedBundle() { return bundle_; }
+    FakeUserFolders& changedFolders() { return folders_; }
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
     std::vector<std::int32_t> otherSenders() override { return senders; }
@@ -206,6 +211,7 @@ class TestPlatform final : public Platform {
     }
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress&, TokenProvider token, const APIHost&) override {
         tokenGiven = token();
+        if (tokenGiven) tokensGiven.push_back(*tokenGiven);
         return vark;
     }
     std::shared_ptr<SecretStore> makeKeychain() override { return keychain; }
@@ -224,7 +230,10 @@ class TestPlatform final : public Platform {
     std::unique_ptr<ServiceBrowser> makeServiceBrowser(Executor&) override {
         return std::make_unique<vark::test::FakeServiceBrowser>();
     }
-    Task<bool> provesItself(VarkAddress) override { co_return isTrusted; }
+    Task<bool> provesItself(VarkAddress) override {
+        ++proofsAsked;
+        co_return isTrusted;
+    }
 
   private:
     FakeBundle bundle_;

@@ -1,129 +1,162 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "Hosts/CLI/Fetching.h"
-#include "Tests/CLI/CLIWorld.h"
+#include "Tests/CLI/CommandLine.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Upload/FileHasher.h"
 
 namespace vark::cli {
 namespace {
 
+using test::CommandLine;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
-class Get : public ::testing::Test {
+/// `vark get` of one person, who stands in a folder of a folder.
+class Get : public CommandLine {
   public:
-    static VarkItem fileItem(std::int64_t id, const std::string& name, const std::string& bytes) {
-        VarkItem item;
-        item.id = id;
-        item.path = item.name = name;
+    /// What the vark answers when asked for `path`.
+    VarkItem& serve(const std::string& path, const std::string& bytes) {
+        VarkItem& item = server.items[path];
+        item.id = std::ssize(server.items) + 100;
+        item.path = path;
+        item.name = lastPathComponent(path);
         item.size = std::ssize(bytes);
         item.sha256 = FileHasher::sha256(bytes);
+        server.contents[item.id] = bytes;
         return item;
     }
-    static VarkItem folderItem(std::int64_t id, const std::string& name) {
-        VarkItem item;
-        item.id = id;
-        item.path = item.name = name;
-        item.isDir = true;
+    VarkItem& serveFolder(const std::string& path, const std::vector<VarkItem>& children) {
+        VarkItem& item = server.items[path];
+        item = folder(path, std::ssize(server.items) + 100);
+        server.folders_[item.id] = children;
         return item;
     }
-    /// A file of the vark, which sends these bytes for it.
-    VarkItem serve(std::int64_t id, const std::string& name, const std::string& bytes) {
-        world.platform.vark->contents[id] = bytes;
-        return fileItem(id, name, bytes);
-    }
-    WantedFiles list(const VarkItem& top) {
-        return world.surroundings.await(listWanted(world.platform.vark, top, here / top.name));
-    }
-    /// Fetches one item with all that is in it.
-    void fetch(const VarkItem& top, Fetching::WhatStands whatStands = Fetching::WhatStands::stays) {
-        ended.clear();
-        const WantedFiles wanted = list(top);
-        Fetching fetching(world.platform.vark, world.surroundings.pool(), whatStands,
-                          [this](const FetchedFile& file) { ended.push_back(file); });
-        world.surroundings.await(fetching.all(wanted));
-    }
-    std::vector<std::string> namesHere() const {
+    std::string path(const std::string& name) const { return (here / name).string(); }
+    std::vector<std::string> names() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(here))
-            names.push_back(entry.path().lexically_relative(here));
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(top))
+            names.push_back(entry.path().lexically_relative(top));
         std::ranges::sort(names);
         return names;
     }
 
-    test::CLIWorld world;
-    std::filesystem::path here = world.home / "here";
-    std::vector<FetchedFile> ended;
+    const std::filesystem::path top = world.home / "top";
+    const std::filesystem::path here = top / "here";
 
-    void SetUp() override { std::filesystem::create_directory(here); }
+    void SetUp() override {
+        world.connect();
+        std::filesystem::create_directories(here);
+        std::filesystem::current_path(here);
+    }
+    void TearDown() override { std::filesystem::current_path("/"); }
 };
 
-TEST_F(Get, BringsAFolderWithAllThatIsInIt) {
-    world.platform.vark->folders_[1] = {serve(2, "a.mov", "aaa"), folderItem(3, "Empty"), folderItem(4, "B")};
-    world.platform.vark->folders_[3] = {};
-    world.platform.vark->folders_[4] = {serve(5, "ß ü.mov", "bb")};
-    fetch(folderItem(1, "Shoot"));
-    EXPECT_THAT(namesHere(),
-                ElementsAre("Shoot", "Shoot/B", "Shoot/B/ß ü.mov", "Shoot/Empty", "Shoot/a.mov"));
-    EXPECT_EQ(readWholeFile(here / "Shoot/a.mov"), "aaa");
-    for (const FetchedFile& file : ended) {
-        EXPECT_FALSE(file.failure) << *file.failure;
-        EXPECT_TRUE(file.checked);
+TEST_F(Get, TheVarksAnswerHasNoSayInWhereTheTopItemGoes) {
+    const VarkItem planted = serve("planted", "evil");
+    for (const std::string said : {"a/..", "x/", "..", "../../top", "x/\x1b]0;evil\x07", ""}) {
+        serveFolder("evil", {planted}).path = said;
+        serve("file", "evil").path = said;
+        for (const bool hasOutput : {false, true}) {
+            std::vector<std::string> output;
+            if (hasOutput) output = {"-o", path("out")};
+            for (std::vector<std::string> command : {std::vector<std::string>{"get", "--force", "-r", "evil"},
+                                                     std::vector<std::string>{"get", "--force", "file"}}) {
+                command.insert(command.end(), output.begin(), output.end());
+                EXPECT_EQ(vark(command), ExitCode::allLanded) << said << " " << CommandLine::said();
+            }
+            const std::string in = hasOutput ? "here/out" : "here";
+            for (const std::string& name : names())
+                EXPECT_THAT(name, ::testing::AnyOf("here", ::testing::StartsWith("here/"))) << said;
+            EXPECT_EQ(readWholeFile(top / in / "evil/planted"), "evil");
+            EXPECT_EQ(readWholeFile(top / in / "file"), "evil");
+        }
     }
 }
 
-TEST_F(Get, LeavesNothingOfAFileThatIsNotWhatTheVarkHas) {
-    VarkItem damaged = serve(1, "a.mov", "whole");
-    world.platform.vark->contents[1] = "holed";
-    VarkItem cutOff = serve(2, "b.mov", "whole");
-    cutOff.sha256.clear();
-    world.platform.vark->contents[2] = "who";
-    VarkItem gone = fileItem(3, "c.mov", "gone");
-    const std::pair<VarkItem, std::string> cases[] = {
-        {damaged, "What arrived is not what the vark has."},
-        {cutOff, "It did not arrive whole."},
-        {gone, "It is no longer in the vark."},
+TEST_F(Get, ANameThatThePersonTypedMayHoldAnythingThatAFileMay) {
+    serve("a\x1b[2J", "x");
+    EXPECT_EQ(vark({"get", "a\x1b[2J"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("a\\x1b[2J"));
+    EXPECT_TRUE(std::filesystem::exists(here / "a\x1b[2J"));
+    serve("..", "x");
+    EXPECT_EQ(vark({"get", ".."}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("--output"));
+    const std::string longName(256, 'x');
+    serve(longName, "x");
+    EXPECT_EQ(vark({"get", longName}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("255 bytes"));
+}
+
+TEST_F(Get, TheSameCommandGoesToTheSamePlace) {
+    serveFolder("Jobs/Shoot", {serve("a", "aaa")});
+    struct Case {
+        std::vector<std::string> command;
+        std::string landed;
     };
-    for (const auto& [item, words] : cases) {
-        writeAtomically(here / item.name, "as it was", 0600);
-        fetch(item, Fetching::WhatStands::isReplaced);
-        ASSERT_EQ(ended.size(), 1U);
-        EXPECT_THAT(ended[0].failure.value_or(""), HasSubstr(words));
-        EXPECT_EQ(readWholeFile(here / item.name), "as it was");
+    const std::vector<Case> cases{
+        {{"get", "-r", "Jobs/Shoot"}, "Shoot/a"},
+        {{"get", "-r", "Jobs/Shoot", "-o", "new"}, "new/Shoot/a"},
+        {{"get", "a"}, "a"},
+        {{"get", "a", "-o", "b"}, "b"},
+        {{"get", "a", "-o", "newdir/"}, "newdir/a"},
+        {{"get", "a", "-o", path("Shoot")}, "Shoot/a"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(vark(c.command), ExitCode::allLanded) << said();
+        EXPECT_EQ(readWholeFile(here / c.landed), "aaa");
+        const std::vector<std::string> before = names();
+        EXPECT_EQ(vark(c.command), ExitCode::allLanded) << said();
+        EXPECT_EQ(printed(), "");
+        EXPECT_THAT(said(), HasSubstr("1 was here already"));
+        EXPECT_EQ(names(), before);
     }
-    EXPECT_THAT(namesHere(), ElementsAre("a.mov", "b.mov", "c.mov"));
+    serve("a", "changed");
+    EXPECT_EQ(vark({"get", "a"}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("other contents, and was left alone. Overwrite it with --force."));
+    EXPECT_EQ(vark({"get", "a", "--force"}), ExitCode::allLanded);
+    EXPECT_EQ(readWholeFile(here / "a"), "changed");
 }
 
-TEST_F(Get, ReplacesWhatStandsThereOnlyWhenToldTo) {
-    const VarkItem item = serve(1, "a.mov", "new");
-    writeAtomically(here / "a.mov", "old", 0600);
-    fetch(item);
-    EXPECT_THAT(ended[0].failure.value_or(""), HasSubstr("--force"));
-    EXPECT_EQ(readWholeFile(here / "a.mov"), "old");
-    fetch(item, Fetching::WhatStands::isReplaced);
-    EXPECT_FALSE(ended[0].failure);
-    EXPECT_EQ(readWholeFile(here / "a.mov"), "new");
+TEST_F(Get, WhatIsNamedAndIsNoFileIsNeverReplaced) {
+    serve("a", "aaa");
+    const std::filesystem::path file = world.home.file("file", "old");
+    std::filesystem::create_symlink(file, here / "link");
+    EXPECT_EQ(vark({"get", "a", "--force", "-o", "link"}), ExitCode::allLanded);
+    EXPECT_TRUE(std::filesystem::is_symlink(here / "link"));
+    EXPECT_EQ(readWholeFile(file), "aaa");
+
+    std::filesystem::create_symlink("nowhere", here / "dangling");
+    EXPECT_EQ(vark({"get", "a", "--force", "-o", "dangling"}), ExitCode::usage);
+
+    EXPECT_EQ(vark({"get", "a", "--force", "-o", "/dev/null"}), ExitCode::allLanded);
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+
+    ASSERT_EQ(mkfifo((here / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(vark({"get", "a", "--force", "-o", "pipe"}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("Nobody reads"));
 }
 
-TEST_F(Get, LeavesOutWhatCannotStandUnderItsNameHere) {
-    const std::vector<std::string> names = {
-        "..", ".", "", "../../etc/passwd", "a/b", std::string("a\0b", 3), "line\nend", "\x1b[2J"};
-    std::int64_t id = 1;
-    for (const std::string& name : names)
-        world.platform.vark->folders_[0].push_back(serve(++id, name, "x"));
-    const WantedFiles wanted = list(folderItem(0, "Shoot"));
-    EXPECT_THAT(wanted.files, IsEmpty());
-    EXPECT_EQ(wanted.leftOut.size(), names.size());
-}
-
-TEST_F(Get, StopsAltogetherWhenTheVarkKnowsThisMachineNoLonger) {
-    world.platform.vark->downloadRefusal = VarkAPIError::unauthorized(std::nullopt, "VARK-410");
-    EXPECT_THROW(fetch(fileItem(1, "a.mov", "x")), VarkAPIError);
-    EXPECT_THAT(ended, IsEmpty());
-    EXPECT_THAT(namesHere(), IsEmpty());
+TEST_F(Get, WhatIsStreamedIsJudgedAtTheEnd) {
+    ASSERT_EQ(mkfifo((here / "pipe").c_str(), 0600), 0);
+    const Descriptor reader(open((here / "pipe").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const auto received = [&] {
+        std::string bytes(1 << 20, '\0');
+        const ssize_t count = read(reader.get(), bytes.data(), bytes.size());
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return bytes;
+    };
+    VarkItem& item = serve("a", "aaa");
+    EXPECT_EQ(vark({"get", "a", "-o", "pipe"}), ExitCode::allLanded);
+    EXPECT_EQ(received(), "aaa");
+    EXPECT_EQ(printed() + said(), "");
+    server.contents[item.id] = "bbb";
+    EXPECT_EQ(vark({"get", "a", "-o", "pipe"}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("is not what the vark has"));
+    EXPECT_EQ(vark({"get", "a", "-o", "pipe", "--json"}), ExitCode::usage);
 }
 
 }  // namespace

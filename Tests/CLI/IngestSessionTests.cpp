@@ -122,9 +122,15 @@ TEST_F(IngestSessionTest, WhatCannotBeBroughtInLeavesTheQueueAsItIs) {
          },
          ExitCode::notConnected, "Device revoked."},
         {"nothing of that name", [](auto&, auto& settings) { settings.ingest->leaveOut = {"DCIM", "misc"}; },
-         ExitCode::usage, "Nothing that is sent from ALPHA is called misc."},
-        {"nothing left", [](auto&, auto& settings) { settings.ingest->leaveOut = {"DCIM", "MISC"}; },
-         ExitCode::allLanded, "Nothing to send from the card \"ALPHA\""},
+         ExitCode::usage, "Nothing on ALPHA is called misc."},
+        {"nothing that can be sent",
+         [](auto& test, auto& settings) {
+             test.world.home.file("ALPHA/.hidden");
+             settings.ingest->leaveOut = {"DCIM", "MISC"};
+         },
+         ExitCode::somethingFailed,
+         "Nothing to send from the card \"ALPHA\"\nDo not clear ALPHA yet: 0 files landed and checked, but 3 "
+         "things on it are not in the vark"},
         {"a queue that is not finished",
          [](auto& test, auto&) {
              test.begin(adding({test.a})).interrupt();
@@ -149,6 +155,87 @@ TEST_F(IngestSessionTest, WhatCannotBeBroughtInLeavesTheQueueAsItIs) {
     EXPECT_EQ(server.reports[0].id, 8);
     EXPECT_EQ(server.reports[0].notSent.size(), 3U);
     EXPECT_EQ(server.reports[0].notSent[0].source, "DCIM/1.jpg");
+}
+
+TEST_F(IngestSessionTest, TheSameCommandTriesAgainWhatFailed) {
+    vark.failures["finish"].push_back(VarkAPIError::server(400, "Too large."));
+    EXPECT_EQ(run(card()), ExitCode::somethingFailed);
+    EXPECT_THAT(printed(), HasSubstr("Do not clear ALPHA yet: 2 files landed and checked, but 1 thing"));
+    EXPECT_EQ(run(card()), ExitCode::allLanded);
+    EXPECT_EQ(server.announced, 1);
+    EXPECT_EQ(vark.files.size(), 3U);
+    EXPECT_THAT(printed(), HasSubstr(safe));
+}
+
+TEST_F(IngestSessionTest, CarriesOnAsItIsAskedToOrSaysWhyNot) {
+    begin(card()).interrupt();
+    runOn();
+    struct Case {
+        std::function<void(IngestWish&)> ask;
+        const char* said;
+    };
+    const Case refused[] = {
+        {[](IngestWish& wish) {
+             wish.destination = "Elsewhere";
+             wish.asksForDestination = true;
+         },
+         "ALPHA is being brought into Jobs, and the whole of it goes to one place."},
+        {[](IngestWish& wish) { wish.emailMe = true; }, "nobody wants a mail about ALPHA"},
+        {[](IngestWish& wish) { wish.leaveOut = {"MISC", "misc"}; }, "Nothing on ALPHA is called misc."},
+    };
+    for (const Case& one : refused) {
+        SendSession::Settings settings = card();
+        one.ask(*settings.ingest);
+        EXPECT_EQ(run(settings), ExitCode::usage);
+        EXPECT_THAT(said(), HasSubstr(one.said));
+        EXPECT_TRUE(vark.files.empty());
+    }
+    SendSession::Settings settings = card({"MISC"});
+    settings.ingest->asksForDestination = true;
+    EXPECT_EQ(run(settings), ExitCode::somethingFailed);
+    EXPECT_EQ(vark.files.size(), 2U);
+    EXPECT_EQ(server.announced, 1);
+    ASSERT_EQ(server.reports.size(), 1U);
+    EXPECT_THAT(server.reports[0].leftOut, ElementsAre("MISC"));
+    EXPECT_THAT(server.reports[0].notSent, IsEmpty());
+    EXPECT_THAT(printed(), HasSubstr("  MISC: It was left out.\n"));
+}
+
+TEST_F(IngestSessionTest, WhatIsRemovedFromTheQueueIsToldAsNotSent) {
+    vark.chunkTime = std::chrono::seconds(5);
+    begin(card());
+    ASSERT_TRUE(world.passTime([&] { return !vark.uploads.empty(); }));
+    QueueRequest request;
+    request.command = QueueRequest::Command::remove;
+    request.named = {QueueRequest::Named::of("1")};
+    ask(request);
+    EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+    ASSERT_EQ(server.reports.size(), 1U);
+    ASSERT_EQ(server.reports[0].notSent.size(), 3U);
+    EXPECT_EQ(server.reports[0].notSent[0].why, "It was removed from the queue.");
+    EXPECT_THAT(printed(), HasSubstr("Do not clear ALPHA yet: 0 files landed and checked, but 3 things"));
+}
+
+TEST_F(IngestSessionTest, ACardThatIsGivenUpIsEndedAtTheVarkOrThePersonKnowsThatItIsNot) {
+    QueueRequest request;
+    request.command = QueueRequest::Command::clear;
+    for (const bool isReached : {true, false}) {
+        SCOPED_TRACE(isReached);
+        begin(card()).interrupt();
+        runOn();
+        server.reports.clear();
+        if (!isReached) server.ingestFailures = {VarkAPIError::transport("No network.")};
+        const QueueAnswer answer = changeQueue(world.surroundings, request);
+        EXPECT_EQ(answer.code, isReached ? ExitCode::allLanded : ExitCode::somethingFailed);
+        EXPECT_EQ(saved(), std::nullopt);
+        ASSERT_EQ(server.reports.size(), isReached ? 1U : 0U);
+        if (isReached) {
+            EXPECT_EQ(server.reports[0].notSent.size(), 3U);
+        } else {
+            EXPECT_THAT(answer.problems,
+                        ElementsAre(HasSubstr("The vark could not be told that ALPHA will not come")));
+        }
+    }
 }
 
 TEST_F(IngestSessionTest, NothingElseIsAddedWhileACardIsBroughtIn) {

@@ -51,7 +51,10 @@ TEST_F(MachineCommand, AnIngestNamesOneVolumeThatIsNotTheStartUpDisk) {
     const Case cases[] = {
         {{"ingest"}, ExitCode::usage, "VOLUME"},
         {{"ingest", "NIKON"}, ExitCode::usage, "vark volumes"},
-        {{"ingest", world.home / "in"}, ExitCode::usage, "vark send PATH"},
+        {{"ingest", world.home / "one/DCIM"},
+         ExitCode::usage,
+         "is a folder, and no card or disk. Send it with"},
+        {{"ingest", "/proc"}, ExitCode::usage, "Only what is mounted below /media, /run/media or /mnt"},
         {{"ingest", "EOS"}, ExitCode::usage, "Several volumes are called EOS"},
         {{"ingest", "/"}, ExitCode::usage, "start-up disk"},
         {{"ingest", world.home / "two/", "--leave-out", world.home / "two/none"},
@@ -101,16 +104,19 @@ TEST_F(MachineCommand, TheCacheGivesBackOldDiariesAndKeepsTheQueue) {
     world.surroundings.log().write("Paused");
     const std::filesystem::path logs = world.surroundings.locations().logsFolder();
     std::filesystem::copy_file(logs / "transfer.log", logs / "transfer.previous.log");
-    const QueueLock lock = takeQueue(world.surroundings);
     const std::filesystem::path requests = world.surroundings.locations().requests();
     std::filesystem::create_directories(requests);
     std::filesystem::copy_file(logs / "transfer.log", requests / "asked.json");
+    const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(2);
+    std::filesystem::copy_file(logs / "transfer.log", requests / "forgotten.json");
+    std::filesystem::last_write_time(requests / "forgotten.json", longAgo);
 
     EXPECT_EQ(vark({"cache"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("  The queue: "));
     EXPECT_EQ(vark({"cache", "--free"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), ::testing::MatchesRegex(
                                "Freed [0-9]+ KB. asked.json is still in use, so it was left alone.\n"));
+    EXPECT_FALSE(std::filesystem::exists(requests / "forgotten.json"));
     EXPECT_FALSE(std::filesystem::exists(logs / "transfer.previous.log"));
     EXPECT_TRUE(std::filesystem::exists(logs / "transfer.log"));
     EXPECT_TRUE(world.surroundings.store().load());
@@ -121,9 +127,14 @@ TEST_F(MachineCommand, ARescueSaysWhereTheFilesAreAndRefusesToMoveAFolderIntoIts
     for (const std::string& wrong :
          {file.string(), (world.home / "nowhere").string(), world.home.path().string()})
         EXPECT_EQ(vark({"rescue", wrong}), ExitCode::usage) << wrong;
+    std::filesystem::create_directory_symlink(world.home / "leaving", world.home / "link");
+    EXPECT_EQ(vark({"rescue", (world.home / "link").string() + "/"}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("is a link. Give the folder that it leads to: " +
+                                  (world.home / "leaving").string()));
     EXPECT_TRUE(std::filesystem::exists(file));
     EXPECT_EQ(vark({"rescue", world.home / "leaving"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("1 file that had not been sent yet are in Vark – not sent yet "));
+    EXPECT_THAT(printed(),
+                HasSubstr("1 file is now in " + (world.home / "Downloads/Vark – not sent yet ").string()));
     EXPECT_FALSE(std::filesystem::exists(world.home / "leaving"));
 }
 

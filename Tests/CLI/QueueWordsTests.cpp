@@ -126,6 +126,9 @@ TEST(QueueWords, WhereThereIsLittleRoomTheRateAndTheEndsOfNamesStay) {
   and 2 more
 34% · 12.5 MB/s · 3 min left · 2 failed
 )");
+    QueueView unheard = view;
+    unheard.outage.emplace().since = *dateFromISO8601("2026-11-21T12:49:00Z");
+    EXPECT_TRUE(overallLine(unheard, Signs(), 39).starts_with("34% · not reached since "));
     EXPECT_EQ(joined(watchedLines(view, Signs(), {60, 8})),
               R"(Card → Jobs/2026
 34% · 12.5 MB/s · 3 min left · 2 failed · 1 waits

@@ -12,6 +12,15 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+TEST_F(SendSessionTest, ItsNodesAreThoseThatItsOwnBrowserFinds) {
+    const LANNode published{"Gone", "node.vark.example", "10.0.0.9", 443, world.surroundings.date(), true};
+    LANRouter::save({published}, world.surroundings.sharedFolder());
+    EXPECT_EQ(world.surroundings.lan().all().size(), 1U);
+    begin(adding({a}));
+    EXPECT_TRUE(world.surroundings.lan().all().empty());
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
 TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
     struct Case {
         const char* name;
@@ -121,6 +130,7 @@ TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
     begin(adding({a, b})).interrupt();
     EXPECT_EQ(runOn(), ExitCode::interrupted);
     EXPECT_THAT(said(), HasSubstr("Carry on with: vark send"));
+    EXPECT_THAT(world.surroundings.log().tail(2), HasSubstr("The run ended: Stopped."));
     ASSERT_EQ(saved()->items.size(), 2u);
     EXPECT_EQ(saved()->items[0].state, ItemState::queued);
 

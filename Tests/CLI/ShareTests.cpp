@@ -76,10 +76,13 @@ TEST_F(Sharing, ItemsAreFiledAgainstTheOneJobOfAReference) {
 
     EXPECT_EQ(vark({"job", "file", "a", "--job", "j-7"}), ExitCode::allLanded) << said();
     EXPECT_EQ(printed(), "Filed 1 item under J-7 · Summer\n");
+    const auto lines = [&] { return SharedActivity::read(world.surroundings.sharedFolder()).size(); };
+    EXPECT_EQ(lines(), 1U);
     server.leftUnfiled = 1;
     EXPECT_EQ(vark({"job", "file", "a", "--job", "J-7", "--json"}), ExitCode::somethingFailed);
     EXPECT_EQ(printed(), "{\"filed\":0,\"job\":7,\"ref\":\"J-7\"}\n");
     EXPECT_EQ(said(), "The vark did not file all 1.\n");
+    EXPECT_EQ(lines(), 1U);
 }
 
 }  // namespace

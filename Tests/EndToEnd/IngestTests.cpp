@@ -60,6 +60,9 @@ class Ingest : public EndToEndTest {
     json::array ingests() const {
         return box.client().control("GET", "/control/ingests").json().at("ingests").as_array();
     }
+    static json::object entry(const std::string& source, std::int64_t size, const char* why) {
+        return {{"source", source}, {"path", "Jobs/Shoot/ALPHA/" + source}, {"size", size}, {"why", why}};
+    }
     json::object report() const { return ingests().at(0).at("finished").as_object(); }
 
     const std::string waiting = "Plug ALPHA back in to carry on. Nothing is lost.";
@@ -69,13 +72,8 @@ class Ingest : public EndToEndTest {
 
 TEST_F(Ingest, SurvivesThePullingOfTheCardAndTheKillingOfTheProgram) {
     fill(500);
-    writeSample(card->path(), "MISC/settings.dat", 100, 1);
-    writeSample(card->path(), "DCIM/INDEX.TXT", 100, 2);
     writeSample(card->path(), "DCIM/LAST.JPG", 100, 3);
-    box.put("Jobs/Shoot/ALPHA/DCIM/INDEX.TXT", "what another camera wrote");
-    const std::vector<std::string> command = {"ingest",     "ALPHA",         "--to",
-                                              "Jobs/Shoot", "--leave-out",   "MISC",
-                                              "--email-me", "--on-conflict", "skip"};
+    const std::vector<std::string> command = {"ingest", "ALPHA", "--to", "Jobs/Shoot", "--email-me"};
     letLand(150);
     std::optional<Process> running(vark.start(command));
     ASSERT_TRUE(untilLanded(150, *running)) << running->output() << running->errors();
@@ -91,38 +89,58 @@ TEST_F(Ingest, SurvivesThePullingOfTheCardAndTheKillingOfTheProgram) {
 
     letAllLand();
     running.reset();
-    running.emplace(vark.start({"ingest", "ALPHA", "--on-conflict", "skip"}));
+    running.emplace(vark.start(command));
     ASSERT_TRUE(untilPrinted(waiting, *running)) << running->output() << running->errors();
     card->plug();
     EXPECT_EQ(running->wait(), exitCode(1)) << running->output() << running->errors() << vark.diary();
 
     expectAllHeld("Jobs/Shoot/ALPHA/");
-    EXPECT_EQ(box.bytesAt("Jobs/Shoot/ALPHA/DCIM/INDEX.TXT"), "what another camera wrote");
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
     ASSERT_EQ(ingests().size(), 1U);
-    std::int64_t bytes = 200;
+    std::int64_t bytes = 100;
     for (const SampleFile& file : files)
         bytes += file.size;
     EXPECT_EQ(ingests().at(0).at("announced"), json::value({{"drive", "ALPHA"},
                                                             {"destination", "Jobs/Shoot"},
-                                                            {"files", 502},
+                                                            {"files", 501},
                                                             {"bytes", bytes},
                                                             {"email_me", true}}));
-    const auto entry = [](const std::string& name, const char* why) {
-        return json::object{{"source", "DCIM/" + name},
-                            {"path", "Jobs/Shoot/ALPHA/DCIM/" + name},
-                            {"size", 100},
-                            {"why", why}};
-    };
     EXPECT_EQ(
         report(),
-        json::value({{"skipped", json::array{entry("INDEX.TXT",
+        json::value(
+            {{"skipped", json::array{}},
+             {"left_out", json::array{}},
+             {"not_sent", json::array{entry("DCIM/LAST.JPG", 100, "The file is no longer where it was.")}}}));
+    EXPECT_THAT(running->output(),
+                HasSubstr("Do not clear ALPHA yet: 500 files landed and checked, but 1 thing on "
+                          "it is not in the vark as it is there:\n"
+                          "  DCIM/LAST.JPG: The file is no longer where it was.\n"));
+}
+
+TEST_F(Ingest, NamesWhatOfACardIsNotInTheVark) {
+    fill(5);
+    writeSample(card->path(), "MISC/settings.dat", 100, 1);
+    writeSample(card->path(), "DCIM/INDEX.TXT", 100, 2);
+    writeSample(card->path(), "DCIM/.IMG_0003.MOV", 500'000, 3);
+    writeSample(card->path(), "lost+found/clip.mov", 500'000, 4);
+    std::filesystem::permissions(card->path() / "lost+found", std::filesystem::perms::none);
+    box.put("Jobs/Shoot/ALPHA/DCIM/INDEX.TXT", "what another camera wrote");
+    // The superuser would read every folder.
+    vark.moveTo({.prefix = {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"}});
+    const Finished run = vark.run(
+        {"ingest", "ALPHA", "--to", "Jobs/Shoot", "--leave-out", "MISC", "--on-conflict", "skip", "--json"});
+    expectExit(run, 1);
+    expectAllHeld("Jobs/Shoot/ALPHA/");
+    EXPECT_EQ(box.bytesAt("Jobs/Shoot/ALPHA/DCIM/INDEX.TXT"), "what another camera wrote");
+    EXPECT_EQ(
+        report(),
+        json::value({{"skipped", json::array{entry("DCIM/INDEX.TXT", 100,
                                                    "A different file is already at "
-                                                   "Jobs/Shoot/ALPHA/DCIM/INDEX.TXT.")}},
+                                                   "Jobs/Shoot/ALPHA/DCIM/INDEX.TXT."),
+                                             entry("DCIM/.IMG_0003.MOV", 0, "What is hidden is not sent.")}},
                      {"left_out", json::array{"MISC"}},
-                     {"not_sent", json::array{entry("LAST.JPG", "The file is no longer where it was.")}}}));
-    EXPECT_THAT(running->output(), HasSubstr("Do not clear ALPHA yet: 500 files landed and checked"));
-    EXPECT_THAT(running->output(), HasSubstr("  MISC: It was left out."));
+                     {"not_sent", json::array{entry("lost+found", 0, "This folder could not be read.")}}}));
+    EXPECT_THAT(run.output, HasSubstr(R"("safeToClear":false,"lookedThrough":true,"landed":5,)"));
 }
 
 TEST_F(Ingest, CallsACardSafeToClearOnceAllOfItHasLanded) {

@@ -19,6 +19,7 @@ class APIWorld : public testing::Test {
     std::optional<std::string> token = "t0ken";
     Date now{1000};
     LANRouter lan;
+    WaysTaken ways;
     LANTransfer nodes{dialer, loop.pool, [this] { return now; }};
     HTTPVarkAPI api = client(loop.pool);
 
@@ -29,7 +30,8 @@ class APIWorld : public testing::Test {
                                      .writers = writers,
                                      .executor = loop.executor,
                                      .clock = loop.clock,
-                                     .now = [this] { return now; }};
+                                     .now = [this] { return now; },
+                                     .ways = &ways};
         return HTTPVarkAPI(host, *URL::parse("https://vark.example/portal/"), [this] { return token; });
     }
 

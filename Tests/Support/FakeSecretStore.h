@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -20,6 +21,8 @@ class FakeSecretStore final : public SecretStore {
     std::vector<std::string> calls;
     /// What a call of this name fails with.
     std::map<std::string, std::int32_t, std::less<>> failures;
+    /// Happens before a call of this name.
+    std::function<void(std::string_view)> before = [](std::string_view) {};
 
     std::int32_t open() override { return call("open"); }
     Answer find(const SecretName& name) override {
@@ -54,6 +57,7 @@ class FakeSecretStore final : public SecretStore {
 
   private:
     std::int32_t call(const char* name) {
+        before(name);
         calls.emplace_back(name);
         const auto failure = failures.find(name);
         return failure == failures.end() ? SecretStatus::done : failure->second;

@@ -24,14 +24,16 @@ struct FakeUserFolders : UserFolders {
     explicit FakeUserFolders(std::filesystem::path folder) : base(std::move(folder)) {}
     std::filesystem::path base;
     bool knowsLibrary = true;
+    std::optional<std::string> groupTrouble;
 
     std::filesystem::path home() const override { return base; }
     std::optional<std::filesystem::path> applicationSupport() const override { return known("Support"); }
     std::optional<std::filesystem::path> library() const override { return known("State"); }
     std::optional<std::filesystem::path> downloads() const override { return known("Downloads"); }
     std::optional<std::filesystem::path> groupContainer(std::string_view identifier) const override {
-        return base / "Groups" / identifier;
+        return groupTrouble ? std::nullopt : std::optional(base / "Groups" / identifier);
     }
+    std::optional<std::string> groupContainerTrouble(std::string_view) const override { return groupTrouble; }
 
   private:
     std::optional<std::filesystem::path> known(const char* name) const {
@@ -45,10 +47,16 @@ struct FakeVolumes : Volumes {
     mutable std::function<void()> changed;
     /// Called by each walk, on its thread.
     std::function<void()> walked;
+    /// Called at each look at the table, on the thread that looks.
+    std::function<void()> asked;
 
-    std::vector<Volume> volumes() const override { return table; }
+    std::vector<Volume> volumes() const override {
+        if (asked) asked();
+        return table;
+    }
     std::optional<std::string> volumeName(const std::filesystem::path& path) const override {
         if (walked) walked();
+        if (asked) asked();
         const Volume* best = nullptr;
         for (const Volume& volume : table) {
             const bool holds = path == volume.path || path.native().starts_with(volume.path.native() + "/");

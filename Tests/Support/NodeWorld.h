@@ -8,11 +8,11 @@
 
 namespace vark::test {
 
-/// A client in an office with two nodes: "api.example" answers the API too, "bytes.example" only bytes.
+/// A client in an office with two nodes: "api.vark.example" answers the API too, "bytes.example" only bytes.
 class NodeWorld : public APIWorld {
   public:
     TemporaryFolder folder;
-    const std::string apiNode = "api.example";
+    const std::string apiNode = "api.vark.example";
     const std::string bytesNode = "bytes.example";
 
     NodeWorld() {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -13,13 +12,12 @@
 
 #include "Tests/Support/UntilCancelled.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
-#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Services/HTTPSession.h"
 
 namespace vark::test {
 
 /// What a `ScriptedSession` does with one request. Of an upload it takes the whole body first, unless told
-/// otherwise; of a download it has written the body when it fails or hangs.
+/// otherwise; a success that is received has gone to the sink when it fails or hangs.
 struct ScriptedAnswer {
     HTTPResponse response = {};
     std::optional<HTTPError> failure = std::nullopt;
@@ -93,30 +91,24 @@ class ScriptedSession final : public HTTPSession {
         co_return co_await reply(std::move(next));
     }
 
-    Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to, DownloadProgress progress,
-                                FollowRedirect follow) override {
+    Task<HTTPResponse> receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) override {
         co_await checkCancellation();
-        UnfinishedFile file(to, 0600);
-        downloads.push_back(to);
         for (;;) {
             ScriptedAnswer next = answerTo(request);
-            const std::string body = std::exchange(next.response.body, "");
-            file.write(body);
+            if (next.response.status / 100 == 2) {
+                const std::string body = std::exchange(next.response.body, "");
+                HTTPResponse head = next.response;
+                head.headers.push_back({"Content-Length", std::to_string(body.size())});
+                sink.take(head, body);
+            }
             const HTTPResponse response = co_await reply(std::move(next));
             const std::optional<URL> location = locationIn(response);
-            if (!location || !follow({response.status, *location})) {
-                progress(std::ssize(body), std::ssize(body));
-                file.keep();
-                co_return response;
-            }
-            file.startOver();
+            if (!location || !follow({response.status, *location})) co_return response;
             if (location->host() != request.url.host())
                 std::erase_if(request.headers, [](auto& header) { return header.name == "Authorization"; });
             request.url = *location;
         }
     }
-    /// Where each download was written to.
-    std::vector<std::filesystem::path> downloads;
 
   private:
     static std::optional<URL> locationIn(const HTTPResponse& response) {

@@ -43,6 +43,10 @@ class SilentVark : public VarkAPI {
     std::shared_ptr<VarkDownload> download(std::int64_t, std::filesystem::path) override {
         return fails<std::shared_ptr<VarkDownload>>();
     }
+    Task<void> fetch(std::int64_t, ContentSink&) override {
+        fails<bool>();
+        co_return;
+    }
     Task<std::string> rename(std::string, std::string) override { co_return fails<std::string>(); }
     Task<std::string> move(std::string, std::string) override { co_return fails<std::string>(); }
     Task<std::string> bin(std::string) override { co_return fails<std::string>(); }

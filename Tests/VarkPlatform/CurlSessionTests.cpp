@@ -4,10 +4,14 @@
 #include <sys/socket.h>
 
 #include <condition_variable>
+#include <cstdio>
+#include <fstream>
+#include <semaphore>
 #include <set>
 
 #include "Tests/VarkPlatform/ChangedVariables.h"
 #include "Tests/VarkPlatform/CurlFixture.h"
+#include "Tests/VarkPlatform/OwnNetwork.h"
 
 namespace vark::test {
 namespace {
@@ -134,7 +138,22 @@ TEST_F(CurlSessionTest, TrustsNobodyWithoutProof) {
     for (const Case& one : cases) {
         SCOPED_TRACE(one.name);
         EXPECT_EQ(outcome(session->data(request(one.url))), one.outcome);
+        EXPECT_EQ(outcome(session->data(request(known.url("/")))), "200") << "on the same session after it";
     }
+}
+
+TEST_F(CurlSessionTest, TellsNoNetworkFromANameThatIsNotThere) {
+    inOwnNetwork([&](OwnNetwork& network) {
+        // Its thread lives in the network of the one that makes it.
+        session = std::make_unique<CurlSession>(settings());
+        const URL noSuchHost = url("https://" + std::string(64, 'a') + ".invalid/");
+        for (const URL& one : {url("https://vark.test/"), url("https://198.51.100.1/"),
+                               url("https://[2001:db8::1]/"), noSuchHost})
+            EXPECT_EQ(outcome(session->data(request(one))), "not connected") << one.text();
+        network.bringUp("lo");
+        network.addRoute(everywhere, everywhere, "lo");
+        EXPECT_EQ(outcome(session->data(request(noSuchHost))), "cannot find host");
+    });
 }
 
 TEST_F(CurlSessionTest, TrustsTheSystemsAuthoritiesBesideTheFile) {
@@ -339,14 +358,76 @@ TEST_F(CurlSessionTest, GivesUpOnAServerThatStandsStill) {
         client.readHead();
         client.waitForTheEnd();
     });
-    std::vector<TaskHandle<HTTPResponse>> handles;
-    for (ScriptedServer* one : {&server, &stalling}) {
-        HTTPRequest asked = request(one->url("/"));
-        asked.idleLimit = std::chrono::seconds(1);
-        handles.push_back(scope.start(session->data(asked)));
-    }
+    std::binary_semaphore othersHaveGivenUp(0);
+    ScriptedServer checking(authority, [&](Conversation& client) {
+        client.readHead();
+        client.readBody(1);
+        othersHaveGivenUp.acquire();
+        client.answer(200, "");
+    });
+    const auto asking = [](const ScriptedServer& one, int limit) {
+        HTTPRequest asked = request(one.url("/"), limit == 1 ? "PUT" : "GET");
+        asked.idleLimit = std::chrono::seconds(limit);
+        return asked;
+    };
+    const auto whole = std::make_shared<BytePipe>(16);
+    const auto unsent = std::make_shared<BytePipe>(16);
+    whole->write("x");
+    const TaskHandle<HTTPResponse> sent = scope.start(session->upload(asking(checking, 1), whole, 1));
+    const TaskHandle<HTTPResponse> handles[] = {
+        scope.start(session->upload(asking(stalling, 1), unsent, 10)),
+        scope.start(session->data(asking(server, 3))),
+        scope.start(session->data(asking(stalling, 3))),
+    };
     for (const TaskHandle<HTTPResponse>& handle : handles)
         EXPECT_EQ(outcome(handle), "timed out");
+    // All of it has gone, and a vark that checks it may take longer.
+    EXPECT_FALSE(sent.done());
+    othersHaveGivenUp.release();
+    EXPECT_EQ(outcome(sent), "200");
+}
+
+/// The kernel's timer of a connection to this port of this machine, as a kind and hundredths of a second.
+std::pair<int, long> timerOfConnectionTo(std::uint16_t port) {
+    std::ifstream table("/proc/net/tcp");
+    std::string line;
+    std::getline(table, line);
+    while (std::getline(table, line)) {
+        unsigned far = 0;
+        int kind = 0;
+        unsigned long left = 0;
+        const char* form = " %*d: %*8x:%*4x %*8x:%4x %*2x %*8x:%*8x %2x:%8lx";
+        if (std::sscanf(line.c_str(), form, &far, &kind, &left) == 3 && far == port)
+            return {kind, static_cast<long>(left)};
+    }
+    return {};
+}
+
+TEST_F(CurlSessionTest, AsksAServerThatIsSilentWhetherItIsStillThere) {
+    constexpr int keepAlive = 2;
+    std::binary_semaphore looked(0);
+    ScriptedServer server(authority, answeringAll([&](Conversation& client, const RequestHead&) {
+                              client.write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\na");
+                              looked.acquire();
+                              client.write("b");
+                          }));
+    /// Looks when the first byte has come, while the server is silent.
+    struct Look final : BodySink {
+        std::function<void()> look;
+        void take(const HTTPResponse&, std::string_view) override {
+            if (look) std::exchange(look, nullptr)();
+        }
+    };
+    std::optional<std::pair<int, long>> timer;
+    Look sink;
+    sink.look = [&] {
+        timer = timerOfConnectionTo(server.port());
+        looked.release();
+    };
+    EXPECT_EQ(outcome(session->receive(request(server.url("/")), sink, [](auto&) { return true; })), "200");
+    ASSERT_TRUE(timer);
+    EXPECT_EQ(timer->first, keepAlive);
+    EXPECT_LE(timer->second, 6'000);
 }
 
 }  // namespace

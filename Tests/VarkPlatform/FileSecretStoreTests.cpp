@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 
@@ -49,9 +50,35 @@ TEST(FileSecretStore, AFileThatCannotBeReadIsNotOneWithoutASecret) {
     folder.file("taken/secrets.json/inside");
     FileSecretStore folderThere(folder / "taken/secrets.json");
     EXPECT_EQ(folderThere.find(mine).status, SecretStatus::failed);
-    FileSecretStore below(folder.file("file") / "secrets.json");
-    EXPECT_EQ(below.add(mine, "", "x"), SecretStatus::failed);
-    EXPECT_TRUE(below.message(SecretStatus::failed));
+}
+
+TEST(FileSecretStore, ProvesBeforehandThatItCanBeWritten) {
+    struct Case {
+        const char* file;
+        std::int32_t status;
+    };
+    const TemporaryFolder folder;
+    folder.file("damaged/secrets.json", "{");
+    folder.file("taken/secrets.json/inside");
+    folder.file("file");
+    std::filesystem::create_directory(folder / "closed");
+    std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
+    std::filesystem::permissions(folder / "damaged", std::filesystem::perms::all);
+    std::filesystem::permissions(folder / "closed", std::filesystem::perms(0555));
+    const test::AsAnOrdinaryUser user;
+    for (const Case& each :
+         {Case{"new/secrets.json", SecretStatus::done}, Case{"damaged/secrets.json", SecretStatus::done},
+          Case{"taken/secrets.json", SecretStatus::failed}, Case{"file/secrets.json", SecretStatus::failed},
+          Case{"closed/secrets.json", SecretStatus::readOnly}}) {
+        SCOPED_TRACE(each.file);
+        FileSecretStore store(folder / each.file);
+        EXPECT_EQ(store.open(), each.status);
+        if (each.status != SecretStatus::done) {
+            EXPECT_EQ(store.add(mine, "", "x"), each.status);
+            EXPECT_TRUE(store.message(each.status));
+        }
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "new"));
 }
 
 }  // namespace

@@ -77,10 +77,14 @@ TEST(XDGFolders, MakesAGroupContainerThatIsPrivate) {
     EXPECT_EQ(folders.groupContainer("dev.vark.group"), container);
     EXPECT_EQ(permissionsOf(container), 0700U);
 
-    for (const char* noFolder : {"", "..", "a/b", ".hidden"})
-        EXPECT_EQ(folders.groupContainer(noFolder), std::nullopt) << noFolder;
+    EXPECT_EQ(folders.groupContainerTrouble("dev.vark.group"), std::nullopt);
+
     std::filesystem::create_directory_symlink(base.path(), container.parent_path() / "a.link");
-    EXPECT_EQ(folders.groupContainer("a.link"), std::nullopt);
+    base.file("not/there/yet/Vark Group Containers/a.file");
+    for (const char* noFolder : {"", "..", "a/b", ".hidden", "a.link", "a.file"}) {
+        EXPECT_EQ(folders.groupContainer(noFolder), std::nullopt) << noFolder;
+        EXPECT_TRUE(folders.groupContainerTrouble(noFolder)) << noFolder;
+    }
 }
 
 constexpr const char* infoList = R"(<?xml version="1.0" encoding="UTF-8"?>
@@ -108,7 +112,8 @@ TEST(AppBundle, SpeaksForTheExecutableInIt) {
         {"Vark.app/Contents/MacOS/vark", "elsewhere", infoList, std::nullopt},
         {"bin/vark", "elsewhere", "", std::nullopt},
         // In the tree that it was built in, but a bundle of such a tree speaks for itself.
-        {"Hosts/CLI/vark", "CMakeCache.txt", "", "dev.vark.mac.dev"},
+        {"Hosts/CLI/vark", "vark-build-tree", "", "dev.vark.mac.dev"},
+        {"Hosts/CLI/vark", "CMakeCache.txt", "", std::nullopt},
     };
     for (const Case& one : cases) {
         const TemporaryFolder folder;
@@ -121,7 +126,7 @@ TEST(AppBundle, SpeaksForTheExecutableInIt) {
 TEST(AppBundle, GivesTextsAndNothingElse) {
     const TemporaryFolder folder;
     folder.file("Vark.app/Contents/Info.plist", infoList);
-    folder.file("CMakeCache.txt");
+    folder.file("vark-build-tree");
     const AppBundle bundle(folder / "Vark.app/Contents/MacOS/vark");
     EXPECT_EQ(bundle.identifier(), "dev.vark.mac");
     EXPECT_EQ(bundle.infoText("VARKAppGroup"), "dev.vark.group");

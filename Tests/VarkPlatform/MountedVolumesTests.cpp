@@ -114,7 +114,9 @@ TEST_F(MountedVolumesTest, DoesNotCountWhatIsLeftOfADiskThatWasPulledOut) {
 TEST_F(MountedVolumesTest, KnowsNothingWhereTheTableIsBrokenOrAway) {
     table = "garbage\n36 35 8:17 / /media/card rw - ext4\n36 35\n\n";
     EXPECT_TRUE(volumes().volumes().empty());
-    EXPECT_TRUE(MountedVolumes({.mounts = folder / "nowhere"}).volumes().empty());
+    const MountedVolumes blind({.mounts = folder / "nowhere"});
+    EXPECT_TRUE(blind.volumes().empty());
+    EXPECT_THROW(blind.watch([] {}), FileError);
 }
 
 TEST(MountedVolumes, FindsTheStartUpDiskOfThisMachine) {

@@ -1,18 +1,10 @@
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/if_tun.h>
-#include <net/if.h>
-#include <net/route.h>
-#include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
-#include <cstring>
-#include <thread>
 
+#include "Tests/VarkPlatform/OwnNetwork.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 
@@ -41,87 +33,6 @@ class Reports {
     std::condition_variable_any changed_;
     std::vector<bool> reports_ VARK_GUARDED_BY(lock_);
 };
-
-/// A network of the calling thread's own, in which nothing is up.
-class OwnNetwork {
-  public:
-    OwnNetwork()
-        : isOwn_(unshare(CLONE_NEWNET) == 0), control_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {}
-    bool isOwn() const { return isOwn_; }
-
-    void bringUp(const char* interface) { setFlags(interface, IFF_UP); }
-    void takeDown(const char* interface) { setFlags(interface, 0); }
-    /// The interface goes with this object.
-    void addInterfaceWithoutCarrier(const char* name) {
-        tunnel_ = Descriptor(open("/dev/net/tun", O_RDWR | O_CLOEXEC));
-        ifreq request = about(name);
-        request.ifr_flags = IFF_TUN | IFF_NO_PI;
-        EXPECT_EQ(ioctl(tunnel_.get(), TUNSETIFF, &request), 0);
-        int carrier = 0;
-        EXPECT_EQ(ioctl(tunnel_.get(), TUNSETCARRIER, &carrier), 0);
-    }
-    void setAddress(const char* interface, const char* address) {
-        ifreq request = about(interface);
-        sockaddr_in value = socketAddress(address);
-        std::memcpy(&request.ifr_addr, &value, sizeof value);
-        EXPECT_EQ(ioctl(control_.get(), SIOCSIFADDR, &request), 0);
-    }
-    void addRoute(const char* network, const char* mask, std::string interface) {
-        rtentry route = routeTo(network, mask, interface);
-        EXPECT_EQ(ioctl(control_.get(), SIOCADDRT, &route), 0);
-    }
-    void removeRoute(const char* network, const char* mask, std::string interface) {
-        rtentry route = routeTo(network, mask, interface);
-        EXPECT_EQ(ioctl(control_.get(), SIOCDELRT, &route), 0);
-    }
-
-  private:
-    static ifreq about(const char* interface) {
-        ifreq request{};
-        std::strncpy(request.ifr_name, interface, IFNAMSIZ - 1);
-        return request;
-    }
-    static sockaddr_in socketAddress(const char* text) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        EXPECT_EQ(inet_pton(AF_INET, text, &address.sin_addr), 1);
-        return address;
-    }
-    static rtentry routeTo(const char* network, const char* mask, std::string& interface) {
-        rtentry route{};
-        const sockaddr_in destination = socketAddress(network);
-        const sockaddr_in netmask = socketAddress(mask);
-        std::memcpy(&route.rt_dst, &destination, sizeof destination);
-        std::memcpy(&route.rt_genmask, &netmask, sizeof netmask);
-        route.rt_flags = RTF_UP;
-        route.rt_dev = interface.data();
-        return route;
-    }
-    void setFlags(const char* interface, int flags) {
-        ifreq request = about(interface);
-        request.ifr_flags = static_cast<short>(flags);
-        EXPECT_EQ(ioctl(control_.get(), SIOCSIFFLAGS, &request), 0);
-    }
-
-    bool isOwn_;
-    Descriptor control_;
-    Descriptor tunnel_;
-};
-
-/// Runs the test on a thread with a network of its own; threads that it starts share that.
-template <class Test>
-void inOwnNetwork(Test test) {
-    bool possible = true;
-    std::jthread([&] {
-        OwnNetwork network;
-        possible = network.isOwn();
-        if (possible) test(network);
-    }).join();
-    if (!possible)
-        GTEST_SKIP() << "SKIPPED: this needs the right to make a network namespace (run it as root).";
-}
-
-constexpr const char* everywhere = "0.0.0.0";
 
 TEST(NetlinkPathMonitor, ReportsTheStateAndThenEachChange) {
     inOwnNetwork([](OwnNetwork& network) {
@@ -187,6 +98,24 @@ TEST(NetlinkPathMonitor, JudgesByTheWorldOrByTheHostOfTheVark) {
             EXPECT_EQ(reports.first(1), std::vector{one.usable});
         });
     }
+}
+
+TEST(NetlinkPathMonitor, EndsWhileANameIsBeingLookedUp) {
+    inOwnNetwork([](OwnNetwork& network) {
+        network.bringUp("lo");
+        const Descriptor silentServer = network.ownNameServer();
+        const auto begun = std::chrono::steady_clock::now();
+        {
+            Reports reports;
+            NetlinkPathMonitor monitor("vark.test");
+            monitor.start([&](bool usable) { reports.add(usable); });
+            std::array<char, 512> question;
+            EXPECT_GT(recv(silentServer.get(), question.data(), question.size(), 0), 0);
+            EXPECT_EQ(reports.first(1), std::vector{false});
+        }
+        // The name service asks for ten seconds.
+        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+    });
 }
 
 TEST(NetlinkPathMonitor, EndsWithoutHavingStarted) {

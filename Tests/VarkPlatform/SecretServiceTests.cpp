@@ -69,10 +69,11 @@ TEST(SecretService, ALockedKeyringWouldNotSayAndLosesNothing) {
     EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::locked));
 }
 
-TEST(SecretService, WithoutAKeyringNothingIsStoredAndNothingCanBe) {
+TEST(SecretService, AServiceThatShowsNoKeyringWouldNotSay) {
     KeyringSession session(Keyring::none);
-    EXPECT_EQ(keychain(session, "read"), "missing");
-    EXPECT_EQ(keychain(session, "write t0k"), failure(SecretStatus::absent));
+    EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::noKeyring));
+    EXPECT_EQ(keychain(session, "write t0k"), failure(SecretStatus::noKeyring));
+    EXPECT_EQ(keychain(session, "add t0k"), failure(SecretStatus::noKeyring));
     EXPECT_EQ(keychain(session, "open"), failure(SecretStatus::refused));
 }
 

@@ -52,7 +52,7 @@ std::optional<T> fieldOf(std::string_view body, std::string_view key) {
 }
 
 /// A list that the vark sends in one answer. No honest one is longer, whatever limit was asked for.
-inline constexpr std::size_t longestList = 100'000;
+inline constexpr std::size_t longestList = 250'000;
 
 /// Fails with `DecodingError`, before any element is read.
 inline void refuseOverlong(const JSONFields& fields, std::string_view key) {

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Upload/ByteCounter.h"
 #include "VarkCore/Upload/ChunkTransfer.h"
 #include "VarkCore/Upload/RunWhileItMoves.h"
@@ -13,24 +14,6 @@ namespace vark {
 namespace {
 
 constexpr const char* chunkContentType = "application/octet-stream";
-
-/// The status of a chunk. A 409 means here that the upload has gone, never that a name is taken; and only the
-/// application's host can say, with a 400, that it does not take file bytes.
-void requireChunkTaken(int status, const std::string& body, bool viaApp) {
-    if (isSuccess(status)) return;
-    switch (status) {
-        case 400:
-            if (viaApp) throw VarkAPIError::wrongChunkRoute(fieldOf<std::string>(body, "error"));
-            break;
-        case 404:
-        case 409:
-        case 410:
-            throw VarkAPIError::uploadGone();
-        default:
-            break;
-    }
-    throw serverErrorFor(status, body);
-}
 
 bool isWebAddress(const URL& url) {
     const std::string scheme = url.scheme();
@@ -43,10 +26,36 @@ void HTTPVarkAPI::rememberChunkBase(std::string uploadID, const std::optional<st
     std::optional<URL> base = url ? URL::parse(*url) : std::nullopt;
     const Locked hold(chunkLock_);
     if (base && isWebAddress(*base)) {
+        if (base->scheme() == "https") namedByTheVark_.insert(lowercased(base->host()));
         chunkBases_.insert_or_assign(std::move(uploadID), std::move(*base));
     } else {
         chunkBases_.erase(uploadID);
     }
+}
+
+void HTTPVarkAPI::forgetChunkBase(const std::string& uploadID) {
+    const Locked hold(chunkLock_);
+    chunkBases_.erase(uploadID);
+}
+
+void HTTPVarkAPI::forgetUpload(const std::string& uploadID) {
+    forgetChunkBase(uploadID);
+    if (ways_ != nullptr) ways_->take(uploadID);
+}
+
+void HTTPVarkAPI::failForGoneUpload(const std::string& uploadID) {
+    forgetUpload(uploadID);
+    throw VarkAPIError::uploadGone();
+}
+
+/// A 409 means here that the upload has gone, never that a name is taken; and only the application's host can
+/// say, with a 400, that it does not take file bytes.
+void HTTPVarkAPI::requireChunkTaken(const std::string& uploadID, int status, const std::string& body,
+                                    bool viaApp) {
+    if (isSuccess(status)) return;
+    if (status == 400 && viaApp) throw VarkAPIError::wrongChunkRoute(fieldOf<std::string>(body, "error"));
+    if (status == 404 || status == 409 || status == 410) failForGoneUpload(uploadID);
+    throw serverErrorFor(status, body);
 }
 
 HTTPVarkAPI::ChunkTarget HTTPVarkAPI::chunkTarget(const std::string& uploadID, std::int64_t index) {
@@ -78,7 +87,7 @@ Task<void> HTTPVarkAPI::putChunk(std::string uploadID, std::int64_t index, std::
         std::optional<LANTransfer::Response> answer =
             co_await answerOfNode(route->host, putChunkOnNode(*route, source, tokenForApp));
         if (answer) {
-            requireChunkTaken(answer->status, answer->body, target.viaApp);
+            requireChunkTaken(uploadID, answer->status, answer->body, target.viaApp);
             if (ways_ != nullptr) ways_->noteNode(uploadID, route->host);
             co_return;
         }
@@ -90,7 +99,7 @@ Task<void> HTTPVarkAPI::putChunk(std::string uploadID, std::int64_t index, std::
     request.headers.push_back({"Content-Length", std::to_string(length)});
     ChunkTransfer transfer(session_, writerPool_, stallWatch, now_, source);
     const HTTPResponse answer = co_await transfer.send(std::move(request));
-    requireChunkTaken(answer.status, answer.body, target.viaApp);
+    requireChunkTaken(uploadID, answer.status, answer.body, target.viaApp);
     if (ways_ != nullptr) ways_->noteInternet(uploadID);
 }
 

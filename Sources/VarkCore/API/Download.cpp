@@ -4,7 +4,9 @@
 #include <array>
 #include <utility>
 
+#include "VarkCore/API/ContentSink.h"
 #include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/API/ItemBody.h"
 #include "VarkCore/API/RedirectWatcher.h"
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkCore/Foundation/Files.h"
@@ -19,72 +21,45 @@ namespace {
 constexpr std::int64_t wholeRoad = 100;
 /// Without an answer's own limit for standing still.
 constexpr std::chrono::seconds usualIdleLimit{90};
-/// More than this is no error body.
-constexpr std::uint64_t longestErrorBody = std::uint64_t{1} << 20;
 
-/// A download that is not whole yet, beside its destination, so that one rename puts it in place. What has
-/// come of it goes at its end.
-class IncomingFile {
+/// A download that is not whole yet, beside its destination, so that one rename puts it in place; gone again
+/// unless it took that place. All of one piece: what one way brought is not gone on with by the next, since
+/// nobody checks the whole. Fails with `FileError`.
+class IncomingFile final : public ContentSink {
   public:
+    /// Makes the folder too.
     explicit IncomingFile(std::filesystem::path destination)
-        : destination_(std::move(destination)), path_(temporaryPathBeside(destination_)) {}
-    IncomingFile(const IncomingFile&) = delete;
-    IncomingFile& operator=(const IncomingFile&) = delete;
-    ~IncomingFile() { remove(); }
+        : destination_(std::move(destination)), file_(beside(destination_), 0600) {}
 
-    const std::filesystem::path& path() const { return path_; }
-    bool exists() const {
-        std::error_code ignored;
-        return std::filesystem::exists(path_, ignored);
+    std::int64_t next() const override { return 0; }
+    void take(std::int64_t at, std::string_view bytes) override {
+        if (at == 0) file_.startOver();
+        file_.write(bytes);
     }
-    void remove() const {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-
-    /// Both fail with `FileError`.
-    void makeFolder() const {
-        std::error_code failure;
-        std::filesystem::create_directories(path_.parent_path(), failure);
-        if (failure) throw FileError("Could not make the folder", path_.parent_path(), failure.value());
-    }
-    void moveIntoPlace() const {
-        std::error_code failure;
-        std::filesystem::rename(path_, destination_, failure);
-        if (failure == std::errc::is_a_directory) {
-            // One that holds something stays, and is why this fails.
+    void moveIntoPlace() {
+        // An empty folder gives way. One that holds something stays, and is why this fails.
+        if (std::filesystem::is_directory(std::filesystem::symlink_status(destination_))) {
             std::error_code ignored;
             std::filesystem::remove(destination_, ignored);
-            std::filesystem::rename(path_, destination_, failure);
         }
-        if (failure) throw FileError("Could not replace", destination_, failure.value());
+        file_.renameTo(destination_);
     }
 
   private:
+    static std::filesystem::path beside(const std::filesystem::path& destination) {
+        std::error_code failure;
+        std::filesystem::create_directories(destination.parent_path(), failure);
+        if (failure) throw FileError("Could not make the folder", destination.parent_path(), failure.value());
+        return temporaryPathBeside(destination);
+    }
+
     const std::filesystem::path destination_;
-    const std::filesystem::path path_;
+    UnfinishedFile file_;
 };
 
 VarkAPIError notInPlace(const FileError& error) {
     return VarkAPIError::transport(
         fmt::format("Could not put the downloaded file in place: {}", error.what()));
-}
-
-/// An unreadable body says nothing.
-std::string errorBody(const std::filesystem::path& path) {
-    try {
-        return readWholeFile(path, longestErrorBody);
-    } catch (const FileError&) {
-        return "";
-    }
-}
-
-HTTPSession::DownloadProgress tellingTo(std::shared_ptr<Progress> progress) {
-    return [progress = std::move(progress)](std::int64_t received, std::optional<std::int64_t> expected) {
-        if (!expected) return;
-        progress->setTotalUnitCount(std::max<std::int64_t>(*expected, 1));
-        progress->setCompletedUnitCount(received);
-    };
 }
 
 void complete(Progress& progress) {
@@ -112,35 +87,54 @@ Task<void> finishing(std::shared_ptr<VarkDownload> download, Task<void> road) {
 }  // namespace
 
 std::shared_ptr<VarkDownload> HTTPVarkAPI::download(std::int64_t id, std::filesystem::path to) {
-    return download(Wanted{id, std::move(to)}, Roads::all);
-}
-
-std::shared_ptr<VarkDownload> HTTPVarkAPI::download(Wanted wanted, Roads roads) {
     HTTPHeader token = authorization();
-    URL url = baseURL_.appendingPath(fmt::format("api/file/{}", wanted.id));
-    // Only a call of the API proves a node: one that has not done so yet is not tried here.
-    std::optional<LANRoute> node = roads == Roads::all ? verifiedRoute(url) : std::nullopt;
-
-    auto progress = std::make_shared<Progress>(wholeRoad);
-    Task<void> road =
-        node ? fetchOverNode(std::move(wanted), std::move(*node), std::move(token), progress)
-             : fetchBySession(std::move(wanted), std::move(url), std::move(token), roads, progress);
     // Nobody can stop a download before it is handed out below.
     const auto work = std::make_shared<TaskHandle<void>>();
-    const auto download = std::make_shared<VarkDownload>(progress, [work] { work->cancel(); });
+    const auto download =
+        std::make_shared<VarkDownload>(std::make_shared<Progress>(wholeRoad), [work] { work->cancel(); });
+    Task<void> road = bringToFile(id, std::move(to), std::move(token), download->progress());
     *work = downloads_.start(finishing(download, std::move(road)));
     return download;
 }
 
-Task<void> HTTPVarkAPI::fetchOverNode(Wanted wanted, LANRoute node, HTTPHeader token,
-                                      std::shared_ptr<Progress> progress) {
-    Task<void> road = fetchWhereNodeSays(wanted, node, std::move(token), progress);
-    const bool arrived = co_await arrivesOverNode(node.host, std::move(road));
-    if (!arrived) co_await fetchByInternet(std::move(wanted), std::move(progress));
+Task<void> HTTPVarkAPI::fetch(std::int64_t id, ContentSink& sink) {
+    co_await bring({id, sink, std::make_shared<Progress>(wholeRoad)}, authorization());
 }
 
-Task<void> HTTPVarkAPI::fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token,
-                                           std::shared_ptr<Progress> progress) {
+URL HTTPVarkAPI::fileURL(std::int64_t id) const {
+    return baseURL_.appendingPath(fmt::format("api/file/{}", id));
+}
+
+Task<void> HTTPVarkAPI::bringToFile(std::int64_t id, std::filesystem::path to, HTTPHeader token,
+                                    std::shared_ptr<Progress> progress) {
+    std::optional<IncomingFile> file;
+    try {
+        file.emplace(std::move(to));
+    } catch (const FileError& error) {
+        throw notInPlace(error);
+    }
+    co_await bring({id, *file, std::move(progress)}, std::move(token));
+    co_await checkCancellation();
+    try {
+        file->moveIntoPlace();
+    } catch (const FileError& error) {
+        throw notInPlace(error);
+    }
+}
+
+Task<void> HTTPVarkAPI::bring(Wanted wanted, HTTPHeader token) {
+    // Only a call of the API proves a node: one that has not done so yet is not tried here.
+    const std::optional<LANRoute> node = verifiedRoute(fileURL(wanted.id));
+    if (!node) {
+        co_await fetchBySession(std::move(wanted), std::move(token), Roads::all);
+        co_return;
+    }
+    Task<void> road = fetchWhereNodeSays(wanted, *node, std::move(token));
+    const bool arrived = co_await arrivesOverNode(node->host, std::move(road));
+    if (!arrived) co_await fetchByInternet(std::move(wanted));
+}
+
+Task<void> HTTPVarkAPI::fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token) {
     LANTransfer::Headers headers{std::move(token)};
     const LANTransfer::Response answer = co_await nodes_.request("GET", std::move(node), std::move(headers));
     const std::optional<URL> location = redirectIn(answer);
@@ -148,9 +142,9 @@ Task<void> HTTPVarkAPI::fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHea
         throw LANTransfer::Failure::badAnswer(fmt::format("file {} answered {}", wanted.id, answer.status));
     std::optional<LANRoute> route = lan_.route(*location, now_());
     if (route) {
-        co_await getFromNode(std::move(*route), std::move(wanted.to), std::move(progress));
+        co_await getFromNode(std::move(*route), std::move(wanted));
     } else {
-        co_await plainFetch(*location, std::move(wanted.to), std::move(progress));
+        co_await plainFetch(*location, std::move(wanted));
     }
 }
 
@@ -170,48 +164,45 @@ Task<bool> HTTPVarkAPI::arrivesOverNode(std::string host, Task<void> road) {
     co_return false;
 }
 
-Task<void> HTTPVarkAPI::getFromNode(LANRoute route, std::filesystem::path to,
-                                    std::shared_ptr<Progress> progress) {
-    const LANTransfer::Response answer = co_await nodes_.get(std::move(route), std::move(to), progress);
+Task<void> HTTPVarkAPI::getFromNode(LANRoute route, Wanted wanted) {
+    ItemBody body(wanted.sink, wanted.progress);
+    LANTransfer::Headers headers = body.headers();
+    const LANTransfer::Response answer = co_await nodes_.get(std::move(route), std::move(headers), body);
     if (!isSuccess(answer.status)) throw LANTransfer::Failure::status(answer.status);
-    complete(*progress);
+    complete(*wanted.progress);
 }
 
-Task<void> HTTPVarkAPI::fetchByInternet(Wanted wanted, std::shared_ptr<Progress> progress) {
-    std::shared_ptr<VarkDownload> retry;
+Task<void> HTTPVarkAPI::fetchByInternet(Wanted wanted) {
+    std::optional<HTTPHeader> token;
     try {
-        retry = download(std::move(wanted), Roads::internetOnly);
-    } catch (const std::exception& error) {
+        token = authorization();
+    } catch (const VarkAPIError& error) {
         throw VarkAPIError::transport(error.what());
     }
     // What the node brought counts no more.
-    progress->setTotalUnitCount(wholeRoad);
-    progress->setCompletedUnitCount(0);
-    progress->addChild(retry->progress(), wholeRoad);
-    co_await retry->value();
+    auto rest = std::make_shared<Progress>(wholeRoad);
+    wanted.progress->setTotalUnitCount(wholeRoad);
+    wanted.progress->setCompletedUnitCount(0);
+    wanted.progress->addChild(rest, wholeRoad);
+    wanted.progress = std::move(rest);
+    co_await fetchBySession(std::move(wanted), *std::move(token), Roads::internetOnly);
 }
 
-Task<void> HTTPVarkAPI::plainFetch(URL url, std::filesystem::path to, std::shared_ptr<Progress> progress) {
+Task<void> HTTPVarkAPI::plainFetch(URL url, Wanted wanted) {
+    ItemBody body(wanted.sink, wanted.progress);
     // No token: the address itself is the authority.
-    const IncomingFile file(std::move(to));
-    file.makeFolder();
-    HTTPRequest request{.url = std::move(url), .headers = {}, .body = {}, .idleLimit = usualIdleLimit};
-    const HTTPResponse answer = co_await session_.download(
-        std::move(request), file.path(), [](auto, auto) {}, [](auto&) { return true; });
+    HTTPRequest request{
+        .url = std::move(url), .headers = body.headers(), .body = {}, .idleLimit = usualIdleLimit};
+    HTTPSession::FollowRedirect follow = [](auto&) { return true; };
+    const HTTPResponse answer = co_await session_.receive(std::move(request), body, std::move(follow));
     if (!isSuccess(answer.status)) throw serverErrorFor(answer.status, "");
-    file.moveIntoPlace();
-    complete(*progress);
+    complete(*wanted.progress);
 }
 
-Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, URL url, HTTPHeader token, Roads roads,
-                                       std::shared_ptr<Progress> progress) {
-    const IncomingFile file(wanted.to);
-    try {
-        file.makeFolder();
-    } catch (const FileError& error) {
-        throw notInPlace(error);
-    }
-    HTTPRequest request{.url = std::move(url), .headers = {std::move(token)}, .body = {}};
+Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, HTTPHeader token, Roads roads) {
+    ItemBody body(wanted.sink, wanted.progress);
+    HTTPRequest request{.url = fileURL(wanted.id), .headers = body.headers(), .body = {}};
+    request.headers.insert(request.headers.begin(), std::move(token));
     // A large file must not be cut off by the limit of a call.
     request.idleLimit = resourceLimit;
 
@@ -222,8 +213,7 @@ Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, URL url, HTTPHeader token,
     HTTPResponse answer;
     std::optional<std::string> failure;
     try {
-        answer = co_await session_.download(std::move(request), file.path(), tellingTo(progress),
-                                            std::move(follow));
+        answer = co_await session_.receive(std::move(request), body, std::move(follow));
     } catch (const HTTPError& error) {
         failure = describeURLError(error);
     } catch (const FileError& error) {
@@ -231,26 +221,18 @@ Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, URL url, HTTPHeader token,
     }
 
     if (std::optional<LANRoute> route = watcher->takeRoute()) {
-        file.remove();
         const std::string host = route->host;
-        Task<void> road = getFromNode(std::move(*route), wanted.to, progress);
+        Task<void> road = getFromNode(std::move(*route), wanted);
         const bool arrived = co_await arrivesOverNode(host, std::move(road));
-        if (!arrived) co_await fetchByInternet(std::move(wanted), std::move(progress));
+        if (!arrived) co_await fetchByInternet(std::move(wanted));
         co_return;
     }
     if (failure) {
         co_await checkCancellation();
         throw VarkAPIError::transport(std::move(*failure));
     }
-    if (!file.exists())
-        throw VarkAPIError::badResponse(fmt::format("the vark sent no file for {}", wanted.id));
-    if (!isSuccess(answer.status)) throw serverErrorFor(answer.status, errorBody(file.path()));
-    try {
-        file.moveIntoPlace();
-    } catch (const FileError& error) {
-        throw notInPlace(error);
-    }
-    complete(*progress);
+    if (!isSuccess(answer.status)) throw serverErrorFor(answer.status, answer.body);
+    complete(*wanted.progress);
 }
 
 }  // namespace vark

@@ -78,6 +78,7 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<VarkChanges> changes(std::int64_t under, std::optional<std::string> since,
                               std::int64_t limit) override;
     std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) override;
+    Task<void> fetch(std::int64_t id, ContentSink& sink) override;
     Task<std::string> rename(std::string path, std::string to) override;
     Task<std::string> move(std::string path, std::string toFolder) override;
     Task<std::string> bin(std::string path) override;
@@ -98,7 +99,7 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<void> cancel(std::string uploadID) override;
 
     /// The address under which the vark takes the chunks of an upload directly; without one that can be used
-    /// they go to the application's host.
+    /// they go to the application's host. Only what the vark said to a call with the token.
     void rememberChunkBase(std::string uploadID, const std::optional<std::string>& url);
 
   private:
@@ -119,6 +120,12 @@ class HTTPVarkAPI final : public VarkAPI {
 
     Task<VarkItem> itemAt(std::string requestPath, std::string whatIsRead);
     ChunkTarget chunkTarget(const std::string& uploadID, std::int64_t index);
+    void forgetChunkBase(const std::string& uploadID);
+    /// The vark knows the upload no more: nobody will ask for what is kept of it.
+    void forgetUpload(const std::string& uploadID);
+    /// Forgets the upload with it.
+    [[noreturn]] void failForGoneUpload(const std::string& uploadID);
+    void requireChunkTaken(const std::string& uploadID, int status, const std::string& body, bool viaApp);
     Task<LANTransfer::Response> putChunkOnNode(LANRoute route, ChunkSource source,
                                                LANTransfer::Headers headers);
 
@@ -132,27 +139,33 @@ class HTTPVarkAPI final : public VarkAPI {
     Task<std::optional<LANRoute>> lanAPIRoute(URL url);
     /// The same through a node that has done so before.
     std::optional<LANRoute> verifiedRoute(const URL& url) const;
+    /// Through the first node that may be asked at all, since it would get the token.
+    std::optional<LANRoute> apiRoute(const URL& url) const;
+    /// A good certificate only says whose node it is: the token is for those of the vark's own domain, and
+    /// for those that the vark has sent us to.
+    bool standsForTheVark(const std::string& host) const;
     /// Marks the node bad if not.
     Task<bool> provesItself(LANRoute probe);
 
+    /// One item on its way. What it refers to outlives the roads that are tried for it.
     struct Wanted {
         std::int64_t id;
-        std::filesystem::path to;
+        ContentSink& sink;
+        std::shared_ptr<Progress> progress;
     };
     enum class Roads { all, internetOnly };
-    std::shared_ptr<VarkDownload> download(Wanted wanted, Roads roads);
-    Task<void> fetchOverNode(Wanted wanted, LANRoute node, HTTPHeader token,
-                             std::shared_ptr<Progress> progress);
-    Task<void> fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token,
-                                  std::shared_ptr<Progress> progress);
+    URL fileURL(std::int64_t id) const;
+    Task<void> bringToFile(std::int64_t id, std::filesystem::path to, HTTPHeader token,
+                           std::shared_ptr<Progress> progress);
+    Task<void> bring(Wanted wanted, HTTPHeader token);
+    Task<void> fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token);
     /// False when the road failed, and the node was marked bad for it.
     Task<bool> arrivesOverNode(std::string host, Task<void> road);
-    Task<void> getFromNode(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    Task<void> getFromNode(LANRoute route, Wanted wanted);
     /// After a node has failed.
-    Task<void> fetchByInternet(Wanted wanted, std::shared_ptr<Progress> progress);
-    Task<void> plainFetch(URL url, std::filesystem::path to, std::shared_ptr<Progress> progress);
-    Task<void> fetchBySession(Wanted wanted, URL url, HTTPHeader token, Roads roads,
-                              std::shared_ptr<Progress> progress);
+    Task<void> fetchByInternet(Wanted wanted);
+    Task<void> plainFetch(URL url, Wanted wanted);
+    Task<void> fetchBySession(Wanted wanted, HTTPHeader token, Roads roads);
 
     HTTPSession& session_;
     LANRouter& lan_;
@@ -168,8 +181,11 @@ class HTTPVarkAPI final : public VarkAPI {
     /// The hosts of the nodes that are proving themselves just now.
     std::set<std::string> probed_ VARK_GUARDED_BY(probeLock_);
 
-    Mutex chunkLock_;
+    mutable Mutex chunkLock_;
+    /// Of uploads that have neither landed nor gone.
     std::map<std::string, URL> chunkBases_ VARK_GUARDED_BY(chunkLock_);
+    /// The hosts, lower-cased, that have taken chunks over TLS at the vark's word.
+    std::set<std::string> namedByTheVark_ VARK_GUARDED_BY(chunkLock_);
 
     TaskScope downloads_;  // Last: its tasks use all of the above.
 };

@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "VarkCore/API/HTTPVarkAPI.h"
+#include "VarkCore/Foundation/Domain.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
@@ -86,13 +87,13 @@ Task<std::optional<LANTransfer::Response>> HTTPVarkAPI::answerOfNode(std::string
 
 Task<std::optional<LANRoute>> HTTPVarkAPI::lanAPIRoute(URL url) {
     if (lowercased(url.host()) != lowercased(baseURL_.host())) co_return std::nullopt;
-    std::optional<LANRoute> route = lan_.apiRoute(url, now_());
+    std::optional<LANRoute> route = apiRoute(url);
     if (!route || lan_.isAPIVerified(route->host)) co_return route;
 
     // Whoever comes while a node proves itself does not wait for that.
     const ProbePermit permit(*this, lowercased(route->host));
     if (!permit) co_return std::nullopt;
-    const std::optional<LANRoute> probe = lan_.apiRoute(baseURL_.appendingPath("api/whoami"), now_());
+    const std::optional<LANRoute> probe = apiRoute(baseURL_.appendingPath("api/whoami"));
     // Another thread may have found the node bad meanwhile, and then this would prove another one.
     if (!probe || probe->host != route->host) co_return std::nullopt;
     const bool isProven = co_await provesItself(*probe);
@@ -101,8 +102,18 @@ Task<std::optional<LANRoute>> HTTPVarkAPI::lanAPIRoute(URL url) {
     co_return route;
 }
 
+std::optional<LANRoute> HTTPVarkAPI::apiRoute(const URL& url) const {
+    return lan_.apiRoute(url, now_(), [this](const LANNode& node) { return standsForTheVark(node.host); });
+}
+
+bool HTTPVarkAPI::standsForTheVark(const std::string& host) const {
+    if (haveOneOwner(host, baseURL_.host())) return true;
+    const Locked hold(chunkLock_);
+    return namedByTheVark_.contains(lowercased(host));
+}
+
 std::optional<LANRoute> HTTPVarkAPI::verifiedRoute(const URL& url) const {
-    std::optional<LANRoute> route = lan_.apiRoute(url, now_());
+    std::optional<LANRoute> route = apiRoute(url);
     if (route && lan_.isAPIVerified(route->host)) return route;
     return std::nullopt;
 }

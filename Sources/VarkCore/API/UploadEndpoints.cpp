@@ -69,16 +69,16 @@ Task<BeginResult> HTTPVarkAPI::begin(std::string path, std::int64_t size, std::s
 
 Task<UploadStatus> HTTPVarkAPI::status(std::string uploadID) {
     const APIAnswer answer = co_await send("GET", "/api/upload/" + uploadID);
-    if (answer.status == 404 || answer.status == 410) throw VarkAPIError::uploadGone();
+    if (answer.status == 404 || answer.status == 410) failForGoneUpload(uploadID);
     requireStatus(answer, {200});
     co_return decoded<UploadStatus>(answer.body, "upload status");
 }
 
 Task<std::string> HTTPVarkAPI::finish(std::string uploadID) {
     const APIAnswer answer = co_await send("POST", "/api/upload/" + uploadID + "/finish");
-    if (answer.status == 404 || answer.status == 409 || answer.status == 410)
-        throw VarkAPIError::uploadGone();
+    if (answer.status == 404 || answer.status == 409 || answer.status == 410) failForGoneUpload(uploadID);
     requireStatus(answer, {200, 202});
+    forgetChunkBase(uploadID);
     co_return fieldOf<std::string>(answer.body, "path").value_or("");
 }
 
@@ -86,6 +86,7 @@ Task<void> HTTPVarkAPI::cancel(std::string uploadID) {
     const APIAnswer answer = co_await send("DELETE", "/api/upload/" + uploadID);
     // An upload that the vark no longer knows is cancelled enough.
     if (!isSuccess(answer.status) && answer.status != 404) throw serverErrorFor(answer.status, answer.body);
+    forgetUpload(uploadID);
 }
 
 }  // namespace vark

@@ -24,6 +24,7 @@
 
 namespace vark {
 
+class ContentSink;
 class TokenBucket;
 class VarkDownload;
 
@@ -71,6 +72,9 @@ class VarkAPI {
     /// Fetches the bytes of an item into a file. Fails at once when no token is at hand; everything else that
     /// goes wrong is the end of the download.
     virtual std::shared_ptr<VarkDownload> download(std::int64_t id, std::filesystem::path to) = 0;
+    /// Hands the bytes of an item to `sink`, which outlives the call, from `sink.next()` on where the vark
+    /// sends parts. Nobody but the caller knows whether the whole is what it should be.
+    virtual Task<void> fetch(std::int64_t id, ContentSink& sink) = 0;
     virtual Task<std::string> rename(std::string path, std::string to) = 0;
     virtual Task<std::string> move(std::string path, std::string toFolder) = 0;
     /// Answers where the item now lies; empty when the vark does not say.

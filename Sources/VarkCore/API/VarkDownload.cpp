@@ -43,8 +43,11 @@ Task<void> VarkDownload::value() {
 }
 
 void VarkDownload::cancel() {
+    {
+        const Locked hold(lock_);
+        isCancelled_ = true;
+    }
     stop_();
-    finish(std::make_exception_ptr(CancellationError()));
 }
 
 void VarkDownload::finish(std::exception_ptr failure) {
@@ -52,6 +55,7 @@ void VarkDownload::finish(std::exception_ptr failure) {
     {
         const Locked hold(lock_);
         if (ended_) return;
+        if (isCancelled_) failure = std::make_exception_ptr(CancellationError());
         ended_ = Ended{std::move(failure)};
         waiting.swap(waiting_);
     }

@@ -24,9 +24,9 @@ class VarkDownload : public std::enable_shared_from_this<VarkDownload> {
     /// Waits for the end and throws what the download failed with. A waiting task that is cancelled cancels
     /// the download, for all who wait.
     Task<void> value();
-    /// The end for all who wait; the work itself may take a moment longer.
+    /// Those who wait are told when the work has ended, so that nothing of it comes after.
     void cancel();
-    /// For the work: no exception is success. Only the first call counts.
+    /// For the work: no exception is success, unless it was cancelled before. Only the first call counts.
     void finish(std::exception_ptr failure);
 
   private:
@@ -42,6 +42,7 @@ class VarkDownload : public std::enable_shared_from_this<VarkDownload> {
     const std::shared_ptr<Progress> progress_;
     const std::function<void()> stop_;
     mutable Mutex lock_;
+    bool isCancelled_ VARK_GUARDED_BY(lock_) = false;
     std::optional<Ended> ended_ VARK_GUARDED_BY(lock_);
     std::vector<EndWait*> waiting_ VARK_GUARDED_BY(lock_);
 };

@@ -45,8 +45,8 @@ void Keychain::write(std::string_view token, const Name& service, const Name& ac
     if (status != SecretStatus::done) throw Failure(store_, status);
 }
 
-void Keychain::remove(const Name& service, const Name& account) const {
-    store_.remove(nameOf(service, account));
+std::int32_t Keychain::remove(const Name& service, const Name& account) const {
+    return store_.remove(nameOf(service, account));
 }
 
 bool Keychain::migrateFromLegacy() const {

@@ -70,8 +70,8 @@ class Keychain {
     std::optional<std::string> read(const Name& service = {}, const Name& account = {}) const;
     /// Changes the item that is there, or adds one: the old token is never lost. Fails with `Failure`.
     void write(std::string_view token, const Name& service = {}, const Name& account = {}) const;
-    /// Whatever the store says to it.
-    void remove(const Name& service = {}, const Name& account = {}) const;
+    /// Gives what the store says to it; a token that is not there is no trouble.
+    std::int32_t remove(const Name& service = {}, const Name& account = {}) const;
     /// Carries the token over from the name that earlier versions gave it: in the shipping build, when it has
     /// none of its own. Gives whether a token was moved.
     bool migrateFromLegacy() const;

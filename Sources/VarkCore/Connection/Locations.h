@@ -30,6 +30,8 @@ class Locations {
 
     /// The token of a person who keeps it in a file.
     std::filesystem::path secrets() const { return storageFolder() / "secrets.json"; }
+    /// Such a file that made no sense, from before a new one took its place.
+    std::filesystem::path damagedSecrets() const { return storageFolder() / "secrets.damaged.json"; }
 
     std::filesystem::path logsFolder() const;
     std::filesystem::path transferLog() const { return logsFolder() / "transfer.log"; }
@@ -44,6 +46,8 @@ struct SharedFiles {
     using Path = std::filesystem::path;
 
     static Path connection(const Path& folder) { return folder / "connection.json"; }
+    /// Of the record and of the token that belongs to it.
+    static Path connectionLock(const Path& folder) { return folder / ".connection.lock"; }
     /// The authority that a connection to a vark of one's own making is to be trusted by, if there is one.
     static Path authority(const Path& folder) { return folder / "authority.pem"; }
     static Path level(const Path& folder) { return folder / "level.json"; }

@@ -18,6 +18,7 @@ SharedConnection SharedConnection::fromJSON(const boost::json::value& value) {
     connection.rootID = fields.required<std::int64_t>("rootID");
     connection.level = fields.required<std::int64_t>("level");
     connection.folders = fields.optional<std::vector<std::string>>("folders");
+    connection.tokenInFile = fields.optional<bool>("tokenInFile");
     return connection;
 }
 
@@ -25,7 +26,7 @@ std::string SharedConnection::toJSON() const {
     JSONWriter json;
     json.beginObject().field("server", server).field("token", token).field("clientName", clientName);
     json.field("rootPath", rootPath).field("rootID", rootID).field("level", level).field("folders", folders);
-    json.endObject();
+    json.field("tokenInFile", tokenInFile).endObject();
     return json.take();
 }
 

@@ -25,6 +25,9 @@ struct SharedConnection {
     std::int64_t level = 0;
     /// The top-level folders that are to be shown; without a value there is no restriction.
     std::optional<std::vector<std::string>> folders{};
+    /// Whether the token is kept in the file of secrets and not in the keychain. Records of earlier versions
+    /// do not say it.
+    std::optional<bool> tokenInFile{};
 
     bool operator==(const SharedConnection&) const = default;
 

@@ -18,25 +18,40 @@ void BytePipe::waitForSpace(std::chrono::milliseconds limit) {
     auto deadline = std::chrono::steady_clock::now() + limit;
     Locked hold(lock_);
     while (filled_ == capacity_ && !readingClosed_) {
-        if (space_.wait_until(lock_, deadline) == std::cv_status::timeout) return;
+        writerWaits_ = true;
+        const bool isOver = spaceCame_.wait_until(lock_, deadline) == std::cv_status::timeout;
+        writerWaits_ = false;
+        if (isOver) return;
     }
+}
+
+std::optional<std::span<char>> BytePipe::space(std::size_t most) {
+    Locked hold(lock_);
+    if (readingClosed_) return std::nullopt;
+    const std::size_t end = (start_ + filled_) % capacity_;
+    return std::span(buffer_.get() + end, std::min({most, capacity_ - filled_, capacity_ - end}));
+}
+
+void BytePipe::commit(std::size_t count) {
+    bool tell = false;
+    {
+        Locked hold(lock_);
+        filled_ += count;
+        tell = count > 0 && std::exchange(readerWaits_, false);
+    }
+    if (tell) tellReader();
 }
 
 std::ptrdiff_t BytePipe::write(std::span<const char> bytes) {
     std::size_t taken = 0;
-    bool tell = false;
-    {
-        Locked hold(lock_);
-        if (readingClosed_) return -1;
-        taken = std::min(bytes.size(), capacity_ - filled_);
-        std::size_t end = (start_ + filled_) % capacity_;
-        std::size_t firstRun = std::min(taken, capacity_ - end);
-        std::memcpy(buffer_.get() + end, bytes.data(), firstRun);
-        std::memcpy(buffer_.get(), bytes.data() + firstRun, taken - firstRun);
-        filled_ += taken;
-        tell = taken > 0 && std::exchange(readerWaits_, false);
+    while (taken < bytes.size()) {
+        const std::optional<std::span<char>> room = space(bytes.size() - taken);
+        if (!room) return -1;
+        if (room->empty()) break;
+        std::memcpy(room->data(), bytes.data() + taken, room->size());
+        commit(room->size());
+        taken += room->size();
     }
-    if (tell) tellReader();
     return static_cast<std::ptrdiff_t>(taken);
 }
 
@@ -51,19 +66,25 @@ void BytePipe::closeWriting() {
 }
 
 BytePipe::Read BytePipe::read(std::span<char> to) {
-    Locked hold(lock_);
-    if (filled_ == 0) {
-        if (writingClosed_) return {ReadState::end, 0};
-        readerWaits_ = true;
-        return {ReadState::nothingYet, 0};
+    std::size_t start = 0;
+    std::size_t count = 0;
+    {
+        Locked hold(lock_);
+        if (filled_ == 0) {
+            if (writingClosed_) return {ReadState::end, 0};
+            readerWaits_ = true;
+            return {ReadState::nothingYet, 0};
+        }
+        start = start_;
+        count = std::min(to.size(), filled_);
     }
-    std::size_t count = std::min(to.size(), filled_);
-    std::size_t firstRun = std::min(count, capacity_ - start_);
-    std::memcpy(to.data(), buffer_.get() + start_, firstRun);
+    std::size_t firstRun = std::min(count, capacity_ - start);
+    std::memcpy(to.data(), buffer_.get() + start, firstRun);
     std::memcpy(to.data() + firstRun, buffer_.get(), count - firstRun);
-    start_ = (start_ + count) % capacity_;
+    Locked hold(lock_);
+    start_ = (start + count) % capacity_;
     filled_ -= count;
-    space_.notify_one();
+    if (writerWaits_) spaceCame_.notify_one();
     return {ReadState::bytes, count};
 }
 
@@ -76,7 +97,7 @@ void BytePipe::closeReading() {
     {
         Locked hold(lock_);
         readingClosed_ = true;
-        space_.notify_one();
+        spaceCame_.notify_one();
     }
     Locked hold(readableLock_);
     readable_ = nullptr;

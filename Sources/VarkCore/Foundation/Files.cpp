@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <csignal>
 #include <cstdio>
-#include <fstream>
+#include <ctime>
 #include <system_error>
 
 #include "VarkCore/Foundation/Text.h"
@@ -16,6 +19,11 @@
 
 namespace vark {
 namespace {
+
+constexpr std::string_view temporaryPrefix = ".vark-";
+constexpr std::string_view temporarySuffix = ".tmp";
+/// In seconds.
+constexpr time_t ageOfALeftover = 3600;
 
 std::string reason(int errorNumber) {
     switch (errorNumber) {
@@ -32,10 +40,20 @@ std::string reason(int errorNumber) {
             return "it is not there.";
         case EFBIG:
             return "it is too large.";
-        case ESTALE:
-            return "it changed while it was read. Try again when nothing writes to it any more.";
+        case EEXIST:
+            return "something of that name is there already.";
+        case ENOTDIR:
+            return "something that is no folder is in its way.";
         case EISDIR:
             return "it is a folder.";
+        case EPIPE:
+            return "nobody reads it any more.";
+        case ELOOP:
+            return "it is a link, which is not followed.";
+        case ENAMETOOLONG:
+            return "its name is too long for this disk.";
+        case ESTALE:
+            return "it changed while it was read. Try again when nothing writes to it any more.";
         case ENXIO:
             return "it is a pipe, a socket or a device.";
         default:
@@ -54,21 +72,6 @@ auto uninterrupted(Call call) {
 
 std::filesystem::path folderOf(const std::filesystem::path& path) {
     return path.has_parent_path() ? path.parent_path() : ".";
-}
-
-/// The error number; 0 when it went well.
-int renamed(const std::filesystem::path& from, const std::filesystem::path& to, unsigned flags) {
-    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
-}
-
-/// Read from the system's table, since asking by the call would change it for all threads.
-mode_t umaskOfThisProcess() {
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.starts_with("Umask:")) return static_cast<mode_t>(std::stoul(line.substr(6), nullptr, 8));
-    }
-    return 0077;
 }
 
 void requireRegular(const struct stat& values, const std::filesystem::path& path) {
@@ -140,6 +143,11 @@ Descriptor openRegularFile(const std::filesystem::path& path) {
     return file;
 }
 
+bool FileStamp::operator==(const FileStamp& other) const {
+    constexpr double microsecond = 1e-6;
+    return size == other.size && std::abs(mtime - other.mtime) < microsecond;
+}
+
 FileStamp stampOf(const struct stat& values) {
     return {values.st_size,
             static_cast<double>(values.st_mtim.tv_sec) + static_cast<double>(values.st_mtim.tv_nsec) / 1e9};
@@ -198,7 +206,26 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 }
 
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path) {
-    return folderOf(path) / (".vark-" + UUID::random().text() + ".tmp");
+    return folderOf(path) / (std::string(temporaryPrefix) + std::to_string(getpid()) + "-" +
+                             UUID::random().text() + std::string(temporarySuffix));
+}
+
+bool isLeftBehind(const std::filesystem::path& path) {
+    const std::string name = path.filename().native();
+    if (!name.starts_with(temporaryPrefix) || !name.ends_with(temporarySuffix)) return false;
+    // A pipe of that name is none of ours, and must not be waited for.
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+    struct stat values{};
+    if (!file || fstat(file.get(), &values) != 0 || !S_ISREG(values.st_mode)) return false;
+    pid_t maker = 0;
+    const char* number = name.data() + temporaryPrefix.size();
+    const auto [end, failure] = std::from_chars(number, name.data() + name.size(), maker);
+    if (failure == std::errc() && *end == '-' && end - number < 8 && maker > 0) {
+        if (kill(maker, 0) == 0 || errno != ESRCH) return false;
+    } else if (time(nullptr) - values.st_mtim.tv_sec < ageOfALeftover) {
+        return false;
+    }
+    return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(std::move(path)) {
@@ -211,6 +238,8 @@ UnfinishedFile::UnfinishedFile(std::filesystem::path path, mode_t mode) : path_(
         unlink(path_.c_str());
         throw FileError("Could not set the permissions of", path_, failure);
     }
+    // A file system without locks does without: then the number in the name must do.
+    flock(file_.get(), LOCK_EX | LOCK_NB);
 }
 
 UnfinishedFile::~UnfinishedFile() {
@@ -233,12 +262,6 @@ void UnfinishedFile::sync() {
 
 void UnfinishedFile::renameTo(const std::filesystem::path& path) {
     if (rename(path_.c_str(), path.c_str()) != 0) throw FileError("Could not replace", path, errno);
-    finished_ = true;
-}
-
-void UnfinishedFile::keep() {
-    // An interrupted close has closed all the same.
-    if (::close(file_.release()) != 0 && errno != EINTR) throw FileError("Could not write", path_, errno);
     finished_ = true;
 }
 
@@ -268,24 +291,6 @@ bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes)
     if (!file) return false;
     const ssize_t written = uninterrupted([&] { return ::write(file.get(), bytes.data(), bytes.size()); });
     return written >= 0 && static_cast<std::size_t>(written) == bytes.size();
-}
-
-void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing) {
-    {
-        const Descriptor file = openForReading(from);
-        const mode_t mask = umaskOfThisProcess();
-        if (fchmod(file.get(), 0666 & ~mask) != 0)
-            throw FileError("Could not set the permissions of", from, errno);
-        if (uninterrupted([&] { return fdatasync(file.get()); }) != 0)
-            throw FileError("Could not write", from, errno);
-    }
-    int failure = renamed(from, to, replacing == Replacing::refused ? RENAME_NOREPLACE : 0);
-    if (failure == EINVAL && replacing == Replacing::refused) {
-        // This file system cannot look and rename in one step.
-        failure =
-            std::filesystem::exists(std::filesystem::symlink_status(to)) ? EEXIST : renamed(from, to, 0);
-    }
-    if (failure != 0) throw FileError("Could not put in place", to, failure);
 }
 
 FileLock FileLock::exclusive(const std::filesystem::path& path) {

@@ -62,7 +62,9 @@ struct FileStamp {
     /// Seconds since 1970.
     double mtime = 0;
 
-    bool operator==(const FileStamp&) const = default;
+    /// Times that differ by less than some digits behind the microsecond are one: those may get lost in a
+    /// file of ours.
+    bool operator==(const FileStamp& other) const;
 };
 FileStamp stampOf(const struct stat& values);
 /// Both fail with `FileError`.
@@ -79,9 +81,14 @@ std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit
 
 /// A name beside `path` that no person gives a file: for what takes the place of `path` once it is whole.
 std::filesystem::path temporaryPathBeside(const std::filesystem::path& path);
+/// Whether `path` is of such a name, and its maker was killed before it was whole: no process of its number
+/// runs, and nobody holds the lock of an `UnfinishedFile`. When in doubt it is not. (An older maker, which
+/// put no number into the name, must have left it alone for an hour.)
+bool isLeftBehind(const std::filesystem::path& path);
 
-/// A file in the making, with its mode from its first moment, which goes again unless it was kept or renamed
-/// to its place. Used by one thread at a time. All of it fails with `FileError`.
+/// A file in the making, with its mode from its first moment, which goes again unless it was renamed to its
+/// place; until then it is locked with `flock`. Used by one thread at a time. All of it fails with
+/// `FileError`.
 class UnfinishedFile {
   public:
     /// Nothing may stand at `path` yet.
@@ -95,8 +102,6 @@ class UnfinishedFile {
     void startOver();
     void sync();
     void renameTo(const std::filesystem::path& path);
-    /// The last thing to do with it: closes it, which on some disks is when a failed write shows.
-    void keep();
 
   private:
     const std::filesystem::path path_;
@@ -122,13 +127,6 @@ void syncFolder(const std::filesystem::path& folder);
 /// file is made with mode 0600, and its folder too, if need be. Gives whether all bytes were written; never
 /// fails.
 bool appendInOneWrite(const std::filesystem::path& path, std::string_view bytes);
-
-enum class Replacing { refused, allowed };
-
-/// Puts a file that was written under another name of the same folder into its place, for everybody to read
-/// whom the person's umask lets, with its bytes on the disk first. Fails with `FileError` (EEXIST when
-/// something stands there and is not to be replaced), and the file is then still under its other name.
-void moveIntoPlace(const std::filesystem::path& from, const std::filesystem::path& to, Replacing replacing);
 
 /// An advisory `flock` on a file, created with mode 0600 if need be. The kernel frees it when the process
 /// dies. Move-only; gives the lock back at its end.

@@ -24,7 +24,8 @@ class DecodingError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Parses bytes from outside: UTF-8, at most 32 levels deep. Fails with `DecodingError`.
+/// Parses bytes from outside: UTF-8, at most 32 levels deep, and of no more values than a vark ever sends, so
+/// that nonsense does not fill the memory. Fails with `DecodingError`.
 boost::json::value parseJSON(std::string_view bytes);
 
 /// Reads the fields of one JSON object with the rules of all our records: null reads as absent, a wrong type

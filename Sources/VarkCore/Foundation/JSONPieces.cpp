@@ -39,7 +39,7 @@ class PieceHandler {
         return true;
     }
     bool on_object_end(std::size_t count, Error& error) {
-        builder().on_object_end(count, error);
+        if (!builder().on_object_end(count, error)) return false;
         if (level_ == 2) isWithin_ = false;
         --level_;
         return finishElement();
@@ -54,7 +54,7 @@ class PieceHandler {
             array_ = nullptr;
             count = 0;
         }
-        builder().on_array_end(count, error);
+        if (!builder().on_array_end(count, error)) return false;
         --level_;
         return finishElement();
     }
@@ -74,29 +74,20 @@ class PieceHandler {
         return builder().on_string_part(text, length, error);
     }
     bool on_string(Text text, std::size_t length, Error& error) {
-        builder().on_string(text, length, error);
-        return finishElement();
+        return builder().on_string(text, length, error) && finishElement();
     }
     bool on_number_part(Text digits, Error& error) { return builder().on_number_part(digits, error); }
     bool on_int64(std::int64_t number, Text digits, Error& error) {
-        builder().on_int64(number, digits, error);
-        return finishElement();
+        return builder().on_int64(number, digits, error) && finishElement();
     }
     bool on_uint64(std::uint64_t number, Text digits, Error& error) {
-        builder().on_uint64(number, digits, error);
-        return finishElement();
+        return builder().on_uint64(number, digits, error) && finishElement();
     }
     bool on_double(double number, Text digits, Error& error) {
         return builder().on_double(number, digits, error) && finishElement();
     }
-    bool on_bool(bool flag, Error& error) {
-        builder().on_bool(flag, error);
-        return finishElement();
-    }
-    bool on_null(Error& error) {
-        builder().on_null(error);
-        return finishElement();
-    }
+    bool on_bool(bool flag, Error& error) { return builder().on_bool(flag, error) && finishElement(); }
+    bool on_null(Error& error) { return builder().on_null(error) && finishElement(); }
     bool on_comment_part(Text, Error&) { return true; }
     bool on_comment(Text, Error&) { return true; }
 

@@ -153,11 +153,12 @@ bool isNumericAddress(const std::string& host) {
     return inet_pton(host.contains(':') ? AF_INET6 : AF_INET, host.c_str(), &address) == 1;
 }
 
+/// Not one that is too large: the library would take it for another.
 bool hasUsablePort(const urls::url_view& view) {
-    if (!view.has_port()) return true;
+    if (!view.has_port() || view.port().empty()) return true;
     const std::string_view digits(view.port().data(), view.port().size());
-    // A number that is too large comes out as 0.
-    return view.port_number() != 0 || digits.find_first_not_of('0') == std::string_view::npos;
+    std::uint16_t port = 0;
+    return std::from_chars(digits.begin(), digits.end(), port).ec == std::errc();
 }
 
 /// The parser ends a host at a port that is no number, and takes the rest for the path.

@@ -91,18 +91,15 @@ std::optional<LANRoute> LANRouter::route(const URL& url, Date now) const {
     return routeThrough(found->second, url);
 }
 
-std::optional<LANNode> LANRouter::apiNode(Date now) const {
-    const Locked hold(lock_);
-    const LANNode* first = nullptr;
-    for (const auto& [host, node] : nodes_) {
-        if (!node.api || coolsOff(badUntil_, host, now)) continue;
-        if (first == nullptr || node.name < first->name) first = &node;
+std::optional<LANNode> LANRouter::apiNode(Date now, const Eligible& eligible) const {
+    for (LANNode& node : all()) {
+        if (node.api && !isBad(node.host, now) && eligible(node)) return std::move(node);
     }
-    return first == nullptr ? std::nullopt : std::optional(*first);
+    return std::nullopt;
 }
 
-std::optional<LANRoute> LANRouter::apiRoute(const URL& url, Date now) const {
-    const std::optional<LANNode> node = apiNode(now);
+std::optional<LANRoute> LANRouter::apiRoute(const URL& url, Date now, const Eligible& eligible) const {
+    const std::optional<LANNode> node = apiNode(now, eligible);
     if (!node || url.scheme() != "https") return std::nullopt;
     return routeThrough(*node, url);
 }

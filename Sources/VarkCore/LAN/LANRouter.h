@@ -35,11 +35,13 @@ class LANRouter {
 
     /// For a URL of a node's own host.
     std::optional<LANRoute> route(const URL& url, Date now) const;
-    /// The first node by name that answers the API and has not failed a moment ago.
-    std::optional<LANNode> apiNode(Date now) const;
+    /// Which nodes a caller lets stand in for its vark: anybody may announce one.
+    using Eligible = std::function<bool(const LANNode&)>;
+    /// The first eligible node by name that answers the API and has not failed a moment ago.
+    std::optional<LANNode> apiNode(Date now, const Eligible& eligible) const;
     /// For a URL of the application's host, which no node is named after. That the node speaks the API is the
     /// caller's to prove.
-    std::optional<LANRoute> apiRoute(const URL& url, Date now) const;
+    std::optional<LANRoute> apiRoute(const URL& url, Date now, const Eligible& eligible) const;
 
     void markBad(std::string_view host, Date now);
     bool isBad(std::string_view host, Date now) const;

@@ -72,16 +72,6 @@ std::size_t readPiece(const Descriptor& file, std::span<char> to, const std::fil
     }
 }
 
-/// In a folder that is made if need be.
-Descriptor replaceByEmptyFile(const std::filesystem::path& path) {
-    std::error_code failure;
-    std::filesystem::remove(path, failure);
-    failure.clear();
-    if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), failure);
-    if (failure) throw FileError("Could not create", path.parent_path(), failure.value());
-    return openEmptied(path);
-}
-
 Task<void> keepPace(TokenBucket* limiter, std::size_t bytes, Date now) {
     if (limiter == nullptr) co_return;
     const double pause = limiter->delay(static_cast<std::int64_t>(bytes), now);
@@ -102,20 +92,37 @@ Task<T> inTime(std::chrono::seconds limit, Task<T> task) {
     }
 }
 
-void tell(Progress& progress, const ResponseReader& reader) {
-    if (const auto expected = reader.expectedLength())
-        progress.setTotalUnitCount(std::max<std::int64_t>(*expected, 1));
-    progress.setCompletedUnitCount(reader.bodyLength());
-}
+/// Where the body of one answer goes: a success to the sink, if there is one, all else into memory.
+class Body {
+  public:
+    explicit Body(BodySink* sink) : sink_(sink) {}
+
+    void take(std::string_view piece, const ResponseReader& reader) {
+        if (!reader.hasHead()) return;
+        if (sink_ == nullptr || reader.status() / 100 != 2) {
+            keep(piece, kept_);
+            return;
+        }
+        if (head_.status != 0 && piece.empty()) return;
+        if (head_.status == 0) head_ = headOf(reader);
+        sink_->take(head_, piece);
+    }
+    std::string takeKept() { return std::move(kept_); }
+
+  private:
+    static HTTPResponse headOf(const ResponseReader& reader) {
+        HTTPResponse head{.status = reader.status(), .headers = {}, .body = {}};
+        for (const auto& [name, value] : reader.headers())
+            head.headers.push_back({name, value});
+        return head;
+    }
+
+    BodySink* const sink_;
+    HTTPResponse head_;  // Its status is 0 until the sink was told.
+    std::string kept_;
+};
 
 }  // namespace
-
-/// Where the body of a download goes.
-struct LANTransfer::BodyFile {
-    Descriptor file;
-    std::filesystem::path path;
-    std::shared_ptr<Progress> progress;
-};
 
 LANTransfer::LANTransfer(Dialer& dialer, BlockingPool& files, WallClock now)
     : dialer_(dialer), files_(files), now_(std::move(now)) {}
@@ -153,9 +160,9 @@ Task<Response> LANTransfer::put(std::filesystem::path file, std::int64_t offset,
         std::move(secret));
 }
 
-Task<Response> LANTransfer::get(LANRoute route, std::filesystem::path to,
-                                std::shared_ptr<Progress> progress) {
-    return judged(fetch(std::move(route), std::move(to), std::move(progress)));
+Task<Response> LANTransfer::get(LANRoute route, Headers headers, BodySink& sink) {
+    std::string request = head("GET", route, headers);
+    return judged(fetch(std::move(route), std::move(request), sink));
 }
 
 Task<Response> LANTransfer::exchange(LANRoute route, std::string request) {
@@ -205,15 +212,10 @@ Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::strin
     co_return co_await readResponse(*connection);
 }
 
-Task<Response> LANTransfer::fetch(LANRoute route, std::filesystem::path to,
-                                  std::shared_ptr<Progress> progress) {
+Task<Response> LANTransfer::fetch(LANRoute route, std::string head, BodySink& sink) {
     const std::unique_ptr<TLSConnection> connection = co_await open(route);
-    const std::string request = head("GET", route, {});
-    co_await connection->send(request);
-    auto makeFile = [&to] { return replaceByEmptyFile(to); };
-    Descriptor made = co_await files_.run(makeFile);
-    const BodyFile file{std::move(made), to, std::move(progress)};
-    co_return co_await readResponse(*connection, &file);
+    co_await connection->send(head);
+    co_return co_await readResponse(*connection, &sink);
 }
 
 Task<std::unique_ptr<TLSConnection>> LANTransfer::open(const LANRoute& route) {
@@ -222,45 +224,38 @@ Task<std::unique_ptr<TLSConnection>> LANTransfer::open(const LANRoute& route) {
     co_return co_await dialer_.dial(std::move(target));
 }
 
-Task<Response> LANTransfer::readResponse(TLSConnection& connection, const BodyFile* to) {
+Task<Response> LANTransfer::readResponse(TLSConnection& connection, BodySink* sink) {
     const auto memory = std::make_unique_for_overwrite<char[]>(mostBytesOfARead);
     const std::stop_token cancelled = co_await thisToken();
     ResponseReader reader;
     const auto room = [&] {
         return std::span<char>(memory.get(), reader.hasHead() ? mostBytesOfARead : mostBytesOfAHeadRead);
     };
-    Response response;
+    Body body(sink);
     do {
         co_await checkCancellation();
         Task<TLSConnection::Received> receiving = connection.receive(room());
         // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
-        if (to != nullptr) receiving = inTime(longestSilence, std::move(receiving));
+        if (sink != nullptr) receiving = inTime(longestSilence, std::move(receiving));
         const TLSConnection::Received received = co_await std::move(receiving);
         const std::string_view piece = reader.take({memory.get(), received.count}, received.finished);
-        if (to == nullptr) {
-            keep(piece, response.body);
+        if (sink == nullptr) {
+            body.take(piece, reader);
             continue;
         }
-        // Stores the piece and more of them, for as long as that takes no waiting.
-        auto storeWhatComes = [&] {
-            store(piece, reader, *to);
+        // Hands on the piece and more of them, for as long as that takes no waiting.
+        auto takeWhatComes = [&] {
+            body.take(piece, reader);
             for (int pieces = 1; pieces < mostPiecesOfATurn; ++pieces) {
                 if (reader.isComplete() || cancelled.stop_requested()) return;
                 const std::optional<TLSConnection::Received> more = connection.tryReceive(room());
                 if (!more) return;
-                store(reader.take({memory.get(), more->count}, more->finished), reader, *to);
+                body.take(reader.take({memory.get(), more->count}, more->finished), reader);
             }
         };
-        co_await files_.run(storeWhatComes);
+        co_await files_.run(takeWhatComes);
     } while (!reader.isComplete());
-    response.status = reader.status();
-    response.headers = std::move(reader.headers());
-    co_return response;
-}
-
-void LANTransfer::store(std::string_view piece, const ResponseReader& reader, const BodyFile& to) {
-    if (!piece.empty()) writeAll(to.file, piece, to.path);
-    if (to.progress && reader.hasHead()) tell(*to.progress, reader);
+    co_return Response{reader.status(), std::move(reader.headers()), body.takeKept()};
 }
 
 Failure Failure::connect(std::string description) {

@@ -16,14 +16,12 @@
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/Date.h"
-#include "VarkCore/Foundation/Progress.h"
 #include "VarkCore/LAN/LANNode.h"
 #include "VarkCore/Services/Dialer.h"
 #include "VarkCore/Services/HTTPSession.h"
 
 namespace vark {
 
-class ResponseReader;
 class TokenBucket;
 
 /// HTTP/1.1 to a node: one request for each connection, a body by its length or to the end, and nothing else.
@@ -37,7 +35,7 @@ class LANTransfer {
         int status = 0;
         /// Names lower-cased, values trimmed.
         std::map<std::string, std::string> headers;
-        /// Empty when it went to a file.
+        /// Empty when it went to a sink.
         std::string body;
 
         bool operator==(const Response&) const = default;
@@ -57,9 +55,9 @@ class LANTransfer {
     Task<Response> put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
                        std::string contentType, LANRoute route, TokenBucket* limiter, Headers headers,
                        PutProgress progress);
-    /// Writes the body over what stands at `to`, which is gone once the node has been asked. Judges no
-    /// status: the body of a refusal lies in the file too. No token goes along.
-    Task<Response> get(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    /// Hands the body of a success to `sink`, which outlives the call, on a thread of the pool; that of a
+    /// refusal is in the answer. The caller gives no token along.
+    Task<Response> get(LANRoute route, Headers headers, BodySink& sink);
 
     /// The request line and the header lines, with the end of the head.
     static std::string head(std::string_view method, const LANRoute& route, const Headers& headers);
@@ -70,16 +68,13 @@ class LANTransfer {
         std::int64_t offset;
         std::int64_t length;
     };
-    struct BodyFile;
-
     Task<Response> exchange(LANRoute route, std::string request);
     Task<Response> sendFile(FileSlice slice, LANRoute route, std::string head, TokenBucket* limiter,
                             PutProgress progress);
-    Task<Response> fetch(LANRoute route, std::filesystem::path to, std::shared_ptr<Progress> progress);
+    Task<Response> fetch(LANRoute route, std::string head, BodySink& sink);
     // What follows is awaited at once, in the same call.
     Task<std::unique_ptr<TLSConnection>> open(const LANRoute& route);
-    Task<Response> readResponse(TLSConnection& connection, const BodyFile* to = nullptr);
-    static void store(std::string_view piece, const ResponseReader& reader, const BodyFile& to);
+    Task<Response> readResponse(TLSConnection& connection, BodySink* sink = nullptr);
 
     Dialer& dialer_;
     BlockingPool& files_;

@@ -25,8 +25,8 @@ class ResponseReader {
     int status() const { return status_; }
     /// Names lower-cased, values trimmed; the last of several lines of one name.
     std::map<std::string, std::string>& headers() { return headers_; }
+    const std::map<std::string, std::string>& headers() const { return headers_; }
     std::optional<std::int64_t> expectedLength() const { return expected_; }
-    std::int64_t bodyLength() const { return bodyLength_; }
 
   private:
     std::string_view takeOfHead(std::string_view bytes);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Transfer/Format.h"
 
 namespace vark {
@@ -38,7 +39,33 @@ std::int64_t roomBelow(const fs::path& folder) {
     return room;
 }
 
+std::vector<fs::path> leftoversIn(const std::vector<fs::path>& folders) {
+    std::vector<fs::path> leftovers;
+    for (const fs::path& folder : folders) {
+        for (fs::path& member : membersOf(folder))
+            if (isLeftBehind(member)) leftovers.push_back(std::move(member));
+    }
+    return leftovers;
+}
+
 }  // namespace
+
+std::int64_t LocalCache::sizeOfLeftovers(const std::vector<fs::path>& folders) {
+    std::int64_t bytes = 0;
+    for (const fs::path& file : leftoversIn(folders))
+        bytes += size(file);
+    return bytes;
+}
+
+std::int64_t LocalCache::sweep(const std::vector<fs::path>& folders) {
+    std::int64_t bytes = 0;
+    for (const fs::path& file : leftoversIn(folders)) {
+        const std::int64_t room = size(file);
+        std::error_code failure;
+        if (fs::remove(file, failure)) bytes += room;
+    }
+    return bytes;
+}
 
 std::int64_t LocalCache::size(const fs::path& url) {
     struct stat values{};

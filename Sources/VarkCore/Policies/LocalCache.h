@@ -47,6 +47,10 @@ struct LocalCache {
     static Report measure(const std::vector<Place>& places);
     /// Empties the places that are folders.
     static Freed evict(const std::vector<Place>& places, const InUse& inUse);
+    /// The room of the files directly in the folders that somebody was killed in the making of.
+    static std::int64_t sizeOfLeftovers(const std::vector<std::filesystem::path>& folders);
+    /// Removes them, and answers the room that they took. Never fails: what does not go, stays.
+    static std::int64_t sweep(const std::vector<std::filesystem::path>& folders);
     /// What freeing it would give back: the room that the regular files take on the disk.
     static std::int64_t size(const std::filesystem::path& url);
 };

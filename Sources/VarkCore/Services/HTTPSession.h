@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -29,7 +28,8 @@ struct HTTPRequest {
     URL url;
     std::vector<HTTPHeader> headers;
     std::string body;
-    /// How long the transfer may stand still in both directions.
+    /// How long the transfer may stand still in both directions. Of an upload, only while bytes of it are
+    /// unsent: how long the answer may take then is for the caller to watch.
     std::chrono::seconds idleLimit{60};
     /// An answer with a longer body is a failure (`HTTPError::answerTooLong`), before it has been taken in.
     std::size_t longestAnswer = std::size_t{32} << 20;
@@ -80,6 +80,15 @@ struct HTTPRedirect {
     URL location;
 };
 
+/// Takes the body of an answer as it comes: in order, one piece at a time, on a thread of whoever brings it,
+/// who waits for it. What it throws ends the transfer, and is what that fails with.
+class BodySink {
+  public:
+    virtual ~BodySink() = default;
+    /// `answer` has its status and headers, and no body. Called for every success, if only with no bytes.
+    virtual void take(const HTTPResponse& answer, std::string_view bytes) = 0;
+};
+
 /// HTTP to the vark, with connections kept between requests and neither cookies nor a cache. Outlives the
 /// tasks that use it; any thread may call. Every call gives an answer with whatever status, or fails with
 /// `HTTPError`; when its task is cancelled the transfer is dropped, and once nothing of it is left
@@ -97,14 +106,9 @@ class HTTPSession {
     /// Asked before a redirect is followed, on any thread; false refuses it, and the redirect's own answer
     /// is then the answer of the call.
     using FollowRedirect = std::function<bool(const HTTPRedirect&)>;
-    /// Told how much of the body has come, and its whole length if the answer says it, on any thread. Hears
-    /// nothing of the bodies of redirects. Must not throw.
-    using DownloadProgress = std::function<void(std::int64_t received, std::optional<std::int64_t> expected)>;
-    /// Writes the body of the answer, whatever its status, over the file `to`, which is made with mode 0600
-    /// and stays only if the call gives an answer. The answer's own `body` is empty, and `longestAnswer` does
-    /// not bind the file. Fails with `FileError` too.
-    virtual Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to,
-                                        DownloadProgress progress, FollowRedirect follow) = 0;
+    /// Hands the body of a success to `sink`, which outlives the call, however long it is; that of any other
+    /// answer is in the answer, as it is with `data`.
+    virtual Task<HTTPResponse> receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) = 0;
 };
 
 }  // namespace vark

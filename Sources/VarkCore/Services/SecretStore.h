@@ -24,10 +24,15 @@ struct SecretStatus {
     static constexpr std::int32_t notText = -26275;
     /// There is no store on this machine.
     static constexpr std::int32_t absent = -25291;
+    /// There is one, but it shows nothing that secrets could lie in.
+    static constexpr std::int32_t noKeyring = -25307;
     static constexpr std::int32_t locked = -25308;
     /// The person said no, or could not be asked.
     static constexpr std::int32_t refused = -128;
     static constexpr std::int32_t noAnswer = -1712;
+    /// Nothing may be written there, or there is no room.
+    static constexpr std::int32_t readOnly = -61;
+    static constexpr std::int32_t full = -34;
     static constexpr std::int32_t failed = -36;
 };
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace vark {
@@ -17,8 +18,11 @@ class UserFolders {
     /// The folder in which the folder "Logs" lies.
     virtual std::optional<std::filesystem::path> library() const = 0;
     virtual std::optional<std::filesystem::path> downloads() const = 0;
-    /// The folder that all processes of the app group `identifier` share, private to the person.
+    /// The folder that all processes of the app group `identifier` share, private to the person. Nothing when
+    /// it cannot be had.
     virtual std::optional<std::filesystem::path> groupContainer(std::string_view identifier) const = 0;
+    /// Why it cannot be had, in a finished sentence; nothing when it can.
+    virtual std::optional<std::string> groupContainerTrouble(std::string_view identifier) const = 0;
 };
 
 }  // namespace vark

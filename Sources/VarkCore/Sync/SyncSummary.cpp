@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 
 #include "VarkCore/Foundation/StableSort.h"
 #include "VarkCore/Sync/SyncProblem.h"
@@ -13,6 +14,13 @@ constexpr double secondsOfMoving = 120;
 
 void sortByTouchedLast(std::vector<SyncOp>& ops) {
     stableSort(ops, std::greater(), &SyncOp::touched);
+}
+
+/// What the file says may be nonsense: as much as there can be, and no more.
+std::int64_t sumOf(std::int64_t sum, std::int64_t bytes) {
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+    bytes = std::max<std::int64_t>(bytes, 0);
+    return bytes > most - sum ? most : sum + bytes;
 }
 
 }  // namespace
@@ -54,14 +62,14 @@ std::optional<SyncOp> SyncSummary::current() const {
 std::int64_t SyncSummary::bytesDone() const {
     std::int64_t sum = 0;
     for (const SyncOp& op : sending)
-        sum += op.done;
+        sum = sumOf(sum, op.done);
     return sum;
 }
 
 std::int64_t SyncSummary::bytesTotal() const {
     std::int64_t sum = 0;
     for (const SyncOp& op : sending)
-        sum += std::max(op.bytes, op.done);
+        sum = sumOf(sum, std::max(op.bytes, op.done));
     return sum;
 }
 

@@ -1,5 +1,7 @@
 #include "VarkCore/Transfer/CardNaming.h"
 
+#include <algorithm>
+
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {
@@ -9,6 +11,13 @@ std::string CardNaming::title(std::string_view volumeName, Date date, const Cale
     const std::string_view name = withoutBlanksAround(volumeName);
     if (!name.empty()) title.append(" ").append(name);
     return title;
+}
+
+std::string CardNaming::folder(std::string_view title) {
+    std::string folder(title);
+    std::ranges::replace_if(
+        folder, [](unsigned char byte) { return byte == '/' || byte < 0x20 || byte == 0x7F; }, '-');
+    return folder;
 }
 
 }  // namespace vark

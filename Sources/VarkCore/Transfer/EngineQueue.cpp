@@ -1,6 +1,7 @@
 // What changes the queue as a list: adding, removing, editing, deciding.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
@@ -53,9 +54,9 @@ std::optional<std::size_t> TransferEngine::position(const UUID& id) const {
 
 QueueTotals::Share TransferEngine::shareOf(const TransferItem& item) const {
     auto active = tasks_.find(item.id);
-    if (active == tasks_.end()) return {item.size, std::min(item.size, item.bytesDone()), item.state};
-    return {item.size, std::min(item.size, active->second.heldBytes + active->second.inFlightBytes),
-            item.state};
+    const std::int64_t done =
+        active == tasks_.end() ? item.bytesDone() : active->second.heldBytes + active->second.inFlightBytes;
+    return {item.size, std::min(item.size, done), item.state, item.changedWhileSent};
 }
 
 void TransferEngine::ensureJob(const std::string& title, const std::string& destination,
@@ -236,7 +237,7 @@ void TransferEngine::appendItem(const TransferEntry& entry, const Walker::Found&
 
 bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found& file) {
     const bool isUnderWay = known.state == ItemState::queued || isInFlight(known.state);
-    const bool isAsItWas = known.size == file.size && known.mtime == file.mtime;
+    const bool isAsItWas = FileStamp{known.size, known.mtime} == FileStamp{file.size, file.mtime};
     // What is under way is looked at when its turn comes and when it lands, and what a person is to decide
     // about when it is decided.
     if (isUnderWay || isAsItWas || known.state == ItemState::conflict) return false;
@@ -303,10 +304,39 @@ void TransferEngine::clearFinished() {
     if (!finished.empty()) removeEntries(finished);
 }
 
+void TransferEngine::leaveOut(const std::vector<std::string>& sources) {
+    assertOnExecutor();
+    if (!job_ || !job_->ingest) return;
+    IngestInfo& ingest = *job_->ingest;
+    for (const std::string& source : sources) {
+        if (!ingest.leavesOut(source)) ingest.leftOut.push_back(source);
+    }
+    removeItems([&](const TransferItem& item) {
+        return !isFinished(item.state) && ingest.leavesOut(ingest.source(item.localPath));
+    });
+    log_.write(fmt::format("Left out of {}: {}", ingest.drive, fmt::join(sources, ", ")));
+    listHasShrunk();
+}
+
 void TransferEngine::removeEntries(const std::unordered_set<UUID>& entryIDs) {
+    removeItems([&](const TransferItem& item) {
+        if (!entryIDs.contains(item.entryID)) return false;
+        if (job_->ingest) job_->ingest->keepAccountOf(item);
+        return true;
+    });
+    std::erase_if(job_->entries, [&](const TransferEntry& entry) {
+        if (!entryIDs.contains(entry.id)) return false;
+        log_.write(fmt::format("Removed {} from the queue", entry.name));
+        return true;
+    });
+    listHasShrunk();
+}
+
+template <class Goes>
+void TransferEngine::removeItems(Goes goes) {
     std::vector<std::string> uploads;
     std::erase_if(job_->items, [&](const TransferItem& item) {
-        if (!entryIDs.contains(item.entryID)) return false;
+        if (!goes(item)) return false;
         if (auto active = tasks_.find(item.id); active != tasks_.end()) {
             active->second.task.cancel();
             tasks_.erase(active);
@@ -315,12 +345,11 @@ void TransferEngine::removeEntries(const std::unordered_set<UUID>& entryIDs) {
         return true;
     });
     cancelOnServer(std::move(uploads));
-    std::erase_if(job_->entries, [&](const TransferEntry& entry) {
-        if (!entryIDs.contains(entry.id)) return false;
-        log_.write(fmt::format("Removed {} from the queue", entry.name));
-        return true;
-    });
+}
+
+void TransferEngine::listHasShrunk() {
     rebuildIndex();
+    samples_.clear();
     recompute();
     scheduleSave();
     pump();

@@ -53,7 +53,7 @@ Task<void> TransferEngine::carry(UUID id) {
     if (job_ && job_->ingest) {
         // The mere place is asked for, since this is done for each file. What comes and goes in that place is
         // the business of `watchIngestDrive`.
-        const IngestInfo ingest = *job_->ingest;
+        const IngestInfo ingest = job_->ingest->place();
         const bool isHere = co_await host_.pool.run([&] { return ingest.driveIsHere(); });
         if (!isHere && job_ && job_->ingest) {
             backToQueued(id);
@@ -137,7 +137,8 @@ Task<bool> TransferEngine::hasChanged(UUID id, std::filesystem::path file) {
         // What cannot be looked at is not said to be another.
     }
     const TransferItem* known = item(id);
-    co_return known != nullptr&& there && *there != FileStamp{known->size, known->mtime};
+    if (known == nullptr || !there) co_return false;
+    co_return *there != FileStamp{known->size, known->mtime};
 }
 
 Task<void> TransferEngine::requireUnchanged(UUID id, std::filesystem::path file) {

@@ -69,6 +69,16 @@ TransferEntry TransferEntry::fromJSON(const boost::json::value& value) {
     return entry;
 }
 
+IngestInfo::Unlisted IngestInfo::Unlisted::fromJSON(const boost::json::value& value) {
+    const JSONFields fields(value);
+    Unlisted one;
+    one.kind = static_cast<Kind>(fields.choice("kind", kindNames));
+    one.source = fields.required<std::string>("source");
+    one.size = fields.required<std::int64_t>("size");
+    one.mtime = fields.required<double>("mtime");
+    return one;
+}
+
 IngestInfo IngestInfo::fromJSON(const boost::json::value& value) {
     const JSONFields fields(value);
     IngestInfo ingest;
@@ -81,6 +91,8 @@ IngestInfo IngestInfo::fromJSON(const boost::json::value& value) {
     ingest.leftOut = fields.required<std::vector<std::string>>("leftOut");
     ingest.startedAt = fields.iso8601("startedAt");
     ingest.reported = fields.required<bool>("reported");
+    // Earlier versions kept no such record.
+    ingest.unlisted = fields.valueOr<std::vector<Unlisted>>("unlisted", {});
     return ingest;
 }
 

@@ -108,6 +108,26 @@ void write(QueueWriter& json, const TransferEntry& entry) {
     json.raw("}");
 }
 
+template <class Record>
+void writeArray(QueueWriter& json, std::string_view key, const std::vector<Record>& records) {
+    json.raw(key);
+    std::string_view before = "[";
+    for (const Record& record : records) {
+        json.raw(before);
+        write(json, record);
+        before = ",";
+    }
+    json.raw(records.empty() ? "[]" : "]");
+}
+
+void write(QueueWriter& json, const IngestInfo::Unlisted& one) {
+    json.member(R"({"kind":)", IngestInfo::Unlisted::kindNames[static_cast<std::size_t>(one.kind)]);
+    json.member(R"(,"mtime":)", one.mtime);
+    json.member(R"(,"size":)", one.size);
+    json.member(R"(,"source":)", one.source);
+    json.raw("}");
+}
+
 void write(QueueWriter& json, const IngestInfo& ingest) {
     json.member(R"({"drive":)", ingest.drive);
     json.member(R"(,"emailMe":)", ingest.emailMe);
@@ -121,21 +141,10 @@ void write(QueueWriter& json, const IngestInfo& ingest) {
     }
     json.member(R"(],"reported":)", ingest.reported);
     json.member(R"(,"startedAt":)", ingest.startedAt);
+    writeArray(json, R"(,"unlisted":)", ingest.unlisted);
     json.member(R"(,"volumePath":)", ingest.volumePath);
     json.memberIfThere(R"(,"volumeUUID":)", ingest.volumeUUID);
     json.raw("}");
-}
-
-template <class Record>
-void writeArray(QueueWriter& json, std::string_view key, const std::vector<Record>& records) {
-    json.raw(key);
-    std::string_view before = "[";
-    for (const Record& record : records) {
-        json.raw(before);
-        write(json, record);
-        before = ",";
-    }
-    json.raw(records.empty() ? "[]" : "]");
 }
 
 /// A little above what most queues need, so that the buffer does not grow and move.
@@ -147,6 +156,7 @@ std::size_t expectedBytes(const TransferJob& job) {
         bytes += aroundTheTexts + item.localPath.size() + item.relativePath.size();
         bytes += item.doneChunks.size() * forEachChunk;
     }
+    if (job.ingest) bytes += job.ingest->unlisted.size() * aroundTheTexts;
     return bytes;
 }
 

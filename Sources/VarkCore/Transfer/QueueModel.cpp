@@ -89,6 +89,14 @@ bool IngestInfo::driveIsHere(const Volumes& volumes) const {
            });
 }
 
+IngestInfo IngestInfo::place() const {
+    IngestInfo place;
+    place.drive = drive;
+    place.volumePath = volumePath;
+    place.volumeUUID = volumeUUID;
+    return place;
+}
+
 std::string IngestInfo::waitingLine() const {
     return "Plug " + drive + " back in to carry on. Nothing is lost.";
 }
@@ -96,6 +104,22 @@ std::string IngestInfo::waitingLine() const {
 std::string IngestInfo::source(std::string_view localPath) const {
     const std::string card = volumePath.ends_with('/') ? volumePath : volumePath + "/";
     return std::string(localPath.starts_with(card) ? localPath.substr(card.size()) : localPath);
+}
+
+bool IngestInfo::isAtOrBelow(std::string_view path, std::string_view folder) {
+    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+bool IngestInfo::leavesOut(std::string_view source) const {
+    return std::ranges::any_of(leftOut, [&](std::string_view path) { return isAtOrBelow(source, path); });
+}
+
+void IngestInfo::keepAccountOf(const TransferItem& item) {
+    const bool hasLanded = item.state == ItemState::verified && !item.changedWhileSent;
+    const Unlisted::Kind kind = hasLanded                          ? Unlisted::Kind::landed
+                                : item.state == ItemState::skipped ? Unlisted::Kind::skipped
+                                                                   : Unlisted::Kind::removed;
+    unlisted.push_back({kind, source(item.localPath), item.size, item.mtime});
 }
 
 std::string TransferJob::serverPath(const TransferItem& item) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <boost/json/value.hpp>
 #include <cstdint>
 #include <optional>
@@ -108,6 +109,37 @@ struct TransferEntry {
 
 /// What is remembered of a card import.
 struct IngestInfo {
+    /// Something that was on the card and is none of the items of the queue.
+    struct Unlisted {
+        enum class Kind : std::uint8_t {
+            // What is never taken into a queue.
+            hidden,
+            ignored,
+            link,
+            special,
+            unreadable,
+            nameIsNotText,
+            // Files that were items, and have been taken off the list.
+            landed,
+            skipped,
+            removed
+        };
+        /// As they are stored.
+        static constexpr std::array<std::string_view, 9> kindNames = {
+            "hidden",        "ignored", "link",    "special", "unreadable",
+            "nameIsNotText", "landed",  "skipped", "removed"};
+
+        Kind kind = Kind::hidden;
+        /// On the card.
+        std::string source{};
+        /// As an item has them, of what was one.
+        std::int64_t size = 0;
+        double mtime = 0;
+
+        bool operator==(const Unlisted&) const = default;
+        static Unlisted fromJSON(const boost::json::value& value);
+    };
+
     /// The vark's number for it.
     std::int64_t id = 0;
     /// The volume's name as people see it.
@@ -122,6 +154,8 @@ struct IngestInfo {
     Date startedAt{};
     /// The final report has reached the vark.
     bool reported = false;
+    /// With the items and `leftOut` all that was on the card when the import began.
+    std::vector<Unlisted> unlisted{};
 
     bool operator==(const IngestInfo&) const = default;
     static IngestInfo fromJSON(const boost::json::value& value);
@@ -131,9 +165,17 @@ struct IngestInfo {
     /// By the table of mounts too, so that neither the empty place of a card that has gone counts nor
     /// another card of the same name.
     bool driveIsHere(const Volumes& volumes) const;
+    /// As much of it as it takes to look for the card, without what may be long.
+    IngestInfo place() const;
     std::string waitingLine() const;
     /// The path relative to the card, or as it is when it lies elsewhere.
     std::string source(std::string_view localPath) const;
+    /// Whether a path is that of `folder` or leads into it.
+    static bool isAtOrBelow(std::string_view path, std::string_view folder);
+    /// Whether something of the card is, or lies in, what was left out.
+    bool leavesOut(std::string_view source) const;
+    /// Keeps what becomes of a file that leaves the list of items, which is otherwise all that tells of it.
+    void keepAccountOf(const TransferItem& item);
 };
 
 /// The queue as a whole. There is at most one.

@@ -1,6 +1,5 @@
 #include "VarkCore/Transfer/Rescue.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Services/UserFolders.h"
 #include "VarkCore/Transfer/Format.h"
 
@@ -25,48 +25,28 @@ fs::path freeName(const fs::path& in, const std::string& name) {
     return free;
 }
 
-/// With the times of the files, which tell a person when a picture was taken.
-void copyWhole(const fs::path& from, const fs::path& to) {
-    const fs::file_status status = fs::symlink_status(from);
-    if (fs::is_symlink(status)) {
-        fs::copy_symlink(from, to);
-        return;
-    }
-    if (fs::is_directory(status)) {
-        fs::create_directory(to, from);
-        for (const fs::directory_entry& member : fs::directory_iterator(from))
-            copyWhole(member.path(), to / member.path().filename());
-    } else {
-        fs::copy(from, to);
-    }
-    std::error_code ignored;
-    const fs::file_time_type time = fs::last_write_time(from, ignored);
-    if (!ignored) fs::last_write_time(to, time, ignored);
+std::vector<fs::path> membersOf(const fs::path& folder) {
+    std::vector<fs::path> members;
+    std::error_code failure;
+    fs::directory_iterator place(folder, failure);
+    for (const fs::directory_iterator end; !failure && place != end; place.increment(failure))
+        members.push_back(place->path());
+    if (failure) throw FileError("Could not read", folder, failure.value());
+    return members;
 }
 
-/// The copies must outlive a power cut before the only other ones go.
-void waitUntilStored(const fs::path& folder) {
-    const Descriptor place(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!place || syncfs(place.get()) != 0)
-        throw fs::filesystem_error("Could not store", folder, std::error_code(errno, std::system_category()));
-}
-
-void carry(const fs::path& from, const fs::path& to, const Rescue::Mover& move) {
-    // A move would overwrite what stands there.
-    if (fs::exists(fs::symlink_status(to)))
-        throw fs::filesystem_error("Could not move", from, to, std::make_error_code(std::errc::file_exists));
-    if (move(from, to)) return;
-    copyWhole(from, to);
-    waitUntilStored(to.parent_path());
-    std::error_code ignored;
-    fs::remove_all(from, ignored);
+void make(const fs::path& folder) {
+    std::error_code failure;
+    fs::create_directories(folder, failure);
+    if (failure) throw FileError("Could not create", folder, failure.value());
 }
 
 }  // namespace
 
 std::string Rescue::Kept::sentence() const {
-    return fmt::format("{} that had not been sent yet are in {} in your Downloads.",
-                       Format::count(files, "file"), folder.filename().string());
+    if (folder.empty()) return "Nothing could be moved, and all of it stays where it is.";
+    return fmt::format("{} {} now in {}.", Format::count(files, "file"), files == 1 ? "is" : "are",
+                       escapedForTerminal(folder.native()));
 }
 
 fs::path Rescue::downloads(const UserFolders& folders) {
@@ -85,22 +65,30 @@ bool Rescue::rename(const fs::path& from, const fs::path& to) {
 
 std::optional<Rescue::Kept> Rescue::keep(const fs::path& from, const fs::path& in, Date date,
                                          const Calendar& calendar, const Mover& move) {
-    std::vector<fs::path> members;
-    for (const fs::directory_entry& member : fs::directory_iterator(from))
-        members.push_back(member.path());
-    std::error_code ignored;
+    const std::vector<fs::path> members = membersOf(from);
     if (members.empty()) {
-        fs::remove(from, ignored);
+        rmdir(from.c_str());
         return std::nullopt;
     }
     const fs::path folder = freeName(in, folderName(date, calendar));
-    fs::create_directories(folder);
-    for (const fs::path& member : members)
-        carry(member, folder / member.filename(), move);
-    // Not with what may have come into it meanwhile.
-    fs::remove(from, ignored);
+    make(folder);
+    CarryAcross across;
+    for (const fs::path& member : members) {
+        const fs::path to = folder / member.filename();
+        // A move would overwrite what stands there.
+        if (fs::exists(fs::symlink_status(to))) {
+            across.leave(member, FileError("Could not create", to, EEXIST).what());
+        } else if (!move(member, to)) {
+            across.copy(member, to);
+        }
+    }
+    across.removeWhatWasCopied(folder);
+    if (rmdir(from.c_str()) != 0 && errno == ENOTEMPTY && !across.leaves(from))
+        across.leave(from, fmt::format("Something came into {} meanwhile, and stays there.",
+                                       escapedForTerminal(from.native())));
+    if (rmdir(folder.c_str()) == 0) return Kept{{}, 0, 0, across.left()};
     const Count counted = count(folder);
-    return Kept{folder, counted.files, counted.bytes};
+    return Kept{folder, counted.files, counted.bytes, across.left()};
 }
 
 Rescue::Count Rescue::count(const fs::path& folder) {

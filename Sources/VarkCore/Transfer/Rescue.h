@@ -5,9 +5,11 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "VarkCore/Foundation/Calendar.h"
 #include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Transfer/CarryAcross.h"
 
 namespace vark {
 
@@ -17,11 +19,14 @@ class UserFolders;
 /// the person's Downloads. Functions only; blocks its thread for as long as the moving takes.
 struct Rescue {
     struct Kept {
+        /// Empty when nothing could be moved.
         std::filesystem::path folder;
         std::int64_t files = 0;
         std::int64_t bytes = 0;
+        /// What stays where it was, since it could not be moved, has changed, or came meanwhile.
+        std::vector<CarryAcross::Left> left{};
 
-        /// For the person.
+        /// For the person; of what has been moved.
         std::string sentence() const;
         bool operator==(const Kept&) const = default;
     };
@@ -36,9 +41,9 @@ struct Rescue {
     static std::filesystem::path downloads(const UserFolders& folders);
     /// "Vark – not sent yet 3 Mar 2025"
     static std::string folderName(Date date, const Calendar& calendar);
-    /// Empties `from` into a new folder in `in` and removes it. Nothing when there was nothing to keep. Fails
-    /// with `std::filesystem::filesystem_error`, and then what has been moved stays moved and the rest stays
-    /// where it was.
+    /// Empties `from` into a new folder in `in`, and removes it when nothing is left in it. Nothing when
+    /// there was nothing to keep. Fails with `FileError` when `from` cannot be listed or the new folder
+    /// cannot be made, and then nothing has been moved.
     static std::optional<Kept> keep(const std::filesystem::path& from, const std::filesystem::path& in,
                                     Date date, const Calendar& calendar, const Mover& move = rename);
     /// The regular files at any depth.

@@ -239,7 +239,7 @@ void TransferEngine::pauseForQuit() {
 
 Task<bool> TransferEngine::driveIsGone() {
     if (!job_ || !job_->ingest) co_return false;
-    const IngestInfo ingest = *job_->ingest;
+    const IngestInfo ingest = job_->ingest->place();
     co_return !co_await host_.pool.run([&] { return ingest.driveIsHere(host_.volumes); });
 }
 

@@ -102,8 +102,9 @@ class TransferEngine {
     double pollInterval = 1.0;  // Seconds.
     double retryBase = 2.0;     // Seconds.
     int maxAttempts = 6;
-    /// How long a vark is waited for, beyond `maxAttempts`, that nothing at all gets through to.
-    Duration patience{};
+    /// How long a vark is waited for, beyond `maxAttempts`, that nothing at all gets through to: so that a
+    /// night without it fails no queue.
+    Duration patience = std::chrono::hours(24);
     /// How many chunks are on their way at once follows the rate (those that arrive in some 10 s, at least
     /// one), up to the given slots.
     bool chunksFollowTheRate = false;
@@ -174,6 +175,9 @@ class TransferEngine {
     bool addWalked(const std::filesystem::path& given, const Walker::Result& found);
     void remove(const UUID& entryID) { remove(std::unordered_set<UUID>{entryID}); }
     void remove(const std::unordered_set<UUID>& entryIDs);
+    /// Of a card that is brought in: what of these paths has not landed leaves the queue, and counts as left
+    /// out.
+    void leaveOut(const std::vector<std::string>& sources);
     void clearFinished();
     void clearAll();
     /// Returns when the vark has been told of every upload that was given up so far. Cancelled, the telling
@@ -262,6 +266,10 @@ class TransferEngine {
     template <class Change>
     void setProgress(const UUID& id, Change change);
     void removeEntries(const std::unordered_set<UUID>& entryIDs);
+    /// What is derived from the list is to be made anew after it.
+    template <class Goes>
+    void removeItems(Goes goes);
+    void listHasShrunk();
     std::optional<std::size_t> position(const UUID& id) const;
     /// Changes an item in place and keeps the totals right. An item that has left the queue is not found, and
     /// the change is dropped: so a task that outlives its item does no harm.

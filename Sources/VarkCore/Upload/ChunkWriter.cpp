@@ -26,11 +26,7 @@ ssize_t readAt(const Descriptor& file, std::span<char> to, std::int64_t offset) 
 }  // namespace
 
 ChunkWriter::ChunkWriter(ChunkSource source, std::shared_ptr<BytePipe> output, WallClock now)
-    : source_(std::move(source)),
-      output_(std::move(output)),
-      now_(std::move(now)),
-      pieceSize_(static_cast<std::size_t>(std::clamp<std::int64_t>(source_.length, 0, largestPiece))),
-      piece_(std::make_unique_for_overwrite<char[]>(pieceSize_)) {}
+    : source_(std::move(source)), output_(std::move(output)), now_(std::move(now)) {}
 
 void ChunkWriter::run() noexcept {
     pump();
@@ -55,9 +51,9 @@ void ChunkWriter::pump() {
 }
 
 std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
-    const std::int64_t wanted = std::min(largestPiece, source_.length - sent);
-    const std::span<char> piece(piece_.get(), static_cast<std::size_t>(wanted));
-    const ssize_t count = readAt(file, piece, source_.offset + sent);
+    const std::optional<std::span<char>> piece = waitForSpace(std::min(largestPiece, source_.length - sent));
+    if (!piece) return 0;
+    const ssize_t count = readAt(file, *piece, source_.offset + sent);
     if (count < 0) {
         fail(fmt::format("Could not read {}.", name()));
         return 0;
@@ -67,18 +63,18 @@ std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
         return 0;
     }
     keepPace(count);
-    return writePiece(piece.first(static_cast<std::size_t>(count))) ? count : 0;
+    if (isCancelled()) return 0;
+    output_->commit(static_cast<std::size_t>(count));
+    return count;
 }
 
-bool ChunkWriter::writePiece(std::span<const char> piece) {
-    while (!piece.empty()) {
-        if (isCancelled()) return false;
-        const std::ptrdiff_t taken = output_->write(piece);
-        if (taken < 0) return false;
-        if (taken == 0) output_->waitForSpace(lookForSpace);
-        piece = piece.subspan(static_cast<std::size_t>(taken));
+std::optional<std::span<char>> ChunkWriter::waitForSpace(std::int64_t wanted) {
+    for (;;) {
+        if (isCancelled()) return std::nullopt;
+        const std::optional<std::span<char>> space = output_->space(static_cast<std::size_t>(wanted));
+        if (!space || !space->empty()) return space;
+        output_->waitForSpace(lookForSpace);
     }
-    return true;
 }
 
 void ChunkWriter::keepPace(std::int64_t bytes) {

@@ -50,7 +50,8 @@ class ChunkWriter {
     void pump();
     /// Answers the bytes of the piece; 0 when there is no going on.
     std::int64_t pumpPiece(const Descriptor& file, std::int64_t sent);
-    bool writePiece(std::span<const char> piece);
+    /// Where the next piece goes; nothing when nobody wants it any more.
+    std::optional<std::span<char>> waitForSpace(std::int64_t wanted);
     void keepPace(std::int64_t bytes);
     bool isCancelled() const;
     void fail(std::string sentence);
@@ -59,8 +60,6 @@ class ChunkWriter {
     const ChunkSource source_;
     const std::shared_ptr<BytePipe> output_;
     const WallClock now_;
-    const std::size_t pieceSize_;
-    const std::unique_ptr<char[]> piece_;
     ByteCounter moved_;
 
     mutable Mutex lock_;

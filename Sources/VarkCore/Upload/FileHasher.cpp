@@ -10,10 +10,7 @@
 #include <limits>
 #include <memory>
 #include <new>
-#include <span>
 #include <stdexcept>
-
-#include "VarkCore/Foundation/Files.h"
 
 namespace vark {
 namespace {
@@ -21,53 +18,24 @@ namespace {
 constexpr std::int64_t pieceBytes = 1'048'576;
 constexpr int mostLooks = 3;
 
-class Digest {
-  public:
-    Digest() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
-        if (!context_) throw std::bad_alloc();
-        check(EVP_DigestInit_ex2(context_.get(), EVP_sha256(), nullptr));
-    }
+void check(int result) {
+    if (result != 1) throw std::runtime_error("This system cannot compute SHA-256.");
+}
 
-    void add(std::span<const char> bytes) {
-        check(EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()));
-    }
-
-    std::string hexadecimal() {
-        constexpr const char* digits = "0123456789abcdef";
-        std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
-        unsigned length = 0;
-        check(EVP_DigestFinal_ex(context_.get(), hash.data(), &length));
-        std::string text;
-        text.reserve(std::size_t{length} * 2);
-        for (const unsigned char byte : std::span(hash).first(length)) {
-            text += digits[byte >> 4];
-            text += digits[byte & 15];
-        }
-        return text;
-    }
-
-  private:
-    static void check(int result) {
-        if (result != 1) throw std::runtime_error("SHA-256 is not to be had from this system's OpenSSL.");
-    }
-
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context_;
-};
-
-/// One open file, read from its beginning.
+/// One file that is open, read from its beginning.
 class Reader {
   public:
-    explicit Reader(const std::filesystem::path& path) : path_(path), file_(openRegularFile(path)) {
+    Reader(const Descriptor& file, const std::filesystem::path& path) : path_(path), file_(file) {
         posix_fadvise(file_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     }
 
     /// Of what comes up to the end of the file or of `limit`.
     std::string hash(std::int64_t limit, const FileHasher::Progress& progress) {
         const auto piece = std::make_unique_for_overwrite<char[]>(pieceBytes);
-        Digest digest;
+        RunningHash digest;
         while (total_ < limit) {
             const auto wanted = static_cast<std::size_t>(std::min(pieceBytes, limit - total_));
-            const ssize_t length = read(file_.get(), piece.get(), wanted);
+            const ssize_t length = pread(file_.get(), piece.get(), wanted, total_);
             if (length < 0 && errno == EINTR) continue;
             if (length < 0) throw FileError("Could not read", path_, errno);
             if (length == 0) break;
@@ -82,26 +50,54 @@ class Reader {
 
   private:
     const std::filesystem::path& path_;
-    const Descriptor file_;
+    const Descriptor& file_;
     std::int64_t total_ = 0;
 };
 
 }  // namespace
 
+RunningHash::RunningHash() : context_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
+    if (!context_) throw std::bad_alloc();
+    check(EVP_DigestInit_ex2(context_.get(), EVP_sha256(), nullptr));
+}
+
+void RunningHash::add(std::span<const char> bytes) {
+    check(EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()));
+}
+
+std::string RunningHash::hexadecimal() {
+    constexpr const char* digits = "0123456789abcdef";
+    std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
+    unsigned length = 0;
+    check(EVP_DigestFinal_ex(context_.get(), hash.data(), &length));
+    std::string text;
+    text.reserve(std::size_t{length} * 2);
+    for (const unsigned char byte : std::span(hash).first(length)) {
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
 std::string FileHasher::sha256(std::string_view data) {
-    Digest digest;
+    RunningHash digest;
     digest.add(data);
     return digest.hexadecimal();
 }
 
 std::string FileHasher::sha256Of(const std::filesystem::path& path, const Progress& progress) {
-    Reader reader(path);
-    return reader.hash(std::numeric_limits<std::int64_t>::max(), progress);
+    return sha256Of(openRegularFile(path), path, progress);
+}
+
+std::string FileHasher::sha256Of(const Descriptor& file, const std::filesystem::path& path,
+                                 const Progress& progress) {
+    return Reader(file, path).hash(std::numeric_limits<std::int64_t>::max(), progress);
 }
 
 FileHasher::Look FileHasher::lookAt(const std::filesystem::path& path, const Progress& progress) {
     for (int look = 1;; ++look) {
-        Reader reader(path);
+        const Descriptor file = openRegularFile(path);
+        Reader reader(file, path);
         const FileStamp before = reader.stamp();
         std::string hash = reader.hash(before.size, progress);
         const bool isWhole = reader.total() == before.size;

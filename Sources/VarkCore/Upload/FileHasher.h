@@ -4,12 +4,28 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "VarkCore/Foundation/Files.h"
 
+struct evp_md_ctx_st;
+
 namespace vark {
+
+/// SHA-256 of bytes as they come. One thread at a time.
+class RunningHash {
+  public:
+    RunningHash();
+    void add(std::span<const char> bytes);
+    /// Lower-case; the last thing to ask.
+    std::string hexadecimal();
+
+  private:
+    std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> context_;
+};
 
 /// SHA-256 as lower-case hexadecimal. Functions only; any thread.
 struct FileHasher {
@@ -25,6 +41,10 @@ struct FileHasher {
     /// Blocks its thread for the length of the file and holds one piece of 1 MiB; `progress` is called on
     /// this thread after each piece, and is the only way to stop it. Fails with `FileError` or `Cancelled`.
     static std::string sha256Of(const std::filesystem::path& file, const Progress& progress = nullptr);
+    /// The same of a file that is open, whole, wherever it was read or written last. `path` is for the
+    /// `FileError`.
+    static std::string sha256Of(const Descriptor& file, const std::filesystem::path& path,
+                                const Progress& progress);
 
     /// What stood in a file at one moment.
     struct Look {

@@ -13,6 +13,9 @@ namespace {
 using Texts = std::map<std::string, std::string, std::less<>>;
 
 constexpr std::size_t longestInfoList = 1 << 20;
+/// Written by cmake/Bundle.cmake, and by nothing else: there are other build trees that a program may be put
+/// into.
+constexpr const char* buildTreeMarker = "vark-build-tree";
 
 struct Free {
     void operator()(void* memory) const noexcept { std::free(memory); }
@@ -48,7 +51,7 @@ Texts textsOfList(const std::string& bytes) {
 bool isInBuildTree(const std::filesystem::path& executable) {
     for (std::filesystem::path folder = executable.parent_path();; folder = folder.parent_path()) {
         std::error_code unreadable;
-        if (std::filesystem::exists(folder / "CMakeCache.txt", unreadable)) return true;
+        if (std::filesystem::exists(folder / buildTreeMarker, unreadable)) return true;
         if (!folder.has_relative_path()) return false;
     }
 }

@@ -1,6 +1,5 @@
 #include "VarkPlatform/Linux/AvahiLocation.h"
 
-#include <avahi-common/error.h>
 #include <avahi-common/timeval.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -18,6 +17,7 @@ namespace {
 
 /// How long an address of the newer kind waits for one of the older, which usually comes in the same packet.
 constexpr unsigned patienceInMilliseconds = 1000;
+constexpr const char* noAddress = "the avahi-daemon does not find its address";
 
 std::string systemMessage(int errorNumber) {
     return std::system_category().message(errorNumber);
@@ -63,7 +63,7 @@ AvahiLocation::~AvahiLocation() {
 void AvahiLocation::start(AvahiClient* client, const Service& service) {
     ask(ipv6_, client, service, AVAHI_PROTO_INET6);
     ask(ipv4_, client, service, AVAHI_PROTO_INET);
-    if (!ipv4_.lookUp && !ipv6_.lookUp) fail(avahi_strerror(avahi_client_errno(client)));
+    if (!ipv4_.lookUp && !ipv6_.lookUp) fail(noAddress);
 }
 
 void AvahiLocation::ask(Candidate& candidate, AvahiClient* client, const Service& service,
@@ -80,8 +80,7 @@ void AvahiLocation::ask(Candidate& candidate, AvahiClient* client, const Service
                 self.answered(asked, socketAddress(*address, interface, port));
                 return;
             }
-            AvahiClient* failed = avahi_service_resolver_get_client(resolver);
-            self.lastFailure_ = avahi_strerror(avahi_client_errno(failed));
+            self.lastFailure_ = noAddress;
             self.answered(asked, std::nullopt);
         },
         this));

@@ -61,7 +61,7 @@ AvahiSession::AvahiSession(const AvahiPoll* poll, std::string type, Listener& li
 
 AvahiSession::~AvahiSession() {
     while (!locations_.empty())
-        finish(locations_.begin()->first, failed(avahi_strerror(AVAHI_ERR_DISCONNECTED)));
+        finish(locations_.begin()->first, failed("the avahi-daemon has gone"));
 }
 
 void AvahiSession::clientChanged(AvahiClient* client, AvahiClientState state) {

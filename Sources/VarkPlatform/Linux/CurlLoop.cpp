@@ -11,7 +11,6 @@
 namespace vark {
 namespace {
 
-constexpr std::size_t mostIdleHandles = 16;
 /// Connections are kept for this many hosts at their limit: the vark, where its chunks go, and nodes.
 constexpr int hostsWithKeptConnections = 4;
 /// libcurl's own deadlines come before this one, and whatever is asked rings the bell.
@@ -91,7 +90,8 @@ void CurlLoop::serve(const Asked& asked) {
         Easy easy(std::exchange(exchange.easy_, nullptr));
         if (easy) {
             curl_multi_remove_handle(multi_.get(), easy.get());
-            giveBack(std::move(easy));
+            easy.reset();
+            --live_;
         }
         close(exchange);
         exchange.dropped();
@@ -105,7 +105,9 @@ void CurlLoop::serve(const Asked& asked) {
 }
 
 void CurlLoop::begin(CurlExchange& exchange) {
-    Easy easy = takeEasy();
+    Easy easy(curl_easy_init());
+    if (!easy) throw std::bad_alloc();
+    curl_easy_setopt(easy.get(), CURLOPT_SHARE, share_.get());
     CURLcode result = exchange.prepare(easy.get());
     curl_easy_setopt(easy.get(), CURLOPT_PRIVATE, &exchange);
     if (result == CURLE_OK && curl_multi_add_handle(multi_.get(), easy.get()) == CURLM_OK) {
@@ -116,8 +118,6 @@ void CurlLoop::begin(CurlExchange& exchange) {
     if (result == CURLE_OK) result = CURLE_OUT_OF_MEMORY;
     close(exchange);
     exchange.ended(easy.get(), result);
-    curl_easy_reset(easy.get());
-    idle_.push_back(std::move(easy));
 }
 
 void CurlLoop::finishEnded() {
@@ -131,9 +131,9 @@ void CurlLoop::finishEnded() {
         curl_easy_getinfo(easy.get(), CURLINFO_PRIVATE, &exchange);
         curl_multi_remove_handle(multi_.get(), easy.get());
         exchange->easy_ = nullptr;
+        --live_;
         close(*exchange);
         exchange->ended(easy.get(), result);
-        giveBack(std::move(easy));
     }
 }
 
@@ -141,26 +141,6 @@ void CurlLoop::close(CurlExchange& exchange) {
     Locked hold(lock_);
     exchange.over_ = true;
     if (exchange.wishes_.any()) std::erase(asked_, &exchange);
-}
-
-CurlLoop::Easy CurlLoop::takeEasy() {
-    if (!idle_.empty()) {
-        Easy easy = std::move(idle_.back());
-        idle_.pop_back();
-        return easy;
-    }
-    Easy easy(curl_easy_init());
-    if (!easy) throw std::bad_alloc();
-    curl_easy_setopt(easy.get(), CURLOPT_SHARE, share_.get());
-    return easy;
-}
-
-void CurlLoop::giveBack(Easy easy) {
-    --live_;
-    if (idle_.size() == mostIdleHandles) return;
-    // The share stays.
-    curl_easy_reset(easy.get());
-    idle_.push_back(std::move(easy));
 }
 
 }  // namespace vark

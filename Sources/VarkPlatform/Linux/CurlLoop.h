@@ -42,8 +42,10 @@ class CurlExchange {
     CURL* easy_ = nullptr;  // The loop's thread only.
 };
 
-/// The one thread that libcurl runs on, with the connections that it keeps. Whatever others want of an
-/// exchange they ask of the loop, from any thread, and the thread does it between two rounds of libcurl.
+/// The one thread that libcurl runs on, with the connections that it keeps. Each exchange has a handle of its
+/// own: what lasts, connections and TLS sessions, lies outside of the handles, and one whose exchange failed
+/// refuses its options when it is used again. Whatever others want of an exchange they ask of the loop, from
+/// any thread, and the thread does it between two rounds of libcurl.
 /// Ended by its owner, when no exchange is left.
 class CurlLoop {
   public:
@@ -81,14 +83,10 @@ class CurlLoop {
     void finishEnded();
     /// From here on nothing that is asked of the exchange reaches it.
     void close(CurlExchange& exchange);
-    Easy takeEasy();
-    void giveBack(Easy easy);
 
-    // The loop's thread only. The order matters: handles go before the multi handle, and that before what the
-    // handles share.
+    // The loop's thread only. The order matters: the multi handle goes before what the handles share.
     std::unique_ptr<CURLSH, Calls<curl_share_cleanup>> share_;
     std::unique_ptr<CURLM, Calls<curl_multi_cleanup>> multi_;
-    std::vector<Easy> idle_;
     std::size_t live_ = 0;
 
     Mutex lock_;

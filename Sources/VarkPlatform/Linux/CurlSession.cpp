@@ -1,6 +1,5 @@
 #include "VarkPlatform/Linux/CurlSession.h"
 
-#include <fmt/format.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -31,7 +30,7 @@ void addSessionHeaders(HTTPRequest& request, const std::vector<HTTPHeader>& head
         if (header.name.find_first_of(breaks) == std::string::npos &&
             header.value.find_first_of(breaks) == std::string::npos)
             continue;
-        throw HTTPError(HTTPError::other, "The request holds a header with a line break in it.");
+        throw HTTPError(HTTPError::other, "The request to the vark holds a line break where none may be.");
     }
 }
 
@@ -64,8 +63,8 @@ void redirect(HTTPRequest& request, const URL& next) {
     request.url = next;
 }
 
-HTTPError tooManyRedirects(const HTTPRequest& request) {
-    return {HTTPError::other, fmt::format("{} passed the request on too many times.", request.url.host())};
+HTTPError tooManyRedirects() {
+    return {HTTPError::other, "The vark passed the request on too many times."};
 }
 
 }  // namespace
@@ -98,28 +97,19 @@ Task<HTTPResponse> CurlSession::data(HTTPRequest request) {
         if (!next) co_return response;
         redirect(request, *next);
     }
-    throw tooManyRedirects(request);
+    throw tooManyRedirects();
 }
 
-Task<HTTPResponse> CurlSession::download(HTTPRequest request, std::filesystem::path to,
-                                         DownloadProgress progress, FollowRedirect follow) {
+Task<HTTPResponse> CurlSession::receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) {
     addSessionHeaders(request, machinery_->headers);
-    std::error_code ignored;
-    std::filesystem::remove(to, ignored);
-    UnfinishedFile file(std::move(to), 0600);
     for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
-        CurlAnswerFile answerFile{file, progress};
         HTTPResponse response =
-            co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, answerFile);
+            co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, sink);
         const std::optional<URL> next = nextAddress(request, response);
-        if (!next || !follow({response.status, *next})) {
-            file.keep();
-            co_return response;
-        }
-        file.startOver();
+        if (!next || !follow({response.status, *next})) co_return response;
         redirect(request, *next);
     }
-    throw tooManyRedirects(request);
+    throw tooManyRedirects();
 }
 
 Task<HTTPResponse> CurlSession::upload(HTTPRequest request, std::shared_ptr<BytePipe> body,

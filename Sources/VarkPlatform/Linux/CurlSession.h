@@ -17,9 +17,8 @@ class CurlSession final : public HTTPSession {
     Task<HTTPResponse> data(HTTPRequest request) override;
     Task<HTTPResponse> upload(HTTPRequest request, std::shared_ptr<BytePipe> body,
                               std::int64_t length) override;
-    /// The file is written on the session's own thread.
-    Task<HTTPResponse> download(HTTPRequest request, std::filesystem::path to, DownloadProgress progress,
-                                FollowRedirect follow) override;
+    /// The sink is called on the session's own thread.
+    Task<HTTPResponse> receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) override;
 
   private:
     class Machinery;

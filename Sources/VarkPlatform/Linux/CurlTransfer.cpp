@@ -10,11 +10,17 @@
 #include <tuple>
 #include <utility>
 
+#include "VarkPlatform/Linux/NetlinkRoutes.h"
+
 namespace vark {
 namespace {
 
 constexpr long transferBufferBytes = 512L * 1024;
-constexpr std::chrono::seconds longestConnecting{30};
+/// A download may stand still for days, but a connection comes about soon or never.
+constexpr std::chrono::seconds longestConnecting{60};
+/// A server that has gone is found out after some three minutes, however long a transfer may stand still.
+constexpr long secondsBeforeKeepAlive = 60;
+constexpr long secondsBetweenKeepAlives = 15;
 
 /// Sets options until one is refused, and keeps why.
 class Options {
@@ -55,20 +61,42 @@ CURLcode useTrustStore(CURL*, void* context, void* trust) {
 const char* whyUntrusted(CURL* easy) {
     long reason = X509_V_OK;
     curl_easy_getinfo(easy, CURLINFO_SSL_VERIFYRESULT, &reason);
-    if (reason == X509_V_OK) return "its certificate is for another name";
-    return X509_verify_cert_error_string(reason);
+    switch (reason) {
+        case X509_V_OK:
+        case X509_V_ERR_HOSTNAME_MISMATCH:
+        case X509_V_ERR_IP_ADDRESS_MISMATCH:
+            return "its certificate is for another name";
+        case X509_V_ERR_CERT_HAS_EXPIRED:
+            return "its certificate has run out";
+        case X509_V_ERR_CERT_NOT_YET_VALID:
+            return "its certificate is not valid yet, or the clock of this computer is wrong";
+        case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+        case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+        case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+        case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+            return "its certificate is from an authority that this computer does not know";
+        default:
+            return "its certificate is not one to be trusted";
+    }
 }
 
-}  // namespace
+bool isOfTheWeb(const URL& url) {
+    const std::string scheme = url.scheme();
+    return (scheme == "https" || scheme == "http") && !url.host().empty();
+}
 
+/// What libcurl's end of a transfer means. `systemError` is the `errno` of its last connection, if any.
 HTTPError::Code httpErrorCode(CURLcode result, int systemError) {
     switch (result) {
+        // Without a network no name can be looked up, nor an address of the newer kind be tried.
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
-            return HTTPError::cannotFindHost;
+            return leadsOut() ? HTTPError::cannotFindHost : HTTPError::notConnectedToInternet;
         case CURLE_COULDNT_CONNECT:
             if (systemError == ENETUNREACH || systemError == ENETDOWN || systemError == ENONET)
                 return HTTPError::notConnectedToInternet;
+            if (systemError == EADDRNOTAVAIL && !leadsOut()) return HTTPError::notConnectedToInternet;
             return HTTPError::cannotConnect;
         // No more than that the two did not come to terms: a server that goes down in between, for one.
         case CURLE_SSL_CONNECT_ERROR:
@@ -97,6 +125,8 @@ HTTPError::Code httpErrorCode(CURLcode result, int systemError) {
     }
 }
 
+}  // namespace
+
 CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
                            std::optional<CurlUploadBody> body)
     : loop_(loop), settings_(settings), request_(request), body_(std::move(body)) {
@@ -105,15 +135,15 @@ CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings,
 }
 
 CurlTransfer::CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
-                           CurlAnswerFile answerFile)
-    : loop_(loop), settings_(settings), request_(request), answerFile_(answerFile) {
+                           BodySink& sink)
+    : loop_(loop), settings_(settings), request_(request), sink_(&sink) {
     buildHeaderList();
 }
 
 HTTPResponse CurlTransfer::await_resume() {
     unwatch();
     if (cancelled_) throw CancellationError();
-    if (fileFailure_) throw *std::move(fileFailure_);
+    if (sinkFailure_) std::rethrow_exception(sinkFailure_);
     if (failure_) throw *std::move(failure_);
     return std::move(response_);
 }
@@ -152,7 +182,10 @@ CURLcode CurlTransfer::prepare(CURL* easy) {
 
     const long idleSeconds = static_cast<long>(request_.idleLimit.count());
     options.set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    options.set(CURLOPT_LOW_SPEED_TIME, idleSeconds);
+    if (!body_ || body_->length() > 0) options.set(CURLOPT_LOW_SPEED_TIME, idleSeconds);
+    options.set(CURLOPT_TCP_KEEPALIVE, 1L);
+    options.set(CURLOPT_TCP_KEEPIDLE, secondsBeforeKeepAlive);
+    options.set(CURLOPT_TCP_KEEPINTVL, secondsBetweenKeepAlives);
     options.set(CURLOPT_CONNECTTIMEOUT, std::min(idleSeconds, static_cast<long>(longestConnecting.count())));
     options.set(CURLOPT_TIMEOUT, static_cast<long>(settings_.resourceLimit.count()));
 
@@ -189,7 +222,7 @@ CURLcode CurlTransfer::prepare(CURL* easy) {
     // An answer to HEAD tells of a body that does not come.
     if (request_.method == "HEAD") {
         options.set(CURLOPT_NOBODY, 1L);
-    } else if (!answerFile_) {
+    } else if (sink_ == nullptr) {
         options.set(CURLOPT_MAXFILESIZE_LARGE,
                     static_cast<curl_off_t>(std::min(request_.longestAnswer, std::size_t{1} << 62)));
     }
@@ -201,6 +234,7 @@ void CurlTransfer::ended(CURL* easy, CURLcode result) {
         long status = 0;
         curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
         response_.status = static_cast<int>(status);
+        if (sink_ != nullptr && succeeds() && !sinkIsTold_) giveToSink("");
     } else {
         failure_ = failure(easy, result);
     }
@@ -212,11 +246,9 @@ void CurlTransfer::dropped() {
     complete();
 }
 
-/// libcurl's own text may quote what was sent, so none of it goes into the sentence.
+/// The sentences are ours throughout: libcurl's texts are none for people, and may quote what was sent.
 HTTPError CurlTransfer::failure(CURL* easy, CURLcode result) const {
-    const std::string host = request_.url.host();
-    if (bodyEndedShort_)
-        return {HTTPError::other, fmt::format("What was to be sent to {} ended too early.", host)};
+    if (bodyEndedShort_) return {HTTPError::other, "What was to be sent to the vark ended too early."};
     long systemError = 0;
     curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError);
     const HTTPError::Code code =
@@ -225,19 +257,23 @@ HTTPError CurlTransfer::failure(CURL* easy, CURLcode result) const {
         case HTTPError::notConnectedToInternet:
             return {code, "This computer is not connected to a network."};
         case HTTPError::connectionLost:
-            return {code, fmt::format("The connection to {} was lost.", host)};
+            return {code, "The connection to the vark was lost."};
         case HTTPError::cannotConnect:
-            return {code, fmt::format("No connection to {} could be made.", host)};
+            return {code, "No connection to the vark could be made."};
         case HTTPError::cannotFindHost:
-            return {code, fmt::format("The address of {} could not be found.", host)};
+            return {code, "The address of the vark could not be found."};
         case HTTPError::timedOut:
-            return {code, fmt::format("{} took too long to answer.", host)};
+            return {code, "The vark took too long to answer."};
         case HTTPError::untrusted:
-            return {code, fmt::format("{} could not prove who it is: {}.", host, whyUntrusted(easy))};
+            return {code, fmt::format("The vark could not prove who it is: {}.", whyUntrusted(easy))};
         case HTTPError::answerTooLong:
-            return {code, fmt::format("The answer of {} is longer than expected.", host)};
+            return {code, "The answer of the vark is longer than expected."};
         case HTTPError::other:
-            return {code, fmt::format("The exchange with {} failed: {}.", host, curl_easy_strerror(result))};
+            if (!isOfTheWeb(request_.url))
+                return {code, "The vark named an address that cannot be asked for anything."};
+            if (result == CURLE_UNSUPPORTED_PROTOCOL || result == CURLE_WEIRD_SERVER_REPLY)
+                return {code, "The answer of the vark could not be understood."};
+            return {code, "The exchange with the vark failed. Try again."};
     }
 }
 
@@ -255,14 +291,11 @@ std::size_t CurlTransfer::takeHeaderLine(std::string_view line) {
 }
 
 std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
-    if (answerFile_) {
-        try {
-            writeAnswer(bytes);
-        } catch (const FileError& error) {
-            fileFailure_ = error;
-            return 0;
-        }
-        return bytes.size();
+    if (sink_ != nullptr) {
+        long status = 0;
+        curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
+        response_.status = static_cast<int>(status);
+        if (succeeds()) return giveToSink(bytes) ? bytes.size() : 0;
     }
     if (bytes.size() > request_.longestAnswer - response_.body.size()) {
         answerTooLong_ = true;
@@ -272,15 +305,19 @@ std::size_t CurlTransfer::takeAnswer(std::string_view bytes) {
     return bytes.size();
 }
 
-void CurlTransfer::writeAnswer(std::string_view bytes) {
-    answerFile_->file.write(bytes);
-    received_ += static_cast<std::int64_t>(bytes.size());
-    long status = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
-    if (status / 100 == 3) return;
-    curl_off_t length = -1;
-    curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    answerFile_->progress(received_, length < 0 ? std::nullopt : std::optional<std::int64_t>(length));
+bool CurlTransfer::succeeds() const {
+    return response_.status / 100 == 2;
+}
+
+bool CurlTransfer::giveToSink(std::string_view bytes) {
+    sinkIsTold_ = true;
+    try {
+        sink_->take(response_, bytes);
+        return true;
+    } catch (...) {
+        sinkFailure_ = std::current_exception();
+        return false;
+    }
 }
 
 std::size_t CurlTransfer::giveBody(std::span<char> to) {
@@ -291,6 +328,8 @@ std::size_t CurlTransfer::giveBody(std::span<char> to) {
     switch (read.state) {
         case BytePipe::ReadState::bytes:
             sent_ += static_cast<std::int64_t>(read.count);
+            // How long the answer may take now is for whoever wants it.
+            if (sent_ == body_->length()) curl_easy_setopt(handle_, CURLOPT_LOW_SPEED_TIME, 0L);
             return read.count;
         case BytePipe::ReadState::nothingYet:
             return CURL_READFUNC_PAUSE;

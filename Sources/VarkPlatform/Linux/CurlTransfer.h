@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <span>
@@ -10,7 +11,6 @@
 #include <utility>
 
 #include "VarkCore/Concurrency/Coroutine.h"
-#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Services/HTTPSession.h"
 #include "VarkPlatform/Linux/CurlLoop.h"
 #include "VarkPlatform/Linux/TrustStore.h"
@@ -41,12 +41,6 @@ class CurlUploadBody {
     std::int64_t length_;
 };
 
-/// A file that takes the body of an answer, and who is told of each piece of it.
-struct CurlAnswerFile {
-    UnfinishedFile& file;
-    const HTTPSession::DownloadProgress& progress;
-};
-
 /// The wait for one answer to one request, with no redirect followed. A part of the coroutine that awaits it;
 /// what it refers to outlives it. It ends only when libcurl has let go of its buffers.
 class CurlTransfer final : public StoppableWait, private CurlExchange {
@@ -54,7 +48,7 @@ class CurlTransfer final : public StoppableWait, private CurlExchange {
     CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
                  std::optional<CurlUploadBody> body = std::nullopt);
     CurlTransfer(CurlLoop& loop, const CurlTransferSettings& settings, const HTTPRequest& request,
-                 CurlAnswerFile answerFile);
+                 BodySink& sink);
 
     template <class Promise>
     bool await_suspend(std::coroutine_handle<Promise> handle) {
@@ -86,28 +80,27 @@ class CurlTransfer final : public StoppableWait, private CurlExchange {
 
     std::size_t takeHeaderLine(std::string_view line);
     std::size_t takeAnswer(std::string_view bytes);
-    void writeAnswer(std::string_view bytes);
+    bool succeeds() const;
+    /// Keeps what the sink fails with, and answers whether it did not.
+    bool giveToSink(std::string_view bytes);
     std::size_t giveBody(std::span<char> to);
 
     CurlLoop& loop_;
     const CurlTransferSettings& settings_;
     const HTTPRequest& request_;
     const std::optional<CurlUploadBody> body_;
-    const std::optional<CurlAnswerFile> answerFile_;
+    BodySink* const sink_ = nullptr;
     std::unique_ptr<curl_slist, FreeList> headers_;
     CURL* handle_ = nullptr;  // From `prepare` to the end.
 
     std::int64_t sent_ = 0;
     bool bodyEndedShort_ = false;
-    std::int64_t received_ = 0;
+    bool sinkIsTold_ = false;
     bool answerTooLong_ = false;
-    std::optional<FileError> fileFailure_;
+    std::exception_ptr sinkFailure_;
     bool cancelled_ = false;
     HTTPResponse response_;
     std::optional<HTTPError> failure_;
 };
-
-/// What libcurl's end of a transfer means. `systemError` is the `errno` of its last connection, if any.
-HTTPError::Code httpErrorCode(CURLcode result, int systemError);
 
 }  // namespace vark

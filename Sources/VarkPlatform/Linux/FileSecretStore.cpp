@@ -6,6 +6,7 @@
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Foundation/Text.h"
+#include "VarkCore/Foundation/WriteProbe.h"
 #include "VarkPlatform/Linux/SecretOperation.h"
 
 namespace vark {
@@ -27,6 +28,20 @@ struct Secret {
 };
 
 using Ended = SecretOperation::Ended;
+
+std::int32_t statusOfWriting(int errorNumber) {
+    switch (errorNumber) {
+        case EROFS:
+        case EACCES:
+        case EPERM:
+            return SecretStatus::readOnly;
+        case ENOSPC:
+        case EDQUOT:
+            return SecretStatus::full;
+        default:
+            return SecretStatus::failed;
+    }
+}
 
 /// The content of the file, as long as one operation takes.
 class Secrets {
@@ -61,10 +76,10 @@ class Secrets {
             } else {
                 writeAtomically(file_, toJSON(), 0600);
             }
-        } catch (const std::filesystem::filesystem_error&) {
-            throw Ended{SecretStatus::failed};
-        } catch (const FileError&) {
-            throw Ended{SecretStatus::failed};
+        } catch (const std::filesystem::filesystem_error& error) {
+            throw Ended{statusOfWriting(error.code().value())};
+        } catch (const FileError& error) {
+            throw Ended{statusOfWriting(error.errorNumber())};
         }
     }
 
@@ -85,6 +100,17 @@ class Secrets {
 };
 
 }  // namespace
+
+std::int32_t FileSecretStore::open() {
+    const std::int32_t read = SecretOperation::statusOf([&] { Secrets{file_}; });
+    if (read != SecretStatus::done && read != SecretStatus::notText) return read;
+    try {
+        proveWritable(file_.parent_path());
+        return SecretStatus::done;
+    } catch (const FileError& error) {
+        return statusOfWriting(error.errorNumber());
+    }
+}
 
 SecretStore::Answer FileSecretStore::find(const SecretName& name) {
     Answer answer;
@@ -122,6 +148,11 @@ std::optional<std::string> FileSecretStore::message(std::int32_t status) const {
     switch (status) {
         case SecretStatus::notText:
             return "The file of secrets " + file_.string() + " is damaged.";
+        case SecretStatus::readOnly:
+            return "The file of secrets " + file_.string() +
+                   " cannot be written: nothing may be written in its folder.";
+        case SecretStatus::full:
+            return "The file of secrets " + file_.string() + " cannot be written: the disk is full.";
         case SecretStatus::failed:
             return "The file of secrets " + file_.string() + " could not be read or written.";
         default:

@@ -8,13 +8,14 @@
 namespace vark {
 
 /// Secrets in a file that only its owner may read, in the clear: for machines without a Secret Service. The
-/// file is there as long as there is a secret in it. Of two processes that write at the same moment, the last
-/// one wins.
+/// file is there as long as there is a secret in it. Writers keep each other out by a lock of their own.
 class FileSecretStore final : public SecretStore {
   public:
     explicit FileSecretStore(std::filesystem::path file) : file_(std::move(file)) {}
 
-    std::int32_t open() override { return SecretStatus::done; }
+    /// Proves that the file could be written. One that makes no sense does not keep it from that: whoever
+    /// writes puts it aside.
+    std::int32_t open() override;
     Answer find(const SecretName& name) override;
     std::int32_t update(const SecretName& name, std::string_view bytes) override;
     std::int32_t add(const SecretName& name, std::string_view label, std::string_view bytes) override;

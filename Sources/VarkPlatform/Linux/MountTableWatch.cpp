@@ -12,7 +12,7 @@ namespace vark {
 MountTableWatch::MountTableWatch(const std::filesystem::path& table, std::function<void()> changed)
     // Changes count from here on.
     : table_(open(table.c_str(), O_RDONLY | O_CLOEXEC)), end_(eventfd(0, EFD_CLOEXEC)) {
-    if (!end_) throw FileError("Could not watch", table, errno);
+    if (!table_ || !end_) throw FileError("Could not watch", table, errno);
     thread_ = std::thread([this, call = std::move(changed)] { watch(call); });
 }
 

@@ -155,7 +155,7 @@ Volume MountedVolumes::volumeOf(const Mount& mount) const {
         if (!disk.label) disk.label = std::move(probed.label);
     }
     return {
-        .name = disk.label.value_or(place),
+        .name = repairedUTF8(disk.label.value_or(place)),
         .path = mount.path,
         .id = disk.id,
         // What the desktop has mounted for a person, it lets the person eject.

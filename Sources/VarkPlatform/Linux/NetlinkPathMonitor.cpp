@@ -7,24 +7,63 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <memory>
+#include <system_error>
 #include <utility>
 
+#include "VarkCore/Concurrency/ThreadSafety.h"
 #include "VarkPlatform/Linux/NetlinkRoutes.h"
+#include "VarkPlatform/Linux/SignalsBlocked.h"
 
 namespace vark {
 namespace {
 
-/// A name server of the root in each world. Any global address would do: only the table of routes is asked.
-constexpr std::array globalAddresses{"198.41.0.4", "2001:503:ba3e::2:30"};
+using SteadyClock = std::chrono::steady_clock;
 
-bool isUsable(const std::optional<std::string>& host) {
-    for (const char* text : globalAddresses) {
-        const std::optional<NetworkAddress> address = NetworkAddress::parse(text);
-        if (address && hasRoute(*address)) return true;
+/// A name of the local net is found at once. One that is not is no reason to keep the news back.
+constexpr std::chrono::seconds longestKeptBack{1};
+
+/// The addresses of a name, asked for on a thread that nobody waits for: the name service may take ten
+/// seconds, and nothing interrupts it. The thread shares with this object where the answer goes, and no more.
+class LookUp {
+  public:
+    explicit LookUp(const std::string& host) : state_(std::make_shared<State>()) {
+        const SignalsBlocked blocked;
+        try {
+            std::thread([state = state_, host] { state->set(NetworkAddress::resolve(host)); }).detach();
+        } catch (const std::system_error&) {
+            state_->set({});
+        }
     }
-    return host && std::ranges::any_of(NetworkAddress::resolve(*host), [](const NetworkAddress& address) {
-               return address.isLoopback() || hasRoute(address);
-           });
+
+    /// Readable when the answer is there.
+    int bell() const { return state_->bell.get(); }
+    std::vector<NetworkAddress> take() { return state_->take(); }
+
+  private:
+    struct State {
+        void set(std::vector<NetworkAddress> found) {
+            {
+                const Locked hold(lock);
+                addresses = std::move(found);
+            }
+            eventfd_write(bell.get(), 1);
+        }
+        std::vector<NetworkAddress> take() {
+            const Locked hold(lock);
+            return std::move(addresses);
+        }
+
+        const Descriptor bell{eventfd(0, EFD_CLOEXEC)};
+        Mutex lock;
+        std::vector<NetworkAddress> addresses VARK_GUARDED_BY(lock);
+    };
+    const std::shared_ptr<State> state_;
+};
+
+bool isReachable(const NetworkAddress& address) {
+    return address.isLoopback() || hasRoute(address);
 }
 
 /// What has changed does not matter, and a message that was lost was a change too.
@@ -32,6 +71,11 @@ void forgetMessages(int changes) {
     std::array<char, 16'384> message;
     while (recv(changes, message.data(), message.size(), MSG_DONTWAIT) >= 0 || errno == ENOBUFS) {
     }
+}
+
+int millisecondsUntil(SteadyClock::time_point when) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - SteadyClock::now());
+    return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
 
 }  // namespace
@@ -51,18 +95,39 @@ void NetlinkPathMonitor::start(std::function<void(bool usable)> changed) {
 }
 
 void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) const {
+    const std::optional<NetworkAddress> numeric = host_ ? NetworkAddress::parse(*host_) : std::nullopt;
+    // The host's, as last known.
+    std::vector<NetworkAddress> addresses;
+    if (numeric) addresses.push_back(*numeric);
+    bool isToBeLookedUp = host_ && !numeric;
+    std::optional<LookUp> lookUp;
+    SteadyClock::time_point keptBackUntil;
     std::optional<bool> told;
     while (true) {
-        const bool usable = isUsable(host_);
-        if (told != usable) {
+        const bool usable = leadsOut() || std::ranges::any_of(addresses, isReachable);
+        if (!usable && isToBeLookedUp && !lookUp) {
+            isToBeLookedUp = false;
+            lookUp.emplace(*host_);
+            keptBackUntil = SteadyClock::now() + longestKeptBack;
+        }
+        const bool isKeptBack = !usable && lookUp && told != false && SteadyClock::now() < keptBackUntil;
+        if (told != usable && !isKeptBack) {
             told = usable;
             changed(usable);
         }
-        std::array sources{pollfd{end_.get(), POLLIN, 0}, pollfd{changes_.get(), POLLIN, 0}};
-        while (poll(sources.data(), sources.size(), -1) < 0) {
+        std::array sources{pollfd{end_.get(), POLLIN, 0}, pollfd{changes_.get(), POLLIN, 0},
+                           pollfd{lookUp ? lookUp->bell() : -1, POLLIN, 0}};
+        while (poll(sources.data(), sources.size(), isKeptBack ? millisecondsUntil(keptBackUntil) : -1) < 0) {
         }
         if (sources[0].revents != 0) return;
-        forgetMessages(changes_.get());
+        if (sources[1].revents != 0) {
+            forgetMessages(changes_.get());
+            isToBeLookedUp = host_ && !numeric;
+        }
+        if (sources[2].revents != 0) {
+            addresses = lookUp->take();
+            lookUp.reset();
+        }
     }
 }
 

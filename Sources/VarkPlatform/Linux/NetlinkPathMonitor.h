@@ -11,8 +11,8 @@
 namespace vark {
 
 /// Watches the kernel's routes. There is a usable path when a route leads out into the world, or to the host
-/// of the vark, which may stand in the local net or on this very machine. Nothing is ever sent. Its end waits
-/// for a look-up of the host's name that is under way.
+/// of the vark, which may stand in the local net or on this very machine. Nothing is ever sent. Its end does
+/// not wait for a look-up of the host's name that is under way.
 class NetlinkPathMonitor final : public PathMonitor {
   public:
     /// `host` is a name or a numeric address.

@@ -29,5 +29,7 @@ Descriptor openRouteChanges();
 
 /// Whether the kernel knows a way to this address over a link that is up. True when it cannot be asked.
 bool hasRoute(const NetworkAddress& to);
+/// The same for a way out into the world, whichever part of it.
+bool leadsOut();
 
 }  // namespace vark

@@ -168,7 +168,7 @@ class Conversation {
     }
 
     /// All that have the name and are not locked. Ends the operation when there are only locked ones, or when
-    /// the default collection is locked and would not say.
+    /// the default collection is locked or away and would not say.
     std::vector<Owned<SecretItem>> openItems(const SecretName& name) {
         const Attributes attributes = attributesOf(name);
         Trouble trouble;
@@ -189,7 +189,9 @@ class Conversation {
         if (!items.empty()) return items;
         if (!someAreLocked) {
             const Owned<SecretCollection> collection = defaultCollection();
-            someAreLocked = collection && secret_collection_get_locked(collection.get());
+            // A manager that is closed shows none, and has its secrets all the same.
+            if (!collection) throw Ended{SecretStatus::noKeyring};
+            someAreLocked = secret_collection_get_locked(collection.get());
         }
         if (someAreLocked) throw Ended{SecretStatus::locked};
         throw Ended{SecretStatus::notFound};
@@ -214,7 +216,7 @@ class Conversation {
 
     void add(const SecretName& name, const std::string& label, std::string_view bytes) {
         const Owned<SecretCollection> collection = defaultCollection();
-        if (!collection) throw Ended{SecretStatus::absent};
+        if (!collection) throw Ended{SecretStatus::noKeyring};
         const Attributes attributes = attributesOf(name);
         Trouble trouble;
         const Owned<SecretItem> made(secret_item_create_sync(
@@ -304,6 +306,9 @@ std::optional<std::string> SecretServiceStore::message(std::int32_t status) cons
             return "What the keychain keeps under this name is no text.";
         case SecretStatus::absent:
             return "This machine has no keychain: no Secret Service answers.";
+        case SecretStatus::noKeyring:
+            return "The keychain has no keyring open: a Secret Service answers, but shows nothing to keep "
+                   "secrets in.";
         case SecretStatus::locked:
             return "The keychain is locked.";
         case SecretStatus::refused:

@@ -1,5 +1,6 @@
 #include "VarkPlatform/Linux/XDGFolders.h"
 
+#include <fmt/format.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,13 +56,22 @@ std::optional<std::filesystem::path> directoryIn(std::string_view line, std::str
     return std::nullopt;
 }
 
-bool makePrivateFolder(const std::filesystem::path& folder) {
-    if (mkdir(folder.c_str(), onlyForTheOwner) != 0 && errno != EEXIST) return false;
+/// Makes the folder if need be. Gives what keeps it from being a folder for the person alone.
+std::optional<std::string> troubleWithPrivateFolder(const std::filesystem::path& folder) {
+    if (mkdir(folder.c_str(), onlyForTheOwner) != 0 && errno != EEXIST)
+        return FileError("Could not make", folder, errno).what();
     struct stat status{};
-    if (lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != geteuid())
-        return false;
+    if (lstat(folder.c_str(), &status) != 0) return FileError("Could not open", folder, errno).what();
+    if (!S_ISDIR(status.st_mode))
+        return fmt::format("{} is in the way: it is no folder. Move it away and try again.", folder.string());
+    if (status.st_uid != geteuid())
+        return fmt::format("The folder {} belongs to somebody else. Move it away and try again.",
+                           folder.string());
     constexpr mode_t permissions = 07777;
-    return (status.st_mode & permissions) == onlyForTheOwner || chmod(folder.c_str(), onlyForTheOwner) == 0;
+    const bool isPrivate = (status.st_mode & permissions) == onlyForTheOwner;
+    if (!isPrivate && chmod(folder.c_str(), onlyForTheOwner) != 0)
+        return FileError("Could not set the permissions of", folder, errno).what();
+    return std::nullopt;
 }
 
 }  // namespace
@@ -88,15 +98,23 @@ std::optional<std::filesystem::path> XDGFolders::downloads() const {
     return folder;
 }
 
+std::filesystem::path XDGFolders::groupFolder(std::string_view identifier) const {
+    return data_ / "Vark Group Containers" / identifier;
+}
+
 std::optional<std::filesystem::path> XDGFolders::groupContainer(std::string_view identifier) const {
+    return groupContainerTrouble(identifier) ? std::nullopt : std::optional(groupFolder(identifier));
+}
+
+std::optional<std::string> XDGFolders::groupContainerTrouble(std::string_view identifier) const {
     if (identifier.empty() || identifier.starts_with('.') || identifier.find('/') != std::string_view::npos)
-        return std::nullopt;
+        return fmt::format("\"{}\" is no name for the folder of a group.", identifier);
     std::error_code failure;
     std::filesystem::create_directories(data_, failure);
-    const std::filesystem::path containers = data_ / "Vark Group Containers";
-    std::filesystem::path folder = containers / identifier;
-    if (!makePrivateFolder(containers) || !makePrivateFolder(folder)) return std::nullopt;
-    return folder;
+    if (failure) return FileError("Could not make", data_, failure.value()).what();
+    const std::filesystem::path folder = groupFolder(identifier);
+    std::optional<std::string> trouble = troubleWithPrivateFolder(folder.parent_path());
+    return trouble ? trouble : troubleWithPrivateFolder(folder);
 }
 
 }  // namespace vark

@@ -98,6 +98,37 @@ TEST_F(ChunkSender, GoesWhereBeginSaidAndTakesTheTokenOnlyToTheApplication) {
     }
 }
 
+TEST_F(ChunkSender, NothingIsKeptOfAnUploadThatHasEnded) {
+    struct Case {
+        const char* name;
+        int status;
+        std::function<Task<void>()> end;
+        bool waysStay;
+    };
+    const auto finish = [this]() -> Task<void> { co_await api.finish("u1"); };
+    const auto status = [this]() -> Task<void> { co_await api.status("u1"); };
+    const Case cases[] = {
+        {"landed", 202, finish, true},
+        {"gone when it was finished", 409, finish, false},
+        {"gone when it was asked about", 410, status, false},
+        {"gone in the middle", 404, [this] { return chunk(1, 0, 8); }, false},
+        {"cancelled", 204, [this] { return api.cancel("u1"); }, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        api.rememberChunkBase("u1", "https://bytes.example/u");
+        session.queue(200);
+        loop.run(chunk(0, 0, 8));
+        session.queue(c.status);
+        failureOf(c.end());
+        EXPECT_EQ(ways.take("u1").internet, c.waysStay);
+        session.queue(200);
+        loop.run(chunk(0, 0, 8));
+        EXPECT_EQ(session.requests.back().url.host(), "vark.example");
+        ways.take("u1");
+    }
+}
+
 TEST_F(ChunkSender, WithoutATokenNoChunkGoesAnywhere) {
     api.rememberChunkBase("u1", "https://bytes.example/u");
     token = std::nullopt;

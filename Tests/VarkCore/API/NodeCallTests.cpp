@@ -41,7 +41,7 @@ TEST_F(NodeCalls, ANodeProvesOnceThatItSpeaksTheAPIAndThenTakesTheCalls) {
     EXPECT_EQ(loop.run(folderOf()), "c");
 
     const std::string common =
-        " HTTP/1.1\r\nHost: api.example\r\nConnection: close\r\nUser-Agent: Vark/1.0 (macOS; LAN)\r\n"
+        " HTTP/1.1\r\nHost: api.vark.example\r\nConnection: close\r\nUser-Agent: Vark/1.0 (macOS; LAN)\r\n"
         "Accept: application/json\r\nAuthorization: Bearer t0ken\r\n";
     const std::string call = "POST /api/folders" + common +
                              "Content-Type: application/json\r\nContent-Length: 12\r\n\r\n" +
@@ -70,7 +70,8 @@ TEST_F(NodeCalls, OnlyAnAnswerOfTheAPIIsAProof) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         now = now + 61;
-        lan.update({{"A", c.name, "10.0.0.1", 8443, now, true}});
+        const std::string host = std::string(c.name) + ".vark.example";
+        lan.update({{"A", host, "10.0.0.1", 8443, now, true}});
         dialer.targets.clear();
         session.requests.clear();
         dialer.queue(c.probe);
@@ -79,9 +80,41 @@ TEST_F(NodeCalls, OnlyAnAnswerOfTheAPIIsAProof) {
         loop.run(folderOf());
         EXPECT_EQ(dialer.targets.size(), c.isProof ? 2U : 1U);
         EXPECT_EQ(session.requests.size(), c.isProof ? 0U : 1U);
-        EXPECT_EQ(lan.isAPIVerified(c.name), c.isProof);
-        EXPECT_EQ(isBad(c.name), !c.isProof);
+        EXPECT_EQ(lan.isAPIVerified(host), c.isProof);
+        EXPECT_EQ(isBad(host), !c.isProof);
     }
+}
+
+/// Anybody in the office may announce a node, and have a good certificate for a name of his own.
+TEST_F(NodeCalls, OnlyANodeThatTheVarkStandsForIsAskedAnything) {
+    const std::string stranger = "node.stranger.example";
+    const auto withStranger = [&] {
+        lan.update(
+            {{"0", stranger, "10.6.6.6", 8443, now, true}, {"A", apiNode, "10.0.0.1", 8443, now, true}});
+    };
+    lan.setAPIVerified(stranger);
+    lan.setAPIVerified(apiNode);
+    session.script = [](const HTTPRequest&) { return answer(200, "{}"); };
+    withStranger();
+    dialer.queue(nodeAnswer(200, "{}"));
+    loop.run(call());
+    EXPECT_THAT(dialled(), ElementsAre(apiNode));
+
+    // Alone it gets nothing: no call, no chunk, no download, no proof.
+    lan.remove("A");
+    api.rememberChunkBase("plain", "http://" + stranger + "/u");
+    loop.run(call());
+    loop.run(chunk());
+    loop.run(api.download(7, folder / "item")->value());
+    EXPECT_THAT(dialled(), ElementsAre(apiNode));
+    EXPECT_EQ(session.requests.size(), 3U);
+
+    // One that the vark sends us to is the vark's.
+    session.queue(200, R"({"upload_id":"u2","chunk_size":8,"chunk_url":"https://Node.Stranger.example/u"})");
+    loop.run(api.begin("a", 1, "ab", 0, false));
+    dialer.queue(nodeAnswer(200, "{}"));
+    loop.run(call());
+    EXPECT_THAT(dialled(), ElementsAre(apiNode, stranger));
 }
 
 TEST_F(NodeCalls, ACallWithoutATokenCarriesNoneAndTheProofOnlyIfThereIsOne) {
@@ -224,7 +257,7 @@ TEST_F(NodeCalls, AChunkTakesTheTokenOnlyToANodeThatTakesThePlaceOfTheApplicatio
     dialer.queue(nodeAnswer(200));
     loop.run(chunk());
     EXPECT_EQ(dialer.received[0],
-              "PUT /portal/api/upload/u1/5 HTTP/1.1\r\nHost: api.example\r\nConnection: close\r\n"
+              "PUT /portal/api/upload/u1/5 HTTP/1.1\r\nHost: api.vark.example\r\nConnection: close\r\n"
               "User-Agent: Vark/1.0 (macOS; LAN)\r\nContent-Type: application/octet-stream\r\n"
               "Content-Length: 12\r\nAuthorization: Bearer t0ken\r\n\r\ntwelve bytes");
     EXPECT_THAT(told, ElementsAre(12));

@@ -101,7 +101,7 @@ std::string listOf(std::size_t count, std::string_view element) {
 
 TEST(VarkPage, RefusesWhatNoHonestVarkSends) {
     const std::string item = R"({"id":1})";
-    EXPECT_EQ(read<VarkPage>(R"({"items":)" + listOf(100'000, item) + "}").items.size(), 100'000U);
+    EXPECT_EQ(read<VarkPage>(R"({"items":)" + listOf(250'000, item) + "}").items.size(), 250'000U);
     const std::string refused[] = {
         "{}",
         R"({"items":null})",
@@ -111,13 +111,13 @@ TEST(VarkPage, RefusesWhatNoHonestVarkSends) {
         R"({"items":[],"ahead":[]})",
         R"({"items":[],"ahead":{"12":{}}})",
         R"({"items":[],"ahead":{"12":null}})",
-        R"({"items":)" + listOf(100'001, item) + "}",
-        R"({"items":[{"id":1}],"ahead":{"12":{"items":)" + listOf(100'000, item) + "}}}",
+        R"({"items":)" + listOf(250'001, item) + "}",
+        R"({"items":[{"id":1}],"ahead":{"12":{"items":)" + listOf(250'000, item) + "}}}",
         R"({"items":)" + std::string(100'000, '[') + "}",
     };
     for (const std::string& body : refused)
         EXPECT_THROW(read<VarkPage>(body), DecodingError) << body.substr(0, 80);
-    EXPECT_THROW(read<VarkChanges>(R"({"gone":)" + listOf(100'001, "1") + "}"), DecodingError);
+    EXPECT_THROW(read<VarkChanges>(R"({"gone":)" + listOf(250'001, "1") + "}"), DecodingError);
     EXPECT_THROW(read<VarkChanges>(R"({"gone":[1.5]})"), DecodingError);
 }
 

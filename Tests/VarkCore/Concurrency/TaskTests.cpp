@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <memory>
 #include <stdexcept>
@@ -213,6 +216,30 @@ TEST(BlockingPool, RunsElsewhereAndBringsResultsAndFailuresBack) {
         co_return world->executor.isCurrent() ? text : "not back";
     };
     EXPECT_EQ(loop.run(work(&loop)), "elsewhere failed");
+}
+
+TEST(BlockingPool, ASystemWithoutThreadsFailsTheWorkAndLeavesNothingOfItBehind) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit none{0, 0};
+        bool isWhole = setrlimit(RLIMIT_NPROC, &none) == 0 && (getuid() != 0 || setuid(65534) == 0);
+        SerialExecutor executor;
+        ManualClock clock;
+        BlockingPool pool(1);
+        auto work = [](BlockingPool* threads) -> Task<bool> {
+            try {
+                co_await threads->run([] {});
+            } catch (const std::runtime_error& error) {
+                co_return std::string_view(error.what()).starts_with("The system allows no further thread.");
+            }
+            co_return false;
+        };
+        isWhole = isWhole && run(executor, clock, work(&pool)) && pool.isIdle();
+        _exit(isWhole ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(BlockingPool, WorkBeyondTheBoundWaitsItsTurnAndAllOfItRuns) {

@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
+
 #include "Tests/Support/TemporaryFolder.h"
 
 namespace vark {
@@ -74,6 +76,14 @@ TEST(Files, ReadsWholeFilesUpToTheLimit) {
     } catch (const FileError& error) {
         EXPECT_EQ(error.errorNumber(), ENOENT);
     }
+}
+
+TEST(Files, AStampIsTheSameAfterItsTimeWasWrittenDown) {
+    constexpr double time = 1'760'000'000.123'456'7;
+    const FileStamp stamp{5, time};
+    EXPECT_EQ(stamp, (FileStamp{5, std::nextafter(time, 0)}));
+    EXPECT_NE(stamp, (FileStamp{6, time}));
+    EXPECT_NE(stamp, (FileStamp{5, time + 0.000'01}));
 }
 
 TEST(Files, DescriptorsAreClosedOnceAndNotHandedToPrograms) {

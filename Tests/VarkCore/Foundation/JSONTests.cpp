@@ -35,6 +35,11 @@ TEST(JSON, RefusesBytesThatAreNoJSON) {
         EXPECT_THROW(parseJSON(bytes), DecodingError) << bytes;
     }
     EXPECT_NO_THROW(parseJSON(deep.substr(1) + bottom.substr(1)));
+    std::string many = "[0";
+    for (int count = 1; count < 1'199'999; ++count)
+        many += ",0";
+    EXPECT_NO_THROW(parseJSON(many + ']'));
+    EXPECT_THROW(parseJSON(many + ",0]"), DecodingError);
     EXPECT_NO_THROW(parseJSON(" {\"a\":[1, 2]}\n"));
 }
 

@@ -26,8 +26,9 @@ TEST(URL, KeepsAFormThatMayStandInARequest) {
 }
 
 TEST(URL, RefusesWhatIsNone) {
-    for (const char* text : {"", "https://va rk.example/", "https://\"h\"/", "http://h:65536/",
-                             "http://h:port/", "http://[::1/", " https://h/", "1http://h/", "://h"}) {
+    for (const char* text :
+         {"", "https://va rk.example/", "https://\"h\"/", "http://h:65536/", "http://h:99999/",
+          "http://h:port/", "http://[::1/", " https://h/", "1http://h/", "://h"}) {
         EXPECT_EQ(URL::parse(text), std::nullopt) << text;
     }
 }

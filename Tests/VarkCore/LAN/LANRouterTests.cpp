@@ -61,6 +61,8 @@ TEST(LANRouter, WritesAnIPv6AddressInBrackets) {
               "https://[fe80::1]:8443/a");
 }
 
+const auto any = [](const LANNode&) { return true; };
+
 TEST(LANRouter, LeavesANodeAloneForAMinuteAfterItFailed) {
     LANRouter router({node("a", "a.example", true), node("b", "b.example", true)});
     const auto isRouted = [&](Date when) {
@@ -70,25 +72,26 @@ TEST(LANRouter, LeavesANodeAloneForAMinuteAfterItFailed) {
     for (const double second : {0.0, 59.9}) {
         EXPECT_FALSE(isRouted(now + second));
         EXPECT_TRUE(router.isBad("a.EXAMPLE", now + second));
-        EXPECT_EQ(router.apiNode(now + second)->name, "b");
+        EXPECT_EQ(router.apiNode(now + second, any)->name, "b");
     }
     router.update({node("a", "a.example", true)});
     EXPECT_FALSE(isRouted(now + 30)) << "a node that comes back is still bad";
     EXPECT_TRUE(isRouted(now + 60));
     EXPECT_FALSE(router.isBad("a.example", now + 60));
-    EXPECT_EQ(router.apiNode(now + 60)->name, "a");
+    EXPECT_EQ(router.apiNode(now + 60, any)->name, "a");
 }
 
 TEST(LANRouter, TheFirstNodeByNameThatSpeaksTheAPIServesIt) {
     LANRouter router({node("c", "a.example", true), node("a", "b.example"), node("b", "c.example", true)});
-    EXPECT_EQ(router.apiNode(now)->name, "b");
-    EXPECT_EQ(router.apiRoute(url("https://vark.example/api/x?limit=5"), now)->requestTarget(),
+    EXPECT_EQ(router.apiNode(now, any)->name, "b");
+    EXPECT_EQ(router.apiNode(now, [](const LANNode& one) { return one.host != "c.example"; })->name, "c");
+    EXPECT_EQ(router.apiRoute(url("https://vark.example/api/x?limit=5"), now, any)->requestTarget(),
               "/api/x?limit=5");
-    EXPECT_EQ(router.apiRoute(url("http://vark.example/api/x"), now), std::nullopt);
+    EXPECT_EQ(router.apiRoute(url("http://vark.example/api/x"), now, any), std::nullopt);
 
     router.setAPIVerified("C.example");
     router.update({});
-    EXPECT_EQ(router.apiRoute(url("https://vark.example/api/x"), now), std::nullopt);
+    EXPECT_EQ(router.apiRoute(url("https://vark.example/api/x"), now, any), std::nullopt);
     EXPECT_TRUE(router.isAPIVerified("c.EXAMPLE"));
     EXPECT_FALSE(router.isAPIVerified("a.example"));
 }

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "Tests/Support/CollectedBody.h"
 #include "Tests/Support/FakeDialer.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
@@ -40,9 +41,7 @@ class LANTransferTest : public testing::Test {
 
     static Date dateOf(Instant instant) { return Date{1000 + inSeconds(instant.time_since_epoch())}; }
 
-    Task<Response> get(std::shared_ptr<Progress> progress = nullptr) {
-        return lan.get(routeTo(), folder / "new/file", std::move(progress));
-    }
+    Task<Response> get() { return lan.get(routeTo(), {{"Range", "bytes=3-"}}, body); }
     Task<Response> put(const std::filesystem::path& file, std::int64_t offset, std::int64_t length,
                        TokenBucket* limiter = nullptr, LANTransfer::PutProgress progress = {}) {
         return lan.put(file, offset, length, "application/octet-stream", routeTo(), limiter, {{"X-A", "b"}},
@@ -57,7 +56,7 @@ class LANTransferTest : public testing::Test {
         }
         return "";
     }
-    std::string downloaded() const { return readWholeFile(folder / "new/file"); }
+    test::CollectedBody body;
 };
 
 TEST_F(LANTransferTest, ARequestGoesOutInOnePiece) {
@@ -186,35 +185,34 @@ TEST_F(LANTransferTest, AChunkKeepsThePaceButNoPieceWaitsLongerThanTwoSeconds) {
     EXPECT_TRUE(slow.done());
 }
 
-TEST_F(LANTransferTest, ADownloadReplacesWhatStoodThere) {
-    const std::filesystem::path old = folder.file("old", "stays");
-    std::filesystem::create_directories(folder / "new");
-    std::filesystem::create_symlink(old, folder / "new/file");
-    dialer.queue({.pieces = {"HTTP/1.1 404 None\r\nContent-Length: 6\r\n\r\nab", "cd", "efgh"},
+TEST_F(LANTransferTest, OnlyTheBodyOfASuccessGoesToTheSink) {
+    dialer.queue({.pieces = {"HTTP/1.1 206 Part\r\nContent-Length: 6\r\n\r\nab", "cd", "efgh"},
                   .then = ScriptedNode::silence});
-    const auto progress = std::make_shared<Progress>(-1);
-    EXPECT_EQ(loop.run(get(progress)).body, "");
-    EXPECT_EQ(downloaded(), "abcdef");
-    EXPECT_EQ(progress->totalUnitCount(), 6);
-    EXPECT_EQ(progress->completedUnitCount(), 6);
-    EXPECT_EQ(readWholeFile(old), "stays") << "the link was replaced, not what it leads to";
-    EXPECT_THAT(dialer.received.front(), testing::EndsWith("LAN)\r\n\r\n")) << "no token goes along";
+    EXPECT_EQ(loop.run(get()).body, "");
+    EXPECT_EQ(body.bytes, "abcdef");
+    EXPECT_EQ(body.head.status, 206);
+    EXPECT_EQ(body.head.headers, (std::vector<HTTPHeader>{{"content-length", "6"}}));
+    EXPECT_THAT(dialer.received.front(), testing::EndsWith("LAN)\r\nRange: bytes=3-\r\n\r\n"));
 
-    dialer.queue(nodeAnswer(200));
-    loop.run(get(progress));
-    EXPECT_EQ(downloaded(), "");
-    EXPECT_EQ(progress->totalUnitCount(), 1);
-    EXPECT_EQ(progress->completedUnitCount(), 0);
+    body = {};
+    dialer.queue({.pieces = {"HTTP/1.1 200\r\nContent-Length: 0\r\n", "\r\n"}});
+    loop.run(get());
+    EXPECT_EQ(body.pieces, 1) << "it is told of a success without bytes too";
+
+    body = {};
+    dialer.queue(nodeAnswer(404, "none"));
+    EXPECT_EQ(loop.run(get()).body, "none");
+    EXPECT_EQ(body.pieces, 0);
 }
 
-TEST_F(LANTransferTest, ADownloadThatBreaksOffLeavesWhatHasCome) {
+TEST_F(LANTransferTest, ADownloadThatBreaksOffHasHandedOnWhatHasCome) {
     dialer.queue({.pieces = {"HTTP/1.1 200\r\nContent-Length: 6\r\n\r\n", "abc"}});
     EXPECT_EQ(failureOf(get()), Failure::shortBody().what());
-    EXPECT_EQ(downloaded(), "abc");
+    EXPECT_EQ(body.bytes, "abc");
 
-    folder.file("blocked");
+    body.failure = FileError("Could not write", "file", ENOSPC);
     dialer.queue(nodeAnswer(200, "abc"));
-    EXPECT_THROW(loop.run(lan.get(routeTo(), folder / "blocked/file", nullptr)), FileError);
+    EXPECT_THROW(loop.run(get()), FileError);
     EXPECT_EQ(dialer.open, 0);
 }
 

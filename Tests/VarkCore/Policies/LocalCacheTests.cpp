@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Policies/LocalCache.h"
 
 namespace vark::test {
@@ -78,6 +82,32 @@ TEST_F(LocalCacheTest, NamesWhatCouldNotBeRemoved) {
                   (LocalCache::Freed{0, {"locked"}}));
     }
     fs::permissions(folder / "cache/locked", fs::perms(0755));
+}
+
+TEST_F(LocalCacheTest, SweepsWhatAKilledProcessLeftUnfinishedAndNothingElse) {
+    // Of a process that has ended, and so its number is nobody's.
+    const pid_t child = fork();
+    if (child == 0) _exit(0);
+    waitpid(child, nullptr, 0);
+    const std::string dead = std::to_string(child);
+    const std::string id = "8F0C1B1E-0B0A-4C0D-9E0F-102030405060";
+    const std::int64_t one = LocalCache::size(fill("left/.vark-" + dead + "-" + id + ".tmp"));
+    fill("left/.vark-" + id + ".tmp");
+    fs::last_write_time(folder / ("left/.vark-" + id + ".tmp"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(2));
+    fill("stays/.vark-9F0C1B1E-0B0A-4C0D-9E0F-102030405060.tmp");
+    fill("stays/.vark-" + std::to_string(getpid()) + "-" + id + ".tmp");
+    fill("stays/.vark-" + dead + "-" + id);
+    fill("stays/vark-" + dead + ".tmp");
+    ASSERT_EQ(mkfifo((folder / ("stays/.vark-" + dead + "-pipe.tmp")).c_str(), 0600), 0);
+    // Its maker's number is not known here, as in another container, but somebody is writing it.
+    UnfinishedFile written(folder / ("stays/.vark-" + dead + "-" + id + "2.tmp"), 0600);
+
+    const std::vector<fs::path> folders = {folder / "left", folder / "stays", folder / "nowhere"};
+    EXPECT_EQ(LocalCache::sizeOfLeftovers(folders), 2 * one);
+    EXPECT_EQ(LocalCache::sweep(folders), 2 * one);
+    EXPECT_TRUE(fs::is_empty(folder / "left"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "stays"), {}), 6);
 }
 
 TEST(LocalCache, SaysWhatItHoldsAndWhatItFreed) {

@@ -69,6 +69,11 @@ TEST(SyncSummary, CountsWhatHasGoneWhenItOvertakesTheSize) {
         {sending(Kind::upload, "a", 0, 30), sending(Kind::upload, "b", 0, 150), op(State::waiting, "w", 0)});
     EXPECT_EQ(summary.bytesDone(), 180);
     EXPECT_EQ(summary.bytesTotal(), 250);
+
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+    EXPECT_EQ(
+        SyncSummary({sending(Kind::upload, "a", 0, most), sending(Kind::upload, "b", 0, most)}).bytesTotal(),
+        most);
 }
 
 TEST(SyncSummary, TellsWhatWaitsByTheNameOfItsFolder) {

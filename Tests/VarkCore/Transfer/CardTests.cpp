@@ -68,6 +68,12 @@ TEST(CardNaming, PutsTheDayBeforeTheName) {
         EXPECT_EQ(CardNaming::title(blank, evening, calendar), "2025-03-03");
 }
 
+TEST(CardNaming, MakesOneFolderOfWhateverIsWrittenOnTheCard) {
+    EXPECT_EQ(CardNaming::folder("2025-03-03 EOS DIGITAL"), "2025-03-03 EOS DIGITAL");
+    EXPECT_EQ(CardNaming::folder("2025-03-03 ../../Jobs"), "2025-03-03 ..-..-Jobs");
+    EXPECT_EQ(CardNaming::folder("A/B\n\x1b]0;\x7f"), "A-B--]0;-");
+}
+
 TEST(PendingDrop, SaysWhereItCameFrom) {
     struct Case {
         DropSource::Case source;

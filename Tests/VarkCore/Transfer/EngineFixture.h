@@ -29,7 +29,9 @@ class EngineTest : public ::testing::Test {
         loop.settle();
     }
 
-    void makeEngine(int chunkSlots = 3) {
+    /// The saved queue is written on the loop's own pool, or on another one whose jobs `settle` does not wait
+    /// for.
+    void makeEngine(int chunkSlots = 3, BlockingPool* savingPool = nullptr) {
         engine.reset();
         events.clear();
         TransferEngine::Host host{loop.executor,
@@ -37,7 +39,7 @@ class EngineTest : public ::testing::Test {
                                   [this] { return date(); },
                                   Calendar("UTC"),
                                   loop.pool,
-                                  loop.pool,
+                                  savingPool != nullptr ? *savingPool : loop.pool,
                                   volumes,
                                   [this] {
                                       auto monitor = std::make_unique<FakePathMonitor>();
@@ -97,7 +99,8 @@ class EngineTest : public ::testing::Test {
         } else if (const auto* decision = std::get_if<TransferEngine::DecisionNeeded>(&event)) {
             events.push_back("decide " + decision->name);
         } else if (const auto* signedOut = std::get_if<TransferEngine::SignedOut>(&event)) {
-            events.push_back("signed out " + signedOut->refused.code.value_or("-"));
+            events.push_back("signed out " + signedOut->refused.code.value_or("-") +
+                             (signedOut->hadProgress ? "" : ", without progress"));
         } else {
             events.push_back("no token");
         }
@@ -107,7 +110,11 @@ class EngineTest : public ::testing::Test {
     TestLoop loop;
     std::shared_ptr<FakeVark> vark = std::make_shared<FakeVark>();
     FakeVolumes volumes;
-    QueueStore store{folder.path() / "queue.json"};
+    int encodings = 0;
+    QueueStore store{folder.path() / "queue.json", [this] {
+                         ++encodings;
+                         return date();
+                     }};
     TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
     std::shared_ptr<FakePathMonitor::Remote> network;
     int monitorsMade = 0;

@@ -117,6 +117,17 @@ TEST_F(TransferEngineHolds, ARefusedTokenPausesTheQueueUntilItIsGoodAgain) {
     EXPECT_TRUE(saved()->pausedByVark.value_or(false));
     EXPECT_THAT(logged(),
                 Contains("The vark refused this Mac's token; the queue is paused while that is checked"));
+    // Whoever limits the rounds must know those apart that lead nowhere.
+    const VarkAPIError refusal = VarkAPIError::unauthorized("Gone", "VARK-410");
+    vark->failures["chunk"].push_back(refusal);
+    EXPECT_TRUE(engine->resumeIfTheVarkPausedIt());
+    loop.advance(5s);
+    EXPECT_EQ(events.back(), "signed out VARK-410, without progress");
+    EXPECT_TRUE(engine->resumeIfTheVarkPausedIt());
+    loop.advance(150ms);
+    vark->failures["chunk"].push_back(refusal);
+    loop.advance(5s);
+    EXPECT_EQ(events.back(), "signed out VARK-410");
     EXPECT_TRUE(engine->resumeIfTheVarkPausedIt());
     loop.advance(60s);
     EXPECT_THAT(states(), ElementsAre("verified"));
@@ -158,8 +169,8 @@ TEST_F(TransferEngineHolds, ACardThatGoesHoldsTheQueueAndItsReturnCarriesOn) {
     loop.advance(150ms);
     std::filesystem::rename(card, folder.path() / "away");
     engine->watchIngestDrive();
-    EXPECT_EQ(engine->hold(), "Plug CARD back in to carry on. Nothing is lost.");
     loop.settle();
+    EXPECT_EQ(engine->hold(), "Plug CARD back in to carry on. Nothing is lost.");
     EXPECT_THAT(states(), ElementsAre("queued"));
     loop.advance(31s);
     EXPECT_TRUE(engine->hold());
@@ -171,6 +182,26 @@ TEST_F(TransferEngineHolds, ACardThatGoesHoldsTheQueueAndItsReturnCarriesOn) {
     EXPECT_THAT(logged(), Contains("CARD is back; carrying on"));
     EXPECT_EQ(vark->ingestIDs.back(), 9);
     EXPECT_EQ(vark->sources.back(), "DCIM/a.mov");
+}
+
+TEST_F(TransferEngineHolds, TheCardIsLookedForOffTheExecutor) {
+    std::filesystem::path card = folder.path() / "files" / "CARD";
+    write("CARD/a.mov", 10'000);
+    engine->start(false);
+    ingestFrom(card);
+    std::atomic<int> looks = 0;
+    volumes.asked = [&] {
+        ++looks;
+        EXPECT_FALSE(loop.executor.isCurrent()) << "a card that does not answer would stop everything";
+    };
+    add({card});
+    vark->failures["begin"].push_back(VarkAPIError::server(400));
+    engine->watchIngestDrive();
+    loop.advance(31s);
+    engine->driveMayBeBack();
+    loop.settle();
+    EXPECT_GT(looks, 0);
+    volumes.asked = nullptr;
 }
 
 TEST_F(TransferEngineHolds, AnErrorWhileTheCardIsGoneNeverFailsTheItem) {
@@ -199,6 +230,7 @@ TEST_F(TransferEngineHolds, NothingThatNeedsNoCardAsksForIt) {
     loop.advance(5s);
     std::filesystem::rename(card, folder.path() / "away");
     engine->watchIngestDrive();
+    loop.settle();
     EXPECT_EQ(engine->hold(), std::nullopt);
     engine->ingestReported();
     EXPECT_TRUE(saved()->ingest->reported);

@@ -104,17 +104,6 @@ TEST_F(TransferEngineLifecycle, SavesAreGatheredToOneASecondAndAFlushIsAtOnce) {
     EXPECT_EQ(saved()->title, "Three");
 }
 
-TEST_F(TransferEngineLifecycle, ADiskThatTakesNoQueueStopsNothing) {
-    std::filesystem::path file = write("a.mov", 100);
-    std::filesystem::create_directories(folder.path() / "queue.json");  // No file can be put there.
-    engine->start(false);
-    add({file});
-    loop.advance(5s);
-    EXPECT_THAT(states(), ElementsAre("verified"));
-    engine->pause();
-    EXPECT_TRUE(engine->isPaused());
-}
-
 TEST_F(TransferEngineLifecycle, NoMoreFilesAtOnceThanAllowedAndInQueueOrder) {
     std::vector<std::filesystem::path> files;
     for (int i = 0; i < 10; ++i)

@@ -1,3 +1,4 @@
+#include <future>
 #include <random>
 #include <set>
 
@@ -67,6 +68,93 @@ TEST_F(EngineQueue, TheSameThingIsAddedOnceHoweverItIsSpelled) {
     EXPECT_EQ(engine->job()->title, "Shoot");
     EXPECT_EQ(item("a.mov").localPath, file.string());
     EXPECT_EQ(item("a.mov").relativePath, "Shoot/a.mov");
+}
+
+TEST_F(EngineQueue, WhatIsInTheQueueIsLookedThroughAgain) {
+    const std::filesystem::path shoot = write("Shoot/same.mov", 10).parent_path();
+    write("Shoot/changed.mov", 10);
+    write("Shoot/failing.mov", 10);
+    engine->start(false);
+    const UUID entry = add({shoot}).entries.at(0);
+    vark->lasting.emplace("finish", VarkAPIError::server(400));
+    loop.advance(5s);
+    vark->lasting.clear();
+    engine->retryFailed();
+    vark->failures["finish"].push_back(VarkAPIError::server(400));
+    loop.advance(5s);
+    ASSERT_EQ(engine->overall().filesFailed, 1);
+    const std::string failing(
+        std::ranges::find(engine->job()->items, ItemState::failed, &TransferItem::state)->name());
+
+    write("Shoot/changed.mov", 20);
+    write("Shoot/" + failing, 30);
+    write("Shoot/sub/new.mov", 40);
+    write("Shoot/.hidden", 50);
+    write("Other/other.mov", 60);
+    engine->setHold("sleep", "Asleep");
+    const TransferEngine::Added added = add({shoot, shoot, shoot.parent_path() / "Other"});
+    EXPECT_EQ(added.items, 2);
+    EXPECT_EQ(added.again, failing == "changed.mov" ? 1 : 2);
+    EXPECT_THAT(added.entries, ElementsAre(entry, entry, engine->job()->entries.at(1).id));
+    EXPECT_THAT(added.passedOver,
+                ElementsAre(Walker::PassedOver{"Shoot/.hidden", Walker::PassedOver::Kind::hidden},
+                            Walker::PassedOver{"Shoot/.hidden", Walker::PassedOver::Kind::hidden}));
+    EXPECT_EQ(item("new.mov").entryID, entry);
+    EXPECT_EQ(item("new.mov").localPath, (shoot / "sub/new.mov").string());
+    EXPECT_EQ(item("same.mov").state, failing == "same.mov" ? ItemState::queued : ItemState::verified);
+    EXPECT_EQ(item("changed.mov").state, ItemState::queued);
+    EXPECT_EQ(item(failing).error, std::nullopt);
+    EXPECT_EQ(engine->job()->entries[0].fileCount, 4);
+    expectTotalsOfAFullPass();
+
+    Walker::Options options;
+    options.hidden = true;
+    TaskHandle<TransferEngine::Added> hidden = loop.start(engine->add({shoot}, options));
+    loop.settle();
+    EXPECT_EQ(hidden.result().items, 1);
+    std::filesystem::remove_all(shoot);
+    const TransferEngine::Added gone = add({shoot});
+    EXPECT_THAT(gone.entries, ElementsAre(entry));
+    EXPECT_THAT(gone.notAdded.at(0).sentence, HasSubstr("Could not add " + shoot.string()));
+}
+
+TEST_F(EngineQueue, NothingIsAddedByAWalkThatIsCancelledOrWhenTheRunIsEnding) {
+    const std::filesystem::path shoot = write("Shoot/a.mov", 10).parent_path();
+    engine->start(false);
+    TaskHandle<TransferEngine::Added> walk = loop.start(engine->add({shoot, shoot / "a.mov"}));
+    walk.cancel();
+    loop.settle();
+    EXPECT_THROW(walk.result(), CancellationError);
+    EXPECT_FALSE(engine->job());
+
+    std::promise<void> gate;
+    volumes.asked = [open = gate.get_future().share()] { open.wait(); };
+    walk = loop.start(engine->add({shoot}));
+    loop.executor.runReady();
+    engine->pauseForQuit();
+    gate.set_value();
+    loop.settle();
+    EXPECT_EQ(walk.result().items, 0);
+    EXPECT_THAT(walk.result().notAdded.at(0).sentence, HasSubstr("this run is ending"));
+    EXPECT_FALSE(engine->job());
+}
+
+TEST_F(EngineQueue, TheVarkIsToldOfWhatIsGivenUpForAsLongAsItIsWaitedFor) {
+    std::vector<std::filesystem::path> files;
+    for (int i = 0; i < 4; ++i)
+        files.push_back(write("f" + std::to_string(i), 100'000));
+    engine->start(false);
+    const std::vector<UUID> entries = add(files).entries;
+    loop.advance(1s);
+    vark->cancelTime = 7s;
+    engine->remove(std::unordered_set<UUID>(entries.begin(), entries.end()));
+    engine->pauseForQuit();
+    const Instant begun = loop.clock.now();
+    EXPECT_THROW(loop.run(withTimeout(Duration(5s), engine->serverCancelsDone())), TimeoutError);
+    EXPECT_EQ(loop.clock.now() - begun, 5s);
+    EXPECT_EQ(vark->uploads.size(), 4U);
+    loop.run(engine->serverCancelsDone());
+    EXPECT_EQ(vark->uploads.size(), 0U);
 }
 
 TEST_F(EngineQueue, APathThatCannotBeAddedIsToldAndTheOthersGoOn) {
@@ -189,6 +277,36 @@ TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
         if (!model.empty()) expected = *model.begin();
         ASSERT_EQ(set.first(), expected);
     }
+}
+
+TEST_F(EngineQueue, OfACardIsKeptWhatBecameOfEachFileThatLeavesTheList) {
+    using Kind = IngestInfo::Unlisted::Kind;
+    const std::filesystem::path card = folder.path() / "files" / "CARD";
+    write("CARD/A/1.mov", 100);
+    write("CARD/B/2.mov", 100);
+    write("CARD/C/3.mov", 100, 'c');
+    IngestInfo info;
+    info.drive = "CARD";
+    info.volumePath = card;
+    engine->start(false);
+    engine->setIngest(info);
+    engine->maxConcurrentFiles = 1;
+    add({card});
+    loop.advance(150ms);
+    ASSERT_THAT(states(), ElementsAre("verified", "uploading", "queued"));
+    engine->leaveOut({"C", "A"});
+    EXPECT_THAT(states(), ElementsAre("verified", "uploading"));
+    EXPECT_THAT(engine->job()->ingest->leftOut, ElementsAre("C", "A"));
+    expectTotalsOfAFullPass();
+
+    const double landedAt = item("1.mov").mtime;
+    const double waitedAt = item("2.mov").mtime;
+    engine->remove(engine->job()->entries.at(0).id);
+    EXPECT_THAT(engine->job()->ingest->unlisted,
+                ElementsAre(IngestInfo::Unlisted{Kind::landed, "A/1.mov", 100, landedAt},
+                            IngestInfo::Unlisted{Kind::removed, "B/2.mov", 100, waitedAt}));
+    loop.advance(2s);
+    EXPECT_EQ(saved()->ingest, engine->job()->ingest);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include "EngineFixture.h"
 
 namespace vark::test {
@@ -77,6 +79,7 @@ TEST_F(ItemPipeline, AConflictWaitsForItsDecision) {
 }
 
 TEST_F(ItemPipeline, CallsAreTriedAgainAfterLongerAndLongerWaitsAndTheSixthFailureIsFinal) {
+    engine->patience = {};
     for (const char* kind : {"begin", "finish", "status", "chunk"}) {
         SCOPED_TRACE(kind);
         engine->clearAll();
@@ -188,7 +191,53 @@ TEST_F(ItemPipeline, TheVarksCheckDecidesAndItsWordsAreKept) {
         send(100);
         loop.advance(5s);
         EXPECT_EQ(item("a.mov").error, one.sentence);
+        // Neither the bytes that the vark has nor their hash can be relied on.
+        EXPECT_FALSE(item("a.mov").sha256);
+        EXPECT_EQ(item("a.mov").bytesDone(), 0);
+        vark->uploads.clear();
+        vark->verdict.reset();
+        engine->retryFailed();
+        loop.advance(5s);
+        EXPECT_THAT(states(), ElementsAre("verified"));
+        vark->files.clear();
     }
+}
+
+TEST_F(ItemPipeline, AVarkThatNothingGetsThroughToIsWaitedForAndSaidToBeOutOfReach) {
+    for (const char* kind : {"begin", "chunk"}) {
+        SCOPED_TRACE(kind);
+        vark->lasting.emplace(kind, VarkAPIError::server(503, "Closed for repairs."));
+        send(300, std::string(kind) + ".mov");
+        send(300, std::string(kind) + "2.mov");
+        const Date begun = date();
+        loop.advance(900s);
+        ASSERT_TRUE(engine->outage());
+        EXPECT_LE(engine->outage()->since - begun, 1);
+        EXPECT_EQ(engine->outage()->why, "Closed for repairs. (The vark answered 503.)");
+        EXPECT_GE(engine->outage()->nextTry, date());
+        EXPECT_LE(engine->outage()->nextTry - date(), 60);
+        EXPECT_EQ(engine->overall().filesFailed, 0);
+        vark->lasting.clear();
+        loop.advance(65s);
+        EXPECT_FALSE(engine->outage());
+        EXPECT_EQ(engine->overall().remaining(), 0);
+    }
+    // A file that the vark does not take, while others get through, is not waited for.
+    vark->lasting.emplace("chunk", VarkAPIError::server(503));
+    send(300, "refused.mov");
+    for (int other = 0; other < 8; ++other) {
+        loop.advance(10s);
+        send(0, fmt::format("empty{}.mov", other));
+    }
+    EXPECT_EQ(item("refused.mov").state, ItemState::failed);
+    // Without anything under way nobody knows.
+    vark->lasting.emplace("begin", VarkAPIError::transport("Could not reach the vark."));
+    send(300, "last.mov");
+    loop.advance(5s);
+    EXPECT_EQ(engine->outage()->why, "Could not reach the vark.");
+    engine->pause();
+    loop.settle();
+    EXPECT_FALSE(engine->outage());
 }
 
 TEST_F(ItemPipeline, PollsSlowlyWhenTheCheckTakesLong) {
@@ -204,16 +253,103 @@ TEST_F(ItemPipeline, PollsSlowlyWhenTheCheckTakesLong) {
     EXPECT_THAT(states(), ElementsAre("verified"));
 }
 
-TEST_F(ItemPipeline, AFileThatHasGoneFailsWithItsSentence) {
-    std::filesystem::path file = write("a.mov", 100);
+TEST_F(ItemPipeline, WhatIsNoFileAnyMoreFailsAtOnceWithTheReason) {
+    const std::filesystem::path file = folder.path() / "files" / "a.mov";
+    const std::string opening = "Could not open " + file.string() + ": ";
+    struct Case {
+        std::function<void()> put;
+        std::string sentence;
+    };
+    for (const Case& one :
+         {Case{[] {}, "The file is no longer where it was."},
+          Case{[&] { mkfifo(file.c_str(), 0600); }, opening + "it is a pipe, a socket or a device."},
+          Case{[&] { std::filesystem::create_directory(file); }, opening + "it is a folder."},
+          Case{[&] { std::filesystem::create_symlink(file, file); },
+               "The file is no longer where it was."}}) {
+        for (bool isUnderWay : {false, true}) {
+            SCOPED_TRACE(one.sentence + (isUnderWay ? " while it is sent" : " before it is read"));
+            engine->clearAll();
+            loop.settle();
+            std::filesystem::remove_all(file);
+            vark->calls.clear();
+            write("a.mov", 1000);
+            engine->start(false);
+            if (!isUnderWay) engine->setHold("sleep", "Asleep");
+            add({file});
+            if (isUnderWay) loop.advance(150ms);
+            std::filesystem::remove(file);
+            one.put();
+            engine->clearHold("sleep");
+            // As the reader of a chunk tells it.
+            vark->failures["chunk"].push_back(VarkAPIError::transport("Could not open a.mov."));
+            loop.advance(1s);
+            vark->failures.clear();
+            EXPECT_EQ(item("a.mov").error, one.sentence);
+            EXPECT_EQ(vark->count("begin"), isUnderWay ? 1 : 0);
+        }
+    }
+}
+
+TEST_F(ItemPipeline, AFileIsWhatItWasWhenItWasHashed) {
+    const std::filesystem::path file = write("a.mov", 1000);
+    const std::filesystem::path link = folder.path() / "files" / "link.mov";
+    std::filesystem::create_symlink(file, link);
     engine->start(false);
     engine->setHold("sleep", "Asleep");
-    add({file});
-    std::filesystem::remove(file);
+    Walker::Options options;
+    options.followLinks = true;
+    loop.start(engine->add({file, link}, options));
+    loop.settle();
+    // Before it was hashed.
+    write("a.mov", 700, 'b');
     engine->clearHold("sleep");
-    loop.advance(1s);
-    EXPECT_EQ(item("a.mov").error, "The file is no longer where it was.");
-    EXPECT_THAT(vark->calls, IsEmpty());
+    loop.advance(150ms);
+    for (const char* name : {"a.mov", "link.mov"}) {
+        EXPECT_EQ(item(name).size, 700);
+        EXPECT_EQ(item(name).mtime, stampOf(file).mtime);
+    }
+    // Between two runs.
+    engine->setHold("sleep", "Asleep");
+    loop.settle();
+    write("a.mov", 900, 'c');
+    engine->clearHold("sleep");
+    loop.advance(150ms);
+    // While its chunks do not get through.
+    write("a.mov", 800, 'd');
+    vark->lasting.emplace("chunk", VarkAPIError::transport("a.mov is shorter than it was."));
+    loop.advance(500ms);
+    vark->lasting.clear();
+    loop.advance(10s);
+    EXPECT_THAT(states(), ElementsAre("verified", "verified"));
+    EXPECT_EQ(vark->files["a.mov"], FileHasher::sha256Of(file));
+    EXPECT_EQ(vark->files["link.mov"], FileHasher::sha256Of(file));
+    EXPECT_EQ(item("a.mov").size, 800);
+    EXPECT_EQ(engine->overall().bytesTotal, 1600);
+    EXPECT_EQ(engine->overall().filesChanged, 0);
+}
+
+TEST_F(ItemPipeline, AFileThatChangesWhileItIsSentIsSaidToHave) {
+    const std::filesystem::path file = write("a.mov", 1000);
+    engine->start(false);
+    add({file, write("b.mov", 1000)});
+    loop.advance(150ms);
+    write("a.mov", 1500);
+    loop.advance(10s);
+    EXPECT_THAT(states(), ElementsAre("verified", "verified"));
+    EXPECT_TRUE(saved()->items[0].changedWhileSent);
+    EXPECT_FALSE(saved()->items[1].changedWhileSent);
+    EXPECT_EQ(engine->overall().filesChanged, 1);
+    EXPECT_EQ(engine->entryProgress().at(engine->job()->entries[0].id).changed, 1);
+    EXPECT_THAT(logged(), Contains(HasSubstr("Changed while it was sent, so what landed is not what lies "
+                                             "here now: a.mov")));
+    // Given again, it goes again, and a person decides whether it takes the place of the other.
+    EXPECT_EQ(add({file}).again, 1);
+    EXPECT_EQ(engine->overall().filesChanged, 0);
+    loop.advance(10s);
+    engine->resolveAllConflicts(std::nullopt, true);
+    loop.advance(10s);
+    EXPECT_THAT(states(), ElementsAre("verified", "verified"));
+    EXPECT_EQ(vark->files["a.mov"], FileHasher::sha256Of(file));
 }
 
 TEST_F(ItemPipeline, ProgressCountsWhatIsUnderWayAndFallsBackWhenAChunkFails) {

@@ -24,14 +24,16 @@ TransferJob fullJob() {
                             .volumeUUID = "1234-ABCD",
                             .emailMe = true,
                             .leftOut = {"a\nb", "M\xC3\xBCll"},
-                            .startedAt = now};
+                            .startedAt = now,
+                            .unlisted = {{IngestInfo::Unlisted::Kind::hidden, "D/.\xC3\xBC"},
+                                         {IngestInfo::Unlisted::Kind::removed, "D/1", 7, 1.5}}};
     TransferItem& item = job.items[0];
     item.state = ItemState::conflict;
     item.localPath = "/tmp/line\nend \\ \"\x01\" \xF0\x9F\x8E\xAC";
     item.error = "Something else is there.";
     item.attempts = 3;
     item.finishedAt = now;
-    item.replace = item.alreadyThere = true;
+    item.replace = item.alreadyThere = item.changedWhileSent = true;
     return job;
 }
 
@@ -122,6 +124,15 @@ std::string changed(std::string_view from, std::string_view to) {
     const std::size_t place = bytes.find(from);
     EXPECT_NE(place, std::string::npos) << from;
     return bytes.replace(place, from.size(), to);
+}
+
+TEST_F(QueueStoreTest, AQueueThatAnEarlierVersionWroteLoads) {
+    TransferJob job = fullJob();
+    job.ingest->unlisted.clear();
+    std::string bytes = encodeQueue(job, now);
+    const std::string_view added = R"("unlisted":[],)";
+    ASSERT_TRUE(bytes.contains(added));
+    EXPECT_EQ(QueueStore::decode(bytes.erase(bytes.find(added), added.size())), job);
 }
 
 TEST_F(QueueStoreTest, DamagedDocumentsDoNotLoad) {

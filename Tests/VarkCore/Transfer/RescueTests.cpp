@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <fstream>
+
+#include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
@@ -11,10 +15,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
 class RescueTest : public testing::Test {
   protected:
     std::optional<Rescue::Kept> keep(const Rescue::Mover& move = Rescue::rename) {
         return Rescue::keep(folder / "leaving", folder / "Downloads", day, Calendar("UTC"), move);
+    }
+
+    static bool toAnotherDisk(const fs::path&, const fs::path&) { return false; }
+    static std::vector<std::string> whys(const Rescue::Kept& kept) {
+        std::vector<std::string> whys;
+        for (const CarryAcross::Left& one : kept.left)
+            whys.push_back(one.why);
+        return whys;
     }
 
     TemporaryFolder folder;
@@ -29,12 +44,11 @@ TEST_F(RescueTest, MovesAllOfAFolderHiddenFilesAndSubfoldersToo) {
     fs::create_directories(folder / "leaving/empty");
     const std::optional<Rescue::Kept> kept = keep();
     EXPECT_EQ(kept, (Rescue::Kept{folder.path() / "Downloads" / name, 3, 9}));
-    EXPECT_EQ(kept->sentence(), "3 files that had not been sent yet are in " + name + " in your Downloads.");
+    EXPECT_EQ(kept->sentence(), "3 files are now in " + (folder / "Downloads").string() + "/" + name + ".");
     EXPECT_EQ(readWholeFile(kept->folder / "sub/deep/b.mov"), "123");
     EXPECT_TRUE(fs::exists(kept->folder / "empty"));
     EXPECT_FALSE(fs::exists(folder / "leaving"));
-    EXPECT_EQ((Rescue::Kept{"/d/" + name, 1, 1}).sentence(),
-              "1 file that had not been sent yet are in " + name + " in your Downloads.");
+    EXPECT_EQ((Rescue::Kept{"/d/" + name, 1, 1}).sentence(), "1 file is now in /d/" + name + ".");
 }
 
 TEST_F(RescueTest, MakesNoFolderForNothing) {
@@ -42,7 +56,7 @@ TEST_F(RescueTest, MakesNoFolderForNothing) {
     EXPECT_EQ(keep(), std::nullopt);
     EXPECT_FALSE(fs::exists(folder / "leaving"));
     EXPECT_FALSE(fs::exists(folder / "Downloads"));
-    EXPECT_THROW(keep(), fs::filesystem_error);
+    EXPECT_THROW(keep(), FileError);
 }
 
 TEST_F(RescueTest, TakesTheNextFreeNameAndOverwritesNothing) {
@@ -53,7 +67,7 @@ TEST_F(RescueTest, TakesTheNextFreeNameAndOverwritesNothing) {
     for (int number = 3; number <= 99; ++number)
         folder.file("Downloads/" + name + " " + std::to_string(number) + "/a", "before");
     folder.file("leaving/a", "third");
-    EXPECT_THROW(keep(), fs::filesystem_error);
+    EXPECT_EQ(keep()->left.size(), 1U);
     EXPECT_EQ(readWholeFile(folder / "leaving/a"), "third");
     EXPECT_EQ(readWholeFile(folder.path() / "Downloads" / (name + " 99") / "a"), "before");
 }
@@ -62,12 +76,65 @@ TEST_F(RescueTest, CopiesWhatCannotBeMovedWithItsTimes) {
     const auto time = fs::file_time_type::clock::now() - std::chrono::hours(1000);
     fs::last_write_time(folder.file("leaving/sub/a.mov", "1234"), time);
     fs::create_symlink("nowhere", folder / "leaving/link");
-    const auto kept = keep([](const fs::path&, const fs::path&) { return false; });
+    const auto kept = keep(toAnotherDisk);
     EXPECT_EQ(kept->files, 1);
     EXPECT_EQ(readWholeFile(kept->folder / "sub/a.mov"), "1234");
     EXPECT_EQ(fs::last_write_time(kept->folder / "sub/a.mov"), time);
     EXPECT_EQ(fs::read_symlink(kept->folder / "link"), "nowhere");
     EXPECT_FALSE(fs::exists(folder / "leaving"));
+}
+
+TEST_F(RescueTest, RemovesExactlyWhatItCopied) {
+    for (const char* member : {"one", "two"}) {
+        folder.file(std::string("leaving/") + member + "/clip", "1234");
+        folder.file(std::string("leaving/") + member + "/sub/other", "12");
+    }
+    fs::path first;
+    const auto kept = keep([&](const fs::path& from, const fs::path&) {
+        if (first.empty()) {
+            first = from;
+        } else {
+            // The first member has been copied by now.
+            std::ofstream(first / "clip", std::ios::app) << "a line more";
+            std::ofstream(first / "sub/new") << "new";
+        }
+        return false;
+    });
+    EXPECT_EQ(readWholeFile(first / "clip"), "1234a line more");
+    EXPECT_EQ(readWholeFile(first / "sub/new"), "new");
+    EXPECT_FALSE(fs::exists(first / "sub/other"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder / "leaving"), {}), 1);
+    EXPECT_EQ(kept->files, 4);
+    EXPECT_THAT(whys(*kept),
+                UnorderedElementsAre(
+                    (first / "clip").string() + " changed while it was copied, and stays where it is too.",
+                    "Something came into " + (first / "sub").string() + " meanwhile, and stays there."));
+}
+
+TEST_F(RescueTest, WhatCannotBeCopiedStaysAndStopsNothing) {
+    fs::permissions(folder.path(), fs::perms::all);
+    const AsAnOrdinaryUser person;
+    folder.file("leaving/readable/a.mov", "1234");
+    fs::permissions(folder / "leaving/readable", fs::perms(0555));
+    folder.file("leaving/locked/b.mov", "1234");
+    fs::permissions(folder / "leaving/locked", fs::perms(0));
+    folder.file("leaving/z.mov", "1234");
+    ASSERT_EQ(mkfifo((folder / "leaving/pipe").c_str(), 0600), 0);
+    const auto kept = keep(toAnotherDisk);
+    EXPECT_EQ(kept->files, 2);
+    EXPECT_EQ(readWholeFile(kept->folder / "readable/a.mov"), "1234");
+    EXPECT_EQ(fs::status(kept->folder / "readable").permissions(), fs::perms(0555));
+    EXPECT_FALSE(fs::exists(folder / "leaving/readable"));
+    EXPECT_FALSE(fs::exists(folder / "leaving/z.mov"));
+    EXPECT_THAT(whys(*kept),
+                UnorderedElementsAre((folder / "leaving/pipe").string() +
+                                         " is a pipe, a socket or a device, and stays where it is.",
+                                     HasSubstr("Could not read " + (folder / "leaving/locked").string() +
+                                               ": you are not allowed to")));
+    EXPECT_TRUE(fs::exists(folder / "leaving/pipe"));
+    for (const fs::path& locked :
+         {folder / "leaving/locked", kept->folder / "readable", kept->folder / "locked"})
+        fs::permissions(locked, fs::perms::owner_all);
 }
 
 TEST_F(RescueTest, FindsTheDownloads) {

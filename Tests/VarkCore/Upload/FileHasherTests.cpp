@@ -1,6 +1,7 @@
 #include "VarkCore/Upload/FileHasher.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
@@ -40,6 +41,39 @@ TEST(FileHasher, StopsWhenProgressSaysSo) {
     EXPECT_EQ(calls, 2);
     EXPECT_THROW(FileHasher::sha256Of(folder / "none"), FileError);
     EXPECT_THROW(FileHasher::sha256Of(folder.path()), FileError);
+}
+
+TEST(FileHasher, LooksAgainAtAFileThatChangesMeanwhile) {
+    const TemporaryFolder folder;
+    const std::filesystem::path path = folder.file("a", std::string(2 * piece, 'x'));
+    for (int changes : {0, 1, 100}) {
+        SCOPED_TRACE(changes);
+        int left = changes;
+        const FileHasher::Look look = FileHasher::lookAt(path, [&](std::int64_t total) {
+            if (total % (2 * piece) == piece && left-- > 0) {
+                // Longer, so that it shows also where the clock of the files is slow.
+                std::filesystem::resize_file(path, std::filesystem::file_size(path) + 5);
+            }
+            return true;
+        });
+        // One that never stands still shows it by its stamp.
+        EXPECT_EQ(look.stamp == stampOf(path), changes < 100);
+        const std::string content = readWholeFile(path);
+        EXPECT_EQ(look.sha256, FileHasher::sha256(std::string_view(content).substr(
+                                   0, static_cast<std::size_t>(look.stamp.size))));
+    }
+}
+
+TEST(FileHasher, FailsAtOnceForWhatIsNoFile) {
+    const TemporaryFolder folder;
+    const std::filesystem::path pipe = folder / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::filesystem::create_symlink(pipe, folder / "link to the pipe");
+    std::filesystem::create_symlink(folder.file("file", "abc"), folder / "link to the file");
+    for (const std::filesystem::path& path :
+         {pipe, folder / "link to the pipe", folder.path(), std::filesystem::path("/dev/zero")})
+        EXPECT_THROW(FileHasher::lookAt(path), FileError) << path;
+    EXPECT_EQ(FileHasher::lookAt(folder / "link to the file").sha256, FileHasher::sha256("abc"));
 }
 
 }  // namespace
