@@ -184,8 +184,11 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     for (const QueueRequest::Named& named : request.named)
         paths.emplace_back(named.path);
     const TransferEngine::Added added = co_await engine_.add(std::move(paths), request.walk);
-    for (const TransferEngine::NotAdded& path : added.notAdded)
-        answer.refuse(path.sentence);
+    for (const TransferEngine::NotAdded& path : added.notAdded) {
+        answer.problems.push_back(path.sentence);
+        // To ask again for what is under way already is no mistake: so one carries on after an interruption.
+        if (!path.isInQueue) answer.code = ExitCode::somethingFailed;
+    }
     for (const UUID& id : added.entries)
         answer.entries.push_back(id.text());
     noteLeftOut(added.passedOver, answer);
