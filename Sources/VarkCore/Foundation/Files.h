@@ -102,6 +102,8 @@ class UnfinishedFile {
     void startOver();
     void sync();
     void renameTo(const std::filesystem::path& path);
+    /// It stays under the name that it has.
+    void keep() { finished_ = true; }
 
   private:
     const std::filesystem::path path_;
