@@ -23,6 +23,8 @@ using SteadyClock = std::chrono::steady_clock;
 
 /// A name of the local net is found at once. One that is not is no reason to keep the news back.
 constexpr std::chrono::seconds longestKeptBack{1};
+/// A name that was not found may be found later, and no route changes when it is.
+constexpr std::chrono::seconds betweenLookUps{5};
 
 /// The addresses of a name, asked for on a thread that nobody waits for: the name service may take ten
 /// seconds, and nothing interrupts it. The thread shares with this object where the answer goes, and no more.
@@ -101,11 +103,12 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
     if (numeric) addresses.push_back(*numeric);
     bool isToBeLookedUp = host_ && !numeric;
     std::optional<LookUp> lookUp;
+    SteadyClock::time_point nextLookUp;
     SteadyClock::time_point keptBackUntil;
     std::optional<bool> told;
     while (true) {
         const bool usable = leadsOut() || std::ranges::any_of(addresses, isReachable);
-        if (!usable && isToBeLookedUp && !lookUp) {
+        if (!usable && isToBeLookedUp && !lookUp && SteadyClock::now() >= nextLookUp) {
             isToBeLookedUp = false;
             lookUp.emplace(*host_);
             keptBackUntil = SteadyClock::now() + longestKeptBack;
@@ -117,16 +120,24 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
         }
         std::array sources{pollfd{end_.get(), POLLIN, 0}, pollfd{changes_.get(), POLLIN, 0},
                            pollfd{lookUp ? lookUp->bell() : -1, POLLIN, 0}};
-        while (poll(sources.data(), sources.size(), isKeptBack ? millisecondsUntil(keptBackUntil) : -1) < 0) {
+        int longestWait = -1;
+        if (!usable && isToBeLookedUp && !lookUp) longestWait = millisecondsUntil(nextLookUp);
+        if (isKeptBack) longestWait = millisecondsUntil(keptBackUntil);
+        while (poll(sources.data(), sources.size(), longestWait) < 0) {
         }
         if (sources[0].revents != 0) return;
         if (sources[1].revents != 0) {
             forgetMessages(changes_.get());
             isToBeLookedUp = host_ && !numeric;
+            nextLookUp = SteadyClock::now();
         }
         if (sources[2].revents != 0) {
             addresses = lookUp->take();
             lookUp.reset();
+            if (addresses.empty() && !isToBeLookedUp) {
+                isToBeLookedUp = true;
+                nextLookUp = SteadyClock::now() + betweenLookUps;
+            }
         }
     }
 }
