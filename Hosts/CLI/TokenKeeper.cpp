@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "VarkCore/Policies/LocalCache.h"
 #include "VarkCore/SignIn/SignInRecovery.h"
 
 namespace vark::cli {
@@ -71,8 +72,14 @@ void TokenKeeper::open(Place place) {
     }
 }
 
+void TokenKeeper::sweep() {
+    // A file that somebody was killed in the making of may hold a token.
+    LocalCache::sweep({surroundings_.neededFolder(), surroundings_.locations().storageFolder()});
+}
+
 void TokenKeeper::keep(const SharedConnection& connection, const std::optional<std::string>& authority) {
     const Place place = connection.tokenInFile.value_or(false) ? Place::file : Place::keychain;
+    sweep();
     try {
         const KeptConnection::Replaced replaced = kept_.replace(connection, authority);
         if (replaced.damagedSecrets)
@@ -152,6 +159,7 @@ SharedConnection TokenKeeper::takeBack(const SharedConnection& lost) {
 }
 
 KeptConnection::Removed TokenKeeper::forget() {
+    sweep();
     try {
         KeptConnection::Removed removed = kept_.remove();
         if (removed.tokenStays)

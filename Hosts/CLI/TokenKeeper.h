@@ -30,6 +30,7 @@ class TokenKeeper {
     KeptConnection::Removed forget();
 
   private:
+    void sweep();
     SharedConnection takeBack(const SharedConnection& lost);
 
     Surroundings& surroundings_;

@@ -11,12 +11,19 @@ namespace {
 
 using ::testing::AnyOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 class Connecting : public test::CommandLine {
   public:
+    static std::vector<std::string> filesBelow(const std::filesystem::path& folder) {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            names.push_back(entry.path().filename());
+        return names;
+    }
     std::filesystem::path secrets() { return world.surroundings.locations().secrets(); }
     std::optional<std::string> tokenOfConnection() {
         const std::optional<SharedConnection> connection = world.surroundings.connection();
@@ -250,8 +257,11 @@ TEST_F(Connecting, ADamagedFileOfSecretsIsPutAsideAndGoesWhenOneLeaves) {
     EXPECT_EQ(vark({"whoami"}), ExitCode::allLanded) << said();
 
     std::ofstream(secrets()) << "{";
+    const std::filesystem::path halfWritten = ".vark-9999999-1.tmp";
+    std::ofstream(secrets().parent_path() / halfWritten) << "tok-123";
+    std::ofstream(connectionFile().parent_path() / halfWritten) << "tok-123";
     EXPECT_EQ(vark({"disconnect"}), ExitCode::allLanded) << said();
-    EXPECT_FALSE(std::filesystem::exists(secrets()) || std::filesystem::exists(aside));
+    EXPECT_THAT(filesBelow(world.home.path()), Each(Not(AnyOf(HasSubstr("secrets"), HasSubstr(".tmp")))));
 }
 
 TEST_F(Connecting, ALostTokenIsTakenBackOnceTheVarkHasAcceptedIt) {
