@@ -134,7 +134,7 @@ TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOne) {
 TEST_F(AvahiTest, SaysWhatToDoWithoutABusAndWhenLookingIsForbidden) {
     startBrowsing(browser);
     waitUntil([&] { return !states.empty(); });
-    EXPECT_THAT(states, ElementsAre(HasSubstr("Install and start dbus and avahi-daemon")));
+    EXPECT_THAT(states, ElementsAre(HasSubstr("install and start dbus and avahi-daemon")));
     const AvahiAnnouncer node({"Office", 8443, {}});
     EXPECT_THAT(node.trouble().value_or(""), HasSubstr("Install and start dbus and avahi-daemon"));
 

@@ -16,7 +16,8 @@ ChunkRoom::ChunkRoom(int slots) : slots_(static_cast<std::size_t>(std::max(slots
 
 bool ChunkRoom::takeOrEnqueue(Wait& wait) {
     if (waiting_.empty() && hasRoomFor(wait.length_)) {
-        take(wait.length_);
+        ++taken_;
+        goOn(wait.length_);
         return true;
     }
     waiting_.push_back(&wait);
@@ -25,23 +26,33 @@ bool ChunkRoom::takeOrEnqueue(Wait& wait) {
 
 void ChunkRoom::leave(std::int64_t length) {
     --taken_;
+    rest(length);
+}
+
+void ChunkRoom::rest(std::int64_t length) {
+    --moving_;
     bytes_ -= length;
+    letIn();
+}
+
+void ChunkRoom::goOn(std::int64_t length) {
+    ++moving_;
+    bytes_ += length;
+}
+
+void ChunkRoom::letIn() {
     while (!waiting_.empty() && hasRoomFor(waiting_.front()->length_)) {
         Wait* next = waiting_.front();
         waiting_.pop_front();
-        take(next->length_);
+        ++taken_;
+        goOn(next->length_);
         next->complete();
     }
 }
 
-void ChunkRoom::take(std::int64_t length) {
-    ++taken_;
-    bytes_ += length;
-}
-
 bool ChunkRoom::hasRoomFor(std::int64_t length) const {
     if (taken_ >= slots_) return false;
-    if (!followsTheRate || taken_ == 0) return true;
+    if (!followsTheRate || moving_ == 0) return true;
     std::optional<double> rate = this->rate();
     if (!rate) return false;
     if (limit > 0) rate = std::min(*rate, static_cast<double>(limit));

@@ -14,7 +14,8 @@ namespace vark {
 /// always goes. First come, first served. Owned by the engine, on its executor alone.
 ///
 /// The rate is that of the chunks that arrived last. Nothing is known before the first one, which therefore
-/// goes alone; what has merely been handed to the system's buffers says nothing about a link.
+/// goes alone; what has merely been handed to the system's buffers says nothing about a link. A chunk that
+/// waits for its next try keeps its slot and takes nothing of the rate.
 class ChunkRoom {
   public:
     /// A negative count is none.
@@ -25,6 +26,9 @@ class ChunkRoom {
     /// task stays suspended until its turn comes.
     [[nodiscard]] Wait enter(std::int64_t length);
     void leave(std::int64_t length);
+    /// Between two tries of a chunk that has entered.
+    void rest(std::int64_t length);
+    void goOn(std::int64_t length);
     /// A chunk that set out at `begun` has arrived.
     void arrived(std::int64_t length, Instant begun, Instant now);
 
@@ -40,12 +44,14 @@ class ChunkRoom {
 
     bool takeOrEnqueue(Wait& wait);
     bool hasRoomFor(std::int64_t length) const;
-    void take(std::int64_t length);
+    void letIn();
     /// Bytes a second; nothing before the first arrival.
     std::optional<double> rate() const;
 
     const std::size_t slots_;
     std::size_t taken_ = 0;
+    // Of these, what is on its way.
+    std::size_t moving_ = 0;
     std::int64_t bytes_ = 0;
     std::deque<Wait*> waiting_;
     std::deque<Arrival> arrivals_;
@@ -78,11 +84,24 @@ class ChunkPlace {
     ChunkPlace(ChunkRoom& room, std::int64_t length) : room_(room), length_(length) {}
     ChunkPlace(const ChunkPlace&) = delete;
     ChunkPlace& operator=(const ChunkPlace&) = delete;
-    ~ChunkPlace() { room_.leave(length_); }
+    ~ChunkPlace() {
+        if (isResting_) room_.goOn(length_);
+        room_.leave(length_);
+    }
+
+    void rest() {
+        isResting_ = true;
+        room_.rest(length_);
+    }
+    void goOn() {
+        isResting_ = false;
+        room_.goOn(length_);
+    }
 
   private:
     ChunkRoom& room_;
     const std::int64_t length_;
+    bool isResting_ = false;
 };
 
 }  // namespace vark

@@ -36,7 +36,7 @@ Task<std::int64_t> TransferEngine::sendChunk(UUID id, std::shared_ptr<VarkAPI> a
     chunkRoom_.followsTheRate = chunksFollowTheRate;
     chunkRoom_.limit = limiter.bytesPerSecond();
     co_await chunkRoom_.enter(length);
-    const ChunkPlace place(chunkRoom_, length);
+    ChunkPlace place(chunkRoom_, length);
     co_await checkCancellation();
     setProgress(id, [index](Active& active) { active.partial[index] = 0; });
     std::optional<Date> firstFailure;
@@ -67,8 +67,10 @@ Task<std::int64_t> TransferEngine::sendChunk(UUID id, std::shared_ptr<VarkAPI> a
         if (!isTriedAgain(*failure, attempt, *firstFailure)) throw *failure;
         log_.write(fmt::format("Chunk {} of {} did not get through ({}); trying again in {:.0f} s", index,
                                file.filename().string(), said(*failure), delay));
+        place.rest();
         co_await sleepFor(seconds(delay));
         co_await checkCancellation();
+        place.goOn();
     }
 }
 

@@ -178,7 +178,7 @@ TEST_F(ChunkSender, AFileThatIsNotWhatItWasIsToldBeforeAnyStatus) {
     };
     const Case cases[] = {
         {"gone.mov", 0, "Could not open gone.mov."},
-        {"folder", 0, "Could not read folder."},
+        {"folder", 0, "Could not open folder."},
         {"clip.mov", 1, "clip.mov is shorter than it was. Was it changed?"},
         {"clip.mov", 900 * kibi, "clip.mov is shorter than it was. Was it changed?"},
     };

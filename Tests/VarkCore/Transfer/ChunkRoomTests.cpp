@@ -74,6 +74,31 @@ TEST(ChunkRoom, LetsAsManyOnTheWayAsArriveInTenSeconds) {
     }
 }
 
+TEST(ChunkRoom, AChunkThatWaitsForItsNextTryKeepsItsSlotAndNoOneElseFromGoing) {
+    TestLoop loop;
+    ChunkRoom room(2);
+    room.followsTheRate = true;
+    int inside = 0;
+    auto enter = [](ChunkRoom& chunkRoom, int& count) -> Task<void> {
+        co_await chunkRoom.enter(8 * megabyte);
+        ++count;
+    };
+    for (int chunk = 0; chunk < 3; ++chunk)
+        loop.start(enter(room, inside));
+    loop.settle();
+    EXPECT_EQ(inside, 1);
+    room.rest(8 * megabyte);
+    loop.settle();
+    EXPECT_EQ(inside, 2);
+    room.rest(8 * megabyte);
+    loop.settle();
+    EXPECT_EQ(inside, 2);
+    room.goOn(8 * megabyte);
+    room.leave(8 * megabyte);
+    loop.settle();
+    EXPECT_EQ(inside, 3);
+}
+
 TEST(ChunkRoom, ALinkThatIsNotKnownYetGetsOneChunk) {
     TestLoop loop;
     ChunkRoom room(4);

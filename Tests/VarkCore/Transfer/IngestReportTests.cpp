@@ -166,8 +166,8 @@ TEST(CardVerdict, SaysHowMuchLandedAndHowMuchDidNot) {
         "2 files of ALPHA landed and checked, which is all that was on it when the ingest began. It could "
         "not be looked through once more, so do not clear it yet: plug it in, and look again with: vark "
         "send");
-    on.takeOffTheList();
     on.pass(".hidden", Passed::hidden);
+    on.takeOffTheList();
     EXPECT_EQ(on.verdict().landed, 2);
     EXPECT_EQ(
         on.verdict().sentence(),
