@@ -25,6 +25,9 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr std::chrono::seconds longestKeptBack{1};
 /// A name that was not found may be found later, and no route changes when it is.
 constexpr std::chrono::seconds betweenLookUps{5};
+/// The kernel tells of a route that goes just before it goes: the look that follows the bell may come too
+/// early, and no second bell rings.
+constexpr std::chrono::milliseconds untilAChangeHasSettled{200};
 
 /// The addresses of a name, asked for on a thread that nobody waits for: the name service may take ten
 /// seconds, and nothing interrupts it. The thread shares with this object where the answer goes, and no more.
@@ -75,7 +78,9 @@ void forgetMessages(int changes) {
     }
 }
 
+/// For `poll`: -1 when there is no such moment.
 int millisecondsUntil(SteadyClock::time_point when) {
+    if (when == SteadyClock::time_point::max()) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - SteadyClock::now());
     return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
 }
@@ -105,8 +110,10 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
     std::optional<LookUp> lookUp;
     SteadyClock::time_point nextLookUp;
     SteadyClock::time_point keptBackUntil;
+    SteadyClock::time_point settledAt;
     std::optional<bool> told;
     while (true) {
+        const auto lookedAt = SteadyClock::now();
         const bool usable = leadsOut() || std::ranges::any_of(addresses, isReachable);
         if (!usable && isToBeLookedUp && !lookUp && SteadyClock::now() >= nextLookUp) {
             isToBeLookedUp = false;
@@ -120,14 +127,16 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
         }
         std::array sources{pollfd{end_.get(), POLLIN, 0}, pollfd{changes_.get(), POLLIN, 0},
                            pollfd{lookUp ? lookUp->bell() : -1, POLLIN, 0}};
-        int longestWait = -1;
-        if (!usable && isToBeLookedUp && !lookUp) longestWait = millisecondsUntil(nextLookUp);
-        if (isKeptBack) longestWait = millisecondsUntil(keptBackUntil);
-        while (poll(sources.data(), sources.size(), longestWait) < 0) {
+        auto nextLook = SteadyClock::time_point::max();
+        if (!usable && isToBeLookedUp && !lookUp) nextLook = nextLookUp;
+        if (isKeptBack) nextLook = std::min(nextLook, keptBackUntil);
+        if (lookedAt < settledAt) nextLook = std::min(nextLook, settledAt);
+        while (poll(sources.data(), sources.size(), millisecondsUntil(nextLook)) < 0) {
         }
         if (sources[0].revents != 0) return;
         if (sources[1].revents != 0) {
             forgetMessages(changes_.get());
+            settledAt = SteadyClock::now() + untilAChangeHasSettled;
             isToBeLookedUp = host_ && !numeric;
             nextLookUp = SteadyClock::now();
         }
