@@ -136,7 +136,8 @@ void declareIngest(CLI::App& program, Chosen& chosen) {
             "--to", options->destination,
             "The folder of the vark that it goes to; without it a new one, called after the day and the "
             "card")
-        ->type_name("FOLDER");
+        ->type_name("FOLDER")
+        ->check(isVarkFolder());
     command
         .add_option("--leave-out", options->leaveOut, "Files and folders of the card that are not to be sent")
         ->type_name("NAME");

@@ -25,6 +25,7 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"send", "--chunks", "7", "x"},
         {"send", "--timeout", "soon", "x"},
         {"send", "--to", "Jobs/../x", "x"},
+        {"ingest", "CARD", "--to", "Jobs/../x"},
         {"send", "--to", "Jobs/a\nb", "x"},
         {"send", "--to", "Jobs"},
         {"send", "--title", "Card"},
