@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "Hosts/CLI/Surroundings.h"
+#include "Tests/Support/FakeFolderWatch.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSecretStore.h"
 #include "Tests/Support/FakeServiceBrowser.h"
@@ -197,6 +198,7 @@ class TestPlatform final : public Platform {
     std::optional<std::string> tokenGiven;
     std::vector<std::string> tokensGiven;
     FakeVolumes mounted;
+    vark::test::FakeFolderWatches watches;
     std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
@@ -205,6 +207,7 @@ class TestPlatform final : public Platform {
     FakeUserFolders& changedFolders() { return folders_; }
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
+    std::unique_ptr<FolderWatch> makeFolderWatch() override { return watches.make(); }
     std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
