@@ -10,6 +10,7 @@
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
+#include "VarkPlatform/Linux/InotifyFolderWatch.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 #include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SecretServiceStore.h"
@@ -71,6 +72,10 @@ std::string SystemPlatform::systemVersion() {
 Volumes& SystemPlatform::volumes() {
     if (!volumes_) volumes_.emplace();
     return *volumes_;
+}
+
+std::unique_ptr<FolderWatch> SystemPlatform::makeFolderWatch() {
+    return std::make_unique<InotifyFolderWatch>();
 }
 
 std::vector<std::int32_t> SystemPlatform::otherSenders() {
