@@ -32,8 +32,8 @@ struct SendOptions {
     SendingOptions sending;
 };
 
-SendSession::Settings settingsFrom(const SendOptions& options, const SharedConnection& connection) {
-    SendSession::Settings settings = settingsFrom(options.sending);
+SendRun::Settings settingsFrom(const SendOptions& options, const SharedConnection& connection) {
+    SendRun::Settings settings = settingsFrom(options.sending);
     settings.add.command = QueueRequest::Command::add;
     for (const std::string& path : options.paths)
         settings.add.named.push_back(QueueRequest::Named::of(path));
@@ -62,15 +62,16 @@ void refuseWhatCannotBeHandedOver(const SendOptions& options) {
 
 ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
-    const SendSession::Settings settings = settingsFrom(options, connection);
+    const SendRun::Settings settings = settingsFrom(options, connection);
     const bool json = options.sending.json;
-    if (QueueLock lock = takeQueue(surroundings)) return sendHere(surroundings, connection, settings, json);
+    if (QueueLock lock = takeQueue(surroundings))
+        return sendHere(surroundings, connection, std::move(lock), settings, json);
     if (settings.add.named.empty())
         throw Failure(Outcome::failed,
                       "Another vark is sending the queue already. Watch it with: vark queue --watch");
     refuseWhatCannotBeHandedOver(options);
-    const Asked asked = surroundings.await(takeQueueOrAsk(surroundings, settings.add));
-    if (asked.lock) return sendHere(surroundings, connection, settings, json);
+    Asked asked = surroundings.await(takeQueueOrAsk(surroundings, settings.add));
+    if (asked.lock) return sendHere(surroundings, connection, std::move(asked.lock), settings, json);
     if (asked.answer.entries.empty()) return printAnswer(surroundings.console, asked.answer, json);
     if (!options.handOver) return sendThere(surroundings, connection, settings, asked.answer, json);
     const ExitCode code = printAnswer(surroundings.console, asked.answer, json);

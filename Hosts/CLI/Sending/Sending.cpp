@@ -128,32 +128,32 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
     addJSON(command, options.json);
 }
 
-SendSession::Settings settingsFrom(const SendingOptions& options) {
-    SendSession::Settings settings;
+SendRun::Settings settingsFrom(const SendingOptions& options) {
+    SendRun::Settings settings;
     if (options.onConflict != "ask") settings.replaceConflicts = options.onConflict == "replace";
-    if (!options.rate.empty()) settings.bytesPerSecond = *parseRate(options.rate);
-    if (!options.officeHours.empty()) settings.workingHours = *parseWorkingHours(options.officeHours);
-    settings.chunksAtOnce = options.chunks;
+    if (!options.rate.empty()) settings.pace.bytesPerSecond = *parseRate(options.rate);
+    if (!options.officeHours.empty()) settings.pace.hours = *parseWorkingHours(options.officeHours);
+    settings.pace.chunksAtOnce = options.chunks;
     if (!options.timeout.empty()) settings.timeout = *parseTimeout(options.timeout);
     settings.somebodyIsThere = Terminal::isTerminal(STDIN_FILENO);
     return settings;
 }
 
-ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                  SendSession::Settings settings, bool json) {
+ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
+                  SendRun::Settings settings, bool json) {
     const bool isLive = !json && Terminal::canDraw();
     const bool wantsKeys = !json && Terminal::isTerminal(STDOUT_FILENO) && Terminal::isTerminal(STDIN_FILENO);
     std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
     if (wantsKeys)
         display->say("Keys: p pauses and resumes, r tries again what failed, q quits; the queue stays.");
-    SendSession session(surroundings, connection, std::move(settings), *display);
-    Terminal terminal(wantsKeys, [&](std::optional<char> key) { session.post(key); });
-    surroundings.executor.runUntil([&] { return session.ended().has_value(); });
-    return *session.ended();
+    SendRun run(surroundings, connection, std::move(lock), std::move(settings), *display);
+    Terminal terminal(wantsKeys, [&](std::optional<char> key) { run.post(key); });
+    surroundings.executor.runUntil([&] { return run.ended().has_value(); });
+    return *run.ended();
 }
 
 ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                   SendSession::Settings settings, QueueAnswer taken, bool json) {
+                   SendRun::Settings settings, QueueAnswer taken, bool json) {
     QueueLock lock;
     {
         const bool isLive = !json && Terminal::canDraw();
@@ -183,7 +183,7 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
         if (std::optional<ExitCode> end = endOf(followed, savedQueue(surroundings), *display)) return *end;
         display->say("The vark that had taken this on has ended. Carrying on here.");
     }
-    return sendHere(surroundings, connection, std::move(settings), json);
+    return sendHere(surroundings, connection, std::move(lock), std::move(settings), json);
 }
 
 }  // namespace vark::cli

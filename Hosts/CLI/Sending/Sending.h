@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Hosts/CLI/Arguments.h"
-#include "Hosts/CLI/Sending/SendSession.h"
+#include "Hosts/CLI/Sending/SendRun.h"
 
 namespace vark::cli {
 
@@ -24,12 +24,12 @@ CLI::Validator isVarkFolder();
 /// "90s", "15m", "2h" or a number of seconds.
 Parsed<Duration> parseTimeout(std::string_view given);
 /// Without what is to be added.
-SendSession::Settings settingsFrom(const SendingOptions& options);
-/// Sends in this process, which holds the queue, until the end.
-ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                  SendSession::Settings settings, bool json);
+SendRun::Settings settingsFrom(const SendingOptions& options);
+/// Sends in this process until the end.
+ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
+                  SendRun::Settings settings, bool json);
 /// Follows what another run has taken on, and sends it in this process when that one ends first.
 ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                   SendSession::Settings settings, QueueAnswer taken, bool json);
+                   SendRun::Settings settings, QueueAnswer taken, bool json);
 
 }  // namespace vark::cli

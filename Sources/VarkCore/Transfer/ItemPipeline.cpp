@@ -309,9 +309,11 @@ void TransferEngine::didNotGetThrough(const VarkAPIError& error, double delay) {
         return;
     }
     const Date nextTry = now() + delay;
-    if (!outage_) outage_ = Outage{now(), said(error), nextTry};
+    const bool isNew = !outage_;
+    if (isNew) outage_ = Outage{now(), said(error), nextTry};
     outage_->why = said(error);
     if (outage_->nextTry <= now() || nextTry < outage_->nextTry) outage_->nextTry = nextTry;
+    if (isNew) send(StateChanged{});
 }
 
 template <class T, class Operation>

@@ -91,7 +91,10 @@ class TransferEngine {
         bool hadProgress = true;
     };
     struct NoToken {};
-    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken>;
+    /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as it
+    /// changes, in the middle of the engine's work.
+    struct StateChanged {};
+    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged>;
 
     /// `chunkSlots` is how many chunks may be in flight at once, of all files together.
     TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, TransferLog& log, int chunkSlots,
