@@ -84,7 +84,7 @@ std::unique_ptr<ClockWatch> SystemPlatform::makeClockWatch() {
 }
 
 std::vector<std::int32_t> SystemPlatform::otherSenders() {
-    constexpr std::array<std::string_view, 2> sending = {"send", "ingest"};
+    constexpr std::array<std::string_view, 3> sending = {"send", "ingest", "run"};
     return otherCopiesDoing(sending);
 }
 

@@ -167,6 +167,7 @@ void Session::goIfItMay() {
     if (!isStarted_ || isClosing_ || desk_.whyItMustNotGo()) return;
     watchVolumes();
     engine_.start(true);
+    desk_.decideAsWished();
 }
 
 Task<void> Session::close() {
@@ -307,9 +308,18 @@ void Session::fileSettled(const TransferItem& item) {
         sent_.push_back(ActionLines::sent(path, surroundings_.date()));
         if (sent_.size() == 1) scope_.start(noteSoonWhatWasSent());
     }
+    if (item.state == ItemState::conflict && desk_.isDecidedByAWish(item)) {
+        if (deciding_.done()) deciding_ = scope_.start(decideAsWished());
+        return;
+    }
     listener_.settled({path, item.localPath, item.size, item.state, item.alreadyThere, item.changedWhileSent,
                        item.error,
                        item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
+}
+
+Task<void> Session::decideAsWished() {
+    desk_.decideAsWished();
+    co_return;
 }
 
 Task<void> Session::noteSoonWhatWasSent() {

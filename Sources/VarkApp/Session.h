@@ -145,6 +145,7 @@ class Session final : QueueObserver {
 
     void setDamagedQueueAside();
     void tellOfTrouble();
+    Task<void> decideAsWished();
     Task<void> noteSoonWhatWasSent();
     void noteWhatWasSent();
 
@@ -170,6 +171,7 @@ class Session final : QueueObserver {
     AsyncSemaphore adding_{1};
     TaskHandle<void> recovering_;
     TaskHandle<void> keepingLevel_;
+    TaskHandle<void> deciding_;
     std::size_t refusals_ = 0;  // Since anything has landed.
     Instant levelIsDue_;
     /// Not yet in the list of activity.

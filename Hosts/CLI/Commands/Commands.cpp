@@ -81,6 +81,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareGet(program, chosen);
     declareSend(program, chosen);
     declareIngest(program, chosen);
+    declareRun(program, chosen);
     declareVolumes(program, chosen);
     declareQueueCommands(program, chosen);
     declareShare(program, chosen);

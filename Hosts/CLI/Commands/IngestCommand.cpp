@@ -113,7 +113,7 @@ ExitCode ingest(CommandSurroundings& surroundings, const IngestOptions& options)
                       "queue --watch");
     if (!volume) volume = cardUnderWay(surroundings, options.volume);
     if (!volume) throw Failure(Outcome::misuse, whyItIsNoCard(options.volume));
-    SendRun::Settings settings = settingsFrom(options.sending);
+    SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
     return sendHere(surroundings, connection, std::move(lock), std::move(settings), options.sending.json);
 }

@@ -9,6 +9,7 @@
 #include "Hosts/CLI/Display/Terminal.h"
 #include "Hosts/CLI/NextWords.h"
 #include "Hosts/CLI/Sending/Following.h"
+#include "VarkApp/Settings.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
@@ -128,8 +129,19 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
     addJSON(command, options.json);
 }
 
-SendRun::Settings settingsFrom(const SendingOptions& options) {
+Pace usualPace(Surroundings& surroundings) {
+    const Settings kept = SettingsFile(surroundings.locations()).read();
+    Pace pace;
+    pace.bytesPerSecond = kept.bytesPerSecond;
+    if (kept.officeHours) {
+        if (const Parsed<WorkingHours> hours = parseWorkingHours(*kept.officeHours)) pace.hours = *hours;
+    }
+    return pace;
+}
+
+SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions& options) {
     SendRun::Settings settings;
+    settings.pace = usualPace(surroundings);
     if (options.onConflict != "ask") settings.replaceConflicts = options.onConflict == "replace";
     if (!options.rate.empty()) settings.pace.bytesPerSecond = *parseRate(options.rate);
     if (!options.officeHours.empty()) settings.pace.hours = *parseWorkingHours(options.officeHours);
@@ -161,7 +173,8 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
         for (const Said& problem : taken.problems)
             display->say(inWords(problem));
         display->say("Another vark is sending, and has taken this on. It is followed to its end here.");
-        const Followed followed{std::move(taken), settings.replaceConflicts, settings.somebodyIsThere};
+        const Followed followed{std::move(taken), settings.replaceConflicts && !settings.add.named.empty(),
+                                settings.somebodyIsThere};
         bool isInterrupted = false;
         TaskScope scope(surroundings.executor, surroundings.clock);
         Terminal terminal(false, [&](std::optional<char>) {
@@ -174,8 +187,7 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
             scope.start(followOrSay(surroundings, *display, followed, settings.timeout, lock));
         surroundings.executor.runUntil([&] { return isInterrupted || following.done(); });
         if (isInterrupted && !following.done()) {
-            display->breakOff(
-                "Stopped following. The other vark goes on sending; watch it with: vark queue --watch");
+            display->breakOff("Vark goes on sending. Watch it with: vark queue --watch");
             return ExitCode::interrupted;
         }
         const ExitCode code = following.result();

@@ -23,8 +23,10 @@ void addSendingOptions(CLI::App& command, SendingOptions& options);
 CLI::Validator isVarkFolder();
 /// "90s", "15m", "2h" or a number of seconds.
 Parsed<Duration> parseTimeout(std::string_view given);
-/// Without what is to be added.
-SendRun::Settings settingsFrom(const SendingOptions& options);
+/// Without what is to be added. What the options leave open is as the person has set it for this machine.
+SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions& options);
+/// How fast and when is sent where nothing else is said.
+Pace usualPace(Surroundings& surroundings);
 /// Sends in this process until the end.
 ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
                   SendRun::Settings settings, bool json);

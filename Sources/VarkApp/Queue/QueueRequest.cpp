@@ -59,6 +59,7 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.title = fields.optional<std::string>("title");
     request.walk.hidden = fields.valueOr("hidden", false);
     request.walk.followLinks = fields.valueOr("followLinks", false);
+    request.wish = Wish::fromFields(fields);
     request.finishedOnly = fields.required<bool>("finishedOnly");
     request.replace = fields.required<bool>("replace");
     return request;
@@ -71,6 +72,7 @@ std::string QueueRequest::toJSON() const {
         json.beginObject().field("text", one.text).field("path", one.path).endObject();
     json.endArray().field("destination", destination).field("title", title);
     json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
+    wish.encode(json);
     json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
     return json.take();
 }
