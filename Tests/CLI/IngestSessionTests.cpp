@@ -225,15 +225,15 @@ TEST_F(IngestSessionTest, ACardThatIsGivenUpIsEndedAtTheVarkOrThePersonKnowsThat
         runOn();
         server.reports.clear();
         if (!isReached) server.ingestFailures = {VarkAPIError::transport("No network.")};
-        const QueueAnswer answer = changeQueue(world.surroundings, request);
-        EXPECT_EQ(answer.code, isReached ? ExitCode::allLanded : ExitCode::somethingFailed);
+        const QueueAnswer answer = world.surroundings.await(changeQueue(world.surroundings, request));
+        EXPECT_EQ(answer.outcome, isReached ? Outcome::done : Outcome::failed);
         EXPECT_EQ(saved(), std::nullopt);
         ASSERT_EQ(server.reports.size(), isReached ? 1U : 0U);
         if (isReached) {
             EXPECT_EQ(server.reports[0].notSent.size(), 3U);
         } else {
             EXPECT_THAT(answer.problems,
-                        ElementsAre(HasSubstr("The vark could not be told that ALPHA will not come")));
+                        ElementsAre(Telling("The vark could not be told that ALPHA will not come")));
         }
     }
 }
@@ -243,7 +243,7 @@ TEST_F(IngestSessionTest, NothingElseIsAddedWhileACardIsBroughtIn) {
     begin(card());
     ASSERT_TRUE(world.passTime([&] { return !vark.uploads.empty(); }));
     QueueRequest request = adding({a}).add;
-    EXPECT_THAT(ask(request).problems, ElementsAre(HasSubstr("The queue is bringing in ALPHA")));
+    EXPECT_THAT(ask(request).problems, ElementsAre(Telling("The queue is bringing in ALPHA")));
     EXPECT_EQ(runOn(), ExitCode::allLanded);
     EXPECT_EQ(vark.files.size(), 3U);
 }

@@ -7,11 +7,16 @@
 #include <latch>
 #include <thread>
 
-#include "Hosts/CLI/QueueHolder.h"
-#include "Hosts/CLI/SendSession.h"
+#include "Hosts/CLI/Sending/SendSession.h"
 #include "Tests/CLI/CLIWorld.h"
+#include "VarkApp/Queue/QueueHolder.h"
 
 namespace vark::cli {
+
+/// Something said whose text holds the words.
+MATCHER_P(Telling, words, "") {
+    return arg.text.contains(words);
+}
 
 /// Walks that stand still from the first one on until they may go on.
 class WalkGate {
@@ -93,7 +98,7 @@ class SendSessionTest : public ::testing::Test {
 
     test::CLIWorld world;
     SharedConnection connection = world.connect();
-    test::FakeVark& vark = world.platform.vark->uploads;
+    test::FakeVark& vark = *world.platform.vark;
     std::filesystem::path a = world.home.file("in/a.mov", std::string(250, 'a'));
     std::filesystem::path b = world.home.file("in/b.mov", std::string(250, 'b'));
     PlainDisplay display{world.console};

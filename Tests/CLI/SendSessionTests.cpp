@@ -163,7 +163,7 @@ TEST_F(SendSessionTest, DoesNotEndWhileAWalkIsUnderWay) {
     gate.open();
     EXPECT_EQ(runOn(), ExitCode::allLanded);
     EXPECT_TRUE(vark.files.contains("b.mov"));
-    EXPECT_THAT(folder.takeAnswer(id).value_or(QueueAnswer()).results, Contains("Added 1 file"));
+    EXPECT_THAT(folder.takeAnswer(id).value_or(QueueAnswer()).results, Contains(Said("Added 1 file")));
 }
 
 TEST_F(SendSessionTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
@@ -190,8 +190,8 @@ TEST_F(SendSessionTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
     std::filesystem::remove(queue);
     world.home.file((queue / "in the way").lexically_relative(world.home.path()).string());
     const QueueAnswer answer = ask(QueueRequest::Command::pause);
-    EXPECT_EQ(answer.code, ExitCode::somethingFailed);
-    EXPECT_THAT(answer.problems, Contains(HasSubstr(queue.string())));
+    EXPECT_EQ(answer.outcome, Outcome::failed);
+    EXPECT_THAT(answer.problems, Contains(Telling(queue.string())));
     world.passTime([] { return false; }, std::chrono::seconds(5));
     EXPECT_THAT(said(), HasSubstr(queue.string()));
     session->interrupt();
@@ -209,7 +209,7 @@ TEST_F(SendSessionTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
         QueueRequest request;
         request.command = command;
         if (command == QueueRequest::Command::remove) request.named = {QueueRequest::Named::of(a.string())};
-        EXPECT_EQ(ask(request).code, ExitCode::allLanded);
+        EXPECT_EQ(ask(request).outcome, Outcome::done);
         EXPECT_EQ(vark.count("cancel"), command == QueueRequest::Command::clear ? 2 : 1);
         EXPECT_EQ(runOn(), ExitCode::somethingFailed);
         world.surroundings.store().save(nullptr);
@@ -328,17 +328,17 @@ TEST_F(SendSessionTest, AQueueForAnotherClientIsNotSentToThisOne) {
 TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
     vark.chunkTime = std::chrono::seconds(20);
     begin(adding({a}));
-    EXPECT_EQ(ask(QueueRequest::Command::pause).results.at(0), "Paused. Carry on with: vark resume");
+    EXPECT_EQ(ask(QueueRequest::Command::pause).results.at(0), Said("Paused.", {{Next::Step::resume}}));
     EXPECT_TRUE(saved()->isPaused);
 
     QueueRequest add;
     add.command = QueueRequest::Command::add;
     add.named = {QueueRequest::Named::of(b.string()), QueueRequest::Named::of(a.string()), {"x", "/no/such"}};
     QueueAnswer answer = ask(add);
-    EXPECT_EQ(answer.code, ExitCode::somethingFailed);
-    EXPECT_THAT(answer.results, Contains("Added 1 file"));
+    EXPECT_EQ(answer.outcome, Outcome::failed);
+    EXPECT_THAT(answer.results, Contains(Said("Added 1 file")));
     EXPECT_EQ(answer.entries.size(), 2u);
-    EXPECT_THAT(answer.problems, Contains(HasSubstr("/no/such")));
+    EXPECT_THAT(answer.problems, Contains(Telling("/no/such")));
     // What is said to be in the queue is on the disk.
     EXPECT_EQ(saved()->entries.size(), 2u);
 
@@ -368,8 +368,8 @@ TEST_F(SendSessionTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
     std::optional<QueueAnswer> answer;
     EXPECT_TRUE(world.passTime([&] { return (answer = RequestFolder(requests).takeAnswer(id)).has_value(); },
                                std::chrono::seconds(2)));
-    EXPECT_EQ(answer->code, ExitCode::somethingFailed);
-    EXPECT_THAT(answer->problems.at(0), HasSubstr("did not understand"));
+    EXPECT_EQ(answer->outcome, Outcome::failed);
+    EXPECT_THAT(answer->problems.at(0), Telling("did not understand"));
     session->interrupt();
     runOn();
 }
@@ -404,7 +404,7 @@ TEST_F(SendSessionTest, TheSettingsReachTheEngine) {
     // Every minute of every day is between these two, but for weekends.
     settings.workingHours = WorkingHours{0, 24 * 60};
     WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
-    Surroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
+    CommandSurroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
     SendSession waiting(atWork, connection, settings, display);
     EXPECT_FALSE(world.passTime([&] { return waiting.ended().has_value(); }, std::chrono::minutes(1)));
     EXPECT_THAT(printed(), HasSubstr("outside office hours only"));

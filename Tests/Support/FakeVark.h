@@ -19,7 +19,7 @@ namespace vark::test {
 
 /// A vark in memory, with the upload protocol's rules and failures on demand. Touched on the test's thread
 /// alone.
-class FakeVark final : public SilentVark {
+class FakeVark : public SilentVark {
   public:
     struct Upload {
         std::string path;

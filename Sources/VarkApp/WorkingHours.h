@@ -1,0 +1,21 @@
+#pragma once
+
+#include "VarkCore/Transfer/OfficeHours.h"
+
+namespace vark::app {
+
+/// The hours of weekdays in which nothing is to be sent, past midnight when they end at an earlier minute
+/// than they begin. A value.
+///
+/// The engine's own office hours lie within one day, so it is given, time and again, those that hold now.
+struct WorkingHours {
+    int startMinute = 540;
+    int endMinute = 1050;
+
+    /// What the engine is to keep at that moment, with the end that is the next one then. Saturday and Sunday
+    /// stay free from midnight to midnight.
+    OfficeHours at(Date date, const Calendar& calendar) const;
+    bool operator==(const WorkingHours&) const = default;
+};
+
+}  // namespace vark::app
