@@ -12,7 +12,7 @@
 #include "Tests/Support/Process.h"
 #include "Tests/Support/RequestLogFile.h"
 #include "Tests/Support/TemporaryFolder.h"
-#include "Tests/VarkBox/BoxClient.h"
+#include "Tests/Support/BoxClient.h"
 
 namespace vark::test {
 

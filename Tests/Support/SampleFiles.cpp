@@ -11,7 +11,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "Tests/VarkBox/BoxClient.h"
+#include "Tests/Support/BoxClient.h"
 #include "VarkBox/Hasher.h"
 #include "VarkCore/Foundation/Files.h"
 

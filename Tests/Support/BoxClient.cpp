@@ -1,13 +1,12 @@
-#include "Tests/VarkBox/BoxClient.h"
+#include "Tests/Support/BoxClient.h"
 
 #include <curl/curl.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-#include <random>
-#include <stdexcept>
 
 #include "VarkBox/Hasher.h"
 
@@ -119,39 +118,10 @@ Answer BoxClient::settled(std::string_view uploadID) {
     }
 }
 
-std::int64_t BoxClient::itemID(std::string_view path) {
-    return get("/api/item?path=" + escaped(path)).json().at("id").to_number<std::int64_t>();
-}
-
 std::string sha256(std::string_view bytes) {
     Hasher hasher;
     hasher.add(bytes);
     return hasher.digest();
-}
-
-std::string someBytes(std::size_t count, unsigned seed) {
-    std::mt19937 random(seed);
-    std::string bytes(count, '\0');
-    for (char& byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
-
-std::string escaped(std::string_view text) {
-    std::string result;
-    for (char character : text)
-        result += fmt::format("%{:02X}", static_cast<unsigned char>(character));
-    return result;
-}
-
-TemporaryFolder::TemporaryFolder() {
-    std::string pattern = std::filesystem::temp_directory_path() / "vark-box-test-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("Could not make a temporary folder.");
-    path_ = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::filesystem::remove_all(path_);
 }
 
 }  // namespace vark::box

@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "VarkBox/Box.h"
-
 namespace vark::box {
 
 struct Answer {
@@ -31,7 +29,6 @@ struct Answer {
 class BoxClient {
   public:
     BoxClient(std::string url, std::filesystem::path authority, std::string token);
-    explicit BoxClient(const Box& box) : BoxClient(box.url(), box.authority(), box.token()) {}
 
     /// `target` may be a whole URL or a path of the application.
     Answer send(std::string_view method, std::string_view target, std::string_view body = {},
@@ -41,14 +38,12 @@ class BoxClient {
     /// Without the token.
     Answer control(std::string_view method, std::string_view target,
                    const boost::json::value& body = nullptr);
-    void setToken(std::string token) { token_ = std::move(token); }
 
     Answer begin(std::string_view path, std::string_view bytes, bool replace = false);
     /// Sends each chunk that is missing, finishes, and gives the status once it is "done" or "failed".
     Answer upload(std::string_view path, std::string_view bytes, bool replace = false);
     /// Asks until the check has come to its end.
     Answer settled(std::string_view uploadID);
-    std::int64_t itemID(std::string_view path);
 
   private:
     struct Handle;
@@ -60,22 +55,5 @@ class BoxClient {
 };
 
 std::string sha256(std::string_view bytes);
-/// Bytes that differ from seed to seed.
-std::string someBytes(std::size_t count, unsigned seed = 1);
-std::string escaped(std::string_view text);
-
-/// A folder that is gone after the test.
-class TemporaryFolder {
-  public:
-    TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder();
-
-    const std::filesystem::path& path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-};
 
 }  // namespace vark::box
