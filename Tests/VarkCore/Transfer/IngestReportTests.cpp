@@ -8,9 +8,10 @@
 namespace vark::test {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
+using testing::HasSubstr;
 using Passed = Walker::PassedOver::Kind;
 using Kind = CardVerdict::Missing::Kind;
 
@@ -32,10 +33,6 @@ struct LandedCard {
         item.state = ItemState::verified;
         card.files.push_back({item.relativePath, item.size, item.mtime});
         job.items.push_back(std::move(item));
-    }
-    TransferItem& end(ItemState state) {
-        job.items[1].state = state;
-        return job.items[1];
     }
     /// Lies on the card, and was passed over when the ingest began.
     void pass(const std::string& source, Passed kind) {
@@ -61,86 +58,62 @@ TEST(CardVerdict, MissesWhateverIsOnTheCardAndNotInTheVark) {
         /// Whether only a look at the card can tell.
         bool takesTheCard = false;
     };
-    const char* unseen = "It was not on the card, or could not be seen, when the ingest began.";
+    const auto end = [](ItemState state, const char* error = nullptr) {
+        return [=](LandedCard& on) {
+            on.job.items[1].state = state;
+            if (error != nullptr) on.job.items[1].error = error;
+        };
+    };
+    const auto pass = [](const char* source, Passed kind) {
+        return [=](LandedCard& on) { on.pass(source, kind); };
+    };
+    const auto then = [](auto first, auto second) {
+        return [=](LandedCard& on) {
+            first(on);
+            second(on);
+        };
+    };
+    const auto takeOffTheList = [](LandedCard& on) { on.takeOffTheList(); };
+    const auto change = [](LandedCard& on) { on.card.files[1].mtime += 1; };
+    const auto leaveOut = [](LandedCard& on) {
+        on.job.ingest->leftOut = {"MISC"};
+        on.card.files.push_back({"ALPHA/MISC/x.dat", 1, 0});
+        on.pass("MISC/.hidden", Passed::hidden);
+    };
+    const std::string two = "DCIM/2.jpg";
+    const std::string ownCopy = "The vark's own copy was left as it is.";
+    // clang-format off
     const Case cases[] = {
         {"all landed", [](LandedCard&) {}, {}},
-        {"not sent",
-         [](LandedCard& on) { on.end(ItemState::queued); },
-         {{Kind::notSent, "DCIM/2.jpg", "It has not been sent.", 100}}},
-        {"failed",
-         [](LandedCard& on) { on.end(ItemState::failed).error = "Too large."; },
-         {{Kind::notSent, "DCIM/2.jpg", "Too large.", 100}}},
-        {"failed, and gone from the card",
-         [](LandedCard& on) {
-             on.end(ItemState::failed).error = "The file is no longer where it was.";
-             on.card.files.pop_back();
-         },
-         {{Kind::notSent, "DCIM/2.jpg", "The file is no longer where it was.", 100}}},
-        {"changed while it was sent",
-         [](LandedCard& on) { on.job.items[1].changedWhileSent = true; },
-         {{Kind::notSent, "DCIM/2.jpg", "It changed while it was sent.", 100}}},
-        {"left as the vark has it",
-         [](LandedCard& on) { on.end(ItemState::skipped); },
-         {{Kind::skipped, "DCIM/2.jpg", "The vark's own copy was left as it is.", 100}}},
-        {"left out",
-         [](LandedCard& on) {
-             on.job.ingest->leftOut = {"MISC"};
-             on.card.files.push_back({"ALPHA/MISC/x.dat", 1, 0});
-             on.pass("MISC/.hidden", Passed::hidden);
-         },
-         {{Kind::leftOut, "MISC", "It was left out."}}},
-        {"removed from the queue",
-         [](LandedCard& on) {
-             on.end(ItemState::failed).error = "Too large.";
-             on.takeOffTheList();
-         },
-         {{Kind::notSent, "DCIM/2.jpg", "It was removed from the queue.", 100}}},
-        {"skipped, then taken off the list",
-         [](LandedCard& on) {
-             on.end(ItemState::skipped);
-             on.takeOffTheList();
-         },
-         {{Kind::skipped, "DCIM/2.jpg", "The vark's own copy was left as it is.", 100}}},
-        {"landed, then taken off the list", [](LandedCard& on) { on.takeOffTheList(); }, {}},
-        {"landed, taken off the list, then changed",
-         [](LandedCard& on) {
-             on.takeOffTheList();
-             on.card.files[1].size = 101;
-         },
-         {{Kind::notSent, "DCIM/2.jpg", "It has changed since it was sent.", 101}},
-         true},
-        {"hidden",
-         [](LandedCard& on) { on.pass("DCIM/.3.jpg", Passed::hidden); },
-         {{Kind::skipped, "DCIM/.3.jpg", "What is hidden is not sent."}}},
-        {"ignored",
-         [](LandedCard& on) { on.pass(".Trashes", Passed::ignored); },
-         {{Kind::skipped, ".Trashes", "What systems leave on cards is not sent."}}},
-        {"a link",
-         [](LandedCard& on) { on.pass("link", Passed::link); },
-         {{Kind::skipped, "link", "Links are not sent."}}},
-        {"a pipe",
-         [](LandedCard& on) { on.pass("pipe", Passed::special); },
-         {{Kind::skipped, "pipe", "It is neither a file nor a folder."}}},
-        {"an unreadable folder",
-         [](LandedCard& on) { on.pass("lost+found", Passed::unreadable); },
-         {{Kind::notSent, "lost+found", "This folder could not be read."}}},
-        {"a name that is no text",
-         [](LandedCard& on) { on.pass("a\\xff", Passed::nameIsNotText); },
-         {{Kind::notSent, "a\\xff", "Its name is not UTF-8 text. Rename it to send it."}}},
-        {"an empty folder", [](LandedCard& on) { on.pass("empty", Passed::emptyFolder); }, {}},
-        {"changed since",
-         [](LandedCard& on) { on.card.files[1].mtime += 1; },
-         {{Kind::notSent, "DCIM/2.jpg", "It has changed since it was sent.", 100}},
-         true},
-        {"came since",
-         [](LandedCard& on) { on.card.files.push_back({"ALPHA/3.jpg", 7, 0}); },
-         {{Kind::notSent, "3.jpg", unseen, 7}},
-         true},
-        {"hidden since",
-         [](LandedCard& on) { on.card.passedOver = {{"ALPHA/.3.jpg", Passed::hidden}}; },
-         {{Kind::skipped, ".3.jpg", "What is hidden is not sent."}},
-         true},
+        {"not sent", end(ItemState::queued), {{Kind::notSent, two, "It has not been sent.", 100}}},
+        {"failed", end(ItemState::failed, "Too large."), {{Kind::notSent, two, "Too large.", 100}}},
+        {"failed, and gone", then(end(ItemState::failed, "Gone."), [](LandedCard& on) { on.card.files.pop_back(); }),
+            {{Kind::notSent, two, "Gone.", 100}}},
+        {"changed while it was sent", [](LandedCard& on) { on.job.items[1].changedWhileSent = true; },
+            {{Kind::notSent, two, "It changed while it was sent.", 100}}},
+        {"left as the vark has it", end(ItemState::skipped), {{Kind::skipped, two, ownCopy, 100}}},
+        {"left out", leaveOut, {{Kind::leftOut, "MISC", "It was left out."}}},
+        {"removed", then(end(ItemState::failed, "Too large."), takeOffTheList),
+            {{Kind::notSent, two, "It was removed from the queue.", 100}}},
+        {"skipped, then removed", then(end(ItemState::skipped), takeOffTheList), {{Kind::skipped, two, ownCopy, 100}}},
+        {"landed, then removed", takeOffTheList, {}},
+        {"landed, removed, changed", then(takeOffTheList, change),
+            {{Kind::notSent, two, "It has changed since it was sent.", 100}}, true},
+        {"hidden", pass("D/.3.jpg", Passed::hidden), {{Kind::skipped, "D/.3.jpg", "What is hidden is not sent."}}},
+        {"ignored", pass(".Trashes", Passed::ignored), {{Kind::skipped, ".Trashes", "What systems leave on cards is not sent."}}},
+        {"a link", pass("link", Passed::link), {{Kind::skipped, "link", "Links are not sent."}}},
+        {"a pipe", pass("pipe", Passed::special), {{Kind::skipped, "pipe", "It is neither a file nor a folder."}}},
+        {"unreadable", pass("l+f", Passed::unreadable), {{Kind::notSent, "l+f", "This folder could not be read."}}},
+        {"a name that is no text", pass("\\xff", Passed::nameIsNotText),
+            {{Kind::notSent, "\\xff", "Its name is not UTF-8 text. Rename it to send it."}}},
+        {"an empty folder", pass("empty", Passed::emptyFolder), {}},
+        {"changed since", change, {{Kind::notSent, two, "It has changed since it was sent.", 100}}, true},
+        {"came since", [](LandedCard& on) { on.card.files.push_back({"ALPHA/3.jpg", 7, 0}); },
+            {{Kind::notSent, "3.jpg", "It was not on the card, or could not be seen, when the ingest began.", 7}}, true},
+        {"hidden since", [](LandedCard& on) { on.card.passedOver = {{"ALPHA/.3.jpg", Passed::hidden}}; },
+            {{Kind::skipped, ".3.jpg", "What is hidden is not sent."}}, true},
     };
+    // clang-format on
     for (const Case& one : cases) {
         SCOPED_TRACE(one.name);
         LandedCard on;
@@ -159,47 +132,35 @@ TEST(CardVerdict, MissesWhateverIsOnTheCardAndNotInTheVark) {
 
 TEST(CardVerdict, SaysHowMuchLandedAndHowMuchDidNot) {
     LandedCard on;
-    EXPECT_EQ(on.verdict().sentence(),
-              "Every file of ALPHA has landed and been checked: it is safe to clear.");
-    EXPECT_EQ(
-        on.verdictWithoutTheCard().sentence(),
-        "2 files of ALPHA landed and checked, which is all that was on it when the ingest began. It could "
-        "not be looked through once more, so do not clear it yet: plug it in, and look again with: vark "
-        "send");
+    EXPECT_THAT(on.verdict().sentence(), HasSubstr("safe to clear"));
+    EXPECT_THAT(on.verdictWithoutTheCard().sentence(),
+                AllOf(HasSubstr("2 files of ALPHA"), HasSubstr("do not clear it yet")));
     on.pass(".hidden", Passed::hidden);
     on.takeOffTheList();
-    EXPECT_EQ(on.verdict().landed, 2);
     EXPECT_EQ(
         on.verdict().sentence(),
         "Do not clear ALPHA yet: 2 files landed and checked, but 1 thing on it is not in the vark as it is "
         "there:");
-    on.job.items[0].state = ItemState::failed;
-    EXPECT_EQ(
-        on.verdict().sentence(),
-        "Do not clear ALPHA yet: 1 file landed and checked, but 2 things on it are not in the vark as they "
-        "are there:");
 }
 
 TEST(IngestReport, TellsTheVarkAllThatTheVerdictMisses) {
     LandedCard on;
     on.add("DCIM/3.jpg");
-    on.end(ItemState::skipped).error = "A different file is already there.";
+    on.job.items[1].state = ItemState::skipped;
+    on.job.items[1].error = "A different file is already there.";
     on.job.items[2].state = ItemState::queued;
     on.job.ingest->leftOut = {"MISC"};
-    on.pass(".Trashes", Passed::ignored);
     on.pass("DCIM/broken", Passed::unreadable);
     const IngestReport report = IngestReport::of(on.job, on.verdictWithoutTheCard());
-    EXPECT_THAT(
-        report.skipped,
-        ElementsAre(
-            IngestFile{"DCIM/2.jpg", "Jobs/ALPHA/DCIM/2.jpg", 100, "A different file is already there."},
-            IngestFile{".Trashes", "Jobs/ALPHA/.Trashes", 0, "What systems leave on cards is not sent."}));
+    const std::string jobs = "Jobs/ALPHA/";
+    EXPECT_THAT(report.skipped, ElementsAre(IngestFile{"DCIM/2.jpg", jobs + "DCIM/2.jpg", 100,
+                                                       "A different file is already there."}));
     EXPECT_THAT(report.leftOut, ElementsAre("MISC"));
-    EXPECT_THAT(report.notSent,
-                ElementsAre(IngestFile{"DCIM/3.jpg", "Jobs/ALPHA/DCIM/3.jpg", 100, "It has not been sent."},
-                            IngestFile{"DCIM/broken", "Jobs/ALPHA/DCIM/broken", 0,
-                                       "This folder could not be read."}));
-    EXPECT_EQ(report.summary(), "2 files skipped, 1 path left out, 2 files not sent");
+    EXPECT_THAT(
+        report.notSent,
+        ElementsAre(IngestFile{"DCIM/3.jpg", jobs + "DCIM/3.jpg", 100, "It has not been sent."},
+                    IngestFile{"DCIM/broken", jobs + "DCIM/broken", 0, "This folder could not be read."}));
+    EXPECT_EQ(report.summary(), "1 file skipped, 1 path left out, 2 files not sent");
 }
 
 TEST(IngestReport, LeavesOutWhatIsNamedWithAllThatLiesBelow) {
