@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Transfer/CardNaming.h"
-#include "VarkCore/Transfer/PendingDrop.h"
+#include "VarkCore/Transfer/QueueModel.h"
 #include "VarkCore/Transfer/VolumeRules.h"
 
 namespace vark {
@@ -13,14 +15,8 @@ TEST(VolumeRules, KnowACardByTheFoldersThatCamerasMake) {
         bool isCard;
     };
     const Case cases[] = {
-        {{}, false},
-        {{"dcim", "Pictures"}, true},
-        {{"Bpav"}, true},
-        {{"PRIVATE"}, false},
-        {{"CLIP"}, false},
-        {{"clip", "private"}, true},
-        {{"PRIVATE", "AVCHD2"}, false},
-        {{"DCIM2", "my dcim"}, false},
+        {{}, false},       {{"dcim", "Pictures"}, true}, {{"Bpav"}, true},
+        {{"CLIP"}, false}, {{"clip", "private"}, true},  {{"DCIM2", "my dcim"}, false},
     };
     for (const Case& one : cases)
         EXPECT_EQ(VolumeRules::isCard(one.names), one.isCard) << testing::PrintToString(one.names);
@@ -53,15 +49,23 @@ TEST(CardNaming, MakesOneFolderOfTheDayAndWhateverIsWrittenOnTheCard) {
     EXPECT_EQ(CardNaming::folder("A/B\n\x1b]0;\x7f"), "A-B--]0;-");
 }
 
-TEST(PendingDrop, SaysWhatItIsAndWhereItCameFrom) {
-    PendingDrop drop(UUID::random(), {"/home/ann/Shoot/"}, DropSource(DropSource::Volume{"Alpha", true}),
-                     std::nullopt);
-    EXPECT_EQ(drop.suggestedTitle, "Shoot");
-    EXPECT_EQ(drop.source.describe(), "from the card \"Alpha\"");
-    EXPECT_EQ(drop.summary(), "Counting");
-    drop.fileCount = 1234;
-    drop.totalBytes = 12'000'000'000;
-    EXPECT_EQ(drop.summary(), "1,234 files · 12.0 GB");
+TEST(IngestInfo, KnowsItsOwnCardFromAnotherInTheSamePlace) {
+    const TemporaryFolder folder;
+    std::filesystem::create_directories(folder / "ALPHA");
+    const IngestInfo ingest{.volumePath = folder / "ALPHA", .volumeUUID = "1234-ABCD"};
+    const Volume own{.name = "ALPHA", .path = folder / "ALPHA", .id = "1234-ABCD"};
+    const Volume other{.name = "ALPHA", .path = folder / "ALPHA", .id = "5678-EF01"};
+    const Volume nameless{.name = "ALPHA", .path = folder / "ALPHA"};
+    const Volume elsewhere{.name = "ALPHA", .path = folder / "ALPHA1", .id = "1234-ABCD"};
+    FakeVolumes volumes;
+    EXPECT_FALSE(ingest.driveIsHere(volumes));
+    for (const Volume& volume : {own, other, nameless, elsewhere}) {
+        volumes.table = {volume};
+        EXPECT_EQ(ingest.driveIsHere(volumes), volume == own) << volume.id.value_or("-");
+    }
+    volumes.table = {own};
+    std::filesystem::remove(folder / "ALPHA");
+    EXPECT_FALSE(ingest.driveIsHere(volumes));
 }
 
 }  // namespace

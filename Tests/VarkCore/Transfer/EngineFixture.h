@@ -66,6 +66,16 @@ class EngineTest : public ::testing::Test {
         engine->start(false);
         return add({file});
     }
+    /// An empty queue, and a vark that has nothing and does as it is asked.
+    void startOver() {
+        engine->clearAll();
+        loop.settle();
+        events.clear();
+        vark->calls.clear();
+        vark->files.clear();
+        vark->failures.clear();
+        vark->lasting.clear();
+    }
     const TransferItem& item(const std::string& name) const {
         for (const TransferItem& one : engine->job()->items) {
             if (one.name() == name) return one;
@@ -77,6 +87,10 @@ class EngineTest : public ::testing::Test {
         for (const TransferItem& one : engine->job()->items)
             list.emplace_back(text(one.state));
         return list;
+    }
+    std::vector<std::string> statesAfter(Duration duration) {
+        loop.advance(duration);
+        return states();
     }
     /// The log's sentences, without their times.
     std::vector<std::string> logged() const {

@@ -5,7 +5,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
-using ::testing::IsSupersetOf;
 
 class TransferEngineLifecycle : public EngineTest {};
 
@@ -16,8 +15,7 @@ TEST_F(TransferEngineLifecycle, SendsWhatWasAddedAndSaysSo) {
     engine->start(false);
     engine->setDestination("//Jobs//2024/");
     EXPECT_EQ(add({folder.path() / "files" / "Shoot"}).items, 2);
-    loop.advance(5s);
-    EXPECT_THAT(states(), ElementsAre("verified", "verified"));
+    EXPECT_THAT(statesAfter(5s), ElementsAre("verified", "verified"));
     EXPECT_EQ(vark->files.size(), 2U);
     EXPECT_TRUE(vark->files.contains("Jobs/2024/Shoot/one.mov"));
     EXPECT_THAT(events, ElementsAre("finished 2 0 0 0"));
@@ -46,47 +44,9 @@ TEST_F(TransferEngineLifecycle, CarriesOnAfterARestartWithTheChunksThatTheVarkHo
 
     makeEngine();
     engine->start(false);
-    loop.advance(10s);
-    EXPECT_THAT(states(), ElementsAre("verified"));
+    EXPECT_THAT(statesAfter(10s), ElementsAre("verified"));
     EXPECT_EQ(vark->count("chunk"), static_cast<int>(10 - held));
     EXPECT_FALSE(item("long.mov").alreadyThere);
-}
-
-TEST_F(TransferEngineLifecycle, NoMoreFilesAtOnceThanAllowedAndInQueueOrder) {
-    std::vector<std::filesystem::path> files;
-    for (int i = 0; i < 10; ++i)
-        files.push_back(write(fmt::format("f{}", i), 100));
-    engine->start(false);
-    add(files);
-    EXPECT_EQ(engine->activeItemIDs().size(), 4U);
-    EXPECT_THAT(vark->calls, IsSupersetOf({"begin f0", "begin f1", "begin f2", "begin f3"}));
-    EXPECT_EQ(vark->count("begin"), 4);
-    loop.advance(10s);
-    EXPECT_EQ(vark->count("begin"), 10);
-    EXPECT_LE(vark->mostChunksInFlight, 3);
-}
-
-TEST_F(TransferEngineLifecycle, RateNeedsThreeSamplesAndTimeLeftFollowsIt) {
-    vark->chunkTime = 1s;
-    send("long.mov", 10'000);
-    EXPECT_EQ(engine->overall().rate, 0);
-    loop.advance(10s);
-    // Three slots of 100 bytes a second.
-    EXPECT_NEAR(engine->overall().rate, 300, 40);
-    EXPECT_NEAR(*engine->overall().secondsLeft, 7000.0 / 300, 6);
-    engine->pause();
-    EXPECT_EQ(engine->overall().rate, 0);
-    EXPECT_FALSE(engine->overall().secondsLeft);
-}
-
-TEST_F(TransferEngineLifecycle, DroppingTheEngineEndsItsTasksAndLosesNothingOnDisk) {
-    send("long.mov", 10'000);
-    loop.advance(1200ms);
-    engine.reset();
-    EXPECT_EQ(vark->chunksInFlight, 0);
-    EXPECT_FALSE(loop.clock.nextDeadline());
-    EXPECT_EQ(saved()->items[0].state, ItemState::queued);
-    EXPECT_FALSE(saved()->items[0].doneChunks.empty());
 }
 
 }  // namespace

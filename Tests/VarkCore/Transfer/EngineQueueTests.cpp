@@ -8,7 +8,6 @@ namespace vark::test {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::Field;
@@ -16,59 +15,52 @@ using ::testing::HasSubstr;
 
 class EngineQueue : public EngineTest {
   protected:
+    static void count(EntryProgress& sum, const TransferItem& one, std::int64_t inFlight) {
+        ++sum.files;
+        sum.bytesTotal += one.size;
+        sum.bytesDone += std::min(one.size, one.bytesDone() + inFlight);
+        sum.verified += one.state == ItemState::verified;
+        sum.failed += one.state == ItemState::failed;
+        sum.conflicts += one.state == ItemState::conflict;
+        sum.skipped += one.state == ItemState::skipped;
+        sum.changed += one.changedWhileSent;
+        sum.inFlight += isInFlight(one.state);
+        sum.hashing += one.state == ItemState::hashing;
+    }
     /// The totals as one pass over all items gives them.
     void expectTotalsOfAFullPass() {
         engine->recompute();
-        Overall whole;
-        std::map<UUID, EntryProgress> entries;
+        const Overall published = engine->overall();
+        std::unordered_map<UUID, EntryProgress> entries;
+        EntryProgress all;
+        std::int64_t verified = 0;
         for (const TransferEntry& entry : engine->job()->entries)
             entries[entry.id];
         for (const TransferItem& one : engine->job()->items) {
-            EntryProgress& entry = entries[one.entryID];
-            const std::int64_t done = std::min(one.size, one.bytesDone() + engine->inFlightBytes(one.id));
-            ++whole.filesTotal;
-            ++entry.files;
-            whole.bytesTotal += one.size;
-            entry.bytesTotal += one.size;
-            whole.bytesDone += done;
-            entry.bytesDone += done;
-            whole.filesVerified += one.state == ItemState::verified;
-            entry.verified += one.state == ItemState::verified;
-            whole.bytesVerified += one.state == ItemState::verified ? one.size : 0;
-            whole.filesFailed += one.state == ItemState::failed;
-            entry.failed += one.state == ItemState::failed;
-            whole.filesConflict += one.state == ItemState::conflict;
-            entry.conflicts += one.state == ItemState::conflict;
-            whole.filesSkipped += one.state == ItemState::skipped;
-            entry.skipped += one.state == ItemState::skipped;
-            entry.inFlight += isInFlight(one.state);
-            entry.hashing += one.state == ItemState::hashing;
+            count(entries[one.entryID], one, engine->inFlightBytes(one.id));
+            count(all, one, engine->inFlightBytes(one.id));
+            if (one.state == ItemState::verified) verified += one.size;
         }
-        Overall published = engine->overall();
-        published.rate = 0;
-        published.secondsLeft.reset();
+        EXPECT_EQ(engine->entryProgress(), entries);
+        const Overall whole{all.bytesTotal,       all.bytesDone, all.files,   all.verified, all.failed,
+                            all.conflicts,        all.skipped,   all.changed, verified,     published.rate,
+                            published.secondsLeft};
         EXPECT_EQ(published, whole);
-        const auto& kept = engine->entryProgress();
-        EXPECT_EQ((std::map<UUID, EntryProgress>(kept.begin(), kept.end())), entries);
     }
 };
 
 TEST_F(EngineQueue, TheSameThingIsAddedOnceHoweverItIsSpelled) {
-    const std::filesystem::path file = write("Shoot/a.mov", 10);
-    const std::filesystem::path shoot = file.parent_path();
-    const std::filesystem::path nowhere = folder.path() / "nowhere";
+    const std::filesystem::path shoot = write("Shoot/a.mov", 10).parent_path();
     engine->start(false);
-    const TransferEngine::Added first = add({nowhere, shoot});
+    const TransferEngine::Added first = add({folder.path() / "nowhere", shoot});
     EXPECT_EQ(first.items, 1);
     ASSERT_EQ(first.notAdded.size(), 1U);
-    EXPECT_THAT(first.notAdded[0].sentence, HasSubstr("Could not add " + nowhere.string()));
     EXPECT_FALSE(first.notAdded[0].isInQueue);
     const TransferEngine::Added again = add({shoot / "", shoot / "." / "", shoot / "../x/../Shoot"});
     EXPECT_EQ(again.items, 0);
     EXPECT_EQ(again.notAdded.size(), 3U);
     EXPECT_THAT(again.notAdded, Each(Field(&TransferEngine::NotAdded::isInQueue, true)));
-    EXPECT_EQ(engine->job()->title, "Shoot");
-    EXPECT_EQ(item("a.mov").localPath, file.string());
+    EXPECT_EQ(item("a.mov").localPath, (shoot / "a.mov").string());
     EXPECT_EQ(item("a.mov").relativePath, "Shoot/a.mov");
 }
 
@@ -78,7 +70,6 @@ TEST_F(EngineQueue, WhatIsInTheQueueIsLookedThroughAgain) {
     vark->failures["finish"].push_back(VarkAPIError::server(400));
     const UUID entry = add({shoot}).entries.at(0);
     loop.advance(5s);
-    ASSERT_EQ(engine->overall().filesFailed, 1);
     write("Shoot/same.mov", 10);
     write("Shoot/changed.mov", 10);
     EXPECT_EQ(add({shoot}).items, 2);
@@ -88,27 +79,22 @@ TEST_F(EngineQueue, WhatIsInTheQueueIsLookedThroughAgain) {
     write("Shoot/failing.mov", 30);
     write("Shoot/sub/new.mov", 40);
     write("Shoot/.hidden", 50);
-    write("Other/other.mov", 60);
     engine->setHold("sleep", "Asleep");
-    const TransferEngine::Added added = add({shoot, shoot, shoot.parent_path() / "Other"});
+    const TransferEngine::Added added = add({shoot, shoot, write("other.mov", 60)});
     EXPECT_EQ(added.items, 2);
     EXPECT_EQ(added.again, 2);
     EXPECT_THAT(added.entries, ElementsAre(entry, entry, engine->job()->entries.at(1).id));
-    const Walker::PassedOver hidden{"Shoot/.hidden", Walker::PassedOver::Kind::hidden};
-    EXPECT_THAT(added.passedOver, ElementsAre(hidden, hidden));
+    EXPECT_EQ(added.passedOver.size(), 2U);
+    EXPECT_THAT(states(), ElementsAre("queued", "queued", "verified", "queued", "queued"));
+    EXPECT_EQ(item("failing.mov").error, std::nullopt);
     EXPECT_EQ(item("new.mov").entryID, entry);
     EXPECT_EQ(item("new.mov").localPath, (shoot / "sub/new.mov").string());
-    EXPECT_EQ(item("same.mov").state, ItemState::verified);
-    EXPECT_EQ(item("changed.mov").state, ItemState::queued);
-    EXPECT_EQ(item("failing.mov").error, std::nullopt);
     EXPECT_EQ(engine->job()->entries[0].fileCount, 4);
     expectTotalsOfAFullPass();
 
     EXPECT_EQ(add({shoot}, {.hidden = true}).items, 1);
     std::filesystem::remove_all(shoot);
-    const TransferEngine::Added gone = add({shoot});
-    EXPECT_THAT(gone.entries, ElementsAre(entry));
-    EXPECT_TRUE(gone.notAdded.at(0).isInQueue);
+    EXPECT_THAT(add({shoot}).entries, ElementsAre(entry));
 }
 
 TEST_F(EngineQueue, NothingIsAddedByAWalkThatIsCancelledOrWhenTheRunIsEnding) {
@@ -132,19 +118,13 @@ TEST_F(EngineQueue, NothingIsAddedByAWalkThatIsCancelledOrWhenTheRunIsEnding) {
 }
 
 TEST_F(EngineQueue, TheVarkIsToldOfWhatIsGivenUpForAsLongAsItIsWaitedFor) {
-    std::vector<std::filesystem::path> files;
-    for (int i = 0; i < 4; ++i)
-        files.push_back(write(fmt::format("f{}", i), 100'000));
-    engine->start(false);
-    const std::vector<UUID> entries = add(files).entries;
+    const UUID entry = send("long.mov", 100'000).entries.at(0);
     loop.advance(1s);
     vark->cancelTime = 7s;
-    engine->remove(std::unordered_set<UUID>(entries.begin(), entries.end()));
+    engine->remove(entry);
     engine->pauseForQuit();
-    const Instant begun = loop.clock.now();
     EXPECT_THROW(loop.run(withTimeout(Duration(5s), engine->serverCancelsDone())), TimeoutError);
-    EXPECT_EQ(loop.clock.now() - begun, 5s);
-    EXPECT_EQ(vark->uploads.size(), 4U);
+    EXPECT_EQ(vark->uploads.size(), 1U);
     loop.run(engine->serverCancelsDone());
     EXPECT_EQ(vark->uploads.size(), 0U);
 }
@@ -170,9 +150,7 @@ TEST_F(EngineQueue, ClearingTakesFinishedEntriesAndClearingAllTakesTheFileToo) {
 
 TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
     std::mt19937 random(7);
-    auto roll = [&](std::size_t sides) {
-        return std::uniform_int_distribution<std::size_t>(0, sides - 1)(random);
-    };
+    const auto roll = [&](std::size_t sides) { return random() % sides; };
     engine->start(false);
     vark->chunkTime = 70ms;
     int named = 0;
@@ -186,10 +164,8 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
         addABatch,
         addABatch,
         addABatch,
-        [&] {
-            vark->failures["chunk"].push_back(roll(2) != 0 ? VarkAPIError::uploadGone()
-                                                           : VarkAPIError::server(500));
-        },
+        [&] { vark->failures["chunk"].push_back(VarkAPIError::uploadGone()); },
+        [&] { vark->failures["chunk"].push_back(VarkAPIError::server(500)); },
         [&] { vark->failures["begin"].push_back(VarkAPIError::server(400)); },
         [&] {
             if (!engine->job() || engine->job()->entries.empty()) return;
@@ -213,10 +189,10 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
     engine->resume();
     vark->failures.clear();
     engine->retryFailed();
-    engine->resolveAllConflicts(std::nullopt, true);
-    loop.advance(600s);
-    engine->resolveAllConflicts(std::nullopt, true);
-    loop.advance(60s);
+    for (int round = 0; round < 2; ++round) {
+        engine->resolveAllConflicts(std::nullopt, true);
+        loop.advance(600s);
+    }
     expectTotalsOfAFullPass();
     EXPECT_TRUE(engine->overall().allSettled());
     EXPECT_EQ(engine->overall().filesVerified + engine->overall().filesSkipped, engine->overall().filesTotal);
@@ -226,9 +202,8 @@ TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
     IndexSet set;
     std::set<std::size_t> model;
     std::mt19937 random(3);
-    for (int round = 0; round < 20'000; ++round) {
-        const std::size_t index =
-            std::uniform_int_distribution<std::size_t>(0, 1 << (round % 20 + 1))(random);
+    for (unsigned round = 0; round < 20'000; ++round) {
+        const std::size_t index = random() % (2U << round % 20);
         if (round % 3 != 0) {
             set.insert(index);
             model.insert(index);
@@ -248,9 +223,7 @@ TEST_F(EngineQueue, OfACardIsKeptWhatBecameOfEachFileThatLeavesTheList) {
     write("CARD/B/2.mov", 100);
     write("CARD/C/3.mov", 100, 'c');
     engine->start(false);
-    IngestInfo info;
-    info.volumePath = card;
-    engine->setIngest(info);
+    engine->setIngest(IngestInfo{.volumePath = card});
     engine->maxConcurrentFiles = 1;
     add({card});
     loop.advance(150ms);
@@ -259,12 +232,10 @@ TEST_F(EngineQueue, OfACardIsKeptWhatBecameOfEachFileThatLeavesTheList) {
     EXPECT_THAT(engine->job()->ingest->leftOut, ElementsAre("C", "A"));
     expectTotalsOfAFullPass();
 
-    const double landedAt = item("1.mov").mtime;
-    const double waitedAt = item("2.mov").mtime;
+    const IngestInfo::Unlisted landed{Kind::landed, "A/1.mov", 100, item("1.mov").mtime};
+    const IngestInfo::Unlisted waited{Kind::removed, "B/2.mov", 100, item("2.mov").mtime};
     engine->remove(engine->job()->entries.at(0).id);
-    EXPECT_THAT(engine->job()->ingest->unlisted,
-                ElementsAre(IngestInfo::Unlisted{Kind::landed, "A/1.mov", 100, landedAt},
-                            IngestInfo::Unlisted{Kind::removed, "B/2.mov", 100, waitedAt}));
+    EXPECT_THAT(engine->job()->ingest->unlisted, ElementsAre(landed, waited));
     loop.advance(2s);
     EXPECT_EQ(saved()->ingest, engine->job()->ingest);
 }

@@ -21,35 +21,15 @@ class TransferLogTest : public testing::Test {
     Date now = dateFromISO8601("2025-03-02T22:41:07Z").value();
 };
 
-TEST_F(TransferLogTest, WritesOneLineForEachSentenceIntoAFolderOfItsOwnMaking) {
-    log().write("Started");
+TEST_F(TransferLogTest, WritesALineForEachSentenceAndRollsOnceTheLimitIsPassed) {
+    TransferLog log = this->log(50);
+    log.write("Started");
     now = now + 55.9;
-    log().write("Two\nlines, \xFF");
-    EXPECT_EQ(readWholeFile(path),
-              "3 Mar 2025, 09:41:07  Started\n3 Mar 2025, 09:42:02  Two\nlines, \xEF\xBF\xBD\n");
-}
-
-TEST_F(TransferLogTest, RollsOnceTheLimitIsPassed) {
-    TransferLog log = this->log(30);
-    log.write("a");
-    log.write("bbbbbbbbb");
-    EXPECT_FALSE(exists(folder / "Logs/Vark/transfer.previous.log"));
-    log.write("c");
-    EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:41:07  c\n");
+    log.write("Two\nlines, \xFF");
+    log.write("after the limit");
     EXPECT_EQ(readWholeFile(folder / "Logs/Vark/transfer.previous.log"),
-              "3 Mar 2025, 09:41:07  a\n3 Mar 2025, 09:41:07  bbbbbbbbb\n");
-}
-
-TEST_F(TransferLogTest, GivesItsLastLinesAndNeverStopsTheWork) {
-    folder.file("Logs/Vark/transfer.log", "a\nb\n");
-    // The last piece is the empty one behind the last line.
-    EXPECT_EQ(log().tail(2), "b\n");
-    EXPECT_EQ(log().tail(100), "a\nb\n");
-    EXPECT_EQ(log().tail(0), "");
-    std::filesystem::remove_all(folder / "Logs");
-    folder.file("Logs", "a file where the folder should be");
-    log().write("Lost");
-    EXPECT_EQ(log().tail(3), "");
+              "3 Mar 2025, 09:41:07  Started\n3 Mar 2025, 09:42:02  Two\nlines, \xEF\xBF\xBD\n");
+    EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:42:02  after the limit\n");
 }
 
 TEST_F(TransferLogTest, LinesOfManyThreadsDoNotMix) {
