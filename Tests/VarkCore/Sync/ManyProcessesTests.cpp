@@ -56,7 +56,7 @@ class ManyProcesses : public testing::Test {
 
 TEST_F(ManyProcesses, FourWritersOfTheBoardLoseNoChange) {
     // Of 20 changes each: at full scale all four make ten thousand.
-    const int rounds = std::getenv("VARK_FULL_SCALE") != nullptr ? 125 : 25;
+    const int rounds = std::getenv("VARK_FULL_SCALE") != nullptr ? 125 : 10;
     std::vector<Process> writers;
     for (const char* name : {"a", "b", "c", "d"})
         writers.push_back(start({"sync", name, std::to_string(rounds)}));
@@ -89,9 +89,9 @@ TEST_F(ManyProcesses, AWriterThatIsKilledLeavesABoardThatIsReadAndWritten) {
 TEST_F(ManyProcesses, WritersOfTheActivityMixNoLines) {
     std::vector<Process> writers;
     for (const char* name : {"a", "b", "c", "d"})
-        writers.push_back(start({"lines", name, "100", "9000"}));
+        writers.push_back(start({"lines", name, "50", "9000"}));
     expectAllEndWell(writers);
-    std::vector<int> all(100);
+    std::vector<int> all(50);
     std::iota(all.begin(), all.end(), 0);
     for (const char* name : {"a", "b", "c", "d"})
         EXPECT_EQ(linesInHistory()[name], all) << name;
@@ -103,7 +103,7 @@ TEST_F(ManyProcesses, APruneLosesAtMostWhatIsAddedMeanwhile) {
     for (int number = 0; number < 5; ++number)
         ActivityHistory::append({.at = noon, .text = "old " + std::string(1 << 20, 'x'), .kind = "put"},
                                 shared);
-    Process writer = start({"lines", "w", "1000", "100"});
+    Process writer = start({"lines", "w", "400", "100"});
     std::size_t prunes = 0;
     for (; !writer.hasEnded(); ++prunes)
         ActivityHistory::read(shared, noon);

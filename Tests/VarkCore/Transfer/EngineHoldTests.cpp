@@ -1,3 +1,5 @@
+#include <future>
+
 #include "EngineFixture.h"
 
 namespace vark::test {
@@ -164,14 +166,19 @@ TEST_F(TransferEngineHolds, AnErrorInTheMomentOfAPauseNeverFailsTheItem) {
     write("CARD/a.mov", 1000);
     engine->setHold("sleep", "Asleep");
     ingestTheCard();
-    // While the engine asks whether the card is the reason, the person pauses.
-    const auto pause = [](TransferEngine* paused) -> Task<void> {
-        paused->pause();
-        co_return;
+    std::atomic<bool> isAsked = false;
+    std::promise<void> answer;
+    volumes.asked = [&, open = answer.get_future().share()] {
+        isAsked = true;
+        loop.executor.wake();
+        open.wait();
     };
-    volumes.asked = [&] { loop.start(pause(engine.get())); };
     vark->failures["begin"].push_back(VarkAPIError::server(400));
     engine->clearHold("sleep");
+    // The engine asks whether the card is the reason, and meanwhile the person pauses.
+    loop.executor.runUntil([&] { return isAsked.load(); });
+    engine->pause();
+    answer.set_value();
     loop.settle();
     EXPECT_TRUE(engine->isPaused());
     EXPECT_THAT(states(), ElementsAre("queued"));
