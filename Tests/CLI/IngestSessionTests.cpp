@@ -90,6 +90,7 @@ TEST_F(IngestSessionTest, IsNotOverWhileADecisionWaits) {
 TEST_F(IngestSessionTest, AReportThatDoesNotGetThroughIsMadeBeforeAnythingElseIsSent) {
     begin(card());
     ASSERT_TRUE(world.passTime([&] { return server.announced == 1; }));
+    EXPECT_TRUE(saved() && saved()->ingest) << "killed now, the next run would announce it again";
     server.ingestFailures.assign(4, VarkAPIError::transport("No network."));
     EXPECT_EQ(runOn(), ExitCode::somethingFailed);
     EXPECT_THAT(said(), HasSubstr("The vark could not be told that the ingest of ALPHA is over"));
