@@ -6,6 +6,7 @@
 #include <random>
 #include <ranges>
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Activity/ActivityHistory.h"
@@ -26,7 +27,7 @@ class ManyProcesses : public testing::Test {
         arguments.insert(arguments.begin() + 1, shared->native());
         const std::string number = std::to_string(++started_);
         Process::Options options;
-        options.program = VARK_STATUS_WRITER;
+        options.program = buildTree() / "Tests/VarkCore/Sync/StatusWriter";
         options.arguments = std::move(arguments);
         options.output = folder / (number + ".output");
         options.errors = folder / (number + ".errors");
