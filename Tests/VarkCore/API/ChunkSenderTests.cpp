@@ -1,8 +1,5 @@
 #include "Tests/Support/APIWorld.h"
 
-#include <fmt/ranges.h>
-
-#include <ranges>
 #include <semaphore>
 
 #include "Tests/Support/TemporaryFolder.h"
@@ -13,11 +10,18 @@ namespace {
 
 using E = VarkAPIError;
 
+/// Bytes of which no two pieces are alike.
+std::string someBytes(std::size_t count) {
+    std::string bytes(count, '\0');
+    for (std::size_t i = 0; i < count; ++i)
+        bytes[i] = static_cast<char>(i * 2'654'435'761U >> 24);
+    return bytes;
+}
+
 class ChunkSender : public APIWorld {
   public:
     TemporaryFolder folder;
-    /// More than a pipe holds, and no two pieces of it are alike.
-    const std::string bytes = fmt::format("{}", fmt::join(std::views::iota(0, 300'000), " "));
+    const std::string bytes = someBytes(2'000'001);
     const std::int64_t size = std::ssize(bytes);
     std::filesystem::path file = folder.file("clip.mov", bytes);
     /// For a chunk of which a part stays unread in the pipe.
