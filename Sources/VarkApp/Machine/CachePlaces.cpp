@@ -8,7 +8,7 @@ namespace vark::app {
 namespace {
 
 /// Single files are measured and never freed.
-std::vector<LocalCache::Place> placesOf(CommandSurroundings& surroundings) {
+std::vector<LocalCache::Place> placesOf(Surroundings& surroundings) {
     const Locations& locations = surroundings.locations();
     std::vector<LocalCache::Place> places = {
         {"The queue", locations.queue()},
@@ -24,7 +24,7 @@ std::vector<LocalCache::Place> placesOf(CommandSurroundings& surroundings) {
 }
 
 /// Where files in the making may have been left by a program that was killed.
-std::vector<std::filesystem::path> foldersOfLeftovers(CommandSurroundings& surroundings) {
+std::vector<std::filesystem::path> foldersOfLeftovers(Surroundings& surroundings) {
     const Locations& locations = surroundings.locations();
     std::vector<std::filesystem::path> folders = {locations.storageFolder(), locations.requests(),
                                                   Rescue::downloads(surroundings.platform.folders())};

@@ -16,7 +16,7 @@ constexpr std::int64_t mostOfALog = 262'144;
 /// For what other programs of this machine may have and this one has not.
 constexpr const char* notHere = "none";
 
-std::map<std::string, std::filesystem::path> logsOf(CommandSurroundings& surroundings) {
+std::map<std::string, std::filesystem::path> logsOf(Surroundings& surroundings) {
     std::map<std::string, std::filesystem::path> logs{{"transfer", surroundings.locations().transferLog()}};
     if (const SharedStore::Folder& folder = surroundings.sharedFolder())
         logs["extensions"] = SharedFiles::extensionsLog(*folder);
@@ -28,7 +28,7 @@ std::string writability(const std::filesystem::path& folder) {
     return std::filesystem::exists(folder) ? "not writable" : "not there yet";
 }
 
-DiagnosticsReport::Snapshot snapshotOf(CommandSurroundings& surroundings) {
+DiagnosticsReport::Snapshot snapshotOf(Surroundings& surroundings) {
     DiagnosticsReport::Snapshot snapshot;
     try {
         if (const std::optional<TransferJob> job = surroundings.store().load())
