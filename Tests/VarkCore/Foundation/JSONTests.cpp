@@ -62,14 +62,5 @@ TEST(JSON, DoublesComeBackExactlyAndAreShort) {
     EXPECT_EQ(shortestDecimal(1700000000), "1700000000.0");
 }
 
-TEST(JSON, WritesFieldsInTheOrderOfTheCalls) {
-    JSONWriter json;
-    json.beginObject().field("b", "x\"\\\n\x01/").field("a", std::optional<std::int64_t>()).field("n", 5);
-    json.field("t", std::vector<std::string>{"1", "2"});
-    json.key("o").beginArray().beginObject().endObject().value(true).endArray().endObject();
-    EXPECT_EQ(json.text(), R"({"b":"x\"\\\n\u0001/","n":5,"t":["1","2"],"o":[{},true]})");
-    EXPECT_NO_THROW(parseJSON(JSONWriter().value("\xC3\xA9\xFF").text()));
-}
-
 }  // namespace
 }  // namespace vark

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 namespace vark {
 namespace {
 
@@ -16,51 +14,26 @@ TEST(Text, TellsUTF8FromOtherBytesAndRepairsThem) {
     }
 }
 
-TEST(Text, SplitsPathsAndLeavesEmptyPiecesOut) {
-    using Pieces = std::vector<std::string>;
-    EXPECT_EQ(pathComponents("/Jobs//2024/"), (Pieces{"Jobs", "2024"}));
-    EXPECT_EQ(splitKeepingEmpty("/Jobs/", '/'), (Pieces{"", "Jobs", ""}));
-    EXPECT_EQ(lastPathComponent("a/b"), "b");
-    EXPECT_EQ(lastPathComponent("a/"), "");
-}
-
-TEST(Text, KnowsBlanksAndLettersOfEveryScript) {
-    EXPECT_EQ(lowercased("M\xC3\x9CLL_1"), "m\xC3\xBCll_1");
-    EXPECT_EQ(withoutBlanksAround(" a b\t"), "a b");
-    EXPECT_EQ(withoutBlanksAround("\u3000\u00A0\u00E9 "), "\u00E9");
-    EXPECT_EQ(withoutBlanksAround(" \xFF "), "\xFF");
-}
-
-TEST(NaturalOrder, ListsNamesAsAFileBrowserDoes) {
-    std::vector<std::string> names = {"Z/a", "a10",     "z1/b", "A",  "a 11/x", "A2",   "z12",
-                                      "a2",  "\u00E9z", "eb",   "_z", "z/a",    "z1/a", "a"};
-    const std::vector<std::string> listed = {"_z", "a",       "A",   "a 11/x", "a2",   "A2",   "a10",
-                                             "eb", "\u00E9z", "z/a", "Z/a",    "z1/a", "z1/b", "z12"};
+TEST(NaturalOrder, TellsLongNamesApart) {
     const NaturalOrder order;
-    std::ranges::sort(names, {}, [&](const std::string& name) { return order.key(name); });
-    EXPECT_EQ(names, listed);
     const std::string longName(5000, 'x');
-    EXPECT_LT(order.key(longName), order.key(longName + "a"));
+    EXPECT_LT(order.key(longName + "2"), order.key(longName + "10"));
 }
 
 TEST(Text, NothingFromOutsideCanSteerATerminal) {
-    struct Case {
-        std::string_view text;
-        const char* shown;
-    };
     using namespace std::string_view_literals;
-    for (const Case& each : {Case{"Müll 🎬 a\\b"sv, "Müll 🎬 a\\b"}, Case{"a\nb\tc\r"sv, "a\\nb\\tc\\r"},
-                             Case{"\x1b[31m\0\x7f\x08"sv, "\\x1b[31m\\x00\\x7f\\x08"},
-                             Case{"\xC2\x9b"
-                                  "31m"sv,
-                                  "\\u009b31m"},
-                             Case{"\x9b"
-                                  "31m\xFF"sv,
-                                  "\\x9b31m\\xff"},
-                             Case{"\u202Acod\u202E\u2066\u2069\u200E\u200F\uFEFF"sv,
-                                  "\\u202acod\\u202e\\u2066\\u2069\\u200e\\u200f\\ufeff"}}) {
-        EXPECT_EQ(escapedForTerminal(each.text), each.shown);
-    }
+    // clang-format off
+    const std::pair<std::string_view, const char*> cases[] = {
+        {"M\u00FCll a\\b"sv, "M\u00FCll a\\b"},
+        {"a\nb\tc\r"sv, "a\\nb\\tc\\r"},
+        {"\x1b[31m\0\x7f\x08"sv, "\\x1b[31m\\x00\\x7f\\x08"},
+        {"\u009b[31m"sv, "\\u009b[31m"},
+        {"\x9b[31m\xFF"sv, "\\x9b[31m\\xff"},
+        {"\u202Acod\u202E\u2066\u2069\u200E\u200F\uFEFF"sv, "\\u202acod\\u202e\\u2066\\u2069\\u200e\\u200f\\ufeff"},
+    };
+    // clang-format on
+    for (const auto& [text, shown] : cases)
+        EXPECT_EQ(escapedForTerminal(text), shown);
 }
 
 }  // namespace

@@ -69,15 +69,5 @@ TEST_F(LocalCacheTest, SweepsWhatAKilledProcessLeftUnfinishedAndNothingElse) {
     EXPECT_EQ(std::distance(fs::directory_iterator(folder / "stays"), {}), 5);
 }
 
-TEST(LocalCache, SaysWhatItFreed) {
-    const std::pair<LocalCache::Freed, const char*> cases[] = {
-        {{0, {}}, "There was nothing to free."},
-        {{5'000'000, {"a"}}, "Freed 5 MB. a is still in use, so it was left alone."},
-        {{5'000'000, {"a", "b"}}, "Freed 5 MB. 2 files are still in use, so they were left alone."},
-    };
-    for (const auto& [freed, words] : cases)
-        EXPECT_EQ(freed.describe(), words);
-}
-
 }  // namespace
 }  // namespace vark::test

@@ -1,25 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "Tests/Support/TemporaryFolder.h"
-#include "VarkCore/Policies/LoginItemPolicy.h"
 #include "VarkCore/Policies/MountDecision.h"
-#include "VarkCore/Policies/QuitPolicy.h"
 #include "VarkCore/Policies/SingleInstance.h"
 
 namespace vark {
 namespace {
-
-TEST(Policies, AskAPersonOnceAndThenObey) {
-    using enum QuitPolicy::QuitReason;
-    EXPECT_EQ(QuitPolicy::decide({system, true, false}), QuitPolicy::Decision::quitNow);
-    EXPECT_EQ(QuitPolicy::decide({person, false, false}), QuitPolicy::Decision::quitNow);
-    EXPECT_EQ(QuitPolicy::decide({person, true, true}), QuitPolicy::Decision::quitNow);
-    EXPECT_EQ(QuitPolicy::decide({person, true, false}), QuitPolicy::Decision::askFirst);
-    using enum LoginItemPolicy::Status;
-    EXPECT_EQ(LoginItemPolicy::next(true, notRegistered), LoginItemPolicy::Step::leaveAlone);
-    EXPECT_EQ(LoginItemPolicy::next(false, notRegistered), LoginItemPolicy::Step::registerIt);
-    EXPECT_EQ(LoginItemPolicy::afterRegistering(requiresApproval), LoginItemPolicy::Step::sayItNeedsApproval);
-}
 
 TEST(SingleInstance, StandsAsideForRootForAnotherCopyAndForTheLock) {
     struct Case {

@@ -22,24 +22,6 @@ TEST(VolumeRules, KnowACardByTheFoldersThatCamerasMake) {
         EXPECT_EQ(VolumeRules::isCard(one.names), one.isCard) << testing::PrintToString(one.names);
 }
 
-TEST(VolumeRules, OfferAVolumeAsLoudlyAsItDeserves) {
-    using Answer = VolumeRules::Answer;
-    using Offer = VolumeRules::Offer;
-    struct Case {
-        VolumeRules::Seen seen;
-        Offer offer;
-    };
-    const Case cases[] = {
-        {{.isCard = true, .isEjectableOrRemovable = true, .isBootVolume = true}, Offer::silent},
-        {{.isCard = true}, Offer::silent},
-        {{.isCard = true, .remembered = Answer::never, .isEjectableOrRemovable = true}, Offer::silent},
-        {{.isCard = true, .isEjectableOrRemovable = true}, Offer::sheet},
-        {{.remembered = Answer::ask, .isEjectableOrRemovable = true}, Offer::notify},
-    };
-    for (const Case& one : cases)
-        EXPECT_EQ(VolumeRules::offer(one.seen), one.offer) << (&one - cases);
-}
-
 TEST(CardNaming, MakesOneFolderOfTheDayAndWhateverIsWrittenOnTheCard) {
     const Calendar calendar("Australia/Melbourne");
     const Date evening = Date::fromSince1970(1'740'958'200);  // 10:30 on 3 March 2025 there, the 2nd in UTC.
