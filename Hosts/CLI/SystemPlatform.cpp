@@ -15,6 +15,7 @@
 #include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SecretServiceStore.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
+#include "VarkPlatform/Linux/TimerClockWatch.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::cli {
@@ -75,6 +76,10 @@ Volumes& SystemPlatform::volumes() {
 
 std::unique_ptr<FolderWatch> SystemPlatform::makeFolderWatch() {
     return std::make_unique<InotifyFolderWatch>();
+}
+
+std::unique_ptr<ClockWatch> SystemPlatform::makeClockWatch() {
+    return std::make_unique<TimerClockWatch>();
 }
 
 std::vector<std::int32_t> SystemPlatform::otherSenders() {

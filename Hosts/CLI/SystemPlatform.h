@@ -17,6 +17,7 @@ class SystemPlatform final : public Platform {
     std::string systemVersion() override;
     Volumes& volumes() override;
     std::unique_ptr<FolderWatch> makeFolderWatch() override;
+    std::unique_ptr<ClockWatch> makeClockWatch() override;
     std::vector<std::int32_t> otherSenders() override;
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const VarkAddress& address, TokenProvider token,

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "Hosts/CLI/Surroundings.h"
+#include "Tests/Support/FakeClockWatch.h"
 #include "Tests/Support/FakeFolderWatch.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSecretStore.h"
@@ -208,6 +209,9 @@ class TestPlatform final : public Platform {
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
     std::unique_ptr<FolderWatch> makeFolderWatch() override { return watches.make(); }
+    std::unique_ptr<ClockWatch> makeClockWatch() override {
+        return std::make_unique<vark::test::FakeClockWatch>();
+    }
     std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<vark::test::FakePathMonitor>();
