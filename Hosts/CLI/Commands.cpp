@@ -6,7 +6,7 @@
 
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/CommandHelp.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark::cli {
 

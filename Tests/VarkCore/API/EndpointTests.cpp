@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "VarkCore/API/SessionSettings.h"
-
 namespace vark {
 namespace {
 
@@ -470,8 +468,8 @@ TEST_F(Endpoints, AClientThatWritesOnlyWhatMustBeThereCanDoWithoutTheRest) {
     EXPECT_EQ(session.requests.back().body, R"({"path":"p","size":1,"sha256":"ab","mtime":2})");
 }
 
-TEST(SessionSettings, NameTheClientAndTheProcess) {
-    const HTTPSessionSettings settings = sessionSettings("Finder", "/tmp/authority.pem");
+TEST_F(Endpoints, EveryRequestNamesTheClientAndTheProcess) {
+    const HTTPSessionSettings& settings = session.settings;
     EXPECT_EQ(settings.headers, (std::vector<HTTPHeader>{{"User-Agent", "VarkTransfer/1.0 (macOS)"},
                                                          {"X-Vark-Via", "Finder"}}));
     EXPECT_EQ(settings.mostConnectionsPerHost, 6);

@@ -8,9 +8,9 @@
 #include "VarkCore/API/Items.h"
 #include "VarkCore/API/Jobs.h"
 #include "VarkCore/API/Shares.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/API/VarkFolder.h"
 #include "VarkCore/API/WhoAmI.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 namespace {

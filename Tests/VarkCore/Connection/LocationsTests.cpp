@@ -4,8 +4,8 @@
 
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
-#include "VarkCore/Connection/ExtensionLog.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Transfer/ExtensionLog.h"
 #include "VarkCore/Transfer/TransferLog.h"
 
 namespace vark {

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 namespace {

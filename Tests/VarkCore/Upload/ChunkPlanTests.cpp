@@ -5,8 +5,8 @@
 #include <limits>
 #include <numeric>
 
+#include "VarkCore/API/UploadAnswers.h"
 #include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Upload/UploadAnswers.h"
 
 namespace vark {
 namespace {

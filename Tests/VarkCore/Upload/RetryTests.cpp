@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/Task.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Upload/ChunkRetry.h"
 
 namespace vark {
