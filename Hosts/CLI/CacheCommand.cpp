@@ -1,5 +1,6 @@
 #include "Hosts/CLI/Commands.h"
 #include "Hosts/CLI/RequestFolder.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Policies/LocalCache.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/Rescue.h"
@@ -87,14 +88,9 @@ ExitCode showCache(Surroundings& surroundings, const CacheOptions& options) {
     return ExitCode::allLanded;
 }
 
-bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder) {
-    return std::ranges::mismatch(folder, path).in1 == folder.end();
-}
-
 /// The folder itself, as the system calls it.
 std::filesystem::path folderMeant(const std::string& given) {
-    const std::filesystem::path normal = std::filesystem::path(given).lexically_normal();
-    const std::filesystem::path named = normal.has_filename() ? normal : normal.parent_path();
+    const std::filesystem::path named = standardised(given);
     std::error_code failure;
     if (std::filesystem::is_symlink(named, failure))
         throw CommandError(ExitCode::usage,

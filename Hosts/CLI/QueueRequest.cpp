@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "VarkCore/Foundation/Paths.h"
+
 namespace vark::cli {
 
 namespace {
@@ -33,9 +35,7 @@ std::string_view nameOf(Command command) {
 }  // namespace
 
 QueueRequest::Named QueueRequest::Named::of(const std::string& argument) {
-    std::filesystem::path path = std::filesystem::absolute(argument).lexically_normal();
-    if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
-    return {argument, path.string()};
+    return {argument, standardised(argument).string()};
 }
 
 QueueRequest::Named QueueRequest::Named::fromJSON(const boost::json::value& value) {

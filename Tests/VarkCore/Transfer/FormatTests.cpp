@@ -5,7 +5,6 @@
 #include <limits>
 
 #include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/FinderName.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 
 namespace vark {
@@ -93,20 +92,6 @@ TEST(Format, WordsCountsTimesAndDates) {
     EXPECT_EQ(Format::time(date, Calendar("UTC")), "22:41");
 }
 
-TEST(FinderName, UndoesThePrivateSpelling) {
-    struct Case {
-        const char* name;
-        const char* onDisk;
-    };
-    for (const Case& each :
-         {Case{"\uF020\uF021\uF022\uF023\uF024\uF025\uF026\uF027\uF028\uF029", "\"*:<>?\\| ."},
-          Case{"Take\uF022 \uF0221", "Take: :1"}, Case{"plain \uF02A\uF01F", "plain \uF02A\uF01F"},
-          Case{"cut \xEF\x80", "cut \xEF\x80"}, Case{"", ""}}) {
-        EXPECT_EQ(FinderName::onDisk(each.name), each.onDisk);
-        EXPECT_EQ(FinderName::isSpelledPrivately(each.name), std::string_view(each.name) != each.onDisk);
-    }
-}
-
 TEST(OfficeHours, KeepOutOfTheWorkingDay) {
     const Calendar melbourne("Australia/Melbourne");
     struct Case {
@@ -138,8 +123,6 @@ TEST(OfficeHours, AWindowThatDoesNotBeginBeforeItEndsAllowsEverything) {
             ASSERT_TRUE(hours.allows(wednesday + minute * 60, Calendar("UTC")));
         EXPECT_EQ(hours.nextAllowed(wednesday, Calendar("UTC")), std::nullopt);
     }
-    EXPECT_EQ((OfficeHours{.startMinute = 1320, .endMinute = 360}).describeWindow(),
-              "before 22:00, after 06:00 and at weekends");
     const OfficeHours hours{.onlyOutside = true, .startMinute = 1, .endMinute = 2};
     EXPECT_EQ(OfficeHours::fromJSON(parseJSON(hours.toJSON())), hours);
 }
