@@ -5,15 +5,16 @@
 
 #include <array>
 
-#include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
+#include "VarkPlatform/Linux/InotifyFolderWatch.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 #include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SecretServiceStore.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
+#include "VarkPlatform/Linux/TimerClockWatch.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::host {
@@ -30,21 +31,27 @@ std::optional<std::string> authorityOf(const VarkAddress& address) {
     return address.authority ? std::optional(address.authority->string()) : std::nullopt;
 }
 
-HTTPSessionSettings settingsFor(const VarkAddress& address, const std::string& via) {
-    return sessionSettings(via, authorityOf(address));
-}
-
 /// An API with what it stands on, in the order in which they end.
 struct Line {
     Line(const VarkAddress& address, const std::string& via, TokenProvider token, const APIHost& host)
-        : session(settingsFor(address, via)),
-          dialer(authorityOf(address)),
+        : dialer(authorityOf(address)),
           writers(static_cast<std::size_t>(host.mostChunksAtOnce)),
           nodes(dialer, nodeFiles),
-          api({session, host.lan, nodes, writers, host.executor, host.clock, systemDate, &host.ways},
+          api({.makeSession =
+                   [](const HTTPSessionSettings& settings) {
+                       return std::make_shared<CurlSession>(settings);
+                   },
+               .via = via,
+               .authorityFile = authorityOf(address),
+               .lan = host.lan,
+               .nodes = nodes,
+               .writers = writers,
+               .executor = host.executor,
+               .clock = host.clock,
+               .now = systemDate,
+               .ways = &host.ways},
               address.url, std::move(token)) {}
 
-    CurlSession session;
     TLSDialer dialer;
     BlockingPool writers;
     BlockingPool nodeFiles{filesOverNodesAtOnce};
@@ -71,6 +78,14 @@ std::string SystemPlatform::systemVersion() {
 Volumes& SystemPlatform::volumes() {
     if (!volumes_) volumes_.emplace();
     return *volumes_;
+}
+
+std::unique_ptr<FolderWatch> SystemPlatform::makeFolderWatch() {
+    return std::make_unique<InotifyFolderWatch>();
+}
+
+std::unique_ptr<ClockWatch> SystemPlatform::makeClockWatch() {
+    return std::make_unique<TimerClockWatch>();
 }
 
 std::vector<std::int32_t> SystemPlatform::otherSenders() {
@@ -114,7 +129,9 @@ std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser(Executor& exe
 }
 
 Task<bool> SystemPlatform::provesItself(VarkAddress address) {
-    CurlSession session(settingsFor(address, via_));
+    HTTPSessionSettings settings;
+    settings.authorityFile = authorityOf(address);
+    CurlSession session(std::move(settings));
     try {
         co_await session.data(HTTPRequest{.url = address.url, .headers = {}, .body = {}});
     } catch (const HTTPError& error) {

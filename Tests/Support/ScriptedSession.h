@@ -65,6 +65,8 @@ class ScriptedSession final : public HTTPSession {
     void queue(int status, std::string body = "") { queue(answer(status, std::move(body))); }
     std::function<ScriptedAnswer(const HTTPRequest&)> script;
 
+    /// What whoever uses it asked for.
+    HTTPSessionSettings settings;
     std::vector<HTTPRequest> requests;
     /// What was taken of the body of each upload, in the order of the uploads.
     std::vector<std::string> uploads;

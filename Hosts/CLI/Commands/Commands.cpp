@@ -7,7 +7,7 @@
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Documentation/CommandHelp.h"
 #include "Hosts/CLI/NextWords.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark::cli {
 

@@ -90,7 +90,7 @@ class GetDisplay {
         begun_ = clock_.now();
     }
 
-    void show(std::int64_t received) {
+    void show(std::int64_t received, std::int64_t moved) {
         if (!isLive_) return;
         const std::optional<TerminalSize> size = Terminal::size();
         if (!size) return;
@@ -99,7 +99,7 @@ class GetDisplay {
                         Format::count(files_, "file")),
             fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
         const double seconds = inSeconds(clock_.now() - begun_);
-        if (seconds > 1) words.push_back(Format::rate(static_cast<double>(received) / seconds));
+        if (seconds > 1) words.push_back(Format::rate(static_cast<double>(moved) / seconds));
         draw({clippedToWidth(fmt::format("{}", fmt::join(words, console_.signs().between)),
                              size->columns - 1)});
     }
@@ -162,7 +162,7 @@ class GetDisplay {
 Task<void> showWhileItLasts(GetDisplay& display, const Fetching& fetching) {
     for (;;) {
         co_await sleepFor(beatLength);
-        display.show(fetching.receivedBytes());
+        display.show(fetching.receivedBytes(), fetching.movedBytes());
     }
 }
 

@@ -19,7 +19,6 @@ using std::chrono::seconds;
 
 constexpr Duration beatLength = std::chrono::milliseconds(250);
 constexpr int beatsBetweenRequests = 2;
-constexpr std::size_t filesAtOnce = 4;
 constexpr int usualChunksAtOnce = 4;
 /// A night without the vark is no reason to give a file up. Who cannot wait says so with a time-out.
 constexpr Duration patience = std::chrono::hours(24);
@@ -81,8 +80,6 @@ SendSession::SendSession(CommandSurroundings& surroundings, const SharedConnecti
     engine_.limiter.setBytesPerSecond(settings_.bytesPerSecond);
     engine_.patience = patience;
     engine_.chunksFollowTheRate = !settings_.chunksAtOnce;
-    // Nothing starts before what is to be added has been taken in, or refused.
-    engine_.maxConcurrentFiles = 0;
     engine_.onEvent = [this](const TransferEngine::Event& event) { heard(event); };
     engine_.onSettled = [this](const TransferItem& item) { fileSettled(item); };
     nodes_.log = [this](const std::string& sentence) { surroundings_.log().write(sentence); };
@@ -110,8 +107,9 @@ bool SendSession::isBusy() {
 
 void SendSession::keepWorkingHours() {
     if (!settings_.workingHours) return;
-    const OfficeHours hours = settings_.workingHours->at(surroundings_.date(), surroundings_.calendar());
-    if (hours != engine_.officeHours()) engine_.setOfficeHours(hours);
+    engine_.setOfficeHours([hours = *settings_.workingHours, calendar = surroundings_.calendar()](Date date) {
+        return hours.at(date, calendar);
+    });
 }
 
 Task<void> SendSession::watched(Task<void> task) {
@@ -130,7 +128,8 @@ Task<void> SendSession::open() {
     co_await adding_.wait();
     const SlotPermit turn(adding_);
     nodes_.start();
-    engine_.start(false);
+    // Nothing starts before what is to be added has been taken in, or refused.
+    engine_.open();
     keepWorkingHours();
     if (!engine_.job() && std::filesystem::exists(surroundings_.store().url())) setDamagedQueueAside();
     if (isLeaving()) co_return;
@@ -158,7 +157,6 @@ Task<void> SendSession::open() {
     if (isLeaving()) co_return;
     life_ = Life::sending;
     watchVolumes();
-    engine_.maxConcurrentFiles = filesAtOnce;
     engine_.start(true);
     scope_.start(endIfSettled());
 }
@@ -242,13 +240,11 @@ void SendSession::leaveRefused(const QueueAnswer& answer) {
 void SendSession::watchVolumes() {
     if (ingest_.ingest() == nullptr) return;
     volumes_ = surroundings_.platform.volumes().watch([this] { scope_.start(lookForTheCard()); });
-    engine_.watchIngestDrive();
 }
 
 Task<void> SendSession::lookForTheCard() {
     if (isLeaving()) co_return;
-    engine_.watchIngestDrive();
-    engine_.driveMayBeBack();
+    engine_.lookForTheDrive();
 }
 
 void SendSession::setDamagedQueueAside() {
@@ -284,7 +280,6 @@ Task<void> SendSession::beating() {
         tellOfWhatWasSent();
         tellOfTrouble();
         keepLevelFresh();
-        keepWorkingHours();
         display_.show(glance());
         leaveWhenPausedUnseen();
         endWhenSettled();
@@ -477,7 +472,6 @@ void SendSession::leave(Ending ending) {
     if (isLeaving()) return;
     life_ = Life::leaving;
     ending_ = std::move(ending);
-    engine_.maxConcurrentFiles = 0;
     engine_.pauseForQuit();
     // Before anything that takes time: a second Ctrl-C ends the process on the spot. Without a job the file,
     // if there is one, is a queue that could not be read: that stays.

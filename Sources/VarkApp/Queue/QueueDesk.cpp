@@ -319,8 +319,8 @@ std::vector<UUID> QueueDesk::conflicts(const QueueRequest::Named& named) const {
     const std::optional<UUID> whole = entry(named);
     std::vector<UUID> meant;
     std::vector<UUID> ofThatName;
-    for (const TransferItem& item : engine_.job()->items) {
-        if (item.state != ItemState::conflict) continue;
+    for (const std::size_t place : engine_.conflicts()) {
+        const TransferItem& item = engine_.job()->items[place];
         const bool isMeant =
             whole ? item.entryID == *whole : item.localPath == named.path || item.relativePath == named.text;
         if (isMeant) meant.push_back(item.id);

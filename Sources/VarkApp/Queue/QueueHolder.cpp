@@ -29,8 +29,7 @@ Task<QueueAnswer> changeSavedQueue(Surroundings& surroundings, QueueRequest requ
     const std::optional<SharedConnection> connection = surroundings.connection();
     const std::shared_ptr<VarkAPI> api = apiIfConnected(surroundings, connection);
     TransferEngine engine(api, surroundings.store(), surroundings.log(), 1, surroundings.engineHost());
-    engine.maxConcurrentFiles = 0;
-    engine.start(false);
+    engine.open();
     if (!engine.job()) {
         // Either there is none, or this fails and says why it cannot be read.
         savedQueue(surroundings);

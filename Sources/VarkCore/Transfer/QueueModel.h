@@ -160,10 +160,8 @@ struct IngestInfo {
     bool operator==(const IngestInfo&) const = default;
     static IngestInfo fromJSON(const boost::json::value& value);
 
-    /// By the place alone: asks the file system.
-    bool driveIsHere() const;
-    /// By the table of mounts too, so that neither the empty place of a card that has gone counts nor
-    /// another card of the same name.
+    /// By its place and the table of mounts, so that neither the empty place of a card that has gone counts
+    /// nor another card of the same name.
     bool driveIsHere(const Volumes& volumes) const;
     /// As much of it as it takes to look for the card, without what may be long.
     IngestInfo place() const;
@@ -200,8 +198,6 @@ struct TransferJob {
     bool operator==(const TransferJob&) const = default;
 
     std::string serverPath(const TransferItem& item) const;
-    /// In queue order. Valid until `items` changes.
-    std::vector<const TransferItem*> itemsIn(UUID entryID) const;
     /// The same for every item; a paused job stays paused.
     TransferJob preparedForResume() &&;
 };

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 namespace {

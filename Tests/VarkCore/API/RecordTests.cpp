@@ -8,6 +8,7 @@
 #include "VarkCore/API/Shares.h"
 #include "VarkCore/API/VarkFolder.h"
 #include "VarkCore/API/WhoAmI.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 namespace {

@@ -80,6 +80,7 @@ class FetchingTest : public testing::Test {
         Fetching run({vark, loop.pool, systemDate}, whatStands,
                      [this](const FetchedFile& file) { ended.push_back(file); });
         co_await run.all(std::move(wanted), here);
+        movedBytes = run.movedBytes();
     }
     void fetch(const VarkItem& top, WhatStands whatStands = WhatStands::stays) {
         loop.run(fetching(top, whatStands));
@@ -103,6 +104,7 @@ class FetchingTest : public testing::Test {
     TemporaryFolder home;
     const std::filesystem::path here = home / "here";
     std::shared_ptr<Shelf> vark = std::make_shared<Shelf>();
+    std::int64_t movedBytes = 0;
     std::vector<FetchedFile> ended;
     std::vector<WantedFiles::LeftOut> leftOut;
     test::TestLoop loop;
@@ -219,18 +221,19 @@ TEST_F(FetchingTest, APartIsGoneOnWithWhereverItEnded) {
         const char* name;
         std::string part;
         std::vector<std::int64_t> asked;
+        std::int64_t moved = 6;
         bool sendsParts = true;
         std::optional<VarkAPIError> refusal = std::nullopt;
     };
     const Case cases[] = {
-        {"a beginning", "abc", {3}},
-        {"the whole", "abcdef", {}},
-        {"of a vark that sends no parts", "abc", {3}, false},
-        {"not of this file", "xyz", {3, 0}},
+        {"a beginning", "abc", {3}, 3},
+        {"the whole", "abcdef", {}, 0},
+        {"of a vark that sends no parts", "abc", {3}, 6, false},
+        {"not of this file", "xyz", {3, 0}, 9},
         {"whole and damaged", "abcdeX", {0}},
         {"longer than the whole", "abcdefg", {0}},
-        {"a part that the vark has not", "abc", {3, 0}, true, VarkAPIError::server(416)},
-        {"a part that makes no sense", "abc", {3, 0}, true, VarkAPIError::badResponse("another part")},
+        {"a part that the vark has not", "abc", {3, 0}, 6, true, VarkAPIError::server(416)},
+        {"a part that makes no sense", "abc", {3, 0}, 6, true, VarkAPIError::badResponse("another part")},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -242,6 +245,7 @@ TEST_F(FetchingTest, APartIsGoneOnWithWhereverItEnded) {
         EXPECT_EQ(failure(), "");
         EXPECT_EQ(readWholeFile(here / "a.mov"), "abcdef");
         EXPECT_EQ(vark->asked, c.asked);
+        EXPECT_EQ(movedBytes, c.moved);
         EXPECT_THAT(namesIn(here), ElementsAre("a.mov"));
     }
 }

@@ -4,7 +4,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/JSON.h"
 #include "VarkCore/Sync/SyncProblem.h"
 #include "VarkCore/Sync/SyncSummary.h"

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Tests/Support/FakeClockWatch.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
@@ -37,19 +38,26 @@ class EngineTest : public ::testing::Test {
         const auto makeMonitor = [this] {
             auto monitor = std::make_unique<FakePathMonitor>();
             network = monitor->remote();
+            ++monitorsMade;
             return monitor;
+        };
+        const auto makeClockWatch = [this] {
+            auto watch = std::make_unique<FakeClockWatch>();
+            clockWatch = watch->remote();
+            return watch;
         };
         BlockingPool& saving = savingPool != nullptr ? *savingPool : loop.pool;
         const auto wallClock = [this] { return date(); };
         TransferEngine::Host host{loop.executor, loop.clock, wallClock, Calendar("UTC"),
-                                  loop.pool,     saving,     volumes,   makeMonitor};
+                                  loop.pool,     saving,     volumes,   makeMonitor, makeClockWatch};
         engine = std::make_unique<TransferEngine>(vark, store, log, chunkSlots, host);
         engine->onEvent = [this](const TransferEngine::Event& event) { note(event); };
     }
 
-    /// 12:00 on Wednesday 1 October 2025 when the loop's clock stands at its beginning.
+    /// 12:00 on Wednesday 1 October 2025 when the loop's clock stands at its beginning, until somebody sets
+    /// it.
     Date date() const {
-        return Date::fromSince1970(1'759'320'000) + inSeconds(loop.clock.now().time_since_epoch());
+        return Date::fromSince1970(1'759'320'000) + inSeconds(loop.clock.now().time_since_epoch()) + setAhead;
     }
 
     std::filesystem::path write(const std::string& name, std::size_t size, char fill = 'a') {
@@ -130,6 +138,9 @@ class EngineTest : public ::testing::Test {
                      }};
     TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
     std::shared_ptr<FakePathMonitor::Remote> network;
+    int monitorsMade = 0;
+    std::shared_ptr<FakeClockWatch::Remote> clockWatch;
+    double setAhead = 0;  // Seconds.
     std::vector<std::string> events;
     std::unique_ptr<TransferEngine> engine;
 };

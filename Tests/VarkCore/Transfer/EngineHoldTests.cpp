@@ -105,7 +105,7 @@ TEST_F(TransferEngineHolds, ARefusedTokenPausesTheQueueUntilItIsGoodAgain) {
     EXPECT_EQ(goOnInto("begin", VarkAPIError::notConnected()), "no token");
 }
 
-TEST_F(TransferEngineHolds, OfficeHoursHoldTheQueueAndAreLookedAtEveryThirtySeconds) {
+TEST_F(TransferEngineHolds, OfficeHoursHoldTheQueueUntilTheyEnd) {
     // The clock stands at 12:00 on a Wednesday.
     const std::string waits = "Waiting until 12:01: outside office hours only";
     addLong();
@@ -127,14 +127,15 @@ TEST_F(TransferEngineHolds, ACardThatGoesHoldsTheQueueAndItsReturnCarriesOn) {
     ingestTheCard();
     loop.advance(150ms);
     pullTheCard();
-    engine->watchIngestDrive();
+    engine->lookForTheDrive();
     loop.settle();
     EXPECT_EQ(engine->hold(), waiting);
     EXPECT_THAT(states(), ElementsAre("queued"));
     loop.advance(31s);
     EXPECT_TRUE(engine->hold());
     plugTheCard();
-    loop.advance(31s);  // The beat of the schedule looks for the card, too.
+    engine->lookForTheDrive();
+    loop.settle();
     EXPECT_EQ(engine->hold(), std::nullopt);
     EXPECT_THAT(statesAfter(10s), ElementsAre("verified"));
     EXPECT_THAT(logged(), Contains("CARD is back; carrying on"));
@@ -142,7 +143,7 @@ TEST_F(TransferEngineHolds, ACardThatGoesHoldsTheQueueAndItsReturnCarriesOn) {
     EXPECT_EQ(vark->sources.back(), "DCIM/a.mov");
     // What is all sent needs no card.
     pullTheCard();
-    engine->watchIngestDrive();
+    engine->lookForTheDrive();
     loop.settle();
     EXPECT_EQ(engine->hold(), std::nullopt);
     engine->ingestReported();
@@ -158,7 +159,7 @@ TEST_F(TransferEngineHolds, AnErrorWhileTheCardIsGoneNeverFailsTheItem) {
     EXPECT_EQ(item("a.mov").attempts, 0);
     EXPECT_EQ(engine->hold(), waiting);
     engine->setIngest(std::nullopt);
-    engine->driveMayBeBack();
+    engine->lookForTheDrive();
     EXPECT_EQ(engine->hold(), std::nullopt);
 }
 

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "EngineFixture.h"
+#include "QueueShadow.h"
 
 namespace vark::test {
 namespace {
@@ -45,6 +46,11 @@ class EngineQueue : public EngineTest {
         const Overall whole{all.bytesTotal,       all.bytesDone, all.files,   all.verified, all.failed,
                             all.conflicts,        all.skipped,   all.changed, verified,     published.rate,
                             published.secondsLeft};
+        for (std::size_t place = 0; place < engine->job()->items.size(); ++place) {
+            const ItemState state = engine->job()->items[place].state;
+            EXPECT_EQ(engine->failedItems().next(place) == place, state == ItemState::failed);
+            EXPECT_EQ(engine->conflicts().next(place) == place, state == ItemState::conflict);
+        }
         EXPECT_EQ(published, whole);
     }
 };
@@ -151,6 +157,7 @@ TEST_F(EngineQueue, ClearingTakesFinishedEntriesAndClearingAllTakesTheFileToo) {
 TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
     std::mt19937 random(7);
     const auto roll = [&](std::size_t sides) { return random() % sides; };
+    QueueShadow shadow(*engine);
     engine->start(false);
     vark->chunkTime = 70ms;
     int named = 0;
@@ -184,6 +191,7 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
     for (int round = 0; round < 300; ++round) {
         happenings[roll(std::size(happenings))]();
         if (engine->job()) expectTotalsOfAFullPass();
+        shadow.expectTheQueue();
     }
     engine->clearHold("sleep");
     engine->resume();
@@ -213,6 +221,8 @@ TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
             model.erase(goes);
         }
         ASSERT_EQ(set.first(), model.empty() ? std::nullopt : std::optional(*model.begin()));
+        const auto next = model.lower_bound(index);
+        ASSERT_EQ(set.next(index), next == model.end() ? std::nullopt : std::optional(*next));
     }
 }
 

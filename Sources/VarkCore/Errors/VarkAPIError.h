@@ -109,8 +109,6 @@ struct RefusedToken {
 
     /// Nothing when the error is no sign-out.
     static std::optional<RefusedToken> from(const std::exception& error);
-    /// Whether the vark itself decided the refusal, and not something on the way to it.
-    bool isVarksOwnRefusal() const { return code == "VARK-410"; }
     bool operator==(const RefusedToken&) const = default;
 };
 

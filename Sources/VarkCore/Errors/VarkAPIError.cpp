@@ -1,4 +1,4 @@
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 #include <fmt/format.h>
 

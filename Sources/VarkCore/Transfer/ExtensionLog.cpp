@@ -1,4 +1,4 @@
-#include "VarkCore/Connection/ExtensionLog.h"
+#include "VarkCore/Transfer/ExtensionLog.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "VarkCore/Upload/UploadAnswers.h"
+#include "VarkCore/API/UploadAnswers.h"
 
 #include "VarkCore/Foundation/JSON.h"
 
