@@ -91,8 +91,8 @@ Task<void> TransferEngine::carry(UUID id) {
             found(id, serverPath, hadUpload);
             co_return;
         }
-        if (begun.conflict() != nullptr) {
-            blocked(id, serverPath);
+        if (const BeginResult::Conflict* standing = begun.conflict()) {
+            blocked(id, serverPath, *standing);
             co_return;
         }
         std::variant<UploadStatus, Again> sent =
@@ -199,11 +199,13 @@ void TransferEngine::found(const UUID& id, const std::string& serverPath, bool h
         serverPath);
 }
 
-void TransferEngine::blocked(const UUID& id, const std::string& serverPath) {
+void TransferEngine::blocked(const UUID& id, const std::string& serverPath,
+                             const BeginResult::Conflict& standing) {
     std::string name;
     set(id, [&](TransferItem& item) {
         item.state = ItemState::conflict;
         item.error = fmt::format("A different file is already at {}.", serverPath);
+        item.standing = TransferItem::Standing{standing.existingSize, standing.existingMtime};
         name = item.name();
     });
     log_.write(fmt::format("A different file is at {}; waiting for a decision", serverPath));
