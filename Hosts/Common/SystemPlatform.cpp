@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "Hosts/Common/ProfileBundle.h"
 #include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
@@ -55,7 +56,14 @@ struct Line {
 }  // namespace
 
 const Bundle& SystemPlatform::bundle() {
-    if (!bundle_) bundle_.emplace();
+    if (bundle_) return *bundle_;
+    const std::string profile = ProfileBundle::profileOfEnvironment();
+    auto whole = std::make_unique<AppBundle>();
+    if (profile.empty()) {
+        bundle_ = std::move(whole);
+    } else {
+        bundle_ = std::make_unique<ProfileBundle>(std::move(whole), profile);
+    }
     return *bundle_;
 }
 
