@@ -33,38 +33,38 @@ class FileCommands : public EndToEndTest {
 };
 
 TEST_F(FileCommands, FoldersAreMadeListedMovedAndBinned) {
-    expectRun({"mkdir", "Jobs/2026/Shoot"}, 1, "");
-    expectRun({"mkdir", "-p", "Jobs/2026/Shoot"}, 0, "Jobs\nJobs/2026\nJobs/2026/Shoot\n");
-    expectRun({"mkdir", "-p", "Jobs/2026/Shoot"}, 0, "");
-    expectRun({"mkdir", "Jobs/2026/Shoot"}, 1, "");
-    box.put("Jobs/2026/Shoot/a10.txt", "ten");
-    box.put("Jobs/2026/Shoot/a2.txt", "three!");
+    expectRun({"mkdir", "Work/2026/Shoot"}, 1, "");
+    expectRun({"mkdir", "-p", "Work/2026/Shoot"}, 0, "Work\nWork/2026\nWork/2026/Shoot\n");
+    expectRun({"mkdir", "-p", "Work/2026/Shoot"}, 0, "");
+    expectRun({"mkdir", "Work/2026/Shoot"}, 1, "");
+    box.put("Work/2026/Shoot/a10.txt", "ten");
+    box.put("Work/2026/Shoot/a2.txt", "three!");
 
-    expectRun({"ls", "Jobs/2026/Shoot", "--sort", "name"}, 0, "a2.txt\na10.txt\n");
-    expectRun({"ls", "Jobs/2026/Shoot", "--sort", "size", "--reverse"}, 0, "a10.txt\na2.txt\n");
-    EXPECT_THAT(vark.run({"ls", "--bytes", "Jobs/2026/Shoot"}).output, HasSubstr("           6  "));
-    expectRun({"ls", "-R", "Jobs"}, 0,
-              "Jobs:\n2026/\n\nJobs/2026:\nShoot/\n\nJobs/2026/Shoot:\na10.txt\na2.txt\n");
-    expectRun({"tree", "--sort", "name"}, 0,
-              "/\n└── Jobs/\n    └── 2026/\n        └── Shoot/\n            ├── a2.txt\n            └── a10.txt\n");
-    expectRun({"tree", "--depth", "1"}, 0, "/\n└── Jobs/\n");
-    expectRun({"complete-remote", "--", "Jobs/2026/Shoot/a1"}, 0, "Jobs/2026/Shoot/a10.txt\n");
-    expectRun({"complete-remote", "--folders", "--", "J"}, 0, "Jobs/\n");
+    expectRun({"ls", "Work/2026/Shoot", "--sort", "name"}, 0, "a2.txt\na10.txt\n");
+    expectRun({"ls", "Work/2026/Shoot", "--sort", "size", "--reverse"}, 0, "a10.txt\na2.txt\n");
+    EXPECT_THAT(vark.run({"ls", "--bytes", "Work/2026/Shoot"}).output, HasSubstr("           6  "));
+    expectRun({"ls", "-R", "Work"}, 0,
+              "Work:\n2026/\n\nWork/2026:\nShoot/\n\nWork/2026/Shoot:\na10.txt\na2.txt\n");
+    expectRun({"tree", "Work", "--sort", "name"}, 0,
+              "Work\n└── 2026/\n    └── Shoot/\n        ├── a2.txt\n        └── a10.txt\n");
+    expectRun({"tree", "Work", "--depth", "1"}, 0, "Work\n└── 2026/\n");
+    expectRun({"complete-remote", "--", "Work/2026/Shoot/a1"}, 0, "Work/2026/Shoot/a10.txt\n");
+    expectRun({"complete-remote", "--folders", "--", "W"}, 0, "Work/\n");
 
-    expectRun({"mv", "Jobs/2026/Shoot/a2.txt", "Jobs/2026/b.txt"}, 0,
-              "Jobs/2026/Shoot/a2.txt is now Jobs/2026/b.txt\n");
-    expectRun({"mv", "Jobs/2026/b.txt", "Jobs/2026/Shoot/a10.txt"}, 1, "");
-    EXPECT_EQ(box.bytesAt("Jobs/2026/Shoot/a10.txt"), "ten") << "nothing is replaced";
-    expectRun({"mv", "Jobs/2026/b.txt", "Jobs/2026/Shoot/a10.txt", "Jobs"}, 0,
-              "Jobs/2026/b.txt is now Jobs/b.txt\nJobs/2026/Shoot/a10.txt is now Jobs/a10.txt\n");
-    expectRun({"mv", "Jobs", "Jobs/2026"}, 1, "");
-    expectRun({"mv", "Jobs/b.txt", "Jobs/a10.txt", "Nowhere"}, 2, "");
+    expectRun({"mv", "Work/2026/Shoot/a2.txt", "Work/2026/b.txt"}, 0,
+              "Work/2026/Shoot/a2.txt is now Work/2026/b.txt\n");
+    expectRun({"mv", "Work/2026/b.txt", "Work/2026/Shoot/a10.txt"}, 1, "");
+    EXPECT_EQ(box.bytesAt("Work/2026/Shoot/a10.txt"), "ten") << "nothing is replaced";
+    expectRun({"mv", "Work/2026/b.txt", "Work/2026/Shoot/a10.txt", "Work"}, 0,
+              "Work/2026/b.txt is now Work/b.txt\nWork/2026/Shoot/a10.txt is now Work/a10.txt\n");
+    expectRun({"mv", "Work", "Work/2026"}, 1, "");
+    expectRun({"mv", "Work/b.txt", "Work/a10.txt", "Nowhere"}, 2, "");
 
-    expectRun({"rm", "Jobs/b.txt"}, 2, "");
-    EXPECT_EQ(box.bytesAt("Jobs/b.txt"), "three!") << "nobody was asked";
-    expectRun({"rm", "--yes", "Jobs/b.txt", "Jobs/gone"}, 1, "In the Bin: Jobs/b.txt\n");
-    expectRun({"ls", "Jobs"}, 0, "2026/\na10.txt\n");
-    expectRun({"tag", "Jobs/a10.txt", "Jobs/2026", "--with", "Summer", "--with", "To do"}, 0,
+    expectRun({"rm", "Work/b.txt"}, 2, "");
+    EXPECT_EQ(box.bytesAt("Work/b.txt"), "three!") << "nobody was asked";
+    expectRun({"rm", "--yes", "Work/b.txt", "Work/gone"}, 1, "In the Bin: Work/b.txt\n");
+    expectRun({"ls", "Work"}, 0, "2026/\na10.txt\n");
+    expectRun({"tag", "Work/a10.txt", "Work/2026", "--with", "Summer", "--with", "To do"}, 0,
               "Tagged 2 items with Summer, To do\n");
     expectRun({"tag", "--list"}, 0, "Summer\nTo do\n");
 }
@@ -85,7 +85,8 @@ TEST_F(FileCommands, BytesGoOutAndComeInByThePipe) {
 
     const std::filesystem::path other = vark.write("other", "something else");
     feed(other);
-    const Finished kept = vark.run({"send", "-", "--name", "Cut.tar", "--to", "Jobs", "--on-conflict", "skip"});
+    const Finished kept =
+        vark.run({"send", "-", "--name", "Cut.tar", "--to", "Jobs", "--on-conflict", "skip"});
     EXPECT_THAT(kept.errors, HasSubstr("is kept in"));
     EXPECT_EQ(box.bytesAt("Jobs/Cut.tar"), std::string(700'000, 'x'));
     EXPECT_THAT(spooled(), Not(IsEmpty())) << "nobody else has these bytes";
@@ -95,7 +96,9 @@ TEST_F(FileCommands, BytesGoOutAndComeInByThePipe) {
 TEST_F(FileCommands, WhatTheVarkHasIsProvedBeforeAnythingIsDeleted) {
     for (const char* name : {"Shoot/a.mov", "Shoot/DCIM/b.mov", "Shoot/DCIM/.c", "Shoot/x.tmp"})
         file(name, 3'000);
-    expectExit(vark.run({"send", (vark.home() / "Shoot").string(), "--to", "Jobs", "--hidden", "--exclude", "*.tmp"}), 0);
+    expectExit(vark.run({"send", (vark.home() / "Shoot").string(), "--to", "Jobs", "--hidden", "--exclude",
+                         "*.tmp"}),
+               0);
     const std::vector<std::string> check = {"check", (vark.home() / "Shoot").string(), "--against", "Jobs"};
     expectRun(check, 1, "Not in the vark: Shoot/x.tmp\n");
     std::vector<std::string> without = check;
@@ -104,7 +107,8 @@ TEST_F(FileCommands, WhatTheVarkHasIsProvedBeforeAnythingIsDeleted) {
     EXPECT_THAT(proved.errors, HasSubstr("Left out and not looked at: 1 thing."));
 
     box.put("Jobs/Shoot/a.mov", std::string(3'000, 'x'));
-    expectRun(without, 1, "Different in the vark: Shoot/a.mov: It is as long as in the vark and has other bytes.\n");
+    expectRun(without, 1,
+              "Different in the vark: Shoot/a.mov: It is as long as in the vark and has other bytes.\n");
     without.push_back("--json");
     const Finished records = vark.run(without);
     EXPECT_THAT(records.output, HasSubstr(R"("event":"differs","path":"Shoot/a.mov")"));
@@ -115,8 +119,9 @@ TEST_F(FileCommands, AScriptAndASecondProfileWorkBesideTheConnection) {
     box.put("a.txt", "one");
     const std::filesystem::path token = vark.write("token", box.token());
     std::filesystem::permissions(token, std::filesystem::perms::owner_read);
-    const std::map<std::string, std::string> given = {
-        {"VARK_URL", box.url()}, {"VARK_TOKEN_FILE", token.string()}, {"VARK_CA_FILE", box.authority().string()}};
+    const std::map<std::string, std::string> given = {{"VARK_URL", box.url()},
+                                                      {"VARK_TOKEN_FILE", token.string()},
+                                                      {"VARK_CA_FILE", box.authority().string()}};
     expectExit(vark.run({"disconnect"}), 0);
     expectExit(vark.run({"cat", "a.txt"}), 3);
     vark.moveTo({.environment = given});
@@ -125,7 +130,8 @@ TEST_F(FileCommands, AScriptAndASecondProfileWorkBesideTheConnection) {
     expectExit(send(sample), 0);
     expectHeld(sample);
     EXPECT_FALSE(vark.find("connection.json")) << "nothing of it is kept";
-    std::filesystem::permissions(token, std::filesystem::perms::group_read, std::filesystem::perm_options::add);
+    std::filesystem::permissions(token, std::filesystem::perms::group_read,
+                                 std::filesystem::perm_options::add);
     expectExit(vark.run({"cat", "a.txt"}), 2);
 
     vark.moveTo({.environment = {{"VARK_PROFILE", "work"}}});

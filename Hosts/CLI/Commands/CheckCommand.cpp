@@ -122,13 +122,14 @@ class CheckOutput {
         if (files == 0) {
             console_.say("There was no file to look at, so nothing is proved.");
         } else if (report.isProved()) {
-            console_.print(fmt::format(
-                "{} ({}) in {}, with the same bytes.",
-                files == 1 ? "The 1 file is" : fmt::format("All {} files are", Format::number(files)),
-                Format::bytes(report.sameBytes), shown(against_)));
+            console_.print(
+                fmt::format("{} ({}) {} in {}, with the same bytes.",
+                            files == 1 ? "The 1 file" : fmt::format("All {} files", Format::number(files)),
+                            Format::bytes(report.sameBytes), files == 1 ? "is" : "are", shown(against_)));
         } else {
-            console_.say(fmt::format("{} of {} are in {} with the same bytes. Keep what is listed.",
-                                     Format::number(report.same), Format::number(files), shown(against_)));
+            console_.say(fmt::format("{} of {} {} in {} with the same bytes. Keep what is listed.",
+                                     Format::number(report.same), Format::number(files),
+                                     report.same == 1 ? "is" : "are", shown(against_)));
             sayWherePerhaps(report);
         }
     }
@@ -137,11 +138,11 @@ class CheckOutput {
     void sayWherePerhaps(const CheckReport& report) {
         for (const std::string& name : report.missingRoots) {
             if (lastPathComponent(against_) != name) continue;
-            const std::string_view above =
-                std::string_view(against_).substr(0, against_.size() - name.size());
+            const std::string above =
+                tidiedVarkPath(std::string_view(against_).substr(0, against_.size() - name.size()));
             console_.say(
-                fmt::format("There is no \"{}\" in {}. To compare with that folder itself: --against \"/{}\"",
-                            name, against_, tidiedVarkPath(above)));
+                fmt::format("There is no \"{}\" in {}. What was sent to {} is compared with: --against {}",
+                            name, against_, shown(above), above.empty() ? "/" : above));
         }
     }
 
