@@ -11,10 +11,12 @@
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
 #include "VarkPlatform/Linux/FileSecretStore.h"
+#include "VarkPlatform/Linux/InotifyFolderWatch.h"
 #include "VarkPlatform/Linux/NetlinkPathMonitor.h"
 #include "VarkPlatform/Linux/ProcessList.h"
 #include "VarkPlatform/Linux/SecretServiceStore.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
+#include "VarkPlatform/Linux/TimerClockWatch.h"
 #include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::host {
@@ -81,8 +83,16 @@ Volumes& SystemPlatform::volumes() {
     return *volumes_;
 }
 
+std::unique_ptr<FolderWatch> SystemPlatform::makeFolderWatch() {
+    return std::make_unique<InotifyFolderWatch>();
+}
+
+std::unique_ptr<ClockWatch> SystemPlatform::makeClockWatch() {
+    return std::make_unique<TimerClockWatch>();
+}
+
 std::vector<std::int32_t> SystemPlatform::otherSenders() {
-    constexpr std::array<std::string_view, 2> sending = {"send", "ingest"};
+    constexpr std::array<std::string_view, 3> sending = {"send", "ingest", "run"};
     return otherCopiesDoing(sending);
 }
 

@@ -20,6 +20,8 @@ class SystemPlatform final : public app::Platform {
     const UserFolders& folders() override;
     std::string systemVersion() override;
     Volumes& volumes() override;
+    std::unique_ptr<FolderWatch> makeFolderWatch() override;
+    std::unique_ptr<ClockWatch> makeClockWatch() override;
     std::vector<std::int32_t> otherSenders() override;
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string& host) override;
     std::shared_ptr<VarkAPI> makeAPI(const app::VarkAddress& address, TokenProvider token,

@@ -8,6 +8,8 @@
 #include "VarkCore/API/HTTPVarkAPI.h"
 #include "VarkCore/Foundation/URL.h"
 #include "VarkCore/Services/Bundle.h"
+#include "VarkCore/Services/ClockWatch.h"
+#include "VarkCore/Services/FolderWatch.h"
 #include "VarkCore/Services/PathMonitor.h"
 #include "VarkCore/Services/SecretStore.h"
 #include "VarkCore/Services/ServiceBrowser.h"
@@ -42,6 +44,8 @@ class Platform {
     virtual const UserFolders& folders() = 0;
     virtual std::string systemVersion() = 0;
     virtual Volumes& volumes() = 0;
+    virtual std::unique_ptr<FolderWatch> makeFolderWatch() = 0;
+    virtual std::unique_ptr<ClockWatch> makeClockWatch() = 0;
     /// Other processes of this program that may be working on a queue.
     virtual std::vector<std::int32_t> otherSenders() = 0;
     /// Of the way to that host; empty for the way out into the world alone.

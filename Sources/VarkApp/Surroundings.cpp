@@ -118,11 +118,19 @@ TransferLog& Surroundings::log() {
 }
 
 TransferEngine::Host Surroundings::engineHost() {
-    return {executor, clock, date, calendar(), pool(), savingPool(), platform.volumes(), [this] {
+    return {executor,
+            clock,
+            date,
+            calendar(),
+            pool(),
+            savingPool(),
+            platform.volumes(),
+            [this] {
                 const std::optional<SharedConnection> connection = this->connection();
                 const std::optional<URL> server = connection ? connection->serverURL() : std::nullopt;
                 return platform.makePathMonitor(server ? server->host() : "");
-            }};
+            },
+            [this] { return platform.makeClockWatch(); }};
 }
 
 }  // namespace vark::app

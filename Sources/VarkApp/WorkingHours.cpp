@@ -14,7 +14,7 @@ OfficeHours WorkingHours::at(Date date, const Calendar& calendar) const {
     const int minute = calendar.minuteOfDay(date);
     if (minute < endMinute) return {true, 0, endMinute};
     const int end = calendar.weekday(date) == friday ? minutesOfADay : minutesOfADay + endMinute;
-    // Once they have begun, from midnight on: the first minutes after it, before anybody asks here again, are
+    // Once they have begun, from midnight on: the first moment after it, before anybody asks here again, is
     // theirs too.
     return {true, minute < startMinute ? startMinute : 0, end};
 }

@@ -7,7 +7,7 @@ namespace vark::app {
 /// The hours of weekdays in which nothing is to be sent, past midnight when they end at an earlier minute
 /// than they begin. A value.
 ///
-/// The engine's own office hours lie within one day, so it is given, time and again, those that hold now.
+/// Office hours lie within one day, so the engine is given those that hold now, and asks again when they end.
 struct WorkingHours {
     int startMinute = 540;
     int endMinute = 1050;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "Tests/Support/FakeClockWatch.h"
+#include "Tests/Support/FakeFolderWatch.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSecretStore.h"
 #include "Tests/Support/FakeServiceBrowser.h"
@@ -181,6 +183,7 @@ class TestPlatform final : public Platform {
     std::optional<std::string> tokenGiven;
     std::vector<std::string> tokensGiven;
     FakeVolumes mounted;
+    FakeFolderWatches watches;
     std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
@@ -189,6 +192,8 @@ class TestPlatform final : public Platform {
     FakeUserFolders& changedFolders() { return folders_; }
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
+    std::unique_ptr<FolderWatch> makeFolderWatch() override { return watches.make(); }
+    std::unique_ptr<ClockWatch> makeClockWatch() override { return std::make_unique<FakeClockWatch>(); }
     std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<FakePathMonitor>();

@@ -117,6 +117,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareTag(program, chosen);
     declareSend(program, chosen);
     declareIngest(program, chosen);
+    declareRun(program, chosen);
     declareVolumes(program, chosen);
     declareQueueCommands(program, chosen);
     declareShare(program, chosen);

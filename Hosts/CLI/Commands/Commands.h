@@ -27,6 +27,7 @@ void declareShare(CLI::App& program, Chosen& chosen);
 void declareJobs(CLI::App& program, Chosen& chosen);
 void declareSend(CLI::App& program, Chosen& chosen);
 void declareIngest(CLI::App& program, Chosen& chosen);
+void declareRun(CLI::App& program, Chosen& chosen);
 void declareVolumes(CLI::App& program, Chosen& chosen);
 void declareQueueCommands(CLI::App& program, Chosen& chosen);
 void declareCache(CLI::App& program, Chosen& chosen);

@@ -106,16 +106,16 @@ IngestWish wishFrom(CommandSurroundings& surroundings, const IngestOptions& opti
 ExitCode ingest(CommandSurroundings& surroundings, const IngestOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
-    const QueueLock lock = takeQueue(surroundings);
+    QueueLock lock = takeQueue(surroundings);
     if (!lock)
         throw Failure(Outcome::failed,
                       "Another vark is sending, and a card needs the queue for itself. Watch it with: vark "
                       "queue --watch");
     if (!volume) volume = cardUnderWay(surroundings, options.volume);
     if (!volume) throw Failure(Outcome::misuse, whyItIsNoCard(options.volume));
-    SendSession::Settings settings = settingsFrom(options.sending);
+    SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
-    return sendHere(surroundings, connection, std::move(settings), options.sending.json);
+    return sendHere(surroundings, connection, std::move(lock), std::move(settings), options.sending.json);
 }
 
 }  // namespace

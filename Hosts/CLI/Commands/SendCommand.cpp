@@ -22,7 +22,8 @@ constexpr const char* explanation =
     "tries\n"
     "again what failed, and q quits; the queue stays. While another vark is sending, the paths are handed to "
     "it\n"
-    "and followed to their end. A folder that is in the queue already is looked through again, for what is "
+    "and followed to their end, or the whole queue without a PATH. A folder that is in the queue already is "
+    "looked through again, for what is "
     "new\n"
     "or has changed. Hidden files, links, special files and empty folders are left out and counted; what\n"
     "systems leave in folders (.DS_Store, ._*, Thumbs.db) is not sent either. Exit code 0 means that all "
@@ -67,11 +68,13 @@ void refuseWhatMakesNoSense(const SendOptions& options) {
              "That is about files and folders, and none was named: vark send PATH...");
 }
 
-SendSession::Settings settingsFrom(const SendOptions& options, const SharedConnection& connection) {
-    SendSession::Settings settings = settingsFrom(options.sending);
+SendRun::Settings settingsFrom(Surroundings& surroundings, const SendOptions& options,
+                               const SharedConnection& connection) {
+    SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.add.command = QueueRequest::Command::add;
     settings.add.title = options.title;
     settings.add.walk = {options.hidden, options.followLinks, options.filter};
+    settings.add.wish.replace = settings.replaceConflicts;
     if (options.destination)
         settings.add.destination = joinedVarkPath(connection.rootPath, *options.destination);
     if (takesInput(options)) return settings;
@@ -87,37 +90,57 @@ void refuseWhatCannotBeHandedOver(const SendOptions& options) {
     if (!sending.rate.empty()) refused.emplace_back("--rate");
     if (!sending.officeHours.empty()) refused.emplace_back("--outside-office-hours");
     if (sending.chunks) refused.emplace_back("--chunks");
-    if (options.handOver && sending.onConflict != "ask") refused.emplace_back("--on-conflict");
     if (refused.empty()) return;
-    throw Failure(
-        Outcome::misuse,
-        fmt::format("Another vark is sending, and would take this on, but not {}. Leave that out, or wait "
-                    "until it has finished. Nothing was added.",
-                    fmt::join(refused, " and ")));
+    throw Failure(Outcome::misuse,
+                  fmt::format("Vark is running and sends at its own pace. Leave out {}, or set it there.",
+                              fmt::join(refused, " and ")));
+}
+
+/// What stands in the queue of whoever has it, as if it had been handed over just now.
+QueueAnswer wholeQueue(const QueueAnswer& shown) {
+    QueueAnswer taken = shown;
+    if (!shown.queue) return taken;
+    for (const EntryView& entry : shown.queue->entries)
+        taken.entries.push_back(entry.id);
+    return taken;
+}
+
+ExitCode sayHandedOver(CommandSurroundings& surroundings, const QueueAnswer& answer, bool json) {
+    const ExitCode code = printAnswer(surroundings.console, answer, json);
+    if (code != ExitCode::allLanded) return code;
+    surroundings.console.say("Handed over, not landed yet. Watch it with: vark queue --watch");
+    return ExitCode::handedOver;
 }
 
 ExitCode sendOrHandOver(CommandSurroundings& surroundings, const SharedConnection& connection,
-                        const SendSession::Settings& settings, const SendOptions& options) {
+                        const SendRun::Settings& settings, const SendOptions& options) {
     const bool json = options.sending.json;
-    if (QueueLock lock = takeQueue(surroundings)) return sendHere(surroundings, connection, settings, json);
-    if (settings.add.named.empty())
-        throw Failure(Outcome::failed,
-                      "Another vark is sending the queue already. Watch it with: vark queue --watch");
+    if (QueueLock lock = takeQueue(surroundings))
+        return sendHere(surroundings, connection, std::move(lock), settings, json);
     refuseWhatCannotBeHandedOver(options);
-    const Asked asked = surroundings.await(takeQueueOrAsk(surroundings, settings.add));
-    if (asked.lock) return sendHere(surroundings, connection, settings, json);
+    const bool isWholeQueue = settings.add.named.empty();
+    Asked asked =
+        surroundings.await(takeQueueOrAsk(surroundings, isWholeQueue ? QueueRequest{} : settings.add));
+    if (asked.lock) return sendHere(surroundings, connection, std::move(asked.lock), settings, json);
+    if (isWholeQueue && settings.replaceConflicts) {
+        QueueRequest decision;
+        decision.command = QueueRequest::Command::resolve;
+        decision.replace = *settings.replaceConflicts;
+        surroundings.await(changeQueue(surroundings, std::move(decision)));
+    }
+    if (isWholeQueue) asked.answer = wholeQueue(asked.answer);
+    if (isWholeQueue && asked.answer.entries.empty() && asked.answer.outcome == Outcome::done) {
+        surroundings.console.say("There is no saved queue. Send something with: vark send PATH...");
+        return ExitCode::allLanded;
+    }
     if (asked.answer.entries.empty()) return printAnswer(surroundings.console, asked.answer, json);
-    if (!options.handOver) return sendThere(surroundings, connection, settings, asked.answer, json);
-    const ExitCode code = printAnswer(surroundings.console, asked.answer, json);
-    if (code != ExitCode::allLanded) return code;
-    surroundings.console.say(
-        "Another vark is sending, and has taken this on. Watch it with: vark queue --watch");
-    return ExitCode::handedOver;
+    if (options.handOver) return sayHandedOver(surroundings, asked.answer, json);
+    return sendThere(surroundings, connection, settings, std::move(asked.answer), json);
 }
 
 /// What comes from standard input is kept on this machine until the vark has it.
 ExitCode sendInput(CommandSurroundings& surroundings, const SharedConnection& connection,
-                   SendSession::Settings settings, const SendOptions& options) {
+                   SendRun::Settings settings, const SendOptions& options) {
     const Spool spool(surroundings.locations().spool());
     const std::string folder = settings.add.destination.value_or(connection.rootPath);
     const std::filesystem::path kept =
@@ -133,7 +156,7 @@ ExitCode sendInput(CommandSurroundings& surroundings, const SharedConnection& co
 ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
     refuseWhatMakesNoSense(options);
     const SharedConnection connection = surroundings.neededConnection();
-    SendSession::Settings settings = settingsFrom(options, connection);
+    SendRun::Settings settings = settingsFrom(surroundings, options, connection);
     if (options.dryRun) return dryRun(surroundings, settings.add, options.sending.json);
     if (takesInput(options)) return sendInput(surroundings, connection, std::move(settings), options);
     const Spool spool(surroundings.locations().spool());

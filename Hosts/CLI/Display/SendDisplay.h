@@ -9,26 +9,11 @@
 #include "Hosts/CLI/ExitCode.h"
 #include "VarkApp/Queue/LeftOut.h"
 #include "VarkApp/Queue/QueueView.h"
-#include "VarkCore/API/WaysTaken.h"
+#include "VarkApp/Session.h"
 #include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Transfer/IngestReport.h"
 
 namespace vark::cli {
-
-/// One file that has come to an end of some kind.
-struct SettledFile {
-    /// In the vark.
-    std::string path;
-    std::string localPath;
-    std::int64_t size = 0;
-    ItemState state = ItemState::verified;
-    bool alreadyThere = false;
-    /// What landed is not what lies on the disk now.
-    bool changedWhileSent = false;
-    std::optional<std::string> error;
-    /// How its bytes went, those of this run.
-    WaysTaken::Ways ways;
-};
 
 /// How much a person wants to be told.
 enum class Loudness {
@@ -45,7 +30,7 @@ class SendDisplay {
     virtual ~SendDisplay() = default;
 
     virtual void fileSettled(const SettledFile& file) = 0;
-    /// The queue as it is now, without its entries; called on every beat.
+    /// The queue as it is now, without its entries; called while something moves, and when something changed.
     virtual void show(const QueueView& view) = 0;
     /// A sentence that the person should know of.
     virtual void say(const std::string& sentence) = 0;

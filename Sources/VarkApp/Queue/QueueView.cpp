@@ -1,7 +1,6 @@
 #include "VarkApp/Queue/QueueView.h"
 
 #include <algorithm>
-#include <iterator>
 #include <unordered_set>
 
 namespace vark::app {
@@ -55,19 +54,37 @@ void describeEntries(QueueView& view, const TransferJob& job, const Progress& pr
     }
 }
 
-/// What failed, then what waits, in one pass over the items, and in none when there is neither.
-void describeUnsettled(QueueView& view, const TransferJob& job, const Chosen* chosen = nullptr) {
-    if (view.overall.filesFailed + view.overall.filesConflict == 0) return;
-    std::vector<FileView> failed;
-    std::vector<FileView> waiting;
-    for (const TransferItem& item : job.items) {
-        if (item.state != ItemState::failed && item.state != ItemState::conflict) continue;
+void describe(QueueView& view, const TransferJob& job, const IndexSet& places, const Chosen* chosen) {
+    std::size_t described = 0;
+    for (const std::size_t place : places) {
+        const TransferItem& item = job.items[place];
         if (chosen != nullptr && !chosen->contains(item.entryID)) continue;
-        std::vector<FileView>& files = item.state == ItemState::failed ? failed : waiting;
-        if (files.size() < mostFilesOfAState) files.push_back(viewOf(item));
+        if (++described > mostFilesOfAState) return;
+        view.files.push_back(viewOf(item));
     }
-    std::ranges::move(failed, std::back_inserter(view.files));
-    std::ranges::move(waiting, std::back_inserter(view.files));
+}
+
+/// What failed, then what waits.
+struct Unsettled {
+    const IndexSet& failed;
+    const IndexSet& conflicts;
+
+    void describe(QueueView& view, const TransferJob& job, const Chosen* chosen = nullptr) const {
+        app::describe(view, job, failed, chosen);
+        app::describe(view, job, conflicts, chosen);
+    }
+};
+
+Unsettled unsettledOf(const TransferEngine& engine) {
+    return {engine.failedItems(), engine.conflicts()};
+}
+
+IndexSet placesOf(const TransferJob& job, ItemState state) {
+    IndexSet places;
+    for (std::size_t place = 0; place < job.items.size(); ++place) {
+        if (job.items[place].state == state) places.insert(place);
+    }
+    return places;
 }
 
 QueueTotals totalsOf(const TransferJob& job) {
@@ -84,6 +101,7 @@ void addUp(QueueView& view) {
     for (const EntryView& entry : view.entries) {
         view.overall.filesTotal += entry.progress.files;
         view.overall.filesVerified += entry.progress.verified;
+        view.overall.bytesVerified += entry.progress.bytesVerified;
         view.overall.filesFailed += entry.progress.failed;
         view.overall.filesConflict += entry.progress.conflicts;
         view.overall.filesSkipped += entry.progress.skipped;
@@ -94,16 +112,11 @@ void addUp(QueueView& view) {
 }
 
 void describeChosen(QueueView& view, const TransferJob& job, const Progress& progress,
-                    const std::vector<UUID>& entries) {
+                    const std::vector<UUID>& entries, const Unsettled& unsettled) {
     const Chosen chosen(entries.begin(), entries.end());
     describeEntries(view, job, progress, &chosen);
     addUp(view);
-    if (!view.isSettled()) return;
-    describeUnsettled(view, job, &chosen);
-    for (const TransferItem& item : job.items) {
-        if (item.state == ItemState::verified && chosen.contains(item.entryID))
-            view.overall.bytesVerified += item.size;
-    }
+    if (view.isSettled()) unsettled.describe(view, job, &chosen);
 }
 
 /// What is told of the items that an engine is working on.
@@ -231,14 +244,18 @@ QueueView QueueView::of(const TransferJob& job) {
     view.overall = totals.overall();
     describeHead(view, job);
     describeEntries(view, job, totals.entries());
-    describeUnsettled(view, job);
+    const IndexSet failed = placesOf(job, ItemState::failed);
+    const IndexSet conflicts = placesOf(job, ItemState::conflict);
+    Unsettled{failed, conflicts}.describe(view, job);
     return view;
 }
 
 QueueView QueueView::of(const TransferJob& job, const std::vector<UUID>& entries) {
     QueueView view;
     describeHead(view, job);
-    describeChosen(view, job, totalsOf(job).entries(), entries);
+    const IndexSet failed = placesOf(job, ItemState::failed);
+    const IndexSet conflicts = placesOf(job, ItemState::conflict);
+    describeChosen(view, job, totalsOf(job).entries(), entries, {failed, conflicts});
     return view;
 }
 
@@ -258,7 +275,7 @@ QueueView QueueView::of(const TransferEngine& engine, Date now) {
     QueueView view = glance(engine, now);
     if (!engine.job()) return view;
     describeEntries(view, *engine.job(), engine.entryProgress());
-    describeUnsettled(view, *engine.job());
+    unsettledOf(engine).describe(view, *engine.job());
     return view;
 }
 
@@ -275,7 +292,7 @@ QueueView QueueView::of(const TransferEngine& engine, const std::vector<UUID>& e
         });
     });
     if (!view.files.empty()) view.overall.rate = rate;
-    describeChosen(view, *engine.job(), engine.entryProgress(), entries);
+    describeChosen(view, *engine.job(), engine.entryProgress(), entries, unsettledOf(engine));
     return view;
 }
 

@@ -305,6 +305,11 @@ std::optional<FileLock> FileLock::tryExclusive(const std::filesystem::path& path
     return FileLock(std::move(file));
 }
 
+bool FileLock::isHeld(const std::filesystem::path& path) {
+    const Descriptor file(uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); }));
+    return file && !takeLock(file, path, LOCK_SH | LOCK_NB);
+}
+
 FileLock& FileLock::operator=(FileLock&& other) noexcept {
     if (this != &other) {
         unlock();

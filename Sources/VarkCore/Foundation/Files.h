@@ -138,14 +138,16 @@ class FileLock {
     static FileLock exclusive(const std::filesystem::path& path);
     /// Nothing when somebody else holds it. Fails with `FileError` when the file cannot be opened.
     static std::optional<FileLock> tryExclusive(const std::filesystem::path& path);
+    /// Whether somebody holds it. Where an attempt that fails closes the file and so is heard by whoever
+    /// watches for the lock's end, who would try again for ever, this look is not heard. It may make an
+    /// attempt of the same moment fail. A file that cannot be opened is held by nobody.
+    static bool isHeld(const std::filesystem::path& path);
 
     FileLock(FileLock&&) noexcept = default;
     FileLock& operator=(FileLock&& other) noexcept;
     ~FileLock() { unlock(); }
 
     void unlock();
-    /// The open lock file, for whoever writes a note into it.
-    int descriptor() const { return descriptor_.get(); }
 
   private:
     explicit FileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}

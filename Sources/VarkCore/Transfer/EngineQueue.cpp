@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -14,36 +15,49 @@ namespace {
 
 constexpr std::size_t cancelsAtOnce = 4;
 
-/// Absolute, without "." and "..", and without a slash at its end.
-std::filesystem::path standardised(const std::filesystem::path& path) {
-    std::filesystem::path standard = std::filesystem::absolute(path).lexically_normal();
-    return standard.has_filename() || standard == standard.root_path() ? standard : standard.parent_path();
-}
-
 }  // namespace
 
 void TransferEngine::rebuildIndex() {
     itemIndex_.clear();
     waiting_.clear();
+    failed_.clear();
+    conflicts_.clear();
     totals_.clear();
     entryPlaces_.clear();
     indexed_ = 0;
-    if (!job_) return;
+    if (job_) indexEntries();
+    if (observer != nullptr) observer->renewed();
+}
+
+void TransferEngine::indexEntries() {
     for (std::size_t place = 0; place < job_->entries.size(); ++place) {
         entryPlaces_.emplace(job_->entries[place].localPath, place);
         totals_.addEntry(job_->entries[place].id);
     }
-    indexNewItems();
+    indexItems();
 }
 
 void TransferEngine::indexNewItems() {
+    const std::size_t first = indexed_;
+    indexItems();
+    if (observer != nullptr && indexed_ > first) observer->appended(first, indexed_ - first);
+}
+
+void TransferEngine::indexItems() {
     itemIndex_.reserve(job_->items.size());
     for (; indexed_ < job_->items.size(); ++indexed_) {
         const TransferItem& item = job_->items[indexed_];
         itemIndex_.emplace(item.id, static_cast<std::uint32_t>(indexed_));
         totals_.add(item.entryID, shareOf(item));
-        if (item.state == ItemState::queued && !tasks_.contains(item.id)) waiting_.insert(indexed_);
+        sortIn(indexed_);
     }
+}
+
+void TransferEngine::sortIn(std::size_t place) {
+    const TransferItem& item = job_->items[place];
+    waiting_.put(place, item.state == ItemState::queued && !tasks_.contains(item.id));
+    failed_.put(place, item.state == ItemState::failed);
+    conflicts_.put(place, item.state == ItemState::conflict);
 }
 
 std::optional<std::size_t> TransferEngine::position(const UUID& id) const {
@@ -443,8 +457,8 @@ void TransferEngine::resolveAllConflicts(const std::optional<UUID>& entryID, boo
     assertOnExecutor();
     if (!job_) return;
     std::vector<UUID> waiting;
-    for (const TransferItem& item : job_->items) {
-        if (item.state != ItemState::conflict) continue;
+    for (const std::size_t place : conflicts_) {
+        const TransferItem& item = job_->items[place];
         if (!entryID || item.entryID == *entryID) waiting.push_back(item.id);
     }
     for (const UUID& id : waiting)
@@ -455,9 +469,8 @@ void TransferEngine::retryFailed() {
     assertOnExecutor();
     if (!job_) return;
     std::vector<UUID> failed;
-    for (const TransferItem& item : job_->items) {
-        if (item.state == ItemState::failed) failed.push_back(item.id);
-    }
+    for (const std::size_t place : failed_)
+        failed.push_back(job_->items[place].id);
     for (const UUID& id : failed) {
         set(id, [](TransferItem& item) {
             item.state = ItemState::queued;

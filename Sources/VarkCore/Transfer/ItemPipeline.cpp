@@ -50,17 +50,6 @@ Task<void> TransferEngine::process(UUID id) {
 
 Task<void> TransferEngine::carry(UUID id) {
     std::shared_ptr<VarkAPI> api = api_;
-    if (job_ && job_->ingest) {
-        // The mere place is asked for, since this is done for each file. What comes and goes in that place is
-        // the business of `watchIngestDrive`.
-        const IngestInfo ingest = job_->ingest->place();
-        const bool isHere = co_await host_.pool.run([&] { return ingest.driveIsHere(); });
-        if (!isHere && job_ && job_->ingest) {
-            backToQueued(id);
-            holdForTheDrive();
-            co_return;
-        }
-    }
     const TransferItem* queued = item(id);
     if (queued == nullptr) co_return;
     const bool hadUpload = queued->uploadID.has_value();
@@ -181,10 +170,9 @@ Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
 }
 
 Task<void> TransferEngine::reportHashing(UUID id, std::int64_t bytes) {
-    auto active = tasks_.find(id);
     const TransferItem* current = item(id);
-    if (active == tasks_.end() || current == nullptr || current->state != ItemState::hashing) co_return;
-    active->second.hashingBytes = bytes;
+    if (current == nullptr || current->state != ItemState::hashing) co_return;
+    setProgress(id, [bytes](Active& active) { active.hashingBytes = bytes; });
 }
 
 void TransferEngine::found(const UUID& id, const std::string& serverPath, bool hadUpload) {
@@ -323,9 +311,11 @@ void TransferEngine::didNotGetThrough(const VarkAPIError& error, double delay) {
         return;
     }
     const Date nextTry = now() + delay;
-    if (!outage_) outage_ = Outage{now(), said(error), nextTry};
+    const bool isNew = !outage_;
+    if (isNew) outage_ = Outage{now(), said(error), nextTry};
     outage_->why = said(error);
     if (outage_->nextTry <= now() || nextTry < outage_->nextTry) outage_->nextTry = nextTry;
+    if (isNew) send(StateChanged{});
 }
 
 template <class T, class Operation>

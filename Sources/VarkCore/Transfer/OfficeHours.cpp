@@ -7,6 +7,10 @@
 
 namespace vark {
 
+namespace {
+constexpr int minutesOfADay = 24 * 60;
+}
+
 OfficeHours OfficeHours::fromJSON(const boost::json::value& value) {
     const JSONFields fields(value);
     OfficeHours hours;
@@ -24,7 +28,7 @@ std::string OfficeHours::toJSON() const {
 }
 
 bool OfficeHours::allows(Date date, const Calendar& calendar) const {
-    if (!onlyOutside || startMinute >= endMinute) return true;
+    if (!isOn()) return true;
     const int weekday = calendar.weekday(date);
     if (weekday == 1 || weekday == 7) return true;
     const int minute = calendar.minuteOfDay(date);
@@ -34,6 +38,13 @@ bool OfficeHours::allows(Date date, const Calendar& calendar) const {
 std::optional<Date> OfficeHours::nextAllowed(Date after, const Calendar& calendar) const {
     if (allows(after, calendar)) return std::nullopt;
     return calendar.startOfDay(after, endMinute);
+}
+
+std::optional<Date> OfficeHours::nextBoundary(Date after, const Calendar& calendar) const {
+    if (!isOn()) return std::nullopt;
+    if (!allows(after, calendar)) return nextAllowed(after, calendar);
+    const Date start = calendar.startOfDay(after, startMinute);
+    return start > after ? start : calendar.startOfDay(after, minutesOfADay);
 }
 
 std::string OfficeHours::describeWindow() const {

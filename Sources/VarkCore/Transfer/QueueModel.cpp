@@ -79,13 +79,10 @@ void TransferItem::startAfresh(const FileStamp& file) {
     finishedAt.reset();
 }
 
-bool IngestInfo::driveIsHere() const {
-    std::error_code unreadable;
-    return std::filesystem::exists(volumePath, unreadable);
-}
-
 bool IngestInfo::driveIsHere(const Volumes& volumes) const {
-    return driveIsHere() && std::ranges::any_of(volumes.volumes(), [this](const Volume& volume) {
+    std::error_code unreadable;
+    const bool isPlaceThere = std::filesystem::exists(volumePath, unreadable);
+    return isPlaceThere && std::ranges::any_of(volumes.volumes(), [this](const Volume& volume) {
                return volume.path == volumePath && volume.id == volumeUUID;
            });
 }

@@ -170,10 +170,8 @@ struct IngestInfo {
     bool operator==(const IngestInfo&) const = default;
     static IngestInfo fromJSON(const boost::json::value& value);
 
-    /// By the place alone: asks the file system.
-    bool driveIsHere() const;
-    /// By the table of mounts too, so that neither the empty place of a card that has gone counts nor
-    /// another card of the same name.
+    /// By its place and the table of mounts, so that neither the empty place of a card that has gone counts
+    /// nor another card of the same name.
     bool driveIsHere(const Volumes& volumes) const;
     /// As much of it as it takes to look for the card, without what may be long.
     IngestInfo place() const;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Tests/Support/FakeClockWatch.h"
 #include "Tests/Support/FakePathMonitor.h"
 #include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/FakeVark.h"
@@ -46,14 +47,20 @@ class EngineTest : public ::testing::Test {
                                       network = monitor->remote();
                                       ++monitorsMade;
                                       return monitor;
+                                  },
+                                  [this] {
+                                      auto watch = std::make_unique<FakeClockWatch>();
+                                      clockWatch = watch->remote();
+                                      return watch;
                                   }};
         engine = std::make_unique<TransferEngine>(vark, store, log, chunkSlots, host);
         engine->onEvent = [this](const TransferEngine::Event& event) { note(event); };
     }
 
-    /// 12:00 on Wednesday 1 October 2025 when the loop's clock stands at its beginning.
+    /// 12:00 on Wednesday 1 October 2025 when the loop's clock stands at its beginning, until somebody sets
+    /// it.
     Date date() const {
-        return Date::fromSince1970(1'759'320'000) + inSeconds(loop.clock.now().time_since_epoch());
+        return Date::fromSince1970(1'759'320'000) + inSeconds(loop.clock.now().time_since_epoch()) + setAhead;
     }
 
     std::filesystem::path write(const std::string& name, std::size_t size, char fill = 'a') {
@@ -101,7 +108,7 @@ class EngineTest : public ::testing::Test {
         } else if (const auto* signedOut = std::get_if<TransferEngine::SignedOut>(&event)) {
             events.push_back("signed out " + signedOut->refused.code.value_or("-") +
                              (signedOut->hadProgress ? "" : ", without progress"));
-        } else {
+        } else if (std::holds_alternative<TransferEngine::NoToken>(event)) {
             events.push_back("no token");
         }
     }
@@ -118,6 +125,8 @@ class EngineTest : public ::testing::Test {
     TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
     std::shared_ptr<FakePathMonitor::Remote> network;
     int monitorsMade = 0;
+    std::shared_ptr<FakeClockWatch::Remote> clockWatch;
+    double setAhead = 0;  // Seconds.
     std::vector<std::string> events;
     std::unique_ptr<TransferEngine> engine;
 };

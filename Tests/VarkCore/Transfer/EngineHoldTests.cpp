@@ -143,7 +143,7 @@ TEST_F(TransferEngineHolds, NoTokenPausesTheQueueToo) {
     EXPECT_THAT(states(), ElementsAre("queued"));
 }
 
-TEST_F(TransferEngineHolds, OfficeHoursHoldTheQueueAndAreLookedAtEveryThirtySeconds) {
+TEST_F(TransferEngineHolds, OfficeHoursHoldTheQueueUntilTheyEnd) {
     // The clock stands at 12:00 on a Wednesday.
     addLong();
     OfficeHours hours;
@@ -168,14 +168,15 @@ TEST_F(TransferEngineHolds, ACardThatGoesHoldsTheQueueAndItsReturnCarriesOn) {
     add({card});
     loop.advance(150ms);
     std::filesystem::rename(card, folder.path() / "away");
-    engine->watchIngestDrive();
+    engine->lookForTheDrive();
     loop.settle();
     EXPECT_EQ(engine->hold(), "Plug CARD back in to carry on. Nothing is lost.");
     EXPECT_THAT(states(), ElementsAre("queued"));
     loop.advance(31s);
     EXPECT_TRUE(engine->hold());
     std::filesystem::rename(folder.path() / "away", card);
-    loop.advance(31s);  // The beat of the schedule looks for the card, too.
+    engine->lookForTheDrive();
+    loop.settle();
     EXPECT_EQ(engine->hold(), std::nullopt);
     loop.advance(10s);
     EXPECT_THAT(states(), ElementsAre("verified"));
@@ -196,9 +197,9 @@ TEST_F(TransferEngineHolds, TheCardIsLookedForOffTheExecutor) {
     };
     add({card});
     vark->failures["begin"].push_back(VarkAPIError::server(400));
-    engine->watchIngestDrive();
+    engine->lookForTheDrive();
     loop.advance(31s);
-    engine->driveMayBeBack();
+    engine->lookForTheDrive();
     loop.settle();
     EXPECT_GT(looks, 0);
     volumes.asked = nullptr;
@@ -217,7 +218,7 @@ TEST_F(TransferEngineHolds, AnErrorWhileTheCardIsGoneNeverFailsTheItem) {
     EXPECT_EQ(item("a.mov").attempts, 0);
     EXPECT_EQ(engine->hold(), "Plug CARD back in to carry on. Nothing is lost.");
     engine->setIngest(std::nullopt);
-    engine->driveMayBeBack();
+    engine->lookForTheDrive();
     EXPECT_EQ(engine->hold(), std::nullopt);
 }
 
@@ -229,7 +230,7 @@ TEST_F(TransferEngineHolds, NothingThatNeedsNoCardAsksForIt) {
     add({card});
     loop.advance(5s);
     std::filesystem::rename(card, folder.path() / "away");
-    engine->watchIngestDrive();
+    engine->lookForTheDrive();
     loop.settle();
     EXPECT_EQ(engine->hold(), std::nullopt);
     engine->ingestReported();

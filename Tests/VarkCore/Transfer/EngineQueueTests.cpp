@@ -3,6 +3,7 @@
 #include <set>
 
 #include "EngineFixture.h"
+#include "QueueShadow.h"
 
 namespace vark::test {
 namespace {
@@ -34,6 +35,7 @@ class EngineQueue : public EngineTest {
             whole.filesVerified += one.state == ItemState::verified;
             entry.verified += one.state == ItemState::verified;
             whole.bytesVerified += one.state == ItemState::verified ? one.size : 0;
+            entry.bytesVerified += one.state == ItemState::verified ? one.size : 0;
             whole.filesFailed += one.state == ItemState::failed;
             entry.failed += one.state == ItemState::failed;
             whole.filesConflict += one.state == ItemState::conflict;
@@ -42,6 +44,13 @@ class EngineQueue : public EngineTest {
             entry.skipped += one.state == ItemState::skipped;
             entry.inFlight += isInFlight(one.state);
             entry.hashing += one.state == ItemState::hashing;
+        }
+        const auto is = [this](std::size_t place, ItemState state) {
+            return engine->job()->items[place].state == state;
+        };
+        for (std::size_t place = 0; place < engine->job()->items.size(); ++place) {
+            EXPECT_EQ(engine->failedItems().next(place) == place, is(place, ItemState::failed));
+            EXPECT_EQ(engine->conflicts().next(place) == place, is(place, ItemState::conflict));
         }
         Overall published = engine->overall();
         published.rate = 0;
@@ -195,6 +204,7 @@ TEST_F(EngineQueue, ClearingTakesFinishedEntriesAndClearingAllTakesTheFileToo) {
 TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
     std::mt19937 random(7);
     auto roll = [&](int sides) { return std::uniform_int_distribution<int>(0, sides - 1)(random); };
+    QueueShadow shadow(*engine);
     engine->start(false);
     vark->chunkTime = 70ms;
     int named = 0;
@@ -245,6 +255,7 @@ TEST_F(EngineQueue, TheTotalsKeptAreThoseOfAFullPassWhateverHappens) {
                 loop.advance(std::chrono::milliseconds(roll(400)));
         }
         if (engine->job()) expectTotalsOfAFullPass();
+        shadow.expectTheQueue();
     }
     engine->clearHold("sleep");
     engine->resume();
@@ -276,6 +287,8 @@ TEST(IndexSet, FindsTheLowestMemberAcrossItsLevels) {
         std::optional<std::size_t> expected;
         if (!model.empty()) expected = *model.begin();
         ASSERT_EQ(set.first(), expected);
+        const auto next = model.lower_bound(index);
+        ASSERT_EQ(set.next(index), next == model.end() ? std::nullopt : std::optional(*next));
     }
 }
 
