@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "Hosts/Common/ProfileBundle.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
@@ -62,7 +63,14 @@ struct Line {
 }  // namespace
 
 const Bundle& SystemPlatform::bundle() {
-    if (!bundle_) bundle_.emplace();
+    if (bundle_) return *bundle_;
+    const std::string profile = ProfileBundle::profileOfEnvironment();
+    auto whole = std::make_unique<AppBundle>();
+    if (profile.empty()) {
+        bundle_ = std::move(whole);
+    } else {
+        bundle_ = std::make_unique<ProfileBundle>(std::move(whole), profile);
+    }
     return *bundle_;
 }
 
@@ -89,7 +97,7 @@ std::unique_ptr<ClockWatch> SystemPlatform::makeClockWatch() {
 }
 
 std::vector<std::int32_t> SystemPlatform::otherSenders() {
-    constexpr std::array<std::string_view, 2> sending = {"send", "ingest"};
+    constexpr std::array<std::string_view, 3> sending = {"send", "ingest", "run"};
     return otherCopiesDoing(sending);
 }
 

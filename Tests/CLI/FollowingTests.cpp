@@ -49,6 +49,7 @@ class FollowingTest : public ::testing::Test {
         QueueAnswer answer;
         answer.queue = view;
         folder.answer(taken->id, answer);
+        world.platform.watches.ring(world.surroundings.locations().requests());
         world.passTime([] { return false; }, std::chrono::milliseconds(200));
         return *taken->request;
     }
@@ -98,15 +99,11 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
     }
 }
 
-TEST_F(FollowingTest, ConflictsAreDecidedAsTheCommandSaid) {
-    followed.replaceConflicts = true;
+TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
+    followed.isDecided = true;
     start();
-    const QueueRequest look = answer(view({.verified = 2, .conflicts = 1}));
-    EXPECT_EQ(look.command, QueueRequest::Command::show);
-    const QueueRequest decision = answer(view({.verified = 2, .conflicts = 1}));
-    EXPECT_EQ(decision.command, QueueRequest::Command::resolve);
-    EXPECT_TRUE(decision.replace);
-    EXPECT_EQ(decision.named, look.named);
+    answer(view({.verified = 2, .conflicts = 1}));
+    EXPECT_FALSE(following.done());
     answer(view({.verified = 3}));
     EXPECT_EQ(end(), ExitCode::allLanded);
 }

@@ -183,7 +183,7 @@ class TestPlatform final : public Platform {
     std::optional<std::string> tokenGiven;
     std::vector<std::string> tokensGiven;
     FakeVolumes mounted;
-    vark::test::FakeFolderWatches watches;
+    FakeFolderWatches watches;
     std::vector<std::int32_t> senders;
 
     const Bundle& bundle() override { return bundle_; }
@@ -192,11 +192,9 @@ class TestPlatform final : public Platform {
     FakeUserFolders& changedFolders() { return folders_; }
     std::string systemVersion() override { return "TestOS 1"; }
     Volumes& volumes() override { return mounted; }
-    std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<FolderWatch> makeFolderWatch() override { return watches.make(); }
-    std::unique_ptr<ClockWatch> makeClockWatch() override {
-        return std::make_unique<vark::test::FakeClockWatch>();
-    }
+    std::unique_ptr<ClockWatch> makeClockWatch() override { return std::make_unique<FakeClockWatch>(); }
+    std::vector<std::int32_t> otherSenders() override { return senders; }
     std::unique_ptr<PathMonitor> makePathMonitor(const std::string&) override {
         return std::make_unique<FakePathMonitor>();
     }

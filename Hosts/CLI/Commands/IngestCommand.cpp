@@ -106,16 +106,16 @@ IngestWish wishFrom(CommandSurroundings& surroundings, const IngestOptions& opti
 ExitCode ingest(CommandSurroundings& surroundings, const IngestOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
-    const QueueLock lock = takeQueue(surroundings);
+    QueueLock lock = takeQueue(surroundings);
     if (!lock)
         throw Failure(Outcome::failed,
                       "Another vark is sending, and a card needs the queue for itself. Watch it with: vark "
                       "queue --watch");
     if (!volume) volume = cardUnderWay(surroundings, options.volume);
     if (!volume) throw Failure(Outcome::misuse, whyItIsNoCard(options.volume));
-    SendSession::Settings settings = settingsFrom(options.sending);
+    SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
-    return sendHere(surroundings, connection, std::move(settings), options.sending.json);
+    return sendHere(surroundings, connection, std::move(lock), std::move(settings), options.sending.json);
 }
 
 }  // namespace
@@ -127,7 +127,7 @@ void declareIngest(CLI::App& program, Chosen& chosen) {
     command.footer(explanation);
     command.add_option("VOLUME", options->volume, "Its name or its place, as \"vark volumes\" shows them")
         ->required()
-        ->type_name("FILE");
+        ->type_name("VOLUME");
     command
         .add_option(
             "--to", options->destination,

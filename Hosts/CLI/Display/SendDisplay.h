@@ -9,25 +9,19 @@
 #include "Hosts/CLI/ExitCode.h"
 #include "VarkApp/Queue/LeftOut.h"
 #include "VarkApp/Queue/QueueView.h"
-#include "VarkCore/API/WaysTaken.h"
+#include "VarkApp/Session.h"
 #include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Transfer/IngestReport.h"
 
 namespace vark::cli {
 
-/// One file that has come to an end of some kind.
-struct SettledFile {
-    /// In the vark.
-    std::string path;
-    std::string localPath;
-    std::int64_t size = 0;
-    ItemState state = ItemState::verified;
-    bool alreadyThere = false;
-    /// What landed is not what lies on the disk now.
-    bool changedWhileSent = false;
-    std::optional<std::string> error;
-    /// How its bytes went, those of this run.
-    WaysTaken::Ways ways;
+/// How much a person wants to be told.
+enum class Loudness {
+    /// What failed, and what a person has to do.
+    quiet,
+    usual,
+    /// Each file, on a terminal too.
+    verbose
 };
 
 /// What a person or a program sees of one run of `vark send`. On the main thread; owned by the command.
@@ -36,7 +30,7 @@ class SendDisplay {
     virtual ~SendDisplay() = default;
 
     virtual void fileSettled(const SettledFile& file) = 0;
-    /// The queue as it is now, without its entries; called on every beat.
+    /// The queue as it is now, without its entries; called while something moves, and when something changed.
     virtual void show(const QueueView& view) = 0;
     /// A sentence that the person should know of.
     virtual void say(const std::string& sentence) = 0;
@@ -57,7 +51,8 @@ class SendDisplay {
 /// A line for each thing that happens: for a log, a pipe, a file.
 class PlainDisplay final : public SendDisplay {
   public:
-    explicit PlainDisplay(Console& console) : console_(console) {}
+    explicit PlainDisplay(Console& console, Loudness loudness = Loudness::usual)
+        : console_(console), isQuiet_(loudness == Loudness::quiet) {}
 
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
@@ -69,6 +64,7 @@ class PlainDisplay final : public SendDisplay {
 
   private:
     Console& console_;
+    const bool isQuiet_;
     std::optional<std::string> stopped_;
 };
 
@@ -104,8 +100,9 @@ class JSONDisplay final : public SendDisplay {
 class LiveDisplay final : public SendDisplay {
   public:
     /// `size` is asked at every drawing, and answers nothing while the terminal belongs to another program.
-    LiveDisplay(Console& console, std::function<std::optional<TerminalSize>()> size)
-        : console_(console), size_(std::move(size)) {}
+    LiveDisplay(Console& console, std::function<std::optional<TerminalSize>()> size,
+                Loudness loudness = Loudness::usual)
+        : console_(console), size_(std::move(size)), tellsOfEach_(loudness == Loudness::verbose) {}
 
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
@@ -120,6 +117,7 @@ class LiveDisplay final : public SendDisplay {
 
     Console& console_;
     const std::function<std::optional<TerminalSize>()> size_;
+    const bool tellsOfEach_;
     LiveArea area_;
 };
 

@@ -105,6 +105,7 @@ Terminal::Terminal(bool wantsKeys, Heard heard) : wantsKeys_(wantsKeys), heard_(
             handle(signal, putBackAndCrash, static_cast<int>(SA_RESETHAND));
         handle(SIGTSTP, ring);
         handle(SIGCONT, ring);
+        handle(SIGWINCH, ring);
     }
     takeKeys();
     listener_ = std::thread([this] { listen(); });
@@ -120,6 +121,7 @@ Terminal::~Terminal() {
             leaveAlone(signal);
         leaveAlone(SIGTSTP);
         leaveAlone(SIGCONT);
+        leaveAlone(SIGWINCH);
     }
     giveBack();
     close(signalPipe.exchange(-1));
@@ -165,6 +167,9 @@ void Terminal::take(int signal) {
         becomeStopped();
     } else if (signal == SIGCONT) {
         takeKeys();
+        heard_(drawAgain);
+    } else if (signal == SIGWINCH) {
+        heard_(drawAgain);
     } else {
         giveBack();
         for (int ending : endings)

@@ -16,6 +16,8 @@ namespace vark::cli {
 /// the process. Made and ended on the main thread.
 class Terminal {
   public:
+    /// The key that comes, with keys wanted, when the terminal has another size or is this program's again.
+    static constexpr char drawAgain = '\f';
     /// A key, or nothing for a signal that asks the process to end.
     using Heard = std::function<void(std::optional<char> key)>;
 

@@ -6,20 +6,20 @@ namespace vark::cli {
 
 namespace {
 
-constexpr Duration lookAgain = std::chrono::seconds(1);
+/// Costs whoever has the queue these entries alone.
+constexpr Duration lookAgain = std::chrono::milliseconds(500);
 
-QueueRequest about(const Followed& followed, QueueRequest::Command command) {
+QueueRequest about(const Followed& followed) {
     QueueRequest request;
-    request.command = command;
     for (const std::string& id : followed.taken.entries)
         request.named.push_back({id, ""});
     return request;
 }
 
-/// Nothing when it could not be asked just now, for lack of room or of an answer.
-Task<std::optional<Asked>> asked(Surroundings& surroundings, QueueRequest request) {
+/// Nothing when it could not be asked just now, for lack of room.
+Task<std::optional<Asked>> asked(Asking& asking, QueueRequest request) {
     try {
-        co_return co_await takeQueueOrAsk(surroundings, std::move(request));
+        co_return co_await asking.ask(std::move(request));
     } catch (const FileError&) {
         co_return std::nullopt;
     }
@@ -58,32 +58,22 @@ ExitCode outcomeOf(const QueueView& view, bool wasLeftBehind) {
 
 Task<std::optional<ExitCode>> follow(Surroundings& surroundings, SendDisplay& display, Followed followed,
                                      QueueLock& lock) {
-    const QueueRequest look = about(followed, QueueRequest::Command::show);
-    QueueRequest decide = about(followed, QueueRequest::Command::resolve);
-    decide.replace = followed.replaceConflicts.value_or(false);
+    const QueueRequest look = about(followed);
+    Asking asking(surroundings);
     std::optional<Instant> pausedSince;
     bool wasSilent = false;
     while (true) {
-        std::optional<Asked> answer = co_await asked(surroundings, look);
-        if (answer && answer->lock) {
-            lock = std::move(answer->lock);
-            co_return std::nullopt;
-        }
+        std::optional<Asked> answer = co_await asked(asking, look);
+        if (answer && answer->lock) lock = std::move(answer->lock);
+        if (lock) co_return std::nullopt;
         const bool isSilent = answer && !answer->answer.queue;
         if (isSilent && !wasSilent) display.say("The vark that has taken this on does not answer just now.");
         wasSilent = isSilent;
         if (answer && answer->answer.queue) {
             const QueueView& view = *answer->answer.queue;
             display.show(view);
-            if (followed.replaceConflicts && view.overall.filesConflict > 0) {
-                answer = co_await asked(surroundings, decide);
-                if (answer && answer->lock) {
-                    lock = std::move(answer->lock);
-                    co_return std::nullopt;
-                }
-                continue;
-            }
-            if (view.isSettled()) co_return finish(followed, view, display);
+            const bool isDeciding = followed.isDecided && view.overall.filesConflict > 0;
+            if (view.isSettled() && !isDeciding) co_return finish(followed, view, display);
             if (!view.paused) pausedSince.reset();
             if (view.paused && !pausedSince) pausedSince = surroundings.clock.now();
             if (pausedSince && !followed.somebodyIsThere &&
@@ -94,7 +84,8 @@ Task<std::optional<ExitCode>> follow(Surroundings& surroundings, SendDisplay& di
                 co_return ExitCode::notConnected;
             }
         }
-        co_await sleepFor(lookAgain);
+        lock = co_await asking.waitForTheQueue(lookAgain);
+        if (lock) co_return std::nullopt;
     }
 }
 

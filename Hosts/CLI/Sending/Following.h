@@ -5,19 +5,19 @@
 #include <vector>
 
 #include "Hosts/CLI/Display/SendDisplay.h"
-#include "VarkApp/Queue/QueueHolder.h"
+#include "VarkApp/Queue/Asking.h"
 
 namespace vark::cli {
 
 /// How long a paused queue is waited for where nobody sits who could resume it.
 constexpr Duration longestPauseUnseen = std::chrono::seconds(60);
 
-/// What another run has taken on for this one, and how it is to be followed.
+/// What another run has taken on for this one.
 struct Followed {
     /// The answer to the request that handed it over.
     QueueAnswer taken;
-    /// What to do with every conflict; without a value they wait for the person.
-    std::optional<bool> replaceConflicts;
+    /// Whether the other run decides about what waits for a decision.
+    bool isDecided = false;
     /// Whether somebody sits at this terminal who can lift a pause.
     bool somebodyIsThere = false;
 

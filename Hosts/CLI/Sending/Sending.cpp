@@ -9,6 +9,7 @@
 #include "Hosts/CLI/Display/Terminal.h"
 #include "Hosts/CLI/NextWords.h"
 #include "Hosts/CLI/Sending/Following.h"
+#include "VarkApp/Settings.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
@@ -20,10 +21,11 @@ namespace {
 constexpr int mostChunksAtOnce = 6;
 constexpr std::int64_t longestTimeout = 365 * 24 * 3600;
 
-std::unique_ptr<SendDisplay> makeDisplay(CommandSurroundings& surroundings, bool json, bool isLive) {
+std::unique_ptr<SendDisplay> makeDisplay(CommandSurroundings& surroundings, bool json, Loudness loudness) {
     if (json) return std::make_unique<JSONDisplay>(surroundings.console, surroundings.date);
-    if (isLive) return std::make_unique<LiveDisplay>(surroundings.console, Terminal::size);
-    return std::make_unique<PlainDisplay>(surroundings.console);
+    if (loudness != Loudness::quiet && Terminal::canDraw())
+        return std::make_unique<LiveDisplay>(surroundings.console, Terminal::size, loudness);
+    return std::make_unique<PlainDisplay>(surroundings.console, loudness);
 }
 
 template <class Parsed>
@@ -125,43 +127,59 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
             "End with exit code 1 when not all has landed by then, like 90s, 15m or 2h; the queue stays")
         ->check(readableBy(parseTimeout))
         ->type_name("TIME");
+    CLI::Option* quiet = command.add_flag("-q,--quiet", options.quiet,
+                                          "Tell of nothing but what fails or waits for a decision");
+    command.add_flag("-v,--verbose", options.verbose, "Tell of each file, on a terminal too")
+        ->excludes(quiet);
     addJSON(command, options.json);
 }
 
-SendSession::Settings settingsFrom(const SendingOptions& options) {
-    SendSession::Settings settings;
+Pace usualPace(Surroundings& surroundings) {
+    const Settings kept = SettingsFile(surroundings.locations()).read();
+    Pace pace;
+    pace.bytesPerSecond = kept.bytesPerSecond;
+    if (kept.officeHours) {
+        if (const Parsed<WorkingHours> hours = parseWorkingHours(*kept.officeHours)) pace.hours = *hours;
+    }
+    return pace;
+}
+
+SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions& options) {
+    SendRun::Settings settings;
+    settings.pace = usualPace(surroundings);
     if (options.onConflict != "ask") settings.replaceConflicts = options.onConflict == "replace";
-    if (!options.rate.empty()) settings.bytesPerSecond = *parseRate(options.rate);
-    if (!options.officeHours.empty()) settings.workingHours = *parseWorkingHours(options.officeHours);
-    settings.chunksAtOnce = options.chunks;
+    if (!options.rate.empty()) settings.pace.bytesPerSecond = *parseRate(options.rate);
+    if (!options.officeHours.empty()) settings.pace.hours = *parseWorkingHours(options.officeHours);
+    settings.pace.chunksAtOnce = options.chunks;
     if (!options.timeout.empty()) settings.timeout = *parseTimeout(options.timeout);
     settings.somebodyIsThere = Terminal::isTerminal(STDIN_FILENO);
+    if (options.quiet) settings.loudness = Loudness::quiet;
+    if (options.verbose) settings.loudness = Loudness::verbose;
     return settings;
 }
 
-ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                  SendSession::Settings settings, bool json) {
-    const bool isLive = !json && Terminal::canDraw();
+ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
+                  SendRun::Settings settings, bool json) {
     const bool wantsKeys = !json && Terminal::isTerminal(STDOUT_FILENO) && Terminal::isTerminal(STDIN_FILENO);
-    std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
-    if (wantsKeys)
+    std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, settings.loudness);
+    if (wantsKeys && settings.loudness != Loudness::quiet)
         display->say("Keys: p pauses and resumes, r tries again what failed, q quits; the queue stays.");
-    SendSession session(surroundings, connection, std::move(settings), *display);
-    Terminal terminal(wantsKeys, [&](std::optional<char> key) { session.post(key); });
-    surroundings.executor.runUntil([&] { return session.ended().has_value(); });
-    return *session.ended();
+    SendRun run(surroundings, connection, std::move(lock), std::move(settings), *display);
+    Terminal terminal(wantsKeys, [&](std::optional<char> key) { run.post(key); });
+    surroundings.executor.runUntil([&] { return run.ended().has_value(); });
+    return *run.ended();
 }
 
 ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& connection,
-                   SendSession::Settings settings, QueueAnswer taken, bool json) {
+                   SendRun::Settings settings, QueueAnswer taken, bool json) {
     QueueLock lock;
     {
-        const bool isLive = !json && Terminal::canDraw();
-        const std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
+        const std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, settings.loudness);
         for (const Said& problem : taken.problems)
             display->say(inWords(problem));
         display->say("Another vark is sending, and has taken this on. It is followed to its end here.");
-        const Followed followed{std::move(taken), settings.replaceConflicts, settings.somebodyIsThere};
+        const Followed followed{std::move(taken), settings.replaceConflicts && !settings.add.named.empty(),
+                                settings.somebodyIsThere};
         bool isInterrupted = false;
         TaskScope scope(surroundings.executor, surroundings.clock);
         Terminal terminal(false, [&](std::optional<char>) {
@@ -174,8 +192,7 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
             scope.start(followOrSay(surroundings, *display, followed, settings.timeout, lock));
         surroundings.executor.runUntil([&] { return isInterrupted || following.done(); });
         if (isInterrupted && !following.done()) {
-            display->breakOff(
-                "Stopped following. The other vark goes on sending; watch it with: vark queue --watch");
+            display->breakOff("Vark goes on sending. Watch it with: vark queue --watch");
             return ExitCode::interrupted;
         }
         const ExitCode code = following.result();
@@ -183,7 +200,7 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
         if (std::optional<ExitCode> end = endOf(followed, savedQueue(surroundings), *display)) return *end;
         display->say("The vark that had taken this on has ended. Carrying on here.");
     }
-    return sendHere(surroundings, connection, std::move(settings), json);
+    return sendHere(surroundings, connection, std::move(lock), std::move(settings), json);
 }
 
 }  // namespace vark::cli

@@ -14,6 +14,8 @@ using Step = Next::Step;
 
 /// For telling the vark of uploads that are given up; what it is not told it finds out by itself.
 constexpr Duration longestFarewell = std::chrono::seconds(5);
+/// Whoever follows an entry asks about it twice a second.
+constexpr Duration goneIsKept = std::chrono::seconds(60);
 
 Said nothingQueued() {
     return {"Nothing is in the queue.", {{Step::begin}}};
@@ -93,8 +95,8 @@ QueueView QueueDesk::viewOf(const std::vector<UUID>& entries) const {
     for (const UUID& id : entries) {
         const auto found = gone_.find(id);
         if (found == gone_.end()) continue;
-        const EntryProgress& last = found->second.progress;
-        view.entries.push_back(found->second);
+        const EntryProgress& last = found->second.view.progress;
+        view.entries.push_back(found->second.view);
         view.overall.filesTotal += last.files;
         view.overall.filesVerified += last.verified;
         view.overall.filesSkipped += last.skipped;
@@ -109,12 +111,15 @@ template <class TakeOut>
 void QueueDesk::takingOut(TakeOut takeOut) {
     const QueueView before = QueueView::of(engine_, surroundings_.date());
     takeOut();
+    const Instant now = surroundings_.clock.now();
+    std::erase_if(gone_, [&](const auto& one) { return now - one.second.since > goneIsKept; });
     for (EntryView view : before.entries) {
         const std::optional<UUID> id = UUID::parse(view.id);
         if (engine_.entryProgress().contains(*id)) continue;
         view.isGone = true;
-        gone_.insert_or_assign(*id, std::move(view));
+        gone_.insert_or_assign(*id, Gone{std::move(view), now});
     }
+    wishes_.keepOnly(engine_.job() ? engine_.job()->entries : std::vector<TransferEntry>());
 }
 
 bool QueueDesk::isSettledWhole() const {
@@ -195,6 +200,7 @@ Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     }
     for (const UUID& id : added.entries)
         answer.entries.push_back(id.text());
+    wishes_.set(added.entries, request.wish);
     noteLeftOut(added.passedOver, answer);
     answer.changed = added.items + added.again;
     if (added.items > 0)
@@ -212,6 +218,18 @@ void QueueDesk::noteLeftOut(const std::vector<Walker::PassedOver>& passedOver, Q
     for (std::string& sentence : unreadableSentences(passedOver)) {
         surroundings_.log().write(sentence);
         answer.refuse(std::move(sentence));
+    }
+}
+
+bool QueueDesk::isDecidedByAWish(const TransferItem& item) const {
+    return wishes_.of(item.entryID).replace.has_value();
+}
+
+void QueueDesk::decideAsWished() {
+    if (!engine_.job()) return;
+    for (const TransferEntry& entry : engine_.job()->entries) {
+        if (const std::optional<bool> replace = wishes_.of(entry.id).replace)
+            engine_.resolveAllConflicts(entry.id, *replace);
     }
 }
 

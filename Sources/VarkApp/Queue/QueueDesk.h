@@ -23,7 +23,8 @@ class QueueDesk {
           engine_(engine),
           api_(std::move(api)),
           rootPath_(std::move(rootPath)),
-          clientName_(std::move(clientName)) {}
+          clientName_(std::move(clientName)),
+          wishes_(surroundings.locations().wishes()) {}
 
     /// Fails with nothing but a cancellation, which breaks off a walk: what cannot be done stands in the
     /// answer.
@@ -39,7 +40,10 @@ class QueueDesk {
     bool isSettledWhole() const;
     /// Begins a queue afresh in place of one that is settled whole, or of none.
     void beginAnew(const std::string& destination, const std::string& title);
-    /// How it stands with these entries, also with those that have left the queue since this desk was made.
+    /// Decides about the files that wait, as their entries' wishes say.
+    void decideAsWished();
+    bool isDecidedByAWish(const TransferItem& item) const;
+    /// How it stands with these entries, also with those that have left the queue in the last minute.
     QueueView viewOf(const std::vector<UUID>& entries) const;
 
   private:
@@ -69,8 +73,13 @@ class QueueDesk {
     const std::shared_ptr<VarkAPI> api_;
     const std::string rootPath_;
     const std::string clientName_;
+    Wishes wishes_;
+    struct Gone {
+        EntryView view;
+        Instant since;
+    };
     /// What has left the queue, with its last numbers: whoever follows it still asks.
-    std::unordered_map<UUID, EntryView> gone_;
+    std::unordered_map<UUID, Gone> gone_;
 };
 
 }  // namespace vark::app

@@ -59,6 +59,9 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.title = fields.optional<std::string>("title");
     request.walk.hidden = fields.valueOr("hidden", false);
     request.walk.followLinks = fields.valueOr("followLinks", false);
+    request.walk.filter.exclude = fields.valueOr<std::vector<std::string>>("exclude", {});
+    request.walk.filter.include = fields.valueOr<std::vector<std::string>>("include", {});
+    request.wish = Wish::fromFields(fields);
     request.finishedOnly = fields.required<bool>("finishedOnly");
     request.replace = fields.required<bool>("replace");
     return request;
@@ -71,6 +74,8 @@ std::string QueueRequest::toJSON() const {
         json.beginObject().field("text", one.text).field("path", one.path).endObject();
     json.endArray().field("destination", destination).field("title", title);
     json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
+    json.field("exclude", walk.filter.exclude).field("include", walk.filter.include);
+    wish.encode(json);
     json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
     return json.take();
 }

@@ -9,6 +9,7 @@
 #include "VarkApp/Outcome.h"
 #include "VarkApp/Queue/LeftOut.h"
 #include "VarkApp/Queue/QueueView.h"
+#include "VarkApp/Queue/Wishes.h"
 #include "VarkApp/Said.h"
 
 namespace vark::app {
@@ -37,6 +38,8 @@ struct QueueRequest {
     std::optional<std::string> title;
     /// For `add`: what is sent beyond what is sent by itself.
     Walker::Options walk;
+    /// For `add`: what is to become of files that differ from the vark's; without a value a person decides.
+    Wish wish;
     /// For `clear`: leave what has not landed.
     bool finishedOnly = false;
     /// For `resolve`: overwrite what is in the vark.

@@ -80,8 +80,8 @@ Task<void> TransferEngine::carry(UUID id) {
             found(id, serverPath, hadUpload);
             co_return;
         }
-        if (begun.conflict() != nullptr) {
-            blocked(id, serverPath);
+        if (const BeginResult::Conflict* standing = begun.conflict()) {
+            blocked(id, serverPath, *standing);
             co_return;
         }
         std::variant<UploadStatus, Again> sent =
@@ -187,11 +187,13 @@ void TransferEngine::found(const UUID& id, const std::string& serverPath, bool h
         serverPath);
 }
 
-void TransferEngine::blocked(const UUID& id, const std::string& serverPath) {
+void TransferEngine::blocked(const UUID& id, const std::string& serverPath,
+                             const BeginResult::Conflict& standing) {
     std::string name;
     set(id, [&](TransferItem& item) {
         item.state = ItemState::conflict;
         item.error = fmt::format("A different file is already at {}.", serverPath);
+        item.standing = TransferItem::Standing{standing.existingSize, standing.existingMtime};
         name = item.name();
     });
     log_.write(fmt::format("A different file is at {}; waiting for a decision", serverPath));
@@ -309,9 +311,11 @@ void TransferEngine::didNotGetThrough(const VarkAPIError& error, double delay) {
         return;
     }
     const Date nextTry = now() + delay;
-    if (!outage_) outage_ = Outage{now(), said(error), nextTry};
+    const bool isNew = !outage_;
+    if (isNew) outage_ = Outage{now(), said(error), nextTry};
     outage_->why = said(error);
     if (outage_->nextTry <= now() || nextTry < outage_->nextTry) outage_->nextTry = nextTry;
+    if (isNew) send(StateChanged{});
 }
 
 template <class T, class Operation>

@@ -74,6 +74,7 @@ void TransferItem::startAfresh(const FileStamp& file) {
     chunkSize.reset();
     replace = alreadyThere = changedWhileSent = false;
     error.reset();
+    standing.reset();
     attempts = 0;
     finishedAt.reset();
 }

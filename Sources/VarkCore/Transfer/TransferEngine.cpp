@@ -126,13 +126,14 @@ void TransferEngine::clearHold(const std::string& kind) {
 }
 
 void TransferEngine::updateHold() {
-    hold_.reset();
+    const std::optional<std::string> before = std::exchange(hold_, std::nullopt);
     for (std::string_view kind : kindsOfHold) {
         auto found = holds_.find(std::string(kind));
         if (found == holds_.end()) continue;
         hold_ = found->second;
-        return;
+        break;
     }
+    if (hold_ != before) send(StateChanged{});
 }
 
 void TransferEngine::cancelAllTasks() {
@@ -245,6 +246,7 @@ void TransferEngine::pause() {
     log_.write("Paused");
     recompute();
     flush();
+    send(StateChanged{});
 }
 
 void TransferEngine::pauseBecauseTheVarkRefused(const std::string& reason) {
@@ -254,6 +256,7 @@ void TransferEngine::pauseBecauseTheVarkRefused(const std::string& reason) {
     job_->pausedByVark = true;
     cancelAllTasks();
     log_.write(reason);
+    send(StateChanged{});
 }
 
 void TransferEngine::resume() {
@@ -265,6 +268,7 @@ void TransferEngine::resume() {
     samples_.clear();
     recompute();
     flush();
+    send(StateChanged{});
     pump();
 }
 

@@ -24,6 +24,7 @@
 #include "VarkCore/Services/PathMonitor.h"
 #include "VarkCore/Services/Volumes.h"
 #include "VarkCore/Transfer/ChunkRoom.h"
+#include "VarkCore/Transfer/ConflictRule.h"
 #include "VarkCore/Transfer/IndexSet.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 #include "VarkCore/Transfer/QueueModel.h"
@@ -91,7 +92,10 @@ class TransferEngine {
         bool hadProgress = true;
     };
     struct NoToken {};
-    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken>;
+    /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as it
+    /// changes, in the middle of the engine's work.
+    struct StateChanged {};
+    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged>;
 
     /// `chunkSlots` is how many chunks may be in flight at once, of all files together.
     TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, TransferLog& log, int chunkSlots,
@@ -193,6 +197,10 @@ class TransferEngine {
 
     void resolveConflict(const UUID& itemID, bool replace);
     void resolveAllConflicts(const std::optional<UUID>& entryID, bool replace);
+    /// Decides by a rule. False when the item waits for no decision, or the rule cannot tell.
+    bool decide(const UUID& itemID, ConflictRule rule);
+    /// The same for all that wait, of one entry or of all. Gives how many were decided.
+    std::int64_t decideAll(const std::optional<UUID>& entryID, ConflictRule rule);
     void retryFailed();
 
     // What is published.
@@ -328,7 +336,11 @@ class TransferEngine {
     void opened(const UUID& id, const std::string& serverPath, const BeginResult::Start& start,
                 const ChunkPlan& plan, const std::vector<std::int64_t>& missing);
     void found(const UUID& id, const std::string& serverPath, bool hadUpload);
-    void blocked(const UUID& id, const std::string& serverPath);
+    void blocked(const UUID& id, const std::string& serverPath, const BeginResult::Conflict& standing);
+    bool decide(const UUID& itemID, ConflictRule rule,
+                const std::function<bool(const std::string&)>& isTaken);
+    /// It is sent under another path.
+    void putBeside(const UUID& itemID, const std::string& path);
     /// What lies in the place of the file is not what was hashed.
     struct ContentChanged {};
     /// Why an upload begins again.

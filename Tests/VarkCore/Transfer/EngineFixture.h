@@ -122,7 +122,7 @@ class EngineTest : public ::testing::Test {
         } else if (const auto* signedOut = std::get_if<TransferEngine::SignedOut>(&event)) {
             events.push_back("signed out " + signedOut->refused.code.value_or("-") +
                              (signedOut->hadProgress ? "" : ", without progress"));
-        } else {
+        } else if (std::holds_alternative<TransferEngine::NoToken>(event)) {
             events.push_back("no token");
         }
     }

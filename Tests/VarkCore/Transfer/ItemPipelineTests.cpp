@@ -41,6 +41,69 @@ TEST_F(ItemPipeline, AConflictWaitsForItsDecision) {
     }
 }
 
+TEST_F(ItemPipeline, ARuleDecidesWhatItCanTell) {
+    struct Case {
+        ConflictRule rule;
+        std::int64_t decided;
+        const char* state;
+        const char* landedAt;
+    };
+    const Case cases[] = {{ConflictRule::replace, 1, "verified", "a.mov"},
+                          {ConflictRule::skip, 1, "skipped", ""},
+                          // The vark's is from 1970.
+                          {ConflictRule::newer, 1, "verified", "a.mov"},
+                          // The first free name beside it is taken too.
+                          {ConflictRule::keepBoth, 1, "verified", "a (3).mov"}};
+    for (const Case& one : cases) {
+        SCOPED_TRACE(nameOf(one.rule));
+        engine->clearAll();
+        vark->files = {{"a.mov", "another hash"}, {"a (2).mov", "a third one"}};
+        send();
+        loop.advance(5s);
+        ASSERT_TRUE(item("a.mov").standing.has_value());
+        EXPECT_EQ(item("a.mov").standing->mtime, 0.0);
+        const std::filesystem::path local = item("a.mov").localPath;
+        EXPECT_EQ(engine->decideAll(std::nullopt, one.rule), one.decided);
+        loop.advance(5s);
+        if (one.rule == ConflictRule::keepBoth) {
+            EXPECT_THAT(states(), ElementsAre("conflict"));
+            EXPECT_TRUE(engine->decide(engine->job()->items[0].id, one.rule));
+            loop.advance(5s);
+        }
+        EXPECT_THAT(states(), ElementsAre(one.state));
+        if (*one.landedAt != '\0')
+            EXPECT_EQ(vark->files[one.landedAt], engine->job()->items[0].sha256->text());
+        // It is known by where it lies here, whatever it is called there.
+        EXPECT_EQ(loop.run(engine->add({local})).items, 0);
+    }
+}
+
+TEST(ConflictRule, TheLaterOneIsToldByItsTime) {
+    TransferItem item;
+    item.mtime = 100;
+    EXPECT_EQ(newerOf(item), std::nullopt);
+    for (const auto& [standing, rule] : {std::pair(50.0, ConflictRule::replace),
+                                         {99.0, ConflictRule::skip},
+                                         {100.0, ConflictRule::skip},
+                                         {101.0, ConflictRule::skip}}) {
+        item.standing = TransferItem::Standing{5, standing};
+        EXPECT_EQ(newerOf(item), rule) << standing;
+    }
+    item.standing = TransferItem::Standing{5, std::nullopt};
+    EXPECT_EQ(newerOf(item), std::nullopt);
+}
+
+TEST(ConflictRule, TheNextFreeNameCounts) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"a.mov", "a (2).mov"},       {"a (2).mov", "a (3).mov"}, {"a (99).mov", "a (100).mov"},
+        {"a (100)", "a (100) (2)"},   {"a (1)", "a (1) (2)"},     {".profile", ".profile (2)"},
+        {"a.tar.gz", "a.tar (2).gz"}, {"a. b", "a. b (2)"},       {"a.01234567890", "a.01234567890 (2)"},
+        {"(2)", "(2) (2)"},           {"a (x2)", "a (x2) (2)"},   {"a.", "a. (2)"},
+    };
+    for (const auto& [name, next] : cases)
+        EXPECT_EQ(nextFreeName(name), next);
+}
+
 TEST_F(ItemPipeline, CallsAreTriedAgainAfterLongerAndLongerWaitsAndTheSixthFailureIsFinal) {
     engine->patience = {};
     vark->chunkTime = 0s;

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/CLI/SendSessionTest.h"
+#include "Tests/CLI/SendRunTest.h"
 #include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Connection/SharedLevel.h"
 
@@ -12,19 +12,10 @@ using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-TEST_F(SendSessionTest, ItsNodesAreThoseThatItsOwnBrowserFinds) {
-    const LANNode published{"Gone", "node.vark.example", "10.0.0.9", 443, world.surroundings.date(), true};
-    LANRouter::save({published}, world.surroundings.sharedFolder());
-    EXPECT_EQ(world.surroundings.lan().all().size(), 1U);
-    begin(adding({a}));
-    EXPECT_TRUE(world.surroundings.lan().all().empty());
-    EXPECT_EQ(runOn(), ExitCode::allLanded);
-}
-
-TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
+TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
     struct Case {
         const char* name;
-        std::function<void(SendSessionTest&, SendSession::Settings&)> arrange;
+        std::function<void(SendRunTest&, SendRun::Settings&)> arrange;
         ExitCode code;
         const char* said;
     };
@@ -80,7 +71,7 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
         {"paused, and nobody is here",
          [](auto& test, auto& settings) {
              test.begin(settings).press('p');
-             test.session->interrupt();
+             test.sending->interrupt();
              test.runOn();
              settings.somebodyIsThere = false;
          },
@@ -99,7 +90,7 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
         world.advice.str("");
         world.results.str("");
         world.surroundings.store().save(nullptr);
-        SendSession::Settings settings = adding({a, b});
+        SendRun::Settings settings = adding({a, b});
         one.arrange(*this, settings);
         EXPECT_EQ(run(settings), one.code);
         EXPECT_THAT(said(), HasSubstr(one.said));
@@ -109,7 +100,7 @@ TEST_F(SendSessionTest, TheExitCodeSaysHowItWent) {
     }
 }
 
-TEST_F(SendSessionTest, WhatHappensIsPrintedLineByLine) {
+TEST_F(SendRunTest, WhatHappensIsPrintedLineByLine) {
     vark.files["in/b.mov"] = "other";
     EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::decisionWaits);
     EXPECT_EQ(printed(),
@@ -123,7 +114,7 @@ TEST_F(SendSessionTest, WhatHappensIsPrintedLineByLine) {
         "Decide with: vark resolve --replace [FILE...] or vark resolve --skip [FILE...], then vark send\n");
 }
 
-TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
+TEST_F(SendRunTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
     EXPECT_EQ(run({}), ExitCode::allLanded);
     EXPECT_THAT(said(), HasSubstr("There is no saved queue"));
 
@@ -142,7 +133,7 @@ TEST_F(SendSessionTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
     EXPECT_EQ(printed(), "Nothing was left to do.\n");
 }
 
-TEST_F(SendSessionTest, AnswersForWhatItWasToSendAndForWhatItFoundUnfinished) {
+TEST_F(SendRunTest, AnswersForWhatItWasToSendAndForWhatItFoundUnfinished) {
     vark.failures["begin"] = {VarkAPIError::server(403, "No room.")};
     EXPECT_EQ(run(adding({a})), ExitCode::somethingFailed);
     // What failed before is another command's.
@@ -150,30 +141,28 @@ TEST_F(SendSessionTest, AnswersForWhatItWasToSendAndForWhatItFoundUnfinished) {
     EXPECT_EQ(run({}), ExitCode::somethingFailed);
 }
 
-TEST_F(SendSessionTest, DoesNotEndWhileAWalkIsUnderWay) {
+TEST_F(SendRunTest, DoesNotEndWhileAWalkIsUnderWay) {
     vark.chunkTime = std::chrono::seconds(20);
     begin(adding({a}));
     WalkGate gate(world.platform.mounted);
-    const RequestFolder folder(world.surroundings.locations().requests());
-    const UUID id = folder.ask(toAdd({b}));
+    const UUID id = leaveRequest(toAdd({b}));
     ASSERT_TRUE(passTimeBeside([&] { return gate.isReached() && vark.files.contains("a.mov"); }));
     const Instant landed = world.clock.now();
     ASSERT_TRUE(passTimeBeside([&] { return world.clock.now() - landed > std::chrono::minutes(1); }));
-    EXPECT_FALSE(session->ended());
+    EXPECT_FALSE(sending->ended());
     gate.open();
     EXPECT_EQ(runOn(), ExitCode::allLanded);
     EXPECT_TRUE(vark.files.contains("b.mov"));
     EXPECT_THAT(folder.takeAnswer(id).value_or(QueueAnswer()).results, Contains(Said("Added 1 file")));
 }
 
-TEST_F(SendSessionTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
+TEST_F(SendRunTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
     WalkGate gate(world.platform.mounted);
-    session.emplace(world.surroundings, connection, adding({a}), display);
+    sending.emplace(world.surroundings, connection, nullptr, adding({a}), display);
     ASSERT_TRUE(passTimeBeside([&] { return gate.isReached(); }));
-    const RequestFolder folder(world.surroundings.locations().requests());
-    const UUID another = folder.ask(toAdd({b}));
+    const UUID another = leaveRequest(toAdd({b}));
     ASSERT_TRUE(passTimeBeside([&] { return !folder.isWaiting(another); }));
-    session->interrupt();
+    sending->interrupt();
     gate.open();
     EXPECT_EQ(runOn(), ExitCode::interrupted);
     EXPECT_EQ(said(), "Not added, since it was still being looked through: " + a.string() +
@@ -183,7 +172,7 @@ TEST_F(SendSessionTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
     EXPECT_TRUE(vark.files.empty());
 }
 
-TEST_F(SendSessionTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
+TEST_F(SendRunTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
     vark.chunkTime = std::chrono::seconds(20);
     begin(adding({a, b}));
     const std::filesystem::path queue = world.surroundings.store().url();
@@ -194,12 +183,12 @@ TEST_F(SendSessionTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
     EXPECT_THAT(answer.problems, Contains(Telling(queue.string())));
     world.passTime([] { return false; }, std::chrono::seconds(5));
     EXPECT_THAT(said(), HasSubstr(queue.string()));
-    session->interrupt();
+    sending->interrupt();
     EXPECT_EQ(runOn(), ExitCode::somethingFailed);
     EXPECT_THAT(said(), Not(HasSubstr("The queue is saved")));
 }
 
-TEST_F(SendSessionTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
+TEST_F(SendRunTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
     for (const QueueRequest::Command command :
          {QueueRequest::Command::clear, QueueRequest::Command::remove}) {
         SCOPED_TRACE(static_cast<int>(command));
@@ -218,7 +207,7 @@ TEST_F(SendSessionTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
     EXPECT_THAT(said(), HasSubstr("1 file was taken out of the queue before landing."));
 }
 
-TEST_F(SendSessionTest, WhatTheDeviceMayDoIsLearnedEveryNineMinutesWhileBytesGo) {
+TEST_F(SendRunTest, WhatTheDeviceMayDoIsLearnedEveryNineMinutesWhileBytesGo) {
     vark.chunkTime = std::chrono::minutes(30);
     begin(adding({a}));
     for (const std::int64_t level : {1, 2, 3}) {
@@ -226,11 +215,11 @@ TEST_F(SendSessionTest, WhatTheDeviceMayDoIsLearnedEveryNineMinutesWhileBytesGo)
         world.passTime([] { return false; }, std::chrono::seconds(9 * 60 + 5));
         EXPECT_EQ(SharedLevelStore::read(world.surroundings.sharedFolder())->level, level);
     }
-    session->interrupt();
+    sending->interrupt();
     runOn();
 }
 
-TEST_F(SendSessionTest, AVarkThatCannotBeReachedIsToldOfOnce) {
+TEST_F(SendRunTest, AVarkThatCannotBeReachedIsToldOfOnce) {
     vark.failures["begin"].assign(4, VarkAPIError::transport("Could not reach the vark."));
     begin(adding({a}));
     EXPECT_TRUE(world.passTime([&] { return said().contains("cannot be reached since"); }));
@@ -239,21 +228,18 @@ TEST_F(SendSessionTest, AVarkThatCannotBeReachedIsToldOfOnce) {
     EXPECT_EQ(std::ranges::count(said(), '\n'), 1) << said();
 }
 
-TEST_F(SendSessionTest, OnlyWhatWasSentIsToldInTheListOfActivity) {
-    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
-    std::vector<ActivityEntry> lines = SharedActivity::read(world.surroundings.sharedFolder());
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].text, "Sent 2 files");
-    EXPECT_EQ(lines[0].place, "in");
-
-    world.surroundings.store().save(nullptr);
-    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
-    lines = SharedActivity::read(world.surroundings.sharedFolder());
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].count, 2) << "what was already in the vark was not sent";
+TEST_F(SendRunTest, OnlyWhatWasSentIsToldInTheListOfActivity) {
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
+        const std::vector<ActivityEntry> lines = SharedActivity::read(world.surroundings.sharedFolder());
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_EQ(lines[0].text, "Sent 2 files");
+        EXPECT_EQ(lines[0].count, 2) << "what was already in the vark was not sent";
+        world.surroundings.store().save(nullptr);
+    }
 }
 
-TEST_F(SendSessionTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {
+TEST_F(SendRunTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {
     vark.failures["begin"] = {VarkAPIError::unauthorized()};
     world.platform.vark->refusals = {VarkAPIError::unauthorized(), VarkAPIError::transport("No network.")};
     Instant began = world.clock.now();
@@ -263,7 +249,7 @@ TEST_F(SendSessionTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {
     EXPECT_THAT(said(), HasSubstr("accepts the token again"));
 }
 
-TEST_F(SendSessionTest, AQueueThatTheVarkPausedGoesOnAtTheNextRunWhenTheTokenIsGood) {
+TEST_F(SendRunTest, AQueueThatTheVarkPausedGoesOnAtTheNextRunWhenTheTokenIsGood) {
     vark.lasting.insert({"begin", VarkAPIError::unauthorized()});
     world.platform.vark->refusals.assign(3, VarkAPIError::unauthorized());
     EXPECT_EQ(run(adding({a})), ExitCode::notConnected);
@@ -274,21 +260,21 @@ TEST_F(SendSessionTest, AQueueThatTheVarkPausedGoesOnAtTheNextRunWhenTheTokenIsG
     EXPECT_EQ(run({}), ExitCode::allLanded);
 }
 
-TEST_F(SendSessionTest, AQueueThatAPersonPausedStaysPausedUntilTheyResumeIt) {
+TEST_F(SendRunTest, AQueueThatAPersonPausedStaysPausedUntilTheyResumeIt) {
     begin(adding({a})).press('p');
-    session->press('q');
+    sending->press('q');
     EXPECT_EQ(runOn(), ExitCode::interrupted);
     EXPECT_TRUE(saved()->isPaused);
 
     begin({});
     EXPECT_THAT(said(), HasSubstr("vark resume"));
-    EXPECT_FALSE(world.passTime([&] { return session->ended().has_value(); }, std::chrono::minutes(1)));
-    session->press('p');
+    EXPECT_FALSE(world.passTime([&] { return sending->ended().has_value(); }, std::chrono::minutes(1)));
+    sending->press('p');
     EXPECT_EQ(runOn(), ExitCode::allLanded);
 }
 
-TEST_F(SendSessionTest, TheWholeQueueGoesToOnePlace) {
-    SendSession::Settings settings = adding({a});
+TEST_F(SendRunTest, TheWholeQueueGoesToOnePlace) {
+    SendRun::Settings settings = adding({a});
     settings.add.destination = "Jobs";
     begin(settings).interrupt();
     runOn();
@@ -315,7 +301,7 @@ TEST_F(SendSessionTest, TheWholeQueueGoesToOnePlace) {
     EXPECT_EQ(saved()->entries.size(), 1u);
 }
 
-TEST_F(SendSessionTest, AQueueForAnotherClientIsNotSentToThisOne) {
+TEST_F(SendRunTest, AQueueForAnotherClientIsNotSentToThisOne) {
     begin(adding({a})).interrupt();
     runOn();
     connection.clientName = "Beta";
@@ -325,7 +311,7 @@ TEST_F(SendSessionTest, AQueueForAnotherClientIsNotSentToThisOne) {
     EXPECT_TRUE(vark.files.empty());
 }
 
-TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
+TEST_F(SendRunTest, OtherRunsAskWhileItSends) {
     vark.chunkTime = std::chrono::seconds(20);
     begin(adding({a}));
     EXPECT_EQ(ask(QueueRequest::Command::pause).results.at(0), Said("Paused.", {{Next::Step::resume}}));
@@ -358,23 +344,24 @@ TEST_F(SendSessionTest, OtherRunsAskWhileItSends) {
     EXPECT_EQ(runOn(), ExitCode::somethingFailed);
 }
 
-TEST_F(SendSessionTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
+TEST_F(SendRunTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
     vark.chunkTime = std::chrono::seconds(20);
     begin(adding({a}));
     const UUID id = UUID::random();
     const std::filesystem::path requests = world.surroundings.locations().requests();
     std::filesystem::create_directories(requests);
     std::ofstream(requests / (id.text() + ".json")) << "{\"command\":";
+    world.platform.watches.ring(requests);
     std::optional<QueueAnswer> answer;
     EXPECT_TRUE(world.passTime([&] { return (answer = RequestFolder(requests).takeAnswer(id)).has_value(); },
                                std::chrono::seconds(2)));
     EXPECT_EQ(answer->outcome, Outcome::failed);
     EXPECT_THAT(answer->problems.at(0), Telling("did not understand"));
-    session->interrupt();
+    sending->interrupt();
     runOn();
 }
 
-TEST_F(SendSessionTest, ASavedQueueThatCannotBeReadIsNeverLost) {
+TEST_F(SendRunTest, ASavedQueueThatCannotBeReadIsNeverLost) {
     const std::filesystem::path queue = world.surroundings.store().url();
     std::filesystem::create_directories(queue.parent_path());
     std::ofstream(queue) << "{damaged";
@@ -387,33 +374,31 @@ TEST_F(SendSessionTest, ASavedQueueThatCannotBeReadIsNeverLost) {
     EXPECT_EQ(saved()->items.size(), 1u);
 }
 
-TEST_F(SendSessionTest, TheSettingsReachTheEngine) {
-    SendSession::Settings settings = adding({a});
-    settings.bytesPerSecond = 1'000'000;
-    EXPECT_EQ(run(settings), ExitCode::allLanded);
-    EXPECT_NE(vark.limiters.at(0), nullptr);
-
-    settings = adding({world.home.file("in/long.mov", std::string(900, 'c'))});
-    settings.chunksAtOnce = 2;
-    vark.mostChunksInFlight = 0;
-    EXPECT_EQ(run(settings), ExitCode::allLanded);
-    EXPECT_EQ(vark.mostChunksInFlight, 2);
-    EXPECT_EQ(vark.limiters.back(), nullptr);
-
-    settings = adding({b});
+TEST_F(SendRunTest, OutsideOfficeHoursNothingIsTimedButTheirEnd) {
+    SendRun::Settings settings = adding({b});
     // Every minute of every day is between these two, but for weekends.
-    settings.workingHours = WorkingHours{0, 24 * 60};
+    settings.pace.hours = WorkingHours{0, 24 * 60};
     WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
     CommandSurroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
-    SendSession waiting(atWork, connection, settings, display);
+    SendRun waiting(atWork, connection, nullptr, settings, display);
     EXPECT_FALSE(world.passTime([&] { return waiting.ended().has_value(); }, std::chrono::minutes(1)));
     EXPECT_THAT(printed(), HasSubstr("outside office hours only"));
+    EXPECT_GE(*world.clock.nextDeadline() - world.clock.now(), std::chrono::hours(1));
     waiting.interrupt();
 }
 
-TEST_F(SendSessionTest, ProgramsGetOneObjectForEachThingThatHappens) {
+TEST_F(SendRunTest, SleepsWhileNothingMoves) {
+    begin(adding({a})).press('p');
+    world.passTime([] { return false; }, std::chrono::seconds(20));
+    EXPECT_EQ(world.clock.nextDeadline(), std::nullopt);
+    EXPECT_THAT(printed(), HasSubstr("Paused\n"));
+    EXPECT_EQ(ask(QueueRequest::Command::resume).outcome, Outcome::done);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
+TEST_F(SendRunTest, ProgramsGetOneObjectForEachThingThatHappens) {
     JSONDisplay json(world.console, [] { return *dateFromISO8601("2026-02-03T04:05:06Z"); });
-    session.emplace(world.surroundings, connection, adding({a}), json);
+    sending.emplace(world.surroundings, connection, nullptr, adding({a}), json);
     EXPECT_EQ(runOn(), ExitCode::allLanded);
     EXPECT_EQ(printed(),
               "{\"event\":\"landed\",\"at\":\"2026-02-03T04:05:06Z\",\"path\":\"a.mov\",\"localPath\":\"" +

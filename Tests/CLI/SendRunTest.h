@@ -7,7 +7,7 @@
 #include <latch>
 #include <thread>
 
-#include "Hosts/CLI/Sending/SendSession.h"
+#include "Hosts/CLI/Sending/SendRun.h"
 #include "Tests/CLI/CLIWorld.h"
 #include "VarkApp/Queue/QueueHolder.h"
 
@@ -43,35 +43,40 @@ class WalkGate {
 };
 
 /// A person who sends two files to a vark in memory.
-class SendSessionTest : public ::testing::Test {
+class SendRunTest : public ::testing::Test {
   public:
-    static SendSession::Settings adding(const std::vector<std::filesystem::path>& paths) {
-        SendSession::Settings settings;
+    static SendRun::Settings adding(const std::vector<std::filesystem::path>& paths) {
+        SendRun::Settings settings;
         settings.add.command = QueueRequest::Command::add;
         for (const std::filesystem::path& path : paths)
             settings.add.named.push_back(QueueRequest::Named::of(path.string()));
         return settings;
     }
-    SendSession& begin(SendSession::Settings settings) {
-        session.emplace(world.surroundings, connection, std::move(settings), display);
+    SendRun& begin(SendRun::Settings settings) {
+        sending.emplace(world.surroundings, connection, nullptr, std::move(settings), display);
         world.settle();
-        return *session;
+        return *sending;
     }
     /// Runs it to its end, and lets it go.
-    ExitCode run(SendSession::Settings settings) {
+    ExitCode run(SendRun::Settings settings) {
         begin(std::move(settings));
         return runOn();
     }
     ExitCode runOn() {
-        EXPECT_TRUE(world.passTime([&] { return session->ended().has_value(); })) << "it does not end";
-        ExitCode code = session->ended().value_or(ExitCode::usage);
-        session.reset();
+        EXPECT_TRUE(world.passTime([&] { return sending->ended().has_value(); })) << "it does not end";
+        ExitCode code = sending->ended().value_or(ExitCode::usage);
+        sending.reset();
         return code;
     }
     std::optional<TransferJob> saved() { return world.surroundings.store().load(); }
+    /// As another process does.
+    UUID leaveRequest(const QueueRequest& request) {
+        const UUID id = folder.ask(request);
+        world.platform.watches.ring(world.surroundings.locations().requests());
+        return id;
+    }
     QueueAnswer ask(const QueueRequest& request) {
-        RequestFolder folder(world.surroundings.locations().requests());
-        UUID id = folder.ask(request);
+        const UUID id = leaveRequest(request);
         std::optional<QueueAnswer> answer;
         EXPECT_TRUE(world.passTime([&] { return (answer = folder.takeAnswer(id)).has_value(); },
                                    std::chrono::seconds(1)));
@@ -88,7 +93,8 @@ class SendSessionTest : public ::testing::Test {
         const auto realEnd = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (!done() && std::chrono::steady_clock::now() < realEnd) {
             world.executor.runReady();
-            if (std::optional<Instant> next = world.clock.nextDeadline()) world.clock.moveTo(*next);
+            const Instant later = world.clock.now() + std::chrono::seconds(1);
+            world.clock.moveTo(world.clock.nextDeadline().value_or(later));
             std::this_thread::yield();
         }
         return done();
@@ -98,11 +104,12 @@ class SendSessionTest : public ::testing::Test {
 
     test::CLIWorld world;
     SharedConnection connection = world.connect();
+    RequestFolder folder{world.surroundings.locations().requests()};
     test::FakeVark& vark = *world.platform.vark;
     std::filesystem::path a = world.home.file("in/a.mov", std::string(250, 'a'));
     std::filesystem::path b = world.home.file("in/b.mov", std::string(250, 'b'));
     PlainDisplay display{world.console};
-    std::optional<SendSession> session;
+    std::optional<SendRun> sending;
 };
 
 }  // namespace vark::cli
