@@ -10,11 +10,23 @@ CommandSurroundings::CommandSurroundings(Platform& thePlatform, Console& theCons
     : Surroundings(thePlatform, theExecutor, theClock, std::move(theDate)), console(theConsole) {}
 
 SharedConnection CommandSurroundings::neededConnection() {
+    if (given()) return neededGiven();
     TokenKeeper keeper(*this);
     TokenKeeper::Required required = await(keeper.require());
     for (const Said& note : required.notes)
         console.say(inWords(note));
     return std::move(required.connection);
+}
+
+SharedConnection CommandSurroundings::neededGiven() {
+    GivenConnection known = *given();
+    const std::shared_ptr<VarkAPI> asked = api(*connection());
+    const WhoAmI who = await(asked->whoami());
+    known.clientName = who.client;
+    give(std::move(known));
+    SharedConnection whole = *connection();
+    whole.level = who.level;
+    return whole;
 }
 
 VarkItem CommandSurroundings::neededItem(VarkAPI& api, const std::string& path) {

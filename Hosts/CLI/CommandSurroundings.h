@@ -23,6 +23,10 @@ class CommandSurroundings : public Surroundings {
     SharedConnection neededConnection();
     /// Fails with a `Failure` when the vark has nothing there.
     VarkItem neededItem(VarkAPI& api, const std::string& path);
+
+  private:
+    /// Of a connection that the environment gives: that of this client, as the vark says.
+    SharedConnection neededGiven();
 };
 
 }  // namespace vark::cli

@@ -36,7 +36,7 @@ class SystemPlatform final : public app::Platform {
 
   private:
     const std::string via_;
-    std::optional<AppBundle> bundle_;
+    std::unique_ptr<Bundle> bundle_;
     std::optional<XDGFolders> folders_;
     std::optional<MountedVolumes> volumes_;
 };

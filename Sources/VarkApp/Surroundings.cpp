@@ -59,17 +59,29 @@ const std::filesystem::path& Surroundings::neededFolder() {
 }
 
 std::optional<SharedConnection> Surroundings::connection() {
-    return SharedStore::read(sharedFolder());
+    if (!given_) return SharedStore::read(sharedFolder());
+    SharedConnection connection;
+    connection.server = given_->server.text();
+    connection.token = given_->token;
+    connection.clientName = given_->clientName;
+    return connection;
 }
 
 VarkAddress Surroundings::addressOf(const SharedConnection& connection) {
     VarkAddress address{*connection.serverURL(), std::nullopt};
+    if (given_) {
+        address.authority = given_->authority;
+        return address;
+    }
     std::filesystem::path authority = SharedFiles::authority(neededFolder());
     if (std::filesystem::exists(authority)) address.authority = std::move(authority);
     return address;
 }
 
 std::shared_ptr<VarkAPI> Surroundings::api(const SharedConnection& connection, int chunksAtOnce) {
+    if (given_)
+        return platform.makeAPI(
+            addressOf(connection), [token = given_->token] { return token; }, apiHost(chunksAtOnce));
     auto token = std::make_shared<ConnectionToken>(neededFolder(), connection.server);
     return platform.makeAPI(
         addressOf(connection), [token] { return token->current(); }, apiHost(chunksAtOnce));
@@ -90,6 +102,8 @@ APIHost Surroundings::apiHost(int mostChunksAtOnce) {
 }
 
 void Surroundings::learn(const WhoAmI& who) {
+    // What others of our processes may do depends on the connection that is kept.
+    if (given_) return;
     SharedLevelStore::write({who.level, who.jobNumbers, date()}, sharedFolder());
 }
 

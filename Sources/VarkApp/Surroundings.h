@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "VarkApp/Connect/GivenConnection.h"
 #include "VarkApp/Failure.h"
 #include "VarkApp/Platform.h"
 #include "VarkCore/Concurrency/TaskScope.h"
@@ -38,6 +39,9 @@ class Surroundings {
     /// The same. Fails with a `Failure` that says why there is none.
     const std::filesystem::path& neededFolder();
     std::optional<SharedConnection> connection();
+    /// In place of the connection that this machine keeps; before anything asks for one.
+    void give(GivenConnection given) { given_ = std::move(given); }
+    const std::optional<GivenConnection>& given() const { return given_; }
     /// The nodes of this network, as a browsing vark has published them of late.
     LANRouter& lan();
     /// The same table for a run that browses itself: empty, to be filled by its browser alone, which also
@@ -56,6 +60,7 @@ class Surroundings {
     TransferEngine::Host engineHost();
 
   private:
+    std::optional<GivenConnection> given_;
     std::optional<Calendar> calendar_;
     std::optional<BlockingPool> pool_;
     std::optional<BlockingPool> savingPool_;

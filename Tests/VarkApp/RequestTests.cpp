@@ -14,7 +14,7 @@ QueueRequest sample() {
     request.named = {{"a\nb", "/home/anna/a\nb"}, {"日本", "/home/anna/日本"}};
     request.destination = "Jobs/\"2026\"";
     request.title = "Card";
-    request.walk = {.hidden = true, .followLinks = true};
+    request.walk = {.hidden = true, .followLinks = true, .filter = {{"*.tmp"}, {"*.mov", "DCIM/"}}};
     return request;
 }
 

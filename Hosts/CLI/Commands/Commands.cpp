@@ -6,8 +6,10 @@
 
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Documentation/CommandHelp.h"
+#include "Hosts/CLI/ErrorCodes.h"
 #include "Hosts/CLI/NextWords.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkApp/Connect/GivenConnection.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark::cli {
 
@@ -29,23 +31,53 @@ void sayWhereItIs(CommandSurroundings& surroundings) {
         connection->server));
 }
 
-/// What the person chose, with failures told in words.
-ExitCode carryOut(const Chosen& chosen, CommandSurroundings& surroundings) {
+/// Tells of failures in words, and programs in a record too.
+class FailureOutput {
+  public:
+    FailureOutput(Console& console, bool json) : console_(console), json_(json) {}
+
+    ExitCode tell(std::string_view code, const std::string& sentence, ExitCode exitCode) {
+        console_.say(sentence);
+        if (!json_) return exitCode;
+        JSONWriter record;
+        record.beginObject().field("event", "error").field("code", code).field("error", sentence);
+        console_.printJSON(record.field("exitCode", static_cast<int>(exitCode)).endObject().text());
+        return exitCode;
+    }
+
+  private:
+    Console& console_;
+    const bool json_;
+};
+
+/// What the person chose, with failures told.
+ExitCode carryOut(const Chosen& chosen, CommandSurroundings& surroundings, bool json) {
+    FailureOutput output(surroundings.console, json);
     try {
+        if (std::optional<GivenConnection> given = GivenConnection::fromEnvironment())
+            surroundings.give(*std::move(given));
         return chosen(surroundings);
     } catch (const Failure& failure) {
-        surroundings.console.say(inWords(failure.said()));
-        return exitCodeOf(failure.outcome());
+        return output.tell(nameOf(failure.outcome()), inWords(failure.said()), exitCodeOf(failure.outcome()));
     } catch (const VarkAPIError& error) {
-        surroundings.console.say(error.errorDescription());
+        const ExitCode code =
+            output.tell(codeOf(error), error.errorDescription(),
+                        error.isSignOut() ? ExitCode::notConnected : ExitCode::somethingFailed);
         if (std::holds_alternative<VarkAPIError::Transport>(error.which())) sayWhereItIs(surroundings);
-        if (!error.isSignOut()) return ExitCode::somethingFailed;
-        surroundings.console.say("Connect again with: vark connect URL");
-        return ExitCode::notConnected;
+        if (error.isSignOut()) surroundings.console.say("Connect again with: vark connect URL");
+        return code;
     } catch (const std::exception& error) {
-        surroundings.console.say(error.what());
-        return ExitCode::somethingFailed;
+        return output.tell(nameOf(Outcome::failed), error.what(), ExitCode::somethingFailed);
     }
+}
+
+/// Whether the command that was chosen prints for programs.
+bool printsJSON(const CLI::App& program) {
+    for (const CLI::App* command : program.get_subcommands()) {
+        const CLI::Option* json = command->get_option_no_throw("--json");
+        if ((json != nullptr && json->count() > 0) || printsJSON(*command)) return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -79,6 +111,10 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareConnectionCommands(program, chosen);
     declareListing(program, chosen);
     declareGet(program, chosen);
+    declareCat(program, chosen);
+    declareCheck(program, chosen);
+    declareFolderCommands(program, chosen);
+    declareTag(program, chosen);
     declareSend(program, chosen);
     declareIngest(program, chosen);
     declareRun(program, chosen);
@@ -87,6 +123,7 @@ void declareProgram(CLI::App& program, Chosen& chosen) {
     declareShare(program, chosen);
     declareJobs(program, chosen);
     declareLog(program, chosen);
+    declareConfig(program, chosen);
     declareDiagnostics(program, chosen);
     declareCache(program, chosen);
     declareActivity(program, chosen);
@@ -126,7 +163,7 @@ ExitCode runOn(int count, const char* const* arguments, Platform& platform, Cons
     SerialExecutor executor;
     SystemClock clock;
     CommandSurroundings surroundings(platform, console, executor, clock);
-    return carryOut(chosen, surroundings);
+    return carryOut(chosen, surroundings, printsJSON(program));
 }
 
 }  // namespace

@@ -15,6 +15,11 @@ using Chosen = std::function<ExitCode(CommandSurroundings&)>;
 // stands on the command line. `chosen` outlives `program`.
 void declareConnect(CLI::App& program, Chosen& chosen);
 void declareConnectionCommands(CLI::App& program, Chosen& chosen);
+void declareCat(CLI::App& program, Chosen& chosen);
+void declareCheck(CLI::App& program, Chosen& chosen);
+void declareConfig(CLI::App& program, Chosen& chosen);
+void declareFolderCommands(CLI::App& program, Chosen& chosen);
+void declareTag(CLI::App& program, Chosen& chosen);
 void declareListing(CLI::App& program, Chosen& chosen);
 void declareGet(CLI::App& program, Chosen& chosen);
 void declareNodes(CLI::App& program, Chosen& chosen);

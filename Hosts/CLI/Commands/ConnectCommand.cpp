@@ -5,14 +5,12 @@
 #include "Hosts/CLI/NextWords.h"
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkApp/Connect/Connecting.h"
-#include "VarkCore/Foundation/Files.h"
+#include "VarkApp/Connect/GivenConnection.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark::cli {
 
 namespace {
-
-constexpr std::uint64_t longestTokenFile = 64 << 10;
 
 struct ConnectOptions {
     std::string url;
@@ -24,27 +22,6 @@ struct ConnectOptions {
     std::vector<std::string> only;
     bool json = false;
 };
-
-std::string readToken(const std::string& path) {
-    std::string content;
-    try {
-        content = readWholeFile(path, longestTokenFile);
-    } catch (const FileError& error) {
-        throw Failure(Outcome::misuse, fmt::format("The file of the token cannot be read. {}", error.what()));
-    }
-    std::string token(trimmed(std::string_view(content).substr(0, content.find('\n'))));
-    if (token.empty())
-        throw Failure(Outcome::misuse,
-                      fmt::format("The file {} has no token in its first line. Put the token there that the "
-                                  "vark gave for this machine.",
-                                  path));
-    if (!isToken(token))
-        throw Failure(Outcome::misuse,
-                      fmt::format("The first line of {} is no token: a token has no blanks and plain "
-                                  "characters only.",
-                                  path));
-    return token;
-}
 
 KeptConnection::Place readPlace(const std::string& chosen) {
     // The person's settings count for `connect` alone, so they are read here, and their mistake is named so.
@@ -98,7 +75,7 @@ ConnectWish wishFrom(const ConnectOptions& options) {
     wish.place = readPlace(options.secretStore);
     wish.folders = readFolders(options.only);
     wish.rootPath = options.root;
-    if (!options.tokenFile.empty()) wish.token = readToken(options.tokenFile);
+    if (!options.tokenFile.empty()) wish.token = tokenIn(options.tokenFile);
     if (!options.code.empty()) wish.code = options.code;
     return wish;
 }

@@ -1,15 +1,12 @@
-#include <fcntl.h>
 #include <fmt/ranges.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <set>
 
 #include "Hosts/CLI/Commands/Commands.h"
-#include "Hosts/CLI/Display/LiveArea.h"
-#include "Hosts/CLI/Display/StreamSink.h"
-#include "Hosts/CLI/Display/Terminal.h"
-#include "Hosts/CLI/Display/TextWidth.h"
+#include "Hosts/CLI/Commands/Interruptible.h"
+#include "Hosts/CLI/Commands/Streaming.h"
+#include "Hosts/CLI/Display/ProgressLine.h"
+#include "Hosts/CLI/PathOptions.h"
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkCore/Fetching/Fetching.h"
 #include "VarkCore/Foundation/FileName.h"
@@ -25,45 +22,49 @@ constexpr const char* explanation =
     "with\n"
     "the same contents is not fetched again; what differs is left alone without --force. A folder is put "
     "into the\n"
-    "folder of --output under its own name, so the same command again fetches what is missing. What had come "
-    "of a\n"
-    "file is kept beside its place when the command is interrupted, and is gone on with by the next one.\n"
-    "\"--output -\" writes one file to standard output, and fails at the end if it was not the vark's.";
-constexpr Duration beatLength = std::chrono::milliseconds(250);
+    "folder of --output under its own name, so the same command again fetches what is missing; so is each of "
+    "several\n"
+    "PATHs. What had come of a file is kept beside its place when the command is interrupted, and is gone on "
+    "with by\n"
+    "the next one. \"--output -\" writes one file to standard output, and fails at the end if it was not the "
+    "vark's.";
 
 struct GetOptions {
-    std::string path;
+    NamedPaths paths;
     std::string to;
+    PathFilter filter;
     bool recursive = false;
     bool force = false;
+    bool quiet = false;
     bool json = false;
 };
 
 /// What one run shows while it lasts, and what it has come to.
 class GetDisplay {
   public:
-    GetDisplay(CommandSurroundings& surroundings, bool json)
+    GetDisplay(CommandSurroundings& surroundings, const GetOptions& options)
         : console_(surroundings.console),
           clock_(surroundings.clock),
-          json_(json),
-          isLive_(!json && Terminal::canDraw()) {}
+          json_(options.json),
+          isQuiet_(options.quiet),
+          line_(console_, !json_ && !isQuiet_, [this] { return words(); }) {}
 
     void leaveOut(const WantedFiles::LeftOut& leftOut) {
         ++failed_;
         if (json_) {
-            printFailure(leftOut.path, leftOut.why);
+            printFailure(leftOut.path, "leftOut", leftOut.why);
         } else {
             console_.say(fmt::format("\"{}\" was left out: {}", leftOut.path, leftOut.why));
         }
     }
 
     void fileEnded(const FetchedFile& file) {
-        erase();
+        line_.erase();
         if (file.failure) {
             failed_ += file.files;
             const std::string why = *file.failure + (file.isKept ? " Overwrite it with --force." : "");
             if (json_) {
-                printFailure(file.to.string(), why);
+                printFailure(file.to.string(), file.isKept ? "differs" : "failed", why);
             } else {
                 console_.say(fmt::format("{}: {}", file.to.string(), why));
             }
@@ -78,48 +79,40 @@ class GetDisplay {
                 .field("path", file.to.string());
             line.field("size", file.size).field("checked", file.checked);
             console_.printJSON(line.endObject().take());
-        } else if (!file.wasThere) {
+        } else if (!file.wasThere && !isQuiet_) {
             console_.print(fmt::format("{} ({}{})", file.to.string(), Format::bytes(file.size),
                                        file.checked ? "" : "; the vark has no checksum to check it by"));
         }
     }
 
-    void begin(const WantedFiles& wanted) {
-        files_ = static_cast<std::int64_t>(wanted.files.size());
+    void begin(const WantedFiles& wanted, const Fetching& fetching) {
+        files_ = std::ssize(wanted.files);
         totalBytes_ = wanted.totalBytes;
+        excluded_ = wanted.excluded;
+        fetching_ = &fetching;
         begun_ = clock_.now();
     }
-
-    void show(std::int64_t received) {
-        if (!isLive_) return;
-        const std::optional<TerminalSize> size = Terminal::size();
-        if (!size) return;
-        std::vector<std::string> words = {
-            fmt::format("{} of {}", Format::number(arrived_ + present_ + failed_),
-                        Format::count(files_, "file")),
-            fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
-        const double seconds = inSeconds(clock_.now() - begun_);
-        if (seconds > 1) words.push_back(Format::rate(static_cast<double>(received) / seconds));
-        draw({clippedToWidth(fmt::format("{}", fmt::join(words, console_.signs().between)),
-                             size->columns - 1)});
-    }
+    Task<void> drawing() { return line_.drawing(); }
 
     ExitCode finish() {
-        close();
-        if (!json_ && (files_ != 1 || present_ > 0 || failed_ > 0)) {
-            std::vector<std::string> words = {
-                fmt::format("{} fetched, {}", Format::count(arrived_, "file"), Format::bytes(bytes_))};
-            if (present_ > 0)
-                words.push_back(fmt::format("{} {} here already", Format::number(present_),
-                                            present_ == 1 ? "was" : "were"));
-            if (failed_ > 0) words.push_back(fmt::format("{} not", Format::number(failed_)));
-            console_.say(fmt::format("{}", fmt::join(words, console_.signs().between)));
+        line_.erase();
+        const ExitCode code = failed_ == 0 ? ExitCode::allLanded : ExitCode::somethingFailed;
+        if (json_) {
+            JSONWriter line;
+            line.beginObject()
+                .field("event", "finished")
+                .field("arrived", arrived_)
+                .field("present", present_);
+            line.field("failed", failed_).field("excluded", excluded_).field("bytes", bytes_);
+            console_.printJSON(line.field("exitCode", static_cast<int>(code)).endObject().text());
+        } else if (!isQuiet_ && (files_ != 1 || present_ > 0 || failed_ > 0)) {
+            console_.say(fmt::format("{}", fmt::join(outcome(), console_.signs().between)));
         }
-        return failed_ == 0 ? ExitCode::allLanded : ExitCode::somethingFailed;
+        return code;
     }
 
     ExitCode stop() {
-        close();
+        line_.erase();
         console_.say(files_ == 0
                          ? "Stopped before anything was fetched."
                          : fmt::format("Stopped with {} of {} here. The same command carries on.",
@@ -128,76 +121,60 @@ class GetDisplay {
     }
 
   private:
-    void printFailure(const std::string& path, const std::string& why) {
+    std::vector<std::string> words() const {
+        if (fetching_ == nullptr) return {};
+        const std::int64_t received = fetching_->receivedBytes();
+        std::vector<std::string> words = {
+            fmt::format("{} of {}", Format::number(arrived_ + present_ + failed_),
+                        Format::count(files_, "file")),
+            fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
+        const double seconds = inSeconds(clock_.now() - begun_);
+        if (seconds > 1) words.push_back(Format::rate(static_cast<double>(fetching_->movedBytes()) / seconds));
+        return words;
+    }
+
+    std::vector<std::string> outcome() const {
+        std::vector<std::string> words = {
+            fmt::format("{} fetched, {}", Format::count(arrived_, "file"), Format::bytes(bytes_))};
+        if (present_ > 0)
+            words.push_back(
+                fmt::format("{} {} here already", Format::number(present_), present_ == 1 ? "was" : "were"));
+        if (excluded_ > 0) words.push_back(fmt::format("{} excluded", Format::number(excluded_)));
+        if (failed_ > 0) words.push_back(fmt::format("{} not", Format::number(failed_)));
+        return words;
+    }
+
+    void printFailure(const std::string& path, std::string_view code, const std::string& why) {
         JSONWriter line;
-        line.beginObject().field("event", "failed").field("path", path).field("error", why);
+        line.beginObject()
+            .field("event", "failed")
+            .field("path", path)
+            .field("code", code)
+            .field("error", why);
         console_.printJSON(line.endObject().take());
-    }
-
-    void erase() { draw({}); }
-    /// Nothing is drawn from here on.
-    void close() {
-        erase();
-        isLive_ = false;
-    }
-
-    void draw(const std::vector<std::string>& lines) {
-        if (isLive_) console_.printText(area_.replace(lines));
     }
 
     Console& console_;
     Clock& clock_;
     const bool json_;
-    bool isLive_;
-    LiveArea area_;
+    const bool isQuiet_;
+    const Fetching* fetching_ = nullptr;
     Instant begun_{};
     std::int64_t files_ = 0;
     std::int64_t totalBytes_ = 0;
     std::int64_t arrived_ = 0;
     std::int64_t present_ = 0;
     std::int64_t failed_ = 0;
+    std::int64_t excluded_ = 0;
     std::int64_t bytes_ = 0;
+    ProgressLine line_;
 };
 
-Task<void> showWhileItLasts(GetDisplay& display, const Fetching& fetching) {
-    for (;;) {
-        co_await sleepFor(beatLength);
-        display.show(fetching.receivedBytes());
-    }
-}
-
-/// Somebody who takes the bytes as they come, in the place of a file.
-struct Reader {
-    Descriptor descriptor;
+/// An item of the vark and the name that it gets here.
+struct Wanted {
+    VarkItem item;
     std::string name;
 };
-
-bool isSameFile(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-Reader standardOutput() {
-    return {Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), "standard output"};
-}
-
-/// What is named when that is no place for a file: standard output, also by its path, a pipe or a device. It
-/// is written to, and never replaced.
-std::optional<Reader> readerAt(const std::string& to) {
-    if (to == "-") return standardOutput();
-    struct stat there{};
-    if (to.empty() || stat(to.c_str(), &there) != 0 || S_ISDIR(there.st_mode)) return std::nullopt;
-    struct stat output{};
-    if (fstat(STDOUT_FILENO, &output) == 0 && isSameFile(there, output)) return standardOutput();
-    if (S_ISREG(there.st_mode)) return std::nullopt;
-    if (!S_ISCHR(there.st_mode) && !S_ISFIFO(there.st_mode))
-        throw Failure(Outcome::misuse,
-                      fmt::format("\"{}\" is a disk or a socket. Nothing is written to it.", to));
-    Descriptor descriptor(open(to.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!descriptor && errno == ENXIO)
-        throw Failure(Outcome::failed, fmt::format("Nobody reads from \"{}\". Start the reader first.", to));
-    if (!descriptor) throw FileError("Could not open", to, errno);
-    return Reader{std::move(descriptor), to};
-}
 
 struct Destination {
     std::filesystem::path folder;
@@ -216,17 +193,23 @@ void requireName(const std::string& name) {
                       fmt::format("A file here cannot be called \"{}\". Name it with: --output FILE", name));
 }
 
-/// A folder goes into the one that is named, under its own name; so does a file when it is a folder that is
-/// named, there already or with a "/" at its end. `name` is what the person asked for, not what the vark
-/// answered: its answer has no say in where things go.
-Destination destinationFor(const std::string& to, const VarkItem& item, std::string name) {
+std::filesystem::path workingFolder() {
     std::error_code failure;
-    const std::filesystem::path here = std::filesystem::current_path(failure);
+    std::filesystem::path here = std::filesystem::current_path(failure);
     if (failure)
         throw Failure(Outcome::failed, "The folder that this runs in is no longer there. Go to another one.");
-    if (item.isDir || to.empty() || to.ends_with('/') || std::filesystem::is_directory(to, failure)) {
-        if (!item.isDir || !name.empty()) requireName(name);
-        return {here / to, std::move(name)};
+    return here;
+}
+
+/// A folder goes into the one that is named, under its own name; so does a file when it is a folder that is
+/// named, there already or with a "/" at its end. The name is what the person asked for, not what the vark
+/// answered: its answer has no say in where things go.
+Destination destinationFor(const std::string& to, const Wanted& wanted) {
+    const std::filesystem::path here = workingFolder();
+    std::error_code failure;
+    if (wanted.item.isDir || to.empty() || to.ends_with('/') || std::filesystem::is_directory(to, failure)) {
+        if (!wanted.item.isDir || !wanted.name.empty()) requireName(wanted.name);
+        return {here / to, wanted.name};
     }
     std::filesystem::path file = here / to;
     if (std::filesystem::is_symlink(file, failure)) {
@@ -240,84 +223,96 @@ Destination destinationFor(const std::string& to, const VarkItem& item, std::str
     return {file.parent_path(), file.filename()};
 }
 
-Task<void> fetch(std::shared_ptr<VarkAPI> api, VarkItem item, Destination to, GetDisplay& display,
-                 Fetching& fetching) {
-    WantedFiles wanted = co_await listWanted(std::move(api), std::move(item), std::move(to.name));
-    for (const WantedFiles::LeftOut& leftOut : wanted.leftOut)
-        display.leaveOut(leftOut);
-    display.begin(wanted);
-    co_await fetching.all(std::move(wanted), std::move(to.folder));
-}
-
-Task<void> stream(std::shared_ptr<VarkAPI> api, VarkItem item, const Reader& reader) {
-    StreamSink sink(reader.descriptor.get(), reader.name, co_await thisToken());
-    co_await api->fetch(item.id, sink);
-    if (item.sha256.empty() ? sink.next() == item.size : sink.sha256() == item.sha256) co_return;
-    throw Failure(Outcome::failed,
-                  fmt::format("What went to {} is not what the vark has. It may have been changed just "
-                              "now; get it again.",
-                              reader.name));
-}
-
-/// Until it has ended, or has been told by a signal to end and has done so.
-void runToItsEnd(CommandSurroundings& surroundings, const TaskHandle<void>& work) {
-    Terminal terminal(false, [work](std::optional<char>) { work.cancel(); });
-    surroundings.executor.runUntil([&] { return work.done(); });
-}
-
-ExitCode getToReader(CommandSurroundings& surroundings, std::shared_ptr<VarkAPI> api, const VarkItem& item,
-                     const Reader& reader) {
-    TaskScope scope(surroundings.executor, surroundings.clock);
-    const TaskHandle<void> work = scope.start(stream(std::move(api), item, reader));
-    runToItsEnd(surroundings, work);
-    try {
-        work.result();
-    } catch (const CancellationError&) {
-        surroundings.console.say("Stopped: not all of the file has gone out.");
-        return ExitCode::interrupted;
+/// Several go into one folder, each under its own name.
+std::filesystem::path folderForAll(const std::string& to, const std::vector<Wanted>& wanted) {
+    std::error_code failure;
+    if (!to.empty() && std::filesystem::exists(to, failure) && !std::filesystem::is_directory(to, failure))
+        throw Failure(
+            Outcome::misuse,
+            fmt::format("\"{}\" is no folder, and several things were named. Nothing was fetched.", to));
+    std::set<std::string_view> names;
+    for (const Wanted& one : wanted) {
+        requireName(one.name);
+        if (!names.insert(one.name).second)
+            throw Failure(Outcome::misuse,
+                          fmt::format("Two of them are called \"{}\". Get them one by one. Nothing "
+                                      "was fetched.",
+                                      one.name));
     }
-    return ExitCode::allLanded;
+    return workingFolder() / to;
 }
 
-ExitCode getToFiles(CommandSurroundings& surroundings, std::shared_ptr<VarkAPI> api, const VarkItem& item,
-                    const GetOptions& options, Destination to) {
-    GetDisplay display(surroundings, options.json);
+Task<void> fetch(std::shared_ptr<VarkAPI> api, std::vector<Wanted> items, const GetOptions& options,
+                 std::filesystem::path folder, GetDisplay& display, Fetching& fetching) {
+    WantedFiles all;
+    for (Wanted& one : items) {
+        WantedFiles wanted =
+            co_await listWanted(api, std::move(one.item), std::move(one.name), options.filter);
+        all.add(std::move(wanted));
+    }
+    for (const WantedFiles::LeftOut& leftOut : all.leftOut)
+        display.leaveOut(leftOut);
+    display.begin(all, fetching);
+    co_await fetching.all(std::move(all), std::move(folder));
+}
+
+Task<void> fetchShowing(Task<void> fetching, GetDisplay& display) {
+    const auto body = [&](TaskGroup<void>& group) -> Task<void> {
+        group.add(display.drawing());
+        co_await std::move(fetching);
+        group.cancelAll();
+    };
+    co_await withGroup<void>(body);
+}
+
+ExitCode getToFiles(CommandSurroundings& surroundings, std::shared_ptr<VarkAPI> api,
+                    std::vector<Wanted> items, const GetOptions& options) {
+    std::filesystem::path folder;
+    if (items.size() == 1) {
+        Destination to = destinationFor(options.to, items.front());
+        folder = std::move(to.folder);
+        items.front().name = std::move(to.name);
+    } else {
+        folder = folderForAll(options.to, items);
+    }
+    GetDisplay display(surroundings, options);
     Fetching fetching({api, surroundings.pool(), surroundings.date},
                       options.force ? WhatStands::isReplaced : WhatStands::stays,
                       [&display](const FetchedFile& file) { display.fileEnded(file); });
-    TaskScope scope(surroundings.executor, surroundings.clock);
-    const TaskHandle<void> showing = scope.start(showWhileItLasts(display, fetching));
-    const TaskHandle<void> work = scope.start(fetch(api, item, std::move(to), display, fetching));
-    runToItsEnd(surroundings, work);
-    showing.cancel();
-    try {
-        work.result();
-    } catch (const CancellationError&) {
-        return display.stop();
-    }
-    return display.finish();
+    Task<void> work = fetch(api, std::move(items), options, std::move(folder), display, fetching);
+    const bool isWhole = endsUninterrupted(surroundings, fetchShowing(std::move(work), display));
+    return isWhole ? display.finish() : display.stop();
 }
 
 ExitCode get(CommandSurroundings& surroundings, const GetOptions& options) {
+    const std::vector<std::string> paths = options.paths.all();
+    if (paths.empty())
+        throw Failure(Outcome::misuse, "Nothing was named. Fetch something with: vark get PATH");
     const SharedConnection connection = surroundings.neededConnection();
     const std::optional<Reader> reader = readerAt(options.to);
     if (reader && options.json)
         throw Failure(Outcome::misuse, "--json would mix with the file. Leave it out, or name a file.");
+    if (reader && paths.size() > 1)
+        throw Failure(Outcome::misuse, "Several files would run into one. To have it so: vark cat PATH...");
     std::shared_ptr<VarkAPI> api = surroundings.api(connection, Fetching::filesAtOnce);
-    const std::string path = joinedVarkPath(connection.rootPath, options.path);
-    const VarkItem item = surroundings.neededItem(*api, path);
-    if (item.isDir && !options.recursive)
-        throw Failure(Outcome::misuse, fmt::format("\"{}\" is a folder. Get all that is in it with: vark get "
-                                                   "--recursive",
-                                                   path));
-    if (reader && item.isDir)
-        throw Failure(Outcome::misuse,
-                      fmt::format("\"{}\" is a folder. Name a folder to put it into with: --output "
-                                  "FOLDER",
-                                  path));
-    if (reader) return getToReader(surroundings, std::move(api), item, *reader);
-    return getToFiles(surroundings, std::move(api), item, options,
-                      destinationFor(options.to, item, std::string(lastPathComponent(path))));
+    std::vector<Wanted> items;
+    for (const std::string& typed : paths) {
+        const std::string path = joinedVarkPath(connection.rootPath, typed);
+        items.push_back({surroundings.neededItem(*api, path), std::string(lastPathComponent(path))});
+        if (!items.back().item.isDir) continue;
+        if (!options.recursive)
+            throw Failure(Outcome::misuse,
+                          fmt::format("\"{}\" is a folder. Get all that is in it with: vark get "
+                                      "--recursive",
+                                      path));
+        if (reader)
+            throw Failure(Outcome::misuse,
+                          fmt::format("\"{}\" is a folder. Name a folder to put it into with: --output "
+                                      "FOLDER",
+                                      path));
+    }
+    if (reader) return streamTo(*reader, surroundings, std::move(api), items.front().item);
+    return getToFiles(surroundings, std::move(api), std::move(items), options);
 }
 
 }  // namespace
@@ -325,17 +320,19 @@ ExitCode get(CommandSurroundings& surroundings, const GetOptions& options) {
 void declareGet(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<GetOptions>();
     CLI::App& command =
-        addCommand(program, chosen, "get", "Fetch a file or a folder of the vark", options, get);
+        addCommand(program, chosen, "get", "Fetch files and folders of the vark", options, get);
     command.footer(explanation);
-    command.add_option("PATH", options->path, "What to fetch, below the connection's folder")
-        ->type_name("REMOTE")
-        ->required();
+    command.add_option("PATH", options->paths.typed, "What to fetch, below the connection's folder")
+        ->type_name("REMOTE");
     command
         .add_option("-o,--output", options->to,
                     "The file to write, or a folder to put it into; - for standard output")
         ->type_name("FILE");
     command.add_flag("-r,--recursive", options->recursive, "A folder with all that is in it");
     command.add_flag("-f,--force", options->force, "Replace files that are there already");
+    addFilter(command, options->filter);
+    addFilesFrom(command, options->paths);
+    command.add_flag("-q,--quiet", options->quiet, "Tell of nothing but what is not there in the end");
     addJSON(command, options->json);
 }
 

@@ -127,7 +127,7 @@ void declareIngest(CLI::App& program, Chosen& chosen) {
     command.footer(explanation);
     command.add_option("VOLUME", options->volume, "Its name or its place, as \"vark volumes\" shows them")
         ->required()
-        ->type_name("FILE");
+        ->type_name("VOLUME");
     command
         .add_option(
             "--to", options->destination,

@@ -1,10 +1,17 @@
 #include <fmt/ranges.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "Hosts/CLI/Commands/Commands.h"
 #include "Hosts/CLI/Display/QueueOutput.h"
+#include "Hosts/CLI/PathOptions.h"
+#include "Hosts/CLI/Sending/DryRun.h"
 #include "Hosts/CLI/Sending/Sending.h"
+#include "Hosts/CLI/Sending/Spool.h"
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkApp/Queue/QueueHolder.h"
+#include "VarkCore/Foundation/FileName.h"
 
 namespace vark::cli {
 
@@ -24,7 +31,11 @@ constexpr const char* explanation =
     "was named has landed.";
 
 struct SendOptions {
-    std::vector<std::string> paths;
+    NamedPaths paths;
+    /// Of what comes from standard input.
+    std::string name;
+    PathFilter filter;
+    bool dryRun = false;
     std::optional<std::string> destination;
     std::optional<std::string> title;
     bool hidden = false;
@@ -33,17 +44,42 @@ struct SendOptions {
     SendingOptions sending;
 };
 
+/// Whether what comes from standard input is to be sent.
+bool takesInput(const SendOptions& options) {
+    return options.paths.typed == std::vector<std::string>{"-"} && options.paths.listedIn.empty();
+}
+
+void refuseWhatMakesNoSense(const SendOptions& options) {
+    const auto refuseIf = [](bool isSo, const char* why) {
+        if (isSo) throw Failure(Outcome::misuse, why);
+    };
+    const bool namesInput = std::ranges::find(options.paths.typed, "-") != options.paths.typed.end();
+    refuseIf(namesInput && !takesInput(options), "Standard input is sent by itself: vark send - --name NAME");
+    refuseIf(namesInput && options.name.empty(), "What comes from standard input needs a name: --name NAME");
+    refuseIf(!namesInput && !options.name.empty(),
+             "--name is for what comes from standard input: vark send -");
+    refuseIf(namesInput && options.dryRun,
+             "Standard input cannot be looked at without taking it. Leave out --dry-run.");
+    if (!options.name.empty() && faultOf(options.name))
+        throw Failure(Outcome::misuse, fmt::format("A file cannot be called \"{}\".", options.name));
+    const bool isAboutPaths = options.destination || options.title || options.hidden || options.followLinks ||
+                              options.handOver || options.dryRun || !options.filter.isEmpty();
+    refuseIf(isAboutPaths && options.paths.isEmpty(),
+             "That is about files and folders, and none was named: vark send PATH...");
+}
+
 SendRun::Settings settingsFrom(Surroundings& surroundings, const SendOptions& options,
                                const SharedConnection& connection) {
     SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.add.command = QueueRequest::Command::add;
-    for (const std::string& path : options.paths)
-        settings.add.named.push_back(QueueRequest::Named::of(path));
     settings.add.title = options.title;
-    settings.add.walk = {options.hidden, options.followLinks};
+    settings.add.walk = {options.hidden, options.followLinks, options.filter};
     settings.add.wish.replace = settings.replaceConflicts;
     if (options.destination)
         settings.add.destination = joinedVarkPath(connection.rootPath, *options.destination);
+    if (takesInput(options)) return settings;
+    for (const std::string& path : options.paths.all())
+        settings.add.named.push_back(QueueRequest::Named::of(path));
     return settings;
 }
 
@@ -76,9 +112,8 @@ ExitCode sayHandedOver(CommandSurroundings& surroundings, const QueueAnswer& ans
     return ExitCode::handedOver;
 }
 
-ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
-    const SharedConnection connection = surroundings.neededConnection();
-    const SendRun::Settings settings = settingsFrom(surroundings, options, connection);
+ExitCode sendOrHandOver(CommandSurroundings& surroundings, const SharedConnection& connection,
+                        const SendRun::Settings& settings, const SendOptions& options) {
     const bool json = options.sending.json;
     if (QueueLock lock = takeQueue(surroundings))
         return sendHere(surroundings, connection, std::move(lock), settings, json);
@@ -103,26 +138,55 @@ ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
     return sendThere(surroundings, connection, settings, std::move(asked.answer), json);
 }
 
+/// What comes from standard input is kept on this machine until the vark has it.
+ExitCode sendInput(CommandSurroundings& surroundings, const SharedConnection& connection,
+                   SendRun::Settings settings, const SendOptions& options) {
+    const Spool spool(surroundings.locations().spool());
+    const std::string folder = settings.add.destination.value_or(connection.rootPath);
+    const std::filesystem::path kept =
+        spool.take(STDIN_FILENO, options.name, joinedVarkPath(folder, options.name));
+    settings.add.named.push_back({options.name, kept.string()});
+    const ExitCode code = sendOrHandOver(surroundings, connection, settings, options);
+    surroundings.await(spool.sweep(surroundings.api(connection)));
+    if (std::filesystem::exists(kept))
+        surroundings.console.say(fmt::format("What came from standard input is kept in {}", kept.string()));
+    return code;
+}
+
+ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
+    refuseWhatMakesNoSense(options);
+    const SharedConnection connection = surroundings.neededConnection();
+    SendRun::Settings settings = settingsFrom(surroundings, options, connection);
+    if (options.dryRun) return dryRun(surroundings, settings.add, options.sending.json);
+    if (takesInput(options)) return sendInput(surroundings, connection, std::move(settings), options);
+    const Spool spool(surroundings.locations().spool());
+    if (!spool.isEmpty()) surroundings.await(spool.sweep(surroundings.api(connection)));
+    return sendOrHandOver(surroundings, connection, settings, options);
+}
+
 }  // namespace
 
 void declareSend(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<SendOptions>();
     CLI::App& command = addCommand(program, chosen, "send", "Send files and folders", options, send);
     command.footer(explanation);
-    CLI::Option* paths = command.add_option("PATH", options->paths, "Files and folders to add to the queue")
-                             ->type_name("FILE");
+    command
+        .add_option("PATH", options->paths.typed,
+                    "Files and folders to add to the queue; - for what comes from standard input")
+        ->type_name("FILE");
+    command.add_option("--name", options->name, "What a file is called that comes from standard input")
+        ->type_name("NAME");
     command.add_option("--to", options->destination, "The folder of the vark that they go to")
         ->type_name("FOLDER")
-        ->check(isVarkFolder())
-        ->needs(paths);
-    command.add_option("--title", options->title, "A name for the whole")->type_name("TITLE")->needs(paths);
-    command.add_flag("--hidden", options->hidden, "Send hidden files and folders too")->needs(paths);
-    command.add_flag("--follow-links", options->followLinks, "Send what links lead to in their place")
-        ->needs(paths);
-    command
-        .add_flag("--hand-over", options->handOver,
-                  "While another vark is sending, leave the paths to it and end at once with exit code 5")
-        ->needs(paths);
+        ->check(isVarkFolder());
+    command.add_option("--title", options->title, "A name for the whole")->type_name("TITLE");
+    command.add_flag("--hidden", options->hidden, "Send hidden files and folders too");
+    command.add_flag("--follow-links", options->followLinks, "Send what links lead to in their place");
+    addFilter(command, options->filter);
+    addFilesFrom(command, options->paths);
+    command.add_flag("-n,--dry-run", options->dryRun, "Tell what would be sent, and send nothing");
+    command.add_flag("--hand-over", options->handOver,
+                     "While another vark is sending, leave the paths to it and end at once with exit code 5");
     addSendingOptions(command, options->sending);
 }
 

@@ -1,7 +1,9 @@
 #include "Hosts/CLI/Display/DiaryLines.h"
 
 #include <array>
-#include <ctime>
+#include <cstdio>
+
+#include "Hosts/CLI/Moments.h"
 
 namespace vark::cli {
 
@@ -34,20 +36,8 @@ std::optional<Date> readTime(const std::string& text, const Calendar& calendar) 
         return std::nullopt;
     std::optional<int> monthNumber = monthNamed(month);
     if (!monthNumber || static_cast<std::size_t>(end) != text.size()) return std::nullopt;
-    // Noon in UTC is on that day, or next to it, in every time zone.
-    std::tm noon{};
-    noon.tm_year = year - 1900;
-    noon.tm_mon = *monthNumber - 1;
-    noon.tm_mday = day;
-    noon.tm_hour = 12;
-    Date near = Date::fromSince1970(static_cast<double>(timegm(&noon)));
-    const std::string wanted = text.substr(0, text.find(','));
-    for (double days : {0.0, -1.0, 1.0}) {
-        Date there = near + days * 86'400;
-        if (calendar.format(there, "d MMM yyyy") == wanted)
-            return calendar.startOfDay(there, hour * 60 + minute) + second;
-    }
-    return std::nullopt;
+    const std::optional<Date> moment = momentOf(year, *monthNumber, day, hour * 60 + minute, calendar);
+    return moment ? std::optional(*moment + second) : std::nullopt;
 }
 
 DiaryLine readDiaryLine(const std::string& line, const Calendar& calendar) {

@@ -99,7 +99,8 @@ void listUnsettled(std::vector<std::string>& lines, const QueueView& view,
          });
     list(lines, "Waiting for a decision, since a different file is in the vark:",
          filesIn(view, [](ItemState state) { return state == ItemState::conflict; }),
-         view.overall.filesConflict, [columns](const FileView& file) { return fileLine(file, "", columns); });
+         view.overall.filesConflict,
+         [columns](const FileView& file) { return fileLine(file, bothSides(file), columns); });
 }
 
 }  // namespace

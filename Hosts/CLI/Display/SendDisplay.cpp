@@ -52,17 +52,21 @@ std::optional<std::string> whatStops(const QueueView& view) {
     return view.hold;
 }
 
+bool needsAttention(const SettledFile& file) {
+    return file.state == ItemState::failed || file.state == ItemState::conflict || file.changedWhileSent;
+}
+
 }  // namespace
 
 void PlainDisplay::fileSettled(const SettledFile& file) {
-    console_.print(sentenceOf(file));
+    if (!isQuiet_ || needsAttention(file)) console_.print(sentenceOf(file));
 }
 
 void PlainDisplay::show(const QueueView& view) {
     std::optional<std::string> stops = whatStops(view);
     if (stops == stopped_) return;
     stopped_ = stops;
-    console_.print(stops.value_or("Carrying on"));
+    if (!isQuiet_) console_.print(stops.value_or("Carrying on"));
 }
 
 void PlainDisplay::cardClosed(const CardVerdict& verdict) {
@@ -71,13 +75,13 @@ void PlainDisplay::cardClosed(const CardVerdict& verdict) {
 }
 
 void PlainDisplay::finish(const QueueView& view, ExitCode) {
-    console_.print(closingLine(view.overall, console_.signs()));
+    if (!isQuiet_) console_.print(closingLine(view.overall, console_.signs()));
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }
 
 void PlainDisplay::finishIdle(const QueueView& view, ExitCode) {
-    console_.print(nothingLeft);
+    if (!isQuiet_) console_.print(nothingLeft);
     for (const std::string& line : closingAdvice(view))
         console_.say(line);
 }
@@ -163,8 +167,7 @@ void LiveDisplay::erase() {
 }
 
 void LiveDisplay::fileSettled(const SettledFile& file) {
-    if (file.state != ItemState::failed && file.state != ItemState::conflict && !file.changedWhileSent)
-        return;
+    if (!tellsOfEach_ && !needsAttention(file)) return;
     erase();
     console_.print(sentenceOf(file));
 }

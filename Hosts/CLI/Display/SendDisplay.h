@@ -15,6 +15,15 @@
 
 namespace vark::cli {
 
+/// How much a person wants to be told.
+enum class Loudness {
+    /// What failed, and what a person has to do.
+    quiet,
+    usual,
+    /// Each file, on a terminal too.
+    verbose
+};
+
 /// What a person or a program sees of one run of `vark send`. On the main thread; owned by the command.
 class SendDisplay {
   public:
@@ -42,7 +51,8 @@ class SendDisplay {
 /// A line for each thing that happens: for a log, a pipe, a file.
 class PlainDisplay final : public SendDisplay {
   public:
-    explicit PlainDisplay(Console& console) : console_(console) {}
+    explicit PlainDisplay(Console& console, Loudness loudness = Loudness::usual)
+        : console_(console), isQuiet_(loudness == Loudness::quiet) {}
 
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
@@ -54,6 +64,7 @@ class PlainDisplay final : public SendDisplay {
 
   private:
     Console& console_;
+    const bool isQuiet_;
     std::optional<std::string> stopped_;
 };
 
@@ -89,8 +100,9 @@ class JSONDisplay final : public SendDisplay {
 class LiveDisplay final : public SendDisplay {
   public:
     /// `size` is asked at every drawing, and answers nothing while the terminal belongs to another program.
-    LiveDisplay(Console& console, std::function<std::optional<TerminalSize>()> size)
-        : console_(console), size_(std::move(size)) {}
+    LiveDisplay(Console& console, std::function<std::optional<TerminalSize>()> size,
+                Loudness loudness = Loudness::usual)
+        : console_(console), size_(std::move(size)), tellsOfEach_(loudness == Loudness::verbose) {}
 
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
@@ -105,6 +117,7 @@ class LiveDisplay final : public SendDisplay {
 
     Console& console_;
     const std::function<std::optional<TerminalSize>()> size_;
+    const bool tellsOfEach_;
     LiveArea area_;
 };
 

@@ -8,8 +8,13 @@ namespace vark::cli {
 struct Signs {
     std::string_view between = " · ";
     std::string_view to = " → ";
+    // Of a tree.
+    std::string_view branch = "├── ";
+    std::string_view lastBranch = "└── ";
+    std::string_view passingBranch = "│   ";
+    std::string_view noBranch = "    ";
 
-    static constexpr Signs ascii() { return {" - ", " -> "}; }
+    static constexpr Signs ascii() { return {" - ", " -> ", "|-- ", "`-- ", "|   ", "    "}; }
 };
 
 }  // namespace vark::cli

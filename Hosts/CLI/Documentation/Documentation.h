@@ -15,6 +15,14 @@ struct Document {
     std::string content;
 };
 
+struct Example {
+    std::string what;
+    /// What is typed; may be several lines.
+    std::string line;
+};
+/// Nothing for a command that needs none.
+std::vector<Example> examplesOf(const std::string& command);
+
 /// vark(1), and a page for each command.
 std::vector<Document> manPages(const CommandWords& program, const std::vector<CommandWords>& commands);
 /// For bash, zsh and fish, under the names that these look for.

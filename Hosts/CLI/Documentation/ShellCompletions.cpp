@@ -12,11 +12,25 @@ bool namesAFile(const OptionWords& option) {
     return option.kind == "FILE";
 }
 
-/// Names of what is in the queue, one a line.
-constexpr std::string_view entryNames = "vark complete-entries 2>/dev/null";
+/// What this program lists by itself, one a line; nothing for values of other kinds. `{}` is where the shell
+/// puts what has been typed so far.
+std::optional<std::string_view> listFor(const OptionWords& option) {
+    constexpr std::pair<std::string_view, std::string_view> lists[] = {
+        {"ENTRY", "vark complete-entries 2>/dev/null"},
+        {"REMOTE", "vark complete-remote -- {} 2>/dev/null"},
+        {"FOLDER", "vark complete-remote --folders -- {} 2>/dev/null"},
+        {"VOLUME", "vark complete-volumes 2>/dev/null"},
+    };
+    for (const auto& [kind, list] : lists) {
+        if (option.kind == kind) return list;
+    }
+    return std::nullopt;
+}
 
-bool namesAnEntry(const OptionWords& argument) {
-    return argument.kind == "ENTRY";
+std::string withTyped(std::string_view list, std::string_view typed) {
+    std::string text(list);
+    if (const std::size_t place = text.find("{}"); place != std::string::npos) text.replace(place, 2, typed);
+    return text;
 }
 
 std::vector<std::string> allNames(const CommandWords& command) {
@@ -51,12 +65,18 @@ std::vector<std::pair<std::string, std::vector<std::string>>> groups(
 
 // Bash.
 
+/// Names may hold blanks, so each line is one of them; one that ends in "/" is gone on with.
+std::string bashReply(std::string_view list) {
+    return fmt::format("_vark_list \"$({})\"", withTyped(list, "\"${word//\\\\/}\""));
+}
+
 std::string bashValues(const CommandWords& command) {
     std::string cases;
     for (const OptionWords& option : command.options) {
         if (option.value.empty() || option.valueIsOptional) continue;
         std::string reply = "COMPREPLY=()";
         if (namesAFile(option)) reply = "mapfile -t COMPREPLY < <(compgen -f -- \"$word\")";
+        if (const std::optional<std::string_view> list = listFor(option)) reply = bashReply(*list);
         if (std::vector<std::string> choices = option.choices(); !choices.empty())
             reply = fmt::format("mapfile -t COMPREPLY < <(compgen -W \"{}\" -- \"$word\")",
                                 fmt::join(choices, " "));
@@ -71,11 +91,8 @@ std::string bashArguments(const CommandWords& command) {
         if (namesAFile(argument))
             return fmt::format("    \"{}\") mapfile -t COMPREPLY < <(compgen -f -- \"$word\") ;;\n",
                                command.name);
-        if (namesAnEntry(argument))
-            return fmt::format(
-                "    \"{}\") local IFS=$'\\n'; mapfile -t COMPREPLY < <(compgen -W \"$({})\" -- \"$word\") "
-                ";;\n",
-                command.name, entryNames);
+        if (const std::optional<std::string_view> list = listFor(argument))
+            return fmt::format("    \"{}\") {} ;;\n", command.name, bashReply(*list));
     }
     return {};
 }
@@ -97,6 +114,15 @@ std::string bash(const std::vector<CommandWords>& commands) {
         arguments += bashArguments(command);
     }
     return fmt::format(R"(# Completes the vark command line.
+_vark_list() {{
+  local line
+  COMPREPLY=()
+  while IFS= read -r line; do
+    [[ -n $line && $line == "${{word//\\/}}"* ]] && COMPREPLY+=("$line")
+  done <<< "$1"
+  [[ ${{COMPREPLY[0]-}} == */ ]] && compopt -o nospace 2>/dev/null
+  return 0
+}}
 _vark() {{
   local word=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD-1]}} command=${{COMP_WORDS[1]}} options=
   compopt -o filenames 2>/dev/null
@@ -144,7 +170,10 @@ std::string zshValue(const OptionWords& option) {
     if (std::vector<std::string> choices = option.choices(); !choices.empty())
         return fmt::format("({})", fmt::join(choices, " "));
     if (namesAFile(option)) return "_files";
-    if (namesAnEntry(option)) return "_vark_entries";
+    if (option.kind == "ENTRY") return "_vark_entries";
+    if (option.kind == "REMOTE") return "_vark_remote";
+    if (option.kind == "FOLDER") return "_vark_folders";
+    if (option.kind == "VOLUME") return "_vark_volumes";
     return " ";
 }
 
@@ -186,11 +215,15 @@ std::string zsh(const std::vector<CommandWords>& commands) {
     }
     return fmt::format(R"(#compdef vark
 # Completes the vark command line.
-_vark_entries() {{
-  local -a entries
-  entries=("${{(@f)$({})}}")
-  compadd -a entries
+_vark_entries() {{ local -a found=("${{(@f)$(vark complete-entries 2>/dev/null)}}"); compadd -a found }}
+_vark_volumes() {{ local -a found=("${{(@f)$(vark complete-volumes 2>/dev/null)}}"); compadd -a found }}
+_vark_remote() {{
+  local -a found=("${{(@f)$(vark complete-remote $1 -- "${{(Q)PREFIX}}" 2>/dev/null)}}")
+  local -a folders=("${{(@M)found:#*/}}") files=("${{(@)found:#*/}}")
+  compadd -S '' -a folders
+  compadd -a files
 }}
+_vark_folders() {{ _vark_remote --folders }}
 _vark() {{
   local -a commands
   commands=(
@@ -209,7 +242,7 @@ _vark() {{
 }}
 _vark "$@"
 )",
-                       entryNames, described, inner, cases);
+                       described, inner, cases);
 }
 
 // Fish.
@@ -231,12 +264,17 @@ std::string fishCondition(const CommandWords& command) {
     return fmt::format("'{}'", fmt::join(seen, "; and "));
 }
 
+std::string fishList(std::string_view list) {
+    return fmt::format(" -a '({})'", withTyped(list, "(commandline -ct)"));
+}
+
 std::string fishOption(const CommandWords& command, const OptionWords& option) {
     std::string line = "complete -c vark -n " + fishCondition(command);
     for (const std::string& name : option.names)
         line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
     if (!option.value.empty() && !option.valueIsOptional) {
         line += namesAFile(option) ? " -r -F" : " -x";
+        if (const std::optional<std::string_view> list = listFor(option)) line += fishList(*list);
         if (std::vector<std::string> choices = option.choices(); !choices.empty())
             line += fmt::format(" -a '{}'", fmt::join(choices, " "));
     }
@@ -258,8 +296,8 @@ std::string fish(const std::vector<CommandWords>& commands) {
         for (const OptionWords& argument : command.arguments) {
             if (namesAFile(argument))
                 text += fmt::format("complete -c vark -n {} -F\n", fishCondition(command));
-            if (namesAnEntry(argument))
-                text += fmt::format("complete -c vark -n {} -a '({})'\n", fishCondition(command), entryNames);
+            if (const std::optional<std::string_view> list = listFor(argument))
+                text += fmt::format("complete -c vark -n {}{}\n", fishCondition(command), fishList(*list));
         }
     }
     return text;

@@ -31,6 +31,7 @@ class SendRun final : SessionListener {
         std::optional<Duration> timeout;
         /// Whether somebody sits at this terminal who can lift a pause.
         bool somebodyIsThere = true;
+        Loudness loudness = Loudness::usual;
     };
 
     SendRun(Surroundings& surroundings, const SharedConnection& connection, QueueLock lock, Settings settings,

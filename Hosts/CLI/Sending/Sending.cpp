@@ -21,10 +21,11 @@ namespace {
 constexpr int mostChunksAtOnce = 6;
 constexpr std::int64_t longestTimeout = 365 * 24 * 3600;
 
-std::unique_ptr<SendDisplay> makeDisplay(CommandSurroundings& surroundings, bool json, bool isLive) {
+std::unique_ptr<SendDisplay> makeDisplay(CommandSurroundings& surroundings, bool json, Loudness loudness) {
     if (json) return std::make_unique<JSONDisplay>(surroundings.console, surroundings.date);
-    if (isLive) return std::make_unique<LiveDisplay>(surroundings.console, Terminal::size);
-    return std::make_unique<PlainDisplay>(surroundings.console);
+    if (loudness != Loudness::quiet && Terminal::canDraw())
+        return std::make_unique<LiveDisplay>(surroundings.console, Terminal::size, loudness);
+    return std::make_unique<PlainDisplay>(surroundings.console, loudness);
 }
 
 template <class Parsed>
@@ -126,6 +127,10 @@ void addSendingOptions(CLI::App& command, SendingOptions& options) {
             "End with exit code 1 when not all has landed by then, like 90s, 15m or 2h; the queue stays")
         ->check(readableBy(parseTimeout))
         ->type_name("TIME");
+    CLI::Option* quiet = command.add_flag("-q,--quiet", options.quiet,
+                                          "Tell of nothing but what fails or waits for a decision");
+    command.add_flag("-v,--verbose", options.verbose, "Tell of each file, on a terminal too")
+        ->excludes(quiet);
     addJSON(command, options.json);
 }
 
@@ -148,15 +153,16 @@ SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions&
     settings.pace.chunksAtOnce = options.chunks;
     if (!options.timeout.empty()) settings.timeout = *parseTimeout(options.timeout);
     settings.somebodyIsThere = Terminal::isTerminal(STDIN_FILENO);
+    if (options.quiet) settings.loudness = Loudness::quiet;
+    if (options.verbose) settings.loudness = Loudness::verbose;
     return settings;
 }
 
 ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
                   SendRun::Settings settings, bool json) {
-    const bool isLive = !json && Terminal::canDraw();
     const bool wantsKeys = !json && Terminal::isTerminal(STDOUT_FILENO) && Terminal::isTerminal(STDIN_FILENO);
-    std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
-    if (wantsKeys)
+    std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, settings.loudness);
+    if (wantsKeys && settings.loudness != Loudness::quiet)
         display->say("Keys: p pauses and resumes, r tries again what failed, q quits; the queue stays.");
     SendRun run(surroundings, connection, std::move(lock), std::move(settings), *display);
     Terminal terminal(wantsKeys, [&](std::optional<char> key) { run.post(key); });
@@ -168,8 +174,7 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
                    SendRun::Settings settings, QueueAnswer taken, bool json) {
     QueueLock lock;
     {
-        const bool isLive = !json && Terminal::canDraw();
-        const std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, isLive);
+        const std::unique_ptr<SendDisplay> display = makeDisplay(surroundings, json, settings.loudness);
         for (const Said& problem : taken.problems)
             display->say(inWords(problem));
         display->say("Another vark is sending, and has taken this on. It is followed to its end here.");

@@ -15,6 +15,8 @@ struct SendingOptions {
     std::string officeHours;
     std::optional<int> chunks;
     std::string timeout;
+    bool quiet = false;
+    bool verbose = false;
     bool json = false;
 };
 

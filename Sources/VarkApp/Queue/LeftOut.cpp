@@ -33,6 +33,9 @@ LeftOut LeftOut::of(const std::vector<Walker::PassedOver>& passedOver) {
             case Kind::emptyFolder:
                 ++left.emptyFolders;
                 break;
+            case Kind::excluded:
+                ++left.excluded;
+                break;
             case Kind::unreadable:
             case Kind::nameIsNotText:
                 ++left.unreadable;
@@ -49,6 +52,7 @@ std::optional<std::string> LeftOut::sentence() const {
     if (links > 0) words.push_back(Format::count(links, "link"));
     if (special > 0) words.push_back(Format::count(special, "special file"));
     if (emptyFolders > 0) words.push_back(Format::count(emptyFolders, "empty folder"));
+    if (excluded > 0) words.push_back(Format::number(excluded) + " excluded");
     return fmt::format("Left out: {}.", fmt::join(words, ", "));
 }
 
@@ -59,13 +63,14 @@ LeftOut LeftOut::fromJSON(const boost::json::value& value) {
     left.links = fields.required<std::int64_t>("links");
     left.special = fields.required<std::int64_t>("special");
     left.emptyFolders = fields.required<std::int64_t>("emptyFolders");
+    left.excluded = fields.valueOr<std::int64_t>("excluded", 0);
     left.unreadable = fields.required<std::int64_t>("unreadable");
     return left;
 }
 
 void LeftOut::encode(JSONWriter& json) const {
     json.field("hidden", hidden).field("links", links).field("special", special);
-    json.field("emptyFolders", emptyFolders).field("unreadable", unreadable);
+    json.field("emptyFolders", emptyFolders).field("excluded", excluded).field("unreadable", unreadable);
 }
 
 std::vector<std::string> unreadableSentences(const std::vector<Walker::PassedOver>& passedOver) {

@@ -18,12 +18,14 @@ struct LeftOut {
     std::int64_t links = 0;
     std::int64_t special = 0;
     std::int64_t emptyFolders = 0;
+    /// The person did not want these.
+    std::int64_t excluded = 0;
     /// Folders that could not be listed and names that are no text: these were to be sent.
     std::int64_t unreadable = 0;
 
     static LeftOut of(const std::vector<Walker::PassedOver>& passedOver);
     /// Left out by rule and to be told of: without what could not be read, which is told one by one.
-    bool hasAny() const { return hidden + links + special + emptyFolders > 0; }
+    bool hasAny() const { return hidden + links + special + emptyFolders + excluded > 0; }
     /// "Left out: 2 hidden, 1 link."; nothing when nothing was.
     std::optional<std::string> sentence() const;
 

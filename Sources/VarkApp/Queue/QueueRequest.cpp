@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "VarkCore/Foundation/Paths.h"
+
 namespace vark::app {
 
 namespace {
@@ -40,9 +42,7 @@ void encode(JSONWriter& json, std::string_view key, const std::vector<Said>& all
 }  // namespace
 
 QueueRequest::Named QueueRequest::Named::of(const std::string& argument) {
-    std::filesystem::path path = std::filesystem::absolute(argument).lexically_normal();
-    if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
-    return {argument, path.string()};
+    return {argument, standardised(argument).string()};
 }
 
 QueueRequest::Named QueueRequest::Named::fromJSON(const boost::json::value& value) {
@@ -59,6 +59,8 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.title = fields.optional<std::string>("title");
     request.walk.hidden = fields.valueOr("hidden", false);
     request.walk.followLinks = fields.valueOr("followLinks", false);
+    request.walk.filter.exclude = fields.valueOr<std::vector<std::string>>("exclude", {});
+    request.walk.filter.include = fields.valueOr<std::vector<std::string>>("include", {});
     request.wish = Wish::fromFields(fields);
     request.finishedOnly = fields.required<bool>("finishedOnly");
     request.replace = fields.required<bool>("replace");
@@ -72,6 +74,7 @@ std::string QueueRequest::toJSON() const {
         json.beginObject().field("text", one.text).field("path", one.path).endObject();
     json.endArray().field("destination", destination).field("title", title);
     json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
+    json.field("exclude", walk.filter.exclude).field("include", walk.filter.include);
     wish.encode(json);
     json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
     return json.take();

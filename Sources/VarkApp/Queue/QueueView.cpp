@@ -17,6 +17,8 @@ FileView viewOf(const TransferItem& item) {
     view.size = item.size;
     view.bytesDone = std::min(item.size, item.bytesDone());
     view.error = item.error;
+    view.mtime = item.mtime;
+    view.standing = item.standing;
     return view;
 }
 
@@ -223,12 +225,17 @@ FileView FileView::fromJSON(const boost::json::value& value) {
     view.size = fields.required<std::int64_t>("size");
     view.bytesDone = fields.required<std::int64_t>("bytesDone");
     view.error = fields.optional<std::string>("error");
+    view.mtime = fields.optional<double>("mtime");
+    const TransferItem::Standing standing{fields.optional<std::int64_t>("standingSize"),
+                                          fields.optional<double>("standingMtime")};
+    if (standing != TransferItem::Standing()) view.standing = standing;
     return view;
 }
 
 void FileView::encode(JSONWriter& json) const {
     json.field("path", relativePath).field("localPath", localPath).field("state", text(state));
-    json.field("size", size).field("bytesDone", bytesDone).field("error", error);
+    json.field("size", size).field("bytesDone", bytesDone).field("error", error).field("mtime", mtime);
+    if (standing) json.field("standingSize", standing->size).field("standingMtime", standing->mtime);
 }
 
 QueueView QueueView::of(const TransferJob& job) {

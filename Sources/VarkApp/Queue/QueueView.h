@@ -40,6 +40,10 @@ struct FileView {
     /// Bytes that have been hashed or sent, as the state says.
     std::int64_t bytesDone = 0;
     std::optional<std::string> error;
+    /// Seconds since 1970.
+    std::optional<double> mtime;
+    /// Of what it stands against in the vark, while it waits for a decision.
+    std::optional<TransferItem::Standing> standing;
 
     static FileView fromJSON(const boost::json::value& value);
     void encode(JSONWriter& json) const;

@@ -122,6 +122,18 @@ std::vector<Word> closingWords(const Overall& overall) {
     return words;
 }
 
+std::string bothSides(const FileView& file) {
+    if (!file.standing) return "";
+    const auto side = [](std::optional<std::int64_t> size, std::optional<double> mtime) {
+        std::string text = size ? Format::bytes(*size) : "";
+        if (!mtime) return text;
+        const std::string date = Format::date(Date::fromSince1970(*mtime), Calendar::current());
+        return text.empty() ? "from " + date : fmt::format("{} from {}", text, date);
+    };
+    return fmt::format("{} here, {} in the vark", side(file.size, file.mtime),
+                       side(file.standing->size, file.standing->mtime));
+}
+
 std::string takenAwayLine(std::int64_t count) {
     return fmt::format("{} taken out of the queue before landing.",
                        count == 1 ? "1 file was" : Format::number(count) + " files were");

@@ -31,6 +31,9 @@ std::string extentOf(const EntryProgress& progress);
 std::string stateOf(const EntryProgress& progress);
 /// "sending 34% of 45 MB"
 std::string progressOf(const FileView& file);
+/// "12 MB from 3 Mar 2026, 09:41 here, 11 MB from 2 Mar 2026, 17:30 in the vark": of a file that waits for a
+/// decision, as far as it is known; empty when the vark has not said what it has.
+std::string bothSides(const FileView& file);
 /// "1 file was taken out of the queue before landing."; the count is not 0.
 std::string takenAwayLine(std::int64_t count);
 /// Whether a card may be cleared, and what on it has not landed.

@@ -34,6 +34,8 @@ class Locations {
     std::filesystem::path settings() const { return storageFolder() / "settings.json"; }
     std::filesystem::path settingsLock() const { return storageFolder() / ".settings.lock"; }
     std::filesystem::path damagedSettings() const { return storageFolder() / "settings.damaged.json"; }
+    /// Bytes that came from standard input, until the vark has them.
+    std::filesystem::path spool() const { return storageFolder() / "spool"; }
 
     /// The token of a person who keeps it in a file.
     std::filesystem::path secrets() const { return storageFolder() / "secrets.json"; }

@@ -261,13 +261,23 @@ bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found&
 
 void TransferEngine::lookThroughAgain(const std::vector<const Walked*>& walks, Added& added) {
     if (walks.empty()) return;
-    std::unordered_map<UUID, std::unordered_map<std::string_view, std::size_t>> known;
-    for (const Walked* walked : walks)
-        known.try_emplace(entryAt(walked->path)->id);
+    struct Known {
+        /// How much of a path stands before the entry's name.
+        std::size_t around = 0;
+        std::unordered_map<std::string_view, std::size_t> places{};
+    };
+    std::unordered_map<UUID, Known> known;
+    for (const Walked* walked : walks) {
+        const TransferEntry& entry = *entryAt(walked->path);
+        known.try_emplace(entry.id, Known{entry.localPath.size() - entry.name.size()});
+    }
     for (std::size_t place = 0; place < job_->items.size(); ++place) {
         const TransferItem& item = job_->items[place];
-        if (auto entry = known.find(item.entryID); entry != known.end())
-            entry->second.emplace(item.relativePath, place);
+        const auto entry = known.find(item.entryID);
+        if (entry == known.end()) continue;
+        // By where it lies here: in the vark it may go by another name.
+        const std::string_view path = item.localPath;
+        entry->second.places.emplace(path.substr(std::min(entry->second.around, path.size())), place);
     }
     std::vector<std::pair<TransferEntry*, const Walker::Found*>> arrivals;
     for (const Walked* walked : walks) {
@@ -275,10 +285,11 @@ void TransferEngine::lookThroughAgain(const std::vector<const Walked*>& walks, A
         int arrived = 0;
         int changed = 0;
         // Nothing when the same path is given for the second time.
-        if (auto places = known.extract(entry.id)) {
+        if (auto there = known.extract(entry.id)) {
+            const auto& places = there.mapped().places;
             for (const Walker::Found& file : walked->found->files) {
-                const auto place = places.mapped().find(file.relativePath);
-                if (place == places.mapped().end()) {
+                const auto place = places.find(file.relativePath);
+                if (place == places.end()) {
                     arrivals.emplace_back(&entry, &file);
                     ++arrived;
                 } else if (queueAfresh(job_->items[place->second], file)) {
@@ -426,11 +437,13 @@ void TransferEngine::resolveConflict(const UUID& itemID, bool replace) {
             item.replace = true;
             item.state = ItemState::queued;
             item.error.reset();
+            item.standing.reset();
         });
         log_.write(fmt::format("Will replace {} in the vark", relativePath));
     } else {
         set(itemID, [this](TransferItem& item) {
             item.state = ItemState::skipped;
+            item.standing.reset();
             item.finishedAt = now();
         });
         log_.write(fmt::format("Left the vark's copy of {}", relativePath));

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Services/Limits.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 #include "VarkCore/Upload/FileHasher.h"
@@ -20,7 +21,6 @@ constexpr std::int64_t hashingStep = 8'388'608;
 constexpr double longestBackOff = 60;
 constexpr double longestPollWait = 5;
 constexpr int quickPolls = 10;
-constexpr std::int64_t mostChunks = 1'000'000;
 
 }  // namespace
 
@@ -80,8 +80,8 @@ Task<void> TransferEngine::carry(UUID id) {
             found(id, serverPath, hadUpload);
             co_return;
         }
-        if (begun.conflict() != nullptr) {
-            blocked(id, serverPath);
+        if (const BeginResult::Conflict* standing = begun.conflict()) {
+            blocked(id, serverPath, *standing);
             co_return;
         }
         std::variant<UploadStatus, Again> sent =
@@ -187,11 +187,13 @@ void TransferEngine::found(const UUID& id, const std::string& serverPath, bool h
         serverPath);
 }
 
-void TransferEngine::blocked(const UUID& id, const std::string& serverPath) {
+void TransferEngine::blocked(const UUID& id, const std::string& serverPath,
+                             const BeginResult::Conflict& standing) {
     std::string name;
     set(id, [&](TransferItem& item) {
         item.state = ItemState::conflict;
         item.error = fmt::format("A different file is already at {}.", serverPath);
+        item.standing = TransferItem::Standing{standing.existingSize, standing.existingMtime};
         name = item.name();
     });
     log_.write(fmt::format("A different file is at {}; waiting for a decision", serverPath));
@@ -239,7 +241,7 @@ Task<std::variant<UploadStatus, TransferEngine::Again>> TransferEngine::sendAndF
     const TransferItem* current = item(id);
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
-    if (plan.count() > mostChunks) {
+    if (plan.count() > limits::chunksOfAFile) {
         throw EngineError::gaveUp(
             fmt::format("The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks "
                         "after the vark.",

@@ -74,6 +74,7 @@ void TransferItem::startAfresh(const FileStamp& file) {
     chunkSize.reset();
     replace = alreadyThere = changedWhileSent = false;
     error.reset();
+    standing.reset();
     attempts = 0;
     finishedAt.reset();
 }
@@ -122,14 +123,6 @@ void IngestInfo::keepAccountOf(const TransferItem& item) {
 std::string TransferJob::serverPath(const TransferItem& item) const {
     if (destination.empty()) return item.relativePath;
     return item.relativePath.empty() ? destination : destination + "/" + item.relativePath;
-}
-
-std::vector<const TransferItem*> TransferJob::itemsIn(UUID entryID) const {
-    std::vector<const TransferItem*> found;
-    for (const TransferItem& item : items) {
-        if (item.entryID == entryID) found.push_back(&item);
-    }
-    return found;
 }
 
 TransferJob TransferJob::preparedForResume() && {

@@ -45,6 +45,14 @@ bool needsDecision(ItemState state);
 /// One file of the queue. There may be a million of them in memory, so the hash is kept as bytes and texts
 /// that few items have take one pointer in the others.
 struct TransferItem {
+    /// What stands at the destination of a file, as far as the vark has said.
+    struct Standing {
+        std::optional<std::int64_t> size{};
+        /// Seconds since 1970.
+        std::optional<double> mtime{};
+        bool operator==(const Standing&) const = default;
+    };
+
     UUID id{};
     UUID entryID{};
     /// Absolute.
@@ -71,6 +79,8 @@ struct TransferItem {
     bool changedWhileSent = false;
     /// The sentence that is shown for a failed or conflicting item.
     Rare<std::string> error{};
+    /// While it waits for a decision about that.
+    Rare<Standing> standing{};
     /// How many times this item has failed since it was last reset.
     std::int32_t attempts = 0;
     std::optional<Date> finishedAt{};
@@ -198,8 +208,6 @@ struct TransferJob {
     bool operator==(const TransferJob&) const = default;
 
     std::string serverPath(const TransferItem& item) const;
-    /// In queue order. Valid until `items` changes.
-    std::vector<const TransferItem*> itemsIn(UUID entryID) const;
     /// The same for every item; a paused job stays paused.
     TransferJob preparedForResume() &&;
 };

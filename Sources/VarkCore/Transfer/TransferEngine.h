@@ -15,15 +15,16 @@
 #include <vector>
 
 #include "VarkCore/API/VarkAPI.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Concurrency/TaskScope.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Calendar.h"
 #include "VarkCore/Services/ClockWatch.h"
 #include "VarkCore/Services/PathMonitor.h"
 #include "VarkCore/Services/Volumes.h"
 #include "VarkCore/Transfer/ChunkRoom.h"
+#include "VarkCore/Transfer/ConflictRule.h"
 #include "VarkCore/Transfer/IndexSet.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 #include "VarkCore/Transfer/QueueModel.h"
@@ -123,8 +124,6 @@ class TransferEngine {
     void setOfficeHours(const OfficeHours& hours);
     /// Hours that differ from day to day: asked for at the end of those that it gave, and at midnight.
     void setOfficeHours(std::function<OfficeHours(Date)> at);
-    /// Takes effect for tasks that start later.
-    void setAPI(std::shared_ptr<VarkAPI> api) { api_ = std::move(api); }
 
     // Running, holding and stopping.
 
@@ -198,6 +197,10 @@ class TransferEngine {
 
     void resolveConflict(const UUID& itemID, bool replace);
     void resolveAllConflicts(const std::optional<UUID>& entryID, bool replace);
+    /// Decides by a rule. False when the item waits for no decision, or the rule cannot tell.
+    bool decide(const UUID& itemID, ConflictRule rule);
+    /// The same for all that wait, of one entry or of all. Gives how many were decided.
+    std::int64_t decideAll(const std::optional<UUID>& entryID, ConflictRule rule);
     void retryFailed();
 
     // What is published.
@@ -333,7 +336,11 @@ class TransferEngine {
     void opened(const UUID& id, const std::string& serverPath, const BeginResult::Start& start,
                 const ChunkPlan& plan, const std::vector<std::int64_t>& missing);
     void found(const UUID& id, const std::string& serverPath, bool hadUpload);
-    void blocked(const UUID& id, const std::string& serverPath);
+    void blocked(const UUID& id, const std::string& serverPath, const BeginResult::Conflict& standing);
+    bool decide(const UUID& itemID, ConflictRule rule,
+                const std::function<bool(const std::string&)>& isTaken);
+    /// It is sent under another path.
+    void putBeside(const UUID& itemID, const std::string& path);
     /// What lies in the place of the file is not what was hashed.
     struct ContentChanged {};
     /// Why an upload begins again.
@@ -374,7 +381,7 @@ class TransferEngine {
     Task<void> reportHashing(UUID id, std::int64_t bytes);
 
     const Host host_;
-    std::shared_ptr<VarkAPI> api_;
+    const std::shared_ptr<VarkAPI> api_;
     QueueStore& store_;
     TransferLog& log_;
     std::function<OfficeHours(Date)> hoursAt_;
