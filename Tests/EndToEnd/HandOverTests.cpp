@@ -147,18 +147,18 @@ TEST_F(HandOver, WithoutAConnectionRequestsAreCarriedOutOnTheSavedQueueAndANewRe
 TEST_F(HandOver, NothingWakesUpWhileNothingMoves) {
     Process running = hold(Holder::run);
     expectExit(send(file("Take.mov", 1000)), 0);
-    const auto switchesIn = [&](std::chrono::seconds time) {
-        // What has just ended is let go of.
-        std::this_thread::sleep_for(3s);
+    const auto switchesAfter = [&](std::chrono::seconds quiet) {
+        std::this_thread::sleep_for(quiet);
         const std::int64_t before = switchesOf(running);
-        std::this_thread::sleep_for(time);
+        std::this_thread::sleep_for(3s);
         return switchesOf(running) - before;
     };
-    EXPECT_EQ(switchesIn(3s), 0) << "settled";
+    // A rate is told of until nothing has come for twelve seconds.
+    EXPECT_EQ(switchesAfter(14s), 0) << "settled";
     fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
     expectExit(send(file("Other.mov", 16 * chunkSize), {"--hand-over"}), 5);
     expectExit(vark.run({"pause"}), 0);
-    EXPECT_EQ(switchesIn(3s), 0) << "paused";
+    EXPECT_EQ(switchesAfter(3s), 0) << "paused";
 }
 
 }  // namespace
