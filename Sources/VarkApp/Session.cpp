@@ -373,13 +373,13 @@ void Session::tokenMayBeGood() {
 }
 
 Task<void> Session::keepLevelFresh() {
-    while (!engine_.activeItemIDs().empty()) {
-        if (surroundings_.clock.now() >= levelIsDue_) {
-            levelIsDue_ = surroundings_.clock.now() + levelLasts;
-            // A refusal shows itself in what is being sent.
-            co_await judgeToken(surroundings_, api_);
-        }
+    while (true) {
         co_await sleepFor(betweenLooksAtTheLevel);
+        if (engine_.activeItemIDs().empty()) co_return;
+        if (surroundings_.clock.now() < levelIsDue_) continue;
+        levelIsDue_ = surroundings_.clock.now() + levelLasts;
+        // A refusal shows itself in what is being sent.
+        co_await judgeToken(surroundings_, api_);
     }
 }
 
