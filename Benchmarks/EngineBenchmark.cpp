@@ -48,8 +48,7 @@ class MillionItems {
         store_.save(&job);
         job = {};
         std::size_t before = heapInUse();
-        engine.maxConcurrentFiles = 0;
-        engine.start(false);
+        engine.open();
         loop.settle();
         bytesForAnItem = static_cast<double>(heapInUse() - before) / static_cast<double>(itemCount);
         vark_->onLast = [this] { engine.maxConcurrentFiles = 0; };
@@ -76,12 +75,13 @@ class MillionItems {
 
   public:
     test::TestLoop loop;
-    TransferEngine engine{vark_,
-                          store_,
-                          log_,
-                          4,
-                          {loop.executor, loop.clock, date, Calendar("UTC"), loop.pool, loop.pool, volumes_,
-                           [] { return std::unique_ptr<PathMonitor>(); }}};
+    TransferEngine engine{
+        vark_,
+        store_,
+        log_,
+        4,
+        {loop.executor, loop.clock, date, Calendar("UTC"), loop.pool, loop.pool, volumes_,
+         [] { return std::unique_ptr<PathMonitor>(); }, [] { return std::unique_ptr<ClockWatch>(); }}};
 };
 
 MillionItems& million() {

@@ -1,6 +1,5 @@
 #include "Hosts/CLI/Arguments.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -69,12 +68,6 @@ std::optional<int> takeMinuteOfDay(std::string_view& text) {
     int minutes = *hour * 60 + *minute;
     if (minutes > minutesOfADay) return std::nullopt;
     return minutes;
-}
-
-bool isLoopback(const std::string& host) {
-    if (host == "localhost" || host == "::1") return true;
-    in_addr address{};
-    return inet_pton(AF_INET, host.c_str(), &address) == 1 && host.starts_with("127.");
 }
 
 }  // namespace
@@ -156,20 +149,6 @@ std::optional<std::string> nearestWord(std::string_view typed, const std::vector
         nearest = word;
     }
     return nearest;
-}
-
-bool isSafeAddress(const URL& url) {
-    if (url.host().empty()) return false;
-    return url.scheme() == "https" || (url.scheme() == "http" && isLoopback(url.host()));
-}
-
-bool isToken(std::string_view text) {
-    return !text.empty() &&
-           std::ranges::all_of(text, [](char character) { return character > 0x20 && character < 0x7f; });
-}
-
-std::string joinedVarkPath(std::string_view root, std::string_view below) {
-    return tidiedVarkPath(std::string(root) + "/" + std::string(below));
 }
 
 }  // namespace vark::cli

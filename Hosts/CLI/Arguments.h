@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Hosts/CLI/WorkingHours.h"
-#include "VarkCore/Foundation/URL.h"
+#include "Hosts/CLI/Names.h"
+#include "VarkApp/WorkingHours.h"
 
 namespace vark::cli {
 
@@ -27,13 +27,5 @@ Parsed<std::int64_t> parseWholeNumber(std::string_view text, std::int64_t least,
 
 /// The one of the words that was most likely meant by a mistyped one; nothing when none is near.
 std::optional<std::string> nearestWord(std::string_view typed, const std::vector<std::string>& words);
-
-/// Whether a token or a person's answer may go to the address: all of https, and this machine itself.
-bool isSafeAddress(const URL& url);
-/// Whether the text can be a device token: not empty, plain characters without blanks.
-bool isToken(std::string_view text);
-
-/// `below` under `root`; either may be empty.
-std::string joinedVarkPath(std::string_view root, std::string_view below);
 
 }  // namespace vark::cli

@@ -1,10 +1,10 @@
 #include "Hosts/CLI/ChosenItems.h"
 
-#include "Hosts/CLI/Arguments.h"
+#include "VarkApp/Connect/Addresses.h"
 
 namespace vark::cli {
 
-std::vector<VarkItem> chosenItems(Surroundings& surroundings, VarkAPI& api,
+std::vector<VarkItem> chosenItems(CommandSurroundings& surroundings, VarkAPI& api,
                                   const SharedConnection& connection, const std::vector<std::string>& paths) {
     std::vector<VarkItem> items;
     for (const std::string& path : paths) {

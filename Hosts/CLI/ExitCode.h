@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Hosts/CLI/Names.h"
+#include "VarkApp/Outcome.h"
+
 namespace vark::cli {
 
 /// How a run of `vark` ended, for whoever started it.
@@ -14,5 +17,20 @@ enum class ExitCode {
     interrupted = 130,
     readerGone = 141,
 };
+
+constexpr ExitCode exitCodeOf(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::done:
+            return ExitCode::allLanded;
+        case Outcome::failed:
+            return ExitCode::somethingFailed;
+        case Outcome::misuse:
+            return ExitCode::usage;
+        case Outcome::notConnected:
+            return ExitCode::notConnected;
+        case Outcome::decisionWaits:
+            return ExitCode::decisionWaits;
+    }
+}
 
 }  // namespace vark::cli

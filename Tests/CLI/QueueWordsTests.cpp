@@ -2,8 +2,9 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
-#include "Hosts/CLI/QueueWords.h"
-#include "Hosts/CLI/TextWidth.h"
+#include "Hosts/CLI/Display/QueueLines.h"
+#include "Hosts/CLI/Display/TextWidth.h"
+#include "Hosts/CLI/NextWords.h"
 
 namespace vark::cli {
 namespace {
@@ -20,35 +21,26 @@ FileView file(const char* path, ItemState state, std::int64_t done, std::int64_t
 
 QueueView sample() {
     QueueView view;
-    view.title = "Card";
     view.destination = "Jobs/2026";
+    view.title = "Card";
     view.running = true;
-    view.overall.filesTotal = 1240;
-    view.overall.filesVerified = 12;
-    view.overall.filesFailed = 2;
-    view.overall.filesConflict = 1;
-    view.overall.bytesTotal = 144'000'000;
-    view.overall.bytesDone = 49'000'000;
-    view.overall.bytesVerified = 41'000'000;
-    view.overall.rate = 12'500'000;
-    view.overall.secondsLeft = 180;
-    EntryView card;
-    card.number = 1;
-    card.name = "Card";
-    card.localPath = "/media/Card";
-    card.progress.files = 1239;
-    card.progress.bytesTotal = 143'000'000;
-    card.progress.bytesDone = 48'000'000;
-    card.progress.failed = 2;
-    card.progress.conflicts = 1;
-    EntryView notes;
-    notes.number = 2;
-    notes.name = "notes\n\x1b[2J.txt";
-    notes.progress.files = 1;
-    notes.progress.verified = 1;
-    notes.progress.bytesTotal = 1;
-    notes.progress.bytesDone = 1;
-    view.entries = {card, notes};
+    view.overall = {.bytesTotal = 144'000'000,
+                    .bytesDone = 49'000'000,
+                    .filesTotal = 1240,
+                    .filesVerified = 12,
+                    .filesFailed = 2,
+                    .filesConflict = 1,
+                    .bytesVerified = 41'000'000,
+                    .rate = 12'500'000,
+                    .secondsLeft = 180};
+    view.entries.resize(2);
+    view.entries[0].number = 1;
+    view.entries[0].name = "Card";
+    view.entries[0].progress = {
+        .bytesDone = 48'000'000, .bytesTotal = 143'000'000, .files = 1239, .failed = 2, .conflicts = 1};
+    view.entries[1].number = 2;
+    view.entries[1].name = "notes\n\x1b[2J.txt";
+    view.entries[1].progress = {.bytesDone = 1, .bytesTotal = 1, .files = 1, .verified = 1};
     FileView failed = file("Card/A 3.mov", ItemState::failed, 0, 5000);
     failed.error = "The file is no longer where it was.";
     view.files = {file("Card/A 1.mov", ItemState::uploading, 8'000'000, 32'000'000),
@@ -153,14 +145,30 @@ Under way:
 TEST(QueueWords, TheEndSaysWhatToDoNext) {
     EXPECT_EQ(closingLine(sample().overall, Signs()),
               "12 files landed and checked, 41 MB · 2 failed · 1 waits for a decision");
-    std::vector<std::string> advice = closingAdvice(sample());
-    EXPECT_TRUE(advice.at(advice.size() - 2).contains("vark retry"));
+    const std::vector<std::string> advice = closingAdvice(sample());
+    EXPECT_EQ(advice.at(advice.size() - 2), "Try what failed again with: vark retry, then vark send");
     EXPECT_TRUE(advice.back().contains("vark resolve"));
-    QueueView clean = sample();
-    clean.overall.filesFailed = 0;
-    clean.overall.filesConflict = 0;
-    clean.files.clear();
-    EXPECT_TRUE(closingAdvice(clean).empty());
+    EXPECT_TRUE(closingAdvice(QueueView()).empty());
+}
+
+TEST(NextWords, StepsAreToldAsCommands) {
+    using Step = Next::Step;
+    const std::pair<Said, const char*> cases[] = {
+        {{"Paused.", {{Step::resume}}}, "Paused. Carry on with: vark resume"},
+        {{"It is for A.", {{Step::connectAgain, "Connect to A again,"}, {Step::giveUp, "or give it up"}}},
+         "It is for A. Connect to A again, or give it up with: vark clear"},
+        {{"It waits.", {{Step::carryOn, "Finish it"}, {Step::retry, "for what failed"}, {Step::giveUp}}},
+         "It waits. Finish it with: vark send, after vark retry for what failed, Give it up with: vark "
+         "clear"},
+        {{"No.", {{Step::openKeychain, "Open it and try again."}, {Step::useAFile}}},
+         "No. Open it and try again. To keep the token in a file that only you can read, add: --secret-store "
+         "file"},
+        {{"No.", {{Step::useAFile, "Connect again, which puts that file aside:"}}},
+         "No. Connect again, which puts that file aside: vark connect URL --secret-store file"},
+        {{"None \"x\".", {{Step::watch, "the names"}}}, "None \"x\". \"vark queue\" shows the names."},
+    };
+    for (const auto& [said, words] : cases)
+        EXPECT_EQ(inWords(said), words);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "Tests/EndToEnd/EndToEndTest.h"
+#include "Tests/Support/BuildTree.h"
 
 namespace vark::test {
 namespace {
@@ -23,7 +24,7 @@ TEST_F(SlowDisk, HasOneSaveToDoAndQuittingWaitsForOne) {
     // A large file keeps the run going.
     std::filesystem::resize_file(vark.write("Shoot/zzz.mov", ""), 60 << 20);
     const std::filesystem::path log = vark.write("saves/log", "");
-    vark.moveTo({.environment = {{"LD_PRELOAD", std::filesystem::absolute(VARK_SLOW_DISK)},
+    vark.moveTo({.environment = {{"LD_PRELOAD", buildTree() / "Tests/EndToEnd/libSlowDisk.so"},
                                  {"VARK_SLOW_DISK_SECONDS", std::to_string(oneSave.count())},
                                  {"VARK_SLOW_DISK_LOG", log}}});
 

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Tests/Support/BuildTree.h"
+
 // Runs the tests in the middle of a small office, which a script makes of network namespaces around them.
 int main(int count, char** arguments) {
     const bool onlyLists = count > 1 && std::string_view(arguments[1]).starts_with("--gtest_list_tests");
@@ -19,7 +21,8 @@ status=$?
 rm -rf "$folder"
 [ $status != 77 ] || echo '*** NOT TESTED: the kernel gives no network namespaces here. ***' >&2
 exit $status)";
-    std::vector<const char*> command{"/bin/sh", "-c", inOffice, VARK_OFFICE_NETWORK};
+    const std::string office = vark::test::sourceTree() / "Scripts/office-network";
+    std::vector<const char*> command{"/bin/sh", "-c", inOffice, office.c_str()};
     command.insert(command.end(), arguments, arguments + count);
     command.push_back(nullptr);
     execv(command[0], const_cast<char* const*>(command.data()));

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/OwnNamespaces.h"
 
 namespace vark::test {
@@ -14,7 +15,8 @@ namespace vark::test {
 class AvahiWorld {
   public:
     AvahiWorld()
-        : own_("folder='" + folder().path().string() + "'\n. " VARK_TEST_SUPPORT "/avahi-world",
+        : own_("folder='" + folder().path().string() + "'\n. '" +
+                   (sourceTree() / "Tests/Support/avahi-world").string() + "'",
                {"--mount", "--net"}) {
         setenv("DBUS_SYSTEM_BUS_ADDRESS", busAddress().c_str(), 1);
     }

@@ -11,15 +11,15 @@
 #include <vector>
 
 #include "Tests/Support/SilentVark.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/Clock.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Upload/ChunkPlan.h"
 
 namespace vark::test {
 
 /// A vark in memory, with the upload protocol's rules and failures on demand. Touched on the test's thread
 /// alone.
-class FakeVark final : public SilentVark {
+class FakeVark : public SilentVark {
   public:
     struct Upload {
         std::string path;

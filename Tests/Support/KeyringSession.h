@@ -5,6 +5,7 @@
 #include <csignal>
 #include <stdexcept>
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
 
@@ -60,7 +61,7 @@ class KeyringSession {
                 {"LANG", "C.UTF-8"}};
     }
     Process startBus() const {
-        std::filesystem::copy(VARK_TEST_SUPPORT "/keyring-bus.conf", folder_.path());
+        std::filesystem::copy(sourceTree() / "Tests/Support/keyring-bus.conf", folder_.path());
         std::filesystem::create_directory(folder_ / "services");
         std::filesystem::create_directory(folder_ / "run");
         std::filesystem::permissions(folder_ / "run", std::filesystem::perms::owner_all);

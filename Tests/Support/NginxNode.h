@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/LoopbackPort.h"
 #include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
@@ -32,7 +33,7 @@ class NginxNode {
   private:
     Process::Options options(const std::string& identity) const {
         std::filesystem::create_directory(folder_ / "served");
-        std::filesystem::copy(VARK_TEST_SUPPORT "/nginx.conf", folder_.path());
+        std::filesystem::copy(sourceTree() / "Tests/Support/nginx.conf", folder_.path());
         std::filesystem::copy(identity, folder_ / "identity");
         folder_.file("listen.conf", fmt::format("listen 127.0.0.1:{} ssl reuseport;", port_.port()));
         return {.program = "/usr/sbin/nginx",

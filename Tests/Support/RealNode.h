@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/RealBox.h"
 
 namespace vark::test {
@@ -20,7 +21,7 @@ class RealNode final : public BoxProgram {
   private:
     Process::Options options() const override {
         Process::Options options{
-            .program = std::filesystem::absolute(VARK_BOX_PROGRAM),
+            .program = buildTree() / "Hosts/Box/vark-box",
             .arguments = {"node", "--of", box_.url(), "--authority", box_.root(), "--root", root(), "--host",
                           options_.host, "--listen", wasStarted() ? address("address") : options_.listen,
                           "--announce", "--quiet"},

@@ -4,6 +4,8 @@
 #include <boost/json/parse.hpp>
 #include <stdexcept>
 
+#include "Tests/Support/BuildTree.h"
+
 namespace vark::test {
 
 namespace fs = std::filesystem;
@@ -14,7 +16,8 @@ RealVark::RealVark(Place place) : place_(std::move(place)) {
 }
 
 Process::Options RealVark::options(std::vector<std::string> arguments) {
-    Process::Options options{.program = fs::absolute(VARK_PROGRAM), .arguments = std::move(arguments)};
+    Process::Options options{.program = buildTree() / "Vark.app/Contents/MacOS/vark",
+                             .arguments = std::move(arguments)};
     options.environment = place_.environment;
     const std::map<std::string, std::string> usual{{"HOME", folder_.path()},
                                                    {"XDG_DATA_HOME", folder_ / "data"},

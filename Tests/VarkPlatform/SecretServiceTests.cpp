@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Tests/Support/BuildTree.h"
 #include "Tests/Support/KeyringSession.h"
 #include "VarkCore/Services/SecretStore.h"
 
@@ -19,7 +20,8 @@ std::string unreadable(std::int32_t status) {
 /// What an operation on the keychain tells in the session, or in one that `environment` changes.
 std::string keychain(const KeyringSession& session, const std::string& operation,
                      const std::string& environment = "") {
-    return session.run("env " + environment + " " VARK_KEYCHAIN_PROBE " " + operation);
+    return session.run("env " + environment + " " +
+                       (buildTree() / "Tests/VarkPlatform/KeychainProbe").string() + " " + operation);
 }
 
 TEST(SecretService, KeepsOneTokenWhereOtherToolsFindIt) {

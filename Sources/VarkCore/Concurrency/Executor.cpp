@@ -28,12 +28,14 @@ void SerialExecutor::post(Work& work) noexcept {
     {
         Locked hold(lock_);
         assert(work.nextWork_ == nullptr && &work != last_ && "work is posted once at a time");
-        if (last_ == nullptr) {
+        const bool wasEmpty = last_ == nullptr;
+        if (wasEmpty) {
             first_ = &work;
         } else {
             last_->nextWork_ = &work;
         }
         last_ = &work;
+        if (wasEmpty && arrival_) arrival_();
         // Under the lock: once it is released, the owner may find this work, finish, and be gone.
         arrived_.notify_one();
     }
@@ -67,6 +69,28 @@ std::size_t SerialExecutor::runReady() {
         ++ran;
     }
     return ran;
+}
+
+bool SerialExecutor::runFor(std::chrono::nanoseconds time) {
+    assert(isCurrent());
+    const auto end = std::chrono::steady_clock::now() + time;
+    do {
+        Work* work = pop();
+        if (work == nullptr) return false;
+        execute(*work);
+    } while (std::chrono::steady_clock::now() < end);
+    return hasWork();
+}
+
+bool SerialExecutor::hasWork() const {
+    Locked hold(lock_);
+    return first_ != nullptr;
+}
+
+void SerialExecutor::setArrival(std::function<void()> arrived) {
+    Locked hold(lock_);
+    arrival_ = std::move(arrived);
+    if (arrival_ && first_ != nullptr) arrival_();
 }
 
 void SerialExecutor::runUntil(const std::function<bool()>& done) {

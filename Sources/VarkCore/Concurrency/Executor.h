@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -76,17 +77,29 @@ class SerialExecutor final : public Executor {
 
     /// Runs what is queued, and what that queues, until nothing is left. Answers how many pieces ran.
     std::size_t runReady();
+    /// The same for some time, which the last piece may exceed: at least one runs. Answers whether more is
+    /// left.
+    bool runFor(std::chrono::nanoseconds time);
+    /// From any thread.
+    bool hasWork() const;
+
+    /// For whoever drives this from a loop of another kind: `arrived` is called each time that work comes to
+    /// an empty queue, also from within work that is running; at once if there is some already. On the thread
+    /// that posts, with this executor locked, so it only wakes that loop. Null ends it: no call is under way
+    /// after.
+    void setArrival(std::function<void()> arrived);
 
   private:
     Work* pop() noexcept;
     void execute(Work& work) noexcept;
 
     const std::thread::id owner_ = std::this_thread::get_id();
-    Mutex lock_;
+    mutable Mutex lock_;
     std::condition_variable_any arrived_;
     Work* first_ VARK_GUARDED_BY(lock_) = nullptr;
     Work* last_ VARK_GUARDED_BY(lock_) = nullptr;
     bool woken_ VARK_GUARDED_BY(lock_) = false;
+    std::function<void()> arrival_ VARK_GUARDED_BY(lock_);
 };
 
 /// A thread of its own that drives a `SerialExecutor` until this object ends. End the tasks on it first.

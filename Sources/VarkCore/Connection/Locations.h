@@ -27,6 +27,15 @@ class Locations {
     std::filesystem::path logCursors() const { return storageFolder() / "log-cursors.json"; }
     /// Where one process asks the one that has the queue to change it.
     std::filesystem::path requests() const { return storageFolder() / "requests"; }
+    /// What is wanted of entries of the queue beyond sending them.
+    std::filesystem::path wishes() const { return storageFolder() / "wishes.json"; }
+
+    /// What the person has set, the lock of whoever writes it, and what made no sense of it.
+    std::filesystem::path settings() const { return storageFolder() / "settings.json"; }
+    std::filesystem::path settingsLock() const { return storageFolder() / ".settings.lock"; }
+    std::filesystem::path damagedSettings() const { return storageFolder() / "settings.damaged.json"; }
+    /// Bytes that came from standard input, until the vark has them.
+    std::filesystem::path spool() const { return storageFolder() / "spool"; }
 
     /// The token of a person who keeps it in a file.
     std::filesystem::path secrets() const { return storageFolder() / "secrets.json"; }

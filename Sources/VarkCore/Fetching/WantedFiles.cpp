@@ -28,10 +28,14 @@ const char* whyLeftOut(NameFault fault) {
 
 class Listing {
   public:
-    explicit Listing(std::shared_ptr<VarkAPI> api) : api_(std::move(api)) {}
+    Listing(std::shared_ptr<VarkAPI> api, PathFilter filter)
+        : api_(std::move(api)), filter_(std::move(filter)) {}
 
     Task<WantedFiles> all(VarkItem top, std::string name) {
-        if (!top.isDir || !name.empty()) {
+        if (!top.isDir && filter_.leavesOutFile(name)) {
+            ++wanted_.excluded;
+        } else if (!top.isDir || !name.empty()) {
+            top_ = top.isDir ? wanted_.folders.size() : 0;
             take(std::move(top), 0, std::move(name));
         } else {
             enter(top.id, 0);
@@ -67,7 +71,9 @@ class Listing {
     }
 
     void takeChild(VarkItem item, std::size_t folder, std::set<std::string>& names) {
-        if (const std::optional<NameFault> fault = faultOf(item.name)) {
+        if (isExcluded(item, folder)) {
+            ++wanted_.excluded;
+        } else if (const std::optional<NameFault> fault = faultOf(item.name)) {
             leaveOut(item, whyLeftOut(*fault));
         } else if (!names.insert(item.name).second) {
             leaveOut(item, "The vark has something else of that name in the same folder.");
@@ -77,6 +83,14 @@ class Listing {
             std::string name = item.name;
             take(std::move(item), folder, std::move(name));
         }
+    }
+
+    bool isExcluded(const VarkItem& item, std::size_t folder) const {
+        if (filter_.isEmpty()) return false;
+        std::string path = item.name;
+        for (; folder != top_; folder = wanted_.folders[folder].parent)
+            path = wanted_.folders[folder].name + "/" + path;
+        return item.isDir ? filter_.leavesOutFolder(path) : filter_.leavesOutFile(path);
     }
 
     void take(VarkItem item, std::size_t folder, std::string name) {
@@ -99,7 +113,9 @@ class Listing {
     }
 
     const std::shared_ptr<VarkAPI> api_;
+    const PathFilter filter_;
     WantedFiles wanted_;
+    std::size_t top_ = 0;
     std::deque<Unlisted> unlisted_;
     /// A vark that lists a folder inside of itself would never come to an end.
     std::unordered_set<std::int64_t> entered_;
@@ -117,8 +133,23 @@ std::filesystem::path WantedFiles::pathOf(std::size_t folder) const {
     return path;
 }
 
-Task<WantedFiles> listWanted(std::shared_ptr<VarkAPI> api, VarkItem top, std::string name) {
-    Listing listing(std::move(api));
+void WantedFiles::add(WantedFiles other) {
+    // The first folder of both is the same one.
+    const auto placeHere = [before = folders.size() - 1](std::size_t place) {
+        return place == 0 ? 0 : place + before;
+    };
+    for (File& file : other.files)
+        files.push_back({std::move(file.item), placeHere(file.folder), std::move(file.name)});
+    for (std::size_t place = 1; place < other.folders.size(); ++place)
+        folders.push_back({placeHere(other.folders[place].parent), std::move(other.folders[place].name)});
+    std::ranges::move(other.leftOut, std::back_inserter(leftOut));
+    totalBytes += other.totalBytes;
+    excluded += other.excluded;
+}
+
+Task<WantedFiles> listWanted(std::shared_ptr<VarkAPI> api, VarkItem top, std::string name,
+                             PathFilter filter) {
+    Listing listing(std::move(api), std::move(filter));
     co_return co_await listing.all(std::move(top), std::move(name));
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VarkCore/API/VarkAPI.h"
+#include "VarkCore/Transfer/PathFilter.h"
 
 namespace vark {
 
@@ -35,15 +36,21 @@ struct WantedFiles {
     std::int64_t totalBytes = 0;
     /// What cannot be kept here.
     std::vector<LeftOut> leftOut;
+    /// Files and folders that the person did not want.
+    std::int64_t excluded = 0;
 
     /// Below the first folder.
     std::filesystem::path pathOf(std::size_t folder) const;
     std::filesystem::path pathOf(const File& file) const { return pathOf(file.folder) / file.name; }
+    /// Takes in what another one comes to, into the same first folder.
+    void add(WantedFiles other);
 };
 
 /// The item under `name`, with all that lies below it when it is a folder; its children alone when the name
 /// is empty. `name` is the person's, and one component; those below it are the vark's, and what a name of
-/// those cannot be used for is left out.
-Task<WantedFiles> listWanted(std::shared_ptr<VarkAPI> api, VarkItem top, std::string name);
+/// those cannot be used for is left out. The filter is about what lies below the item, and about a file that
+/// is the item.
+Task<WantedFiles> listWanted(std::shared_ptr<VarkAPI> api, VarkItem top, std::string name,
+                             PathFilter filter = {});
 
 }  // namespace vark

@@ -71,10 +71,7 @@ FileStamp stampOf(const struct stat& values);
 FileStamp stampOf(const Descriptor& file, const std::filesystem::path& path);
 FileStamp stampOf(const std::filesystem::path& path);
 
-/// Creates the file with mode 0600, or empties the one that stands there; for writing, close-on-exec. Fails
-/// with `FileError`.
-Descriptor openEmptied(const std::filesystem::path& path);
-/// All of the bytes, from where the last ones ended. `path` is for the `FileError`.
+/// All of the bytes, from where the last ones ended. Fails with `FileError`, for which `path` is.
 void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path);
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);
@@ -138,14 +135,16 @@ class FileLock {
     static FileLock exclusive(const std::filesystem::path& path);
     /// Nothing when somebody else holds it. Fails with `FileError` when the file cannot be opened.
     static std::optional<FileLock> tryExclusive(const std::filesystem::path& path);
+    /// Whether somebody holds it. Where an attempt that fails closes the file and so is heard by whoever
+    /// watches for the lock's end, who would try again for ever, this look is not heard. It may make an
+    /// attempt of the same moment fail. A file that cannot be opened is held by nobody.
+    static bool isHeld(const std::filesystem::path& path);
 
     FileLock(FileLock&&) noexcept = default;
     FileLock& operator=(FileLock&& other) noexcept;
     ~FileLock() { unlock(); }
 
     void unlock();
-    /// The open lock file, for whoever writes a note into it.
-    int descriptor() const { return descriptor_.get(); }
 
   private:
     explicit FileLock(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}

@@ -34,6 +34,7 @@ SingleInstance::Lock SingleInstance::reachForLock(const std::filesystem::path& p
     std::error_code ignored;
     std::filesystem::create_directories(path.parent_path(), ignored);
     try {
+        if (FileLock::isHeld(path)) return {};
         std::optional<FileLock> lock = FileLock::tryExclusive(path);
         const bool isTaken = lock.has_value();
         return {isTaken, std::move(lock)};

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -14,36 +15,49 @@ namespace {
 
 constexpr std::size_t cancelsAtOnce = 4;
 
-/// Absolute, without "." and "..", and without a slash at its end.
-std::filesystem::path standardised(const std::filesystem::path& path) {
-    std::filesystem::path standard = std::filesystem::absolute(path).lexically_normal();
-    return standard.has_filename() || standard == standard.root_path() ? standard : standard.parent_path();
-}
-
 }  // namespace
 
 void TransferEngine::rebuildIndex() {
     itemIndex_.clear();
     waiting_.clear();
+    failed_.clear();
+    conflicts_.clear();
     totals_.clear();
     entryPlaces_.clear();
     indexed_ = 0;
-    if (!job_) return;
+    if (job_) indexEntries();
+    if (observer != nullptr) observer->renewed();
+}
+
+void TransferEngine::indexEntries() {
     for (std::size_t place = 0; place < job_->entries.size(); ++place) {
         entryPlaces_.emplace(job_->entries[place].localPath, place);
         totals_.addEntry(job_->entries[place].id);
     }
-    indexNewItems();
+    indexItems();
 }
 
 void TransferEngine::indexNewItems() {
+    const std::size_t first = indexed_;
+    indexItems();
+    if (observer != nullptr && indexed_ > first) observer->appended(first, indexed_ - first);
+}
+
+void TransferEngine::indexItems() {
     itemIndex_.reserve(job_->items.size());
     for (; indexed_ < job_->items.size(); ++indexed_) {
         const TransferItem& item = job_->items[indexed_];
         itemIndex_.emplace(item.id, static_cast<std::uint32_t>(indexed_));
         totals_.add(item.entryID, shareOf(item));
-        if (item.state == ItemState::queued && !tasks_.contains(item.id)) waiting_.insert(indexed_);
+        sortIn(indexed_);
     }
+}
+
+void TransferEngine::sortIn(std::size_t place) {
+    const TransferItem& item = job_->items[place];
+    waiting_.put(place, item.state == ItemState::queued && !tasks_.contains(item.id));
+    failed_.put(place, item.state == ItemState::failed);
+    conflicts_.put(place, item.state == ItemState::conflict);
 }
 
 std::optional<std::size_t> TransferEngine::position(const UUID& id) const {
@@ -247,13 +261,23 @@ bool TransferEngine::queueAfresh(const TransferItem& known, const Walker::Found&
 
 void TransferEngine::lookThroughAgain(const std::vector<const Walked*>& walks, Added& added) {
     if (walks.empty()) return;
-    std::unordered_map<UUID, std::unordered_map<std::string_view, std::size_t>> known;
-    for (const Walked* walked : walks)
-        known.try_emplace(entryAt(walked->path)->id);
+    struct Known {
+        /// How much of a path stands before the entry's name.
+        std::size_t around = 0;
+        std::unordered_map<std::string_view, std::size_t> places{};
+    };
+    std::unordered_map<UUID, Known> known;
+    for (const Walked* walked : walks) {
+        const TransferEntry& entry = *entryAt(walked->path);
+        known.try_emplace(entry.id, Known{entry.localPath.size() - entry.name.size()});
+    }
     for (std::size_t place = 0; place < job_->items.size(); ++place) {
         const TransferItem& item = job_->items[place];
-        if (auto entry = known.find(item.entryID); entry != known.end())
-            entry->second.emplace(item.relativePath, place);
+        const auto entry = known.find(item.entryID);
+        if (entry == known.end()) continue;
+        // By where it lies here: in the vark it may go by another name.
+        const std::string_view path = item.localPath;
+        entry->second.places.emplace(path.substr(std::min(entry->second.around, path.size())), place);
     }
     std::vector<std::pair<TransferEntry*, const Walker::Found*>> arrivals;
     for (const Walked* walked : walks) {
@@ -261,10 +285,11 @@ void TransferEngine::lookThroughAgain(const std::vector<const Walked*>& walks, A
         int arrived = 0;
         int changed = 0;
         // Nothing when the same path is given for the second time.
-        if (auto places = known.extract(entry.id)) {
+        if (auto there = known.extract(entry.id)) {
+            const auto& places = there.mapped().places;
             for (const Walker::Found& file : walked->found->files) {
-                const auto place = places.mapped().find(file.relativePath);
-                if (place == places.mapped().end()) {
+                const auto place = places.find(file.relativePath);
+                if (place == places.end()) {
                     arrivals.emplace_back(&entry, &file);
                     ++arrived;
                 } else if (queueAfresh(job_->items[place->second], file)) {
@@ -412,11 +437,13 @@ void TransferEngine::resolveConflict(const UUID& itemID, bool replace) {
             item.replace = true;
             item.state = ItemState::queued;
             item.error.reset();
+            item.standing.reset();
         });
         log_.write(fmt::format("Will replace {} in the vark", relativePath));
     } else {
         set(itemID, [this](TransferItem& item) {
             item.state = ItemState::skipped;
+            item.standing.reset();
             item.finishedAt = now();
         });
         log_.write(fmt::format("Left the vark's copy of {}", relativePath));
@@ -430,8 +457,8 @@ void TransferEngine::resolveAllConflicts(const std::optional<UUID>& entryID, boo
     assertOnExecutor();
     if (!job_) return;
     std::vector<UUID> waiting;
-    for (const TransferItem& item : job_->items) {
-        if (item.state != ItemState::conflict) continue;
+    for (const std::size_t place : conflicts_) {
+        const TransferItem& item = job_->items[place];
         if (!entryID || item.entryID == *entryID) waiting.push_back(item.id);
     }
     for (const UUID& id : waiting)
@@ -442,9 +469,8 @@ void TransferEngine::retryFailed() {
     assertOnExecutor();
     if (!job_) return;
     std::vector<UUID> failed;
-    for (const TransferItem& item : job_->items) {
-        if (item.state == ItemState::failed) failed.push_back(item.id);
-    }
+    for (const std::size_t place : failed_)
+        failed.push_back(job_->items[place].id);
     for (const UUID& id : failed) {
         set(id, [](TransferItem& item) {
             item.state = ItemState::queued;

@@ -59,14 +59,18 @@ void TransferEngine::saveEnded(std::uint64_t includes, std::optional<std::string
     if (!failure) {
         changesOnDisk_ = includes;
         saveRetryDelay_ = {};
-        if (saveFailure_) log_.write("The queue can be saved again");
+        if (!saveFailure_) return;
+        log_.write("The queue can be saved again");
         saveFailure_.reset();
+        send(StateChanged{});
         return;
     }
     saveRetryDelay_ = std::clamp(saveRetryDelay_ * 2, saveDelay * 2, longestSaveDelay);
-    if (!saveFailure_) log_.write(*failure);
+    const bool isNew = !saveFailure_;
+    if (isNew) log_.write(*failure);
     saveFailure_ = std::move(failure);
     keepSaving();
+    if (isNew) send(StateChanged{});
 }
 
 bool TransferEngine::flush() {

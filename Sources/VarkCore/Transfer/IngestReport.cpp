@@ -25,6 +25,7 @@ std::optional<Unlisted::Kind> kindOf(Walker::PassedOver::Kind kind) {
         case Passed::ignored:
             return Unlisted::Kind::ignored;
         case Passed::hidden:
+        case Passed::excluded:
             return Unlisted::Kind::hidden;
         case Passed::link:
             return Unlisted::Kind::link;

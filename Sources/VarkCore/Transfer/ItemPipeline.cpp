@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Services/Limits.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 #include "VarkCore/Upload/FileHasher.h"
@@ -20,7 +21,6 @@ constexpr std::int64_t hashingStep = 8'388'608;
 constexpr double longestBackOff = 60;
 constexpr double longestPollWait = 5;
 constexpr int quickPolls = 10;
-constexpr std::int64_t mostChunks = 1'000'000;
 
 }  // namespace
 
@@ -50,17 +50,6 @@ Task<void> TransferEngine::process(UUID id) {
 
 Task<void> TransferEngine::carry(UUID id) {
     std::shared_ptr<VarkAPI> api = api_;
-    if (job_ && job_->ingest) {
-        // The mere place is asked for, since this is done for each file. What comes and goes in that place is
-        // the business of `watchIngestDrive`.
-        const IngestInfo ingest = job_->ingest->place();
-        const bool isHere = co_await host_.pool.run([&] { return ingest.driveIsHere(); });
-        if (!isHere && job_ && job_->ingest) {
-            backToQueued(id);
-            holdForTheDrive();
-            co_return;
-        }
-    }
     const TransferItem* queued = item(id);
     if (queued == nullptr) co_return;
     const bool hadUpload = queued->uploadID.has_value();
@@ -91,8 +80,8 @@ Task<void> TransferEngine::carry(UUID id) {
             found(id, serverPath, hadUpload);
             co_return;
         }
-        if (begun.conflict() != nullptr) {
-            blocked(id, serverPath);
+        if (const BeginResult::Conflict* standing = begun.conflict()) {
+            blocked(id, serverPath, *standing);
             co_return;
         }
         std::variant<UploadStatus, Again> sent =
@@ -181,10 +170,9 @@ Task<void> TransferEngine::hash(UUID id, std::filesystem::path file) {
 }
 
 Task<void> TransferEngine::reportHashing(UUID id, std::int64_t bytes) {
-    auto active = tasks_.find(id);
     const TransferItem* current = item(id);
-    if (active == tasks_.end() || current == nullptr || current->state != ItemState::hashing) co_return;
-    active->second.hashingBytes = bytes;
+    if (current == nullptr || current->state != ItemState::hashing) co_return;
+    setProgress(id, [bytes](Active& active) { active.hashingBytes = bytes; });
 }
 
 void TransferEngine::found(const UUID& id, const std::string& serverPath, bool hadUpload) {
@@ -199,11 +187,13 @@ void TransferEngine::found(const UUID& id, const std::string& serverPath, bool h
         serverPath);
 }
 
-void TransferEngine::blocked(const UUID& id, const std::string& serverPath) {
+void TransferEngine::blocked(const UUID& id, const std::string& serverPath,
+                             const BeginResult::Conflict& standing) {
     std::string name;
     set(id, [&](TransferItem& item) {
         item.state = ItemState::conflict;
         item.error = fmt::format("A different file is already at {}.", serverPath);
+        item.standing = TransferItem::Standing{standing.existingSize, standing.existingMtime};
         name = item.name();
     });
     log_.write(fmt::format("A different file is at {}; waiting for a decision", serverPath));
@@ -251,7 +241,7 @@ Task<std::variant<UploadStatus, TransferEngine::Again>> TransferEngine::sendAndF
     const TransferItem* current = item(id);
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
-    if (plan.count() > mostChunks) {
+    if (plan.count() > limits::chunksOfAFile) {
         throw EngineError::gaveUp(
             fmt::format("The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks "
                         "after the vark.",
@@ -321,9 +311,11 @@ void TransferEngine::didNotGetThrough(const VarkAPIError& error, double delay) {
         return;
     }
     const Date nextTry = now() + delay;
-    if (!outage_) outage_ = Outage{now(), said(error), nextTry};
+    const bool isNew = !outage_;
+    if (isNew) outage_ = Outage{now(), said(error), nextTry};
     outage_->why = said(error);
     if (outage_->nextTry <= now() || nextTry < outage_->nextTry) outage_->nextTry = nextTry;
+    if (isNew) send(StateChanged{});
 }
 
 template <class T, class Operation>

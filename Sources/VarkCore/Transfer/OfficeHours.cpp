@@ -1,11 +1,12 @@
 #include "VarkCore/Transfer/OfficeHours.h"
 
-#include <fmt/format.h>
-
 #include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/Format.h"
 
 namespace vark {
+
+namespace {
+constexpr int minutesOfADay = 24 * 60;
+}
 
 OfficeHours OfficeHours::fromJSON(const boost::json::value& value) {
     const JSONFields fields(value);
@@ -24,7 +25,7 @@ std::string OfficeHours::toJSON() const {
 }
 
 bool OfficeHours::allows(Date date, const Calendar& calendar) const {
-    if (!onlyOutside || startMinute >= endMinute) return true;
+    if (!isOn()) return true;
     const int weekday = calendar.weekday(date);
     if (weekday == 1 || weekday == 7) return true;
     const int minute = calendar.minuteOfDay(date);
@@ -36,9 +37,11 @@ std::optional<Date> OfficeHours::nextAllowed(Date after, const Calendar& calenda
     return calendar.startOfDay(after, endMinute);
 }
 
-std::string OfficeHours::describeWindow() const {
-    return fmt::format("before {}, after {} and at weekends", Format::clock(startMinute),
-                       Format::clock(endMinute));
+std::optional<Date> OfficeHours::nextBoundary(Date after, const Calendar& calendar) const {
+    if (!isOn()) return std::nullopt;
+    if (!allows(after, calendar)) return nextAllowed(after, calendar);
+    const Date start = calendar.startOfDay(after, startMinute);
+    return start > after ? start : calendar.startOfDay(after, minutesOfADay);
 }
 
 }  // namespace vark

@@ -25,8 +25,12 @@ struct OfficeHours {
     bool allows(Date date, const Calendar& calendar) const;
     /// When sending may begin again; nothing if it is allowed now.
     std::optional<Date> nextAllowed(Date after, const Calendar& calendar) const;
-    /// "before 09:00, after 17:30 and at weekends"
-    std::string describeWindow() const;
+    /// The next moment at which `allows` may answer something else than now, which is midnight at the latest;
+    /// nothing when the rule is off.
+    std::optional<Date> nextBoundary(Date after, const Calendar& calendar) const;
+
+  private:
+    bool isOn() const { return onlyOutside && startMinute < endMinute; }
 };
 
 }  // namespace vark

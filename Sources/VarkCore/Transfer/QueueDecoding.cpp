@@ -50,6 +50,9 @@ TransferItem TransferItem::fromJSON(const boost::json::value& value) {
     item.alreadyThere = fields.required<bool>("alreadyThere");
     item.changedWhileSent = fields.optional<bool>("changedWhileSent").value_or(false);
     item.error = fields.optional<std::string>("error");
+    const TransferItem::Standing standing{fields.optional<std::int64_t>("standingSize"),
+                                          fields.optional<double>("standingMtime")};
+    if (standing != TransferItem::Standing()) item.standing = standing;
     item.attempts = fields.required<std::int32_t>("attempts");
     item.finishedAt = fields.optionalISO8601("finishedAt");
     return item;

@@ -91,6 +91,10 @@ void write(QueueWriter& json, const TransferItem& item) {
     json.member(R"(,"replace":)", item.replace);
     json.memberIfThere(R"(,"sha256":)", item.sha256);
     json.member(R"(,"size":)", item.size);
+    if (item.standing) {
+        json.memberIfThere(R"(,"standingMtime":)", item.standing->mtime);
+        json.memberIfThere(R"(,"standingSize":)", item.standing->size);
+    }
     json.member(R"(,"state":)", text(item.state));
     json.memberIfThere(R"(,"uploadID":)", item.uploadID);
     json.raw("}");

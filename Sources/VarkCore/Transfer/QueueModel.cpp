@@ -74,17 +74,15 @@ void TransferItem::startAfresh(const FileStamp& file) {
     chunkSize.reset();
     replace = alreadyThere = changedWhileSent = false;
     error.reset();
+    standing.reset();
     attempts = 0;
     finishedAt.reset();
 }
 
-bool IngestInfo::driveIsHere() const {
-    std::error_code unreadable;
-    return std::filesystem::exists(volumePath, unreadable);
-}
-
 bool IngestInfo::driveIsHere(const Volumes& volumes) const {
-    return driveIsHere() && std::ranges::any_of(volumes.volumes(), [this](const Volume& volume) {
+    std::error_code unreadable;
+    const bool isPlaceThere = std::filesystem::exists(volumePath, unreadable);
+    return isPlaceThere && std::ranges::any_of(volumes.volumes(), [this](const Volume& volume) {
                return volume.path == volumePath && volume.id == volumeUUID;
            });
 }
@@ -125,14 +123,6 @@ void IngestInfo::keepAccountOf(const TransferItem& item) {
 std::string TransferJob::serverPath(const TransferItem& item) const {
     if (destination.empty()) return item.relativePath;
     return item.relativePath.empty() ? destination : destination + "/" + item.relativePath;
-}
-
-std::vector<const TransferItem*> TransferJob::itemsIn(UUID entryID) const {
-    std::vector<const TransferItem*> found;
-    for (const TransferItem& item : items) {
-        if (item.entryID == entryID) found.push_back(&item);
-    }
-    return found;
 }
 
 TransferJob TransferJob::preparedForResume() && {

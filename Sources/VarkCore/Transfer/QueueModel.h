@@ -45,6 +45,14 @@ bool needsDecision(ItemState state);
 /// One file of the queue. There may be a million of them in memory, so the hash is kept as bytes and texts
 /// that few items have take one pointer in the others.
 struct TransferItem {
+    /// What stands at the destination of a file, as far as the vark has said.
+    struct Standing {
+        std::optional<std::int64_t> size{};
+        /// Seconds since 1970.
+        std::optional<double> mtime{};
+        bool operator==(const Standing&) const = default;
+    };
+
     UUID id{};
     UUID entryID{};
     /// Absolute.
@@ -71,6 +79,8 @@ struct TransferItem {
     bool changedWhileSent = false;
     /// The sentence that is shown for a failed or conflicting item.
     Rare<std::string> error{};
+    /// While it waits for a decision about that.
+    Rare<Standing> standing{};
     /// How many times this item has failed since it was last reset.
     std::int32_t attempts = 0;
     std::optional<Date> finishedAt{};
@@ -160,10 +170,8 @@ struct IngestInfo {
     bool operator==(const IngestInfo&) const = default;
     static IngestInfo fromJSON(const boost::json::value& value);
 
-    /// By the place alone: asks the file system.
-    bool driveIsHere() const;
-    /// By the table of mounts too, so that neither the empty place of a card that has gone counts nor
-    /// another card of the same name.
+    /// By its place and the table of mounts, so that neither the empty place of a card that has gone counts
+    /// nor another card of the same name.
     bool driveIsHere(const Volumes& volumes) const;
     /// As much of it as it takes to look for the card, without what may be long.
     IngestInfo place() const;
@@ -200,8 +208,6 @@ struct TransferJob {
     bool operator==(const TransferJob&) const = default;
 
     std::string serverPath(const TransferItem& item) const;
-    /// In queue order. Valid until `items` changes.
-    std::vector<const TransferItem*> itemsIn(UUID entryID) const;
     /// The same for every item; a paused job stays paused.
     TransferJob preparedForResume() &&;
 };

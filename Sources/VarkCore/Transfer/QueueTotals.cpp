@@ -22,6 +22,7 @@ void QueueTotals::apply(const UUID& entryID, const Share& share, std::int64_t si
             overall_.filesVerified += sign;
             overall_.bytesVerified += sign * share.size;
             entry.verified += sign;
+            entry.bytesVerified += sign * share.size;
             if (share.changed) {
                 overall_.filesChanged += sign;
                 entry.changed += sign;

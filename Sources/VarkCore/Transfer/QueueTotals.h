@@ -41,6 +41,7 @@ struct EntryProgress {
     std::int64_t bytesTotal = 0;
     std::int64_t files = 0;
     std::int64_t verified = 0;
+    std::int64_t bytesVerified = 0;
     std::int64_t failed = 0;
     std::int64_t conflicts = 0;
     std::int64_t skipped = 0;

@@ -14,8 +14,8 @@ namespace {
 // In the order in which they are shown when several are in force.
 constexpr std::array<std::string_view, 4> kindsOfHold = {"drive", "sleep", "network", "schedule"};
 constexpr Duration tickLength = std::chrono::milliseconds(500);
-constexpr std::uint64_t ticksBetweenSchedules = 60;
 constexpr Duration rateWindow = std::chrono::seconds(12);
+constexpr int minutesOfADay = 24 * 60;
 
 }  // namespace
 
@@ -42,14 +42,19 @@ void TransferEngine::send(const Event& event) const {
 }
 
 void TransferEngine::setOfficeHours(const OfficeHours& hours) {
-    assertOnExecutor();
-    officeHours_ = hours;
-    reconsiderSchedule(true);
+    std::function<OfficeHours(Date)> at;
+    if (hours.onlyOutside) at = [hours](Date) { return hours; };
+    setOfficeHours(std::move(at));
 }
 
-void TransferEngine::start(bool watchNetwork) {
+void TransferEngine::setOfficeHours(std::function<OfficeHours(Date)> at) {
     assertOnExecutor();
-    quitting_ = false;
+    hoursAt_ = std::move(at);
+    keepHours(true);
+}
+
+void TransferEngine::open() {
+    assertOnExecutor();
     if (!job_) {
         try {
             job_ = store_.load();
@@ -63,23 +68,32 @@ void TransferEngine::start(bool watchNetwork) {
                                    job_->destination.empty() ? "the vark root" : job_->destination));
         }
     }
-    if (!ticker_) ticker_ = scope_.start(ticking());
+    recompute();
+}
+
+void TransferEngine::start(bool watchNetwork) {
+    quitting_ = false;
+    mayStart_ = true;
+    open();
     if (watchNetwork && !monitor_) {
         monitor_ = host_.makePathMonitor();
         monitor_->start([this](bool usable) { scope_.start(networkChanged(usable)); });
     }
-    reconsiderSchedule(true);
-    recompute();
+    lookForTheDrive();
+    keepHours(true);
     pump();
 }
 
+void TransferEngine::keepTicking() {
+    if (ticker_.done()) ticker_ = scope_.start(ticking());
+}
+
 Task<void> TransferEngine::ticking() {
-    while (true) {
+    // What is published last is of a queue in which nothing moves any more.
+    do {
         co_await sleepFor(tickLength);
-        ++tick_;
         recompute();
-        if (tick_ % ticksBetweenSchedules == 0) reconsiderSchedule(false);
-    }
+    } while (!tasks_.empty() || !samples_.empty());
 }
 
 Task<void> TransferEngine::networkChanged(bool usable) {
@@ -112,13 +126,14 @@ void TransferEngine::clearHold(const std::string& kind) {
 }
 
 void TransferEngine::updateHold() {
-    hold_.reset();
+    const std::optional<std::string> before = std::exchange(hold_, std::nullopt);
     for (std::string_view kind : kindsOfHold) {
         auto found = holds_.find(std::string(kind));
         if (found == holds_.end()) continue;
         hold_ = found->second;
-        return;
+        break;
     }
+    if (hold_ != before) send(StateChanged{});
 }
 
 void TransferEngine::cancelAllTasks() {
@@ -134,14 +149,43 @@ void TransferEngine::returnInFlightToQueued() {
     }
 }
 
+void TransferEngine::keepHours(bool force) {
+    reconsiderSchedule(force);
+    hoursKeeper_.cancel();
+    if (!hoursAt_) return;
+    hoursKeeper_ = scope_.start(keepingHours());
+    if (clockWatch_) return;
+    clockWatch_ = host_.makeClockWatch();
+    clockWatch_->start([this] { scope_.start(clockJumped()); });
+}
+
+Task<void> TransferEngine::keepingHours() {
+    while (const std::optional<Date> next = nextBoundary()) {
+        co_await sleepFor(seconds(*next - now()));
+        reconsiderSchedule(false);
+    }
+}
+
+std::optional<Date> TransferEngine::nextBoundary() const {
+    if (!hoursAt_) return std::nullopt;
+    const Date date = now();
+    const std::optional<Date> boundary = hoursAt_(date).nextBoundary(date, host_.calendar);
+    return boundary ? boundary : host_.calendar.startOfDay(date, minutesOfADay);
+}
+
+Task<void> TransferEngine::clockJumped() {
+    if (!quitting_) keepHours(false);
+    co_return;
+}
+
 void TransferEngine::reconsiderSchedule(bool force) {
-    driveMayBeBack();
-    Date date = now();
-    if (officeHours_.allows(date, host_.calendar)) {
+    const Date date = now();
+    const OfficeHours hours = hoursAt_ ? hoursAt_(date) : OfficeHours();
+    if (hours.allows(date, host_.calendar)) {
         clearHold("schedule");
         return;
     }
-    std::optional<Date> next = officeHours_.nextAllowed(date, host_.calendar);
+    std::optional<Date> next = hours.nextAllowed(date, host_.calendar);
     if (!next) return;
     std::string sentence =
         fmt::format("Waiting until {}: outside office hours only", Format::time(*next, host_.calendar));
@@ -151,7 +195,7 @@ void TransferEngine::reconsiderSchedule(bool force) {
 }
 
 void TransferEngine::pump() {
-    if (quitting_) return;
+    if (quitting_ || !mayStart_) return;
     if (!job_ || job_->isPaused || hold_) {
         finishIfIdle();
         return;
@@ -168,10 +212,16 @@ void TransferEngine::pump() {
         active.heldBytes = item.bytesDone();
         active.task = scope_.start(process(item.id));
         tasks_.emplace(item.id, std::move(active));
+        if (observer != nullptr) observer->changed(*place);
         worked_ = true;
         startedAny = true;
     }
-    if (!startedAny) finishIfIdle();
+    if (!startedAny) {
+        finishIfIdle();
+        return;
+    }
+    if (samples_.empty()) samples_.emplace_back(host_.clock.now(), bytesMoved_);
+    keepTicking();
 }
 
 void TransferEngine::finishIfIdle() {
@@ -196,6 +246,7 @@ void TransferEngine::pause() {
     log_.write("Paused");
     recompute();
     flush();
+    send(StateChanged{});
 }
 
 void TransferEngine::pauseBecauseTheVarkRefused(const std::string& reason) {
@@ -205,6 +256,7 @@ void TransferEngine::pauseBecauseTheVarkRefused(const std::string& reason) {
     job_->pausedByVark = true;
     cancelAllTasks();
     log_.write(reason);
+    send(StateChanged{});
 }
 
 void TransferEngine::resume() {
@@ -216,6 +268,7 @@ void TransferEngine::resume() {
     samples_.clear();
     recompute();
     flush();
+    send(StateChanged{});
     pump();
 }
 
@@ -230,8 +283,9 @@ void TransferEngine::pauseForQuit() {
     assertOnExecutor();
     quitting_ = true;
     cancelAllTasks();
-    if (ticker_) ticker_->cancel();
-    ticker_.reset();
+    ticker_.cancel();
+    ticker_ = {};
+    hoursKeeper_.cancel();
     // The monitor stays: to end it may take as long as a name that does not resolve, and nobody is to wait
     // for that before the queue is saved.
     returnInFlightToQueued();
@@ -247,22 +301,14 @@ void TransferEngine::holdForTheDrive() {
     if (job_ && job_->ingest) setHold("drive", job_->ingest->waitingLine());
 }
 
-void TransferEngine::watchIngestDrive() {
-    assertOnExecutor();
-    if (job_ && job_->ingest && !job_->ingest->reported) lookForTheDrive();
-}
-
-void TransferEngine::driveMayBeBack() {
-    assertOnExecutor();
-    if (!holds_.contains("drive")) return;
-    if (job_ && job_->ingest) {
-        lookForTheDrive();
-    } else {
-        clearHold("drive");
-    }
-}
-
 void TransferEngine::lookForTheDrive() {
+    assertOnExecutor();
+    const bool isHeld = holds_.contains("drive");
+    if (!job_ || !job_->ingest) {
+        clearHold("drive");
+        return;
+    }
+    if (job_->ingest->reported && !isHeld) return;
     lookAgain_ = true;
     if (!driveLook_ || driveLook_->done()) driveLook_ = scope_.start(lookingForTheDrive());
 }
@@ -302,8 +348,9 @@ void TransferEngine::recompute() {
         return;
     }
     Instant instant = host_.clock.now();
-    samples_.emplace_back(instant, bytesMoved_);
-    while (instant - samples_.front().first > rateWindow)
+    // Without a task nothing is added, and the rate goes with the samples.
+    if (!tasks_.empty()) samples_.emplace_back(instant, bytesMoved_);
+    while (!samples_.empty() && instant - samples_.front().first > rateWindow)
         samples_.pop_front();
     if (samples_.size() < 3) return;
     double elapsed = inSeconds(instant - samples_.front().first);

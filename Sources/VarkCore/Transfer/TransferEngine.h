@@ -15,17 +15,20 @@
 #include <vector>
 
 #include "VarkCore/API/VarkAPI.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Concurrency/TaskScope.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Services/ClockWatch.h"
 #include "VarkCore/Services/PathMonitor.h"
 #include "VarkCore/Services/Volumes.h"
 #include "VarkCore/Transfer/ChunkRoom.h"
+#include "VarkCore/Transfer/ConflictRule.h"
 #include "VarkCore/Transfer/IndexSet.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 #include "VarkCore/Transfer/QueueModel.h"
+#include "VarkCore/Transfer/QueueObserver.h"
 #include "VarkCore/Transfer/QueueStore.h"
 #include "VarkCore/Transfer/QueueTotals.h"
 #include "VarkCore/Transfer/TransferLog.h"
@@ -46,7 +49,8 @@ class EngineError : public std::runtime_error {
 };
 
 /// The one owner of the queue of uploads: it loads the saved job, decides when work may run, runs one task
-/// for each item up to a limit, counts, and saves. Built and owned by the application.
+/// for each item up to a limit, counts, and saves. Built and owned by the application. While nothing moves it
+/// sleeps: no timer of its own runs then but the one to the next office hour.
 ///
 /// Every field is touched on `Host::executor` alone, every operation is called there and asserts it; what
 /// runs elsewhere (hashing, reading, the network) hops back. The state of an item is all that outlives its
@@ -68,6 +72,8 @@ class TransferEngine {
         const Volumes& volumes;
         /// Asked once, by the first `start` that is to watch the network.
         std::function<std::unique_ptr<PathMonitor>()> makePathMonitor;
+        /// Asked once, when hours are to be kept for the first time.
+        std::function<std::unique_ptr<ClockWatch>()> makeClockWatch;
     };
 
     struct JobFinished {
@@ -86,7 +92,10 @@ class TransferEngine {
         bool hadProgress = true;
     };
     struct NoToken {};
-    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken>;
+    /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as it
+    /// changes, in the middle of the engine's work.
+    struct StateChanged {};
+    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged>;
 
     /// `chunkSlots` is how many chunks may be in flight at once, of all files together.
     TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, TransferLog& log, int chunkSlots,
@@ -111,13 +120,15 @@ class TransferEngine {
     std::function<void(const Event&)> onEvent;
     /// Told of each item as it becomes `verified`, `conflict`, `skipped` or `failed`. Must not call back.
     std::function<void(const TransferItem&)> onSettled;
-    const OfficeHours& officeHours() const { return officeHours_; }
+    QueueObserver* observer = nullptr;
     void setOfficeHours(const OfficeHours& hours);
-    /// Takes effect for tasks that start later.
-    void setAPI(std::shared_ptr<VarkAPI> api) { api_ = std::move(api); }
+    /// Hours that differ from day to day: asked for at the end of those that it gave, and at midnight.
+    void setOfficeHours(std::function<OfficeHours(Date)> at);
 
     // Running, holding and stopping.
 
+    /// Loads the saved queue. It may be changed from then on; nothing is sent before `start`.
+    void open();
     void start(bool watchNetwork);
     void setHold(const std::string& kind, const std::string& reason);
     void clearHold(const std::string& kind);
@@ -127,9 +138,9 @@ class TransferEngine {
     bool resumeIfTheVarkPausedIt();
     /// Stops everything before the application exits, and waits for nothing. `flush` comes after it.
     void pauseForQuit();
-    /// Both look for the card on the pool; what comes of it comes a little later.
-    void watchIngestDrive();
-    void driveMayBeBack();
+    /// A card that is brought in may have come or gone. It is looked for on the pool; what comes of that
+    /// comes a little later.
+    void lookForTheDrive();
 
     // Saving. The engine does it by itself, within a second of each change, and tries again what fails.
 
@@ -186,6 +197,10 @@ class TransferEngine {
 
     void resolveConflict(const UUID& itemID, bool replace);
     void resolveAllConflicts(const std::optional<UUID>& entryID, bool replace);
+    /// Decides by a rule. False when the item waits for no decision, or the rule cannot tell.
+    bool decide(const UUID& itemID, ConflictRule rule);
+    /// The same for all that wait, of one entry or of all. Gives how many were decided.
+    std::int64_t decideAll(const std::optional<UUID>& entryID, ConflictRule rule);
     void retryFailed();
 
     // What is published.
@@ -195,6 +210,9 @@ class TransferEngine {
     const Overall& overall() const { return overall_; }
     const std::unordered_map<UUID, EntryProgress>& entryProgress() const { return totals_.entries(); }
     const std::optional<std::string>& hold() const { return hold_; }
+    /// Positions in the job's list of items.
+    const IndexSet& failedItems() const { return failed_; }
+    const IndexSet& conflicts() const { return conflicts_; }
 
     /// The vark is out of reach.
     struct Outage {
@@ -231,15 +249,20 @@ class TransferEngine {
     Date now() const { return host_.date(); }
 
     // Lifecycle (TransferEngine.cpp).
+    void keepTicking();
     Task<void> ticking();
     Task<void> networkChanged(bool usable);
+    void keepHours(bool force);
+    Task<void> keepingHours();
+    Task<void> clockJumped();
+    /// When the hours are to be looked at again; nothing when there are none to be kept.
+    std::optional<Date> nextBoundary() const;
     void reconsiderSchedule(bool force);
     void updateHold();
     void cancelAllTasks();
     void returnInFlightToQueued();
     void pump();
     void finishIfIdle();
-    void lookForTheDrive();
     Task<void> lookingForTheDrive();
     void driveIsThere(bool isThere);
     Task<bool> driveIsGone();
@@ -257,9 +280,13 @@ class TransferEngine {
     // The queue (EngineQueue.cpp).
     /// After items have gone: everything that is derived from the list is made anew.
     void rebuildIndex();
+    void indexEntries();
     /// After items have been appended.
     void indexNewItems();
+    void indexItems();
     void takeUpNewItems();
+    /// Keeps the sets of positions right.
+    void sortIn(std::size_t place);
     /// What the item adds to the totals now.
     QueueTotals::Share shareOf(const TransferItem& item) const;
     /// Changes what is told of a running item's progress, and keeps the totals right.
@@ -309,7 +336,11 @@ class TransferEngine {
     void opened(const UUID& id, const std::string& serverPath, const BeginResult::Start& start,
                 const ChunkPlan& plan, const std::vector<std::int64_t>& missing);
     void found(const UUID& id, const std::string& serverPath, bool hadUpload);
-    void blocked(const UUID& id, const std::string& serverPath);
+    void blocked(const UUID& id, const std::string& serverPath, const BeginResult::Conflict& standing);
+    bool decide(const UUID& itemID, ConflictRule rule,
+                const std::function<bool(const std::string&)>& isTaken);
+    /// It is sent under another path.
+    void putBeside(const UUID& itemID, const std::string& path);
     /// What lies in the place of the file is not what was hashed.
     struct ContentChanged {};
     /// Why an upload begins again.
@@ -350,15 +381,18 @@ class TransferEngine {
     Task<void> reportHashing(UUID id, std::int64_t bytes);
 
     const Host host_;
-    std::shared_ptr<VarkAPI> api_;
+    const std::shared_ptr<VarkAPI> api_;
     QueueStore& store_;
     TransferLog& log_;
-    OfficeHours officeHours_;
+    std::function<OfficeHours(Date)> hoursAt_;
 
     std::optional<TransferJob> job_;
     boost::unordered_flat_map<UUID, std::uint32_t, std::hash<UUID>> itemIndex_;
     std::unordered_map<std::string, std::size_t> entryPlaces_;  // By path.
-    IndexSet waiting_;  // Positions of items that are `queued` and have no task.
+    // Positions of items, by state; `waiting_` of those that are `queued` and have no task.
+    IndexSet waiting_;
+    IndexSet failed_;
+    IndexSet conflicts_;
     QueueTotals totals_;
     Overall overall_;
 
@@ -367,9 +401,9 @@ class TransferEngine {
     std::int64_t bytesMoved_ = 0;                           // By this run, of chunks under way and landed.
     std::deque<std::pair<Instant, std::int64_t>> samples_;  // Of `bytesMoved_`.
     std::size_t indexed_ = 0;  // How many of the job's items are in `itemIndex_`.
-    std::uint64_t tick_ = 0;
     std::uint64_t started_ = 0;
     bool worked_ = false;
+    bool mayStart_ = false;
     bool quitting_ = false;  // Nothing is added or started any more, and nothing more is saved by itself.
 
     std::optional<Outage> outage_;
@@ -386,7 +420,8 @@ class TransferEngine {
     const std::size_t chunkWidth_;
     ChunkRoom chunkRoom_;
     std::unordered_map<UUID, Active> tasks_;
-    std::optional<TaskHandle<void>> ticker_;
+    TaskHandle<void> ticker_;
+    TaskHandle<void> hoursKeeper_;
     std::optional<TaskHandle<void>> saving_;
     std::optional<TaskHandle<void>> saveUnderWay_;
     std::optional<TaskHandle<void>> driveLook_;
@@ -394,17 +429,21 @@ class TransferEngine {
     std::vector<TaskHandle<void>> serverCancels_;
 
     TaskScope scope_;  // Its end waits for every task, and the tasks use all of the above.
-    std::unique_ptr<PathMonitor> monitor_;  // Last: its thread starts tasks.
+    // Last: their threads start tasks.
+    std::unique_ptr<PathMonitor> monitor_;
+    std::unique_ptr<ClockWatch> clockWatch_;
 };
 
 template <class Change>
 void TransferEngine::setProgress(const UUID& id, Change change) {
     auto active = tasks_.find(id);
-    const TransferItem* item = this->item(id);
-    if (active == tasks_.end() || item == nullptr) return;
-    totals_.remove(item->entryID, shareOf(*item));
+    const std::optional<std::size_t> place = position(id);
+    if (active == tasks_.end() || !place) return;
+    const TransferItem& item = job_->items[*place];
+    totals_.remove(item.entryID, shareOf(item));
     change(active->second);
-    totals_.add(item->entryID, shareOf(*item));
+    totals_.add(item.entryID, shareOf(item));
+    if (observer != nullptr) observer->changed(*place);
 }
 
 template <class Change>
@@ -413,17 +452,13 @@ void TransferEngine::set(const UUID& id, Change change) {
     if (!place) return;
     TransferItem& item = job_->items[*place];
     auto active = tasks_.find(id);
-    bool hasTask = active != tasks_.end();
     const ItemState before = item.state;
     totals_.remove(item.entryID, shareOf(item));
     change(item);
-    if (hasTask) active->second.heldBytes = item.bytesDone();
+    if (active != tasks_.end()) active->second.heldBytes = item.bytesDone();
     totals_.add(item.entryID, shareOf(item));
-    if (item.state == ItemState::queued && !hasTask) {
-        waiting_.insert(*place);
-    } else {
-        waiting_.erase(*place);
-    }
+    sortIn(*place);
+    if (observer != nullptr) observer->changed(*place);
     const bool isSettled = item.state != ItemState::queued && !isInFlight(item.state);
     if (isSettled && item.state != before && onSettled) onSettled(item);
 }

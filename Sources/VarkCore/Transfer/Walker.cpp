@@ -11,6 +11,7 @@
 
 #include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Services/Volumes.h"
 
@@ -40,12 +41,6 @@ std::string sentence(Kind kind, const std::filesystem::path& path) {
     }
 }
 
-/// Absolute, without dots and without a "/" at its end, which would lead through a link.
-std::filesystem::path standardised(const std::filesystem::path& path) {
-    const std::filesystem::path normal = std::filesystem::absolute(path).lexically_normal();
-    return normal.has_filename() ? normal : normal.parent_path();
-}
-
 /// A folder on the way down from the root, by what the file system calls it.
 struct Ancestor {
     dev_t device;
@@ -67,7 +62,7 @@ class FolderWalk {
                const std::stop_token& stop)
         : root_(root),
           prefix_(rootName.empty() ? "" : std::string(rootName) + "/"),
-          options_(options),
+          options_(std::move(options)),
           stop_(stop) {}
 
     void run(Walker::Result& result) {
@@ -148,6 +143,7 @@ class FolderWalk {
 
     void visit(int directory, const std::string& folder, const dirent& entry) {
         const std::string_view name(entry.d_name);
+        if (isExcluded(directory, folder, entry)) return passOver(folder, name, Passed::excluded);
         if (Walker::isIgnored(name)) return passOver(folder, name, Passed::ignored);
         if (isHidden(name) && !options_.hidden) return passOver(folder, name, Passed::hidden);
         if (!isUTF8(name)) return passOver(folder, name, Passed::nameIsNotText);
@@ -170,6 +166,21 @@ class FolderWalk {
         if (S_ISDIR(values.st_mode)) return addFolder(folder, name);
         if (!S_ISREG(values.st_mode)) return passOver(folder, name, Passed::special);
         found_.push_back({relativePath(folder, name), values.st_size, stampOf(values).mtime});
+    }
+
+    bool isExcluded(int directory, const std::string& folder, const dirent& entry) const {
+        if (options_.filter.isEmpty()) return false;
+        const std::string path = folder + entry.d_name;
+        return isFolder(directory, entry) ? options_.filter.leavesOutFolder(path)
+                                          : options_.filter.leavesOutFile(path);
+    }
+
+    bool isFolder(int directory, const dirent& entry) const {
+        const bool mayBe = entry.d_type == DT_UNKNOWN || (entry.d_type == DT_LNK && options_.followLinks);
+        if (!mayBe) return entry.d_type == DT_DIR;
+        struct stat values{};
+        const int flags = options_.followLinks ? 0 : AT_SYMLINK_NOFOLLOW;
+        return fstatat(directory, entry.d_name, &values, flags) == 0 && S_ISDIR(values.st_mode);
     }
 
     void addFolder(const std::string& folder, std::string_view name) {
@@ -263,11 +274,15 @@ Walker::Result Walker::walk(const std::filesystem::path& path, const Volumes& vo
     Result result;
     result.volumeName = volumeName(root, volumes);
     result.isFolder = S_ISDIR(values.st_mode);
+    if (!result.isFolder && options.filter.leavesOutFile(name)) {
+        result.passedOver.push_back({name, PassedOver::Kind::excluded});
+        return result;
+    }
     if (!result.isFolder) {
         result.files.push_back({name, values.st_size, stampOf(values).mtime});
         return result;
     }
-    FolderWalk(root, name, options, stop).run(result);
+    FolderWalk(root, name, std::move(options), stop).run(result);
     sortNaturally(result.files);
     return result;
 }

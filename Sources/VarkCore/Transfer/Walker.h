@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "VarkCore/Transfer/PathFilter.h"
+
 namespace vark {
 
 class Volumes;
@@ -41,7 +43,9 @@ struct Walker {
             /// A folder that could not be listed, or not to its end.
             unreadable,
             /// Its name is not UTF-8 text. Of such a folder the contents are not looked at.
-            nameIsNotText
+            nameIsNotText,
+            /// The person did not want it. Of such a folder the contents are not looked at.
+            excluded
         };
 
         /// As in `Found`; bytes that are no text stand escaped.
@@ -68,6 +72,8 @@ struct Walker {
         /// What a link leads to is sent in its place; a link that leads nowhere, or into a folder that it
         /// lies in, is still passed over.
         bool followLinks = false;
+        /// Of what is walked, below it; of a file that is walked by itself, its name.
+        PathFilter filter{};
 
         bool operator==(const Options&) const = default;
     };

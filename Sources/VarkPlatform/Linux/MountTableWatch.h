@@ -7,8 +7,9 @@
 
 namespace vark {
 
-/// Rings when the kernel's table of mounts changes. Made and ended on any thread. Fails with `FileError` when
-/// the table cannot be watched: a card that is pulled out must not go unseen.
+/// Rings when the kernel's table of mounts changes, and once more when that has settled. Made and ended on
+/// any thread. Fails with `FileError` when the table cannot be watched: a card that is pulled out must not go
+/// unseen.
 class MountTableWatch final : public VolumeWatch {
   public:
     MountTableWatch(const std::filesystem::path& table, std::function<void()> changed);

@@ -23,8 +23,10 @@ using SteadyClock = std::chrono::steady_clock;
 
 /// A name of the local net is found at once. One that is not is no reason to keep the news back.
 constexpr std::chrono::seconds longestKeptBack{1};
-/// A name that was not found may be found later, and no route changes when it is.
-constexpr std::chrono::seconds betweenLookUps{5};
+/// A name that was not found may be found later, and no route changes when it is. Each look-up in vain makes
+/// the next one wait twice as long.
+constexpr std::chrono::seconds firstWaitForAName{5};
+constexpr std::chrono::seconds longestWaitForAName{60};
 /// The kernel tells of a route that goes just before it goes: the look that follows the bell may come too
 /// early, and no second bell rings.
 constexpr std::chrono::milliseconds untilAChangeHasSettled{200};
@@ -109,6 +111,7 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
     bool isToBeLookedUp = host_ && !numeric;
     std::optional<LookUp> lookUp;
     SteadyClock::time_point nextLookUp;
+    std::chrono::seconds waitForAName = firstWaitForAName;
     SteadyClock::time_point keptBackUntil;
     SteadyClock::time_point settledAt;
     std::optional<bool> told;
@@ -139,13 +142,15 @@ void NetlinkPathMonitor::watch(const std::function<void(bool usable)>& changed) 
             settledAt = SteadyClock::now() + untilAChangeHasSettled;
             isToBeLookedUp = host_ && !numeric;
             nextLookUp = SteadyClock::now();
+            waitForAName = firstWaitForAName;
         }
         if (sources[2].revents != 0) {
             addresses = lookUp->take();
             lookUp.reset();
             if (addresses.empty() && !isToBeLookedUp) {
                 isToBeLookedUp = true;
-                nextLookUp = SteadyClock::now() + betweenLookUps;
+                nextLookUp = SteadyClock::now() + waitForAName;
+                waitForAName = std::min(waitForAName * 2, longestWaitForAName);
             }
         }
     }

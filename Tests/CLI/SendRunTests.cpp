@@ -1,0 +1,413 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Tests/CLI/SendRunTest.h"
+#include "VarkCore/Activity/SharedActivity.h"
+#include "VarkCore/Connection/SharedLevel.h"
+
+namespace vark::cli {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
+    struct Case {
+        const char* name;
+        std::function<void(SendRunTest&, SendRun::Settings&)> arrange;
+        ExitCode code;
+        const char* said;
+    };
+    const Case cases[] = {
+        {"all landed", [](auto&, auto&) {}, ExitCode::allLanded, ""},
+        {"one failed",
+         [](auto& test, auto&) { test.vark.failures["begin"] = {VarkAPIError::server(403, "No room.")}; },
+         ExitCode::somethingFailed, "vark retry"},
+        {"a path is not there",
+         [](auto&, auto& settings) { settings.add.named.push_back(QueueRequest::Named::of("/no/such")); },
+         ExitCode::somethingFailed, "/no/such"},
+        {"a name is no text",
+         [](auto& test, auto& settings) {
+             test.world.home.file(
+                 "in/b\xFF"
+                 "d");
+             test.world.home.file("in/.hidden");
+             settings.add.named = {QueueRequest::Named::of((test.world.home / "in").string())};
+         },
+         ExitCode::somethingFailed, "Left out: 1 hidden. Send them too with --hidden."},
+        {"a decision waits", [](auto& test, auto&) { test.vark.files["a.mov"] = "other"; },
+         ExitCode::decisionWaits, "vark resolve"},
+        {"a conflict is overwritten",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.replaceConflicts = true;
+         },
+         ExitCode::allLanded, ""},
+        {"a conflict is left",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.replaceConflicts = false;
+         },
+         ExitCode::allLanded, ""},
+        {"signed out for good",
+         [](auto& test, auto&) {
+             test.vark.lasting.insert({"begin", VarkAPIError::unauthorized("Device revoked.")});
+             for (int n = 0; n < 3; ++n)
+                 test.world.platform.vark->refusals.push_back(VarkAPIError::unauthorized("Device revoked."));
+         },
+         ExitCode::notConnected, "vark connect"},
+        {"a piece is refused for good, though the token is taken",
+         [](auto& test, auto&) {
+             test.vark.lasting.insert({"chunk", VarkAPIError::unauthorized("Not here.")});
+         },
+         ExitCode::notConnected, "still refuses what is sent: Not here. Ask"},
+        {"the time is up",
+         [](auto& test, auto& settings) {
+             test.vark.lasting.insert({"begin", VarkAPIError::transport("No network.")});
+             settings.timeout = std::chrono::minutes(2);
+         },
+         ExitCode::somethingFailed, "within 2 min, so this run ends. The queue is saved."},
+        {"paused, and nobody is here",
+         [](auto& test, auto& settings) {
+             test.begin(settings).press('p');
+             test.sending->interrupt();
+             test.runOn();
+             settings.somebodyIsThere = false;
+         },
+         ExitCode::notConnected, "vark resume"},
+        {"disconnected",
+         [](auto& test, auto&) { test.vark.lasting.insert({"begin", VarkAPIError::notConnected()}); },
+         ExitCode::notConnected, "vark connect"},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.name);
+        vark.files.clear();
+        vark.uploads.clear();
+        vark.failures.clear();
+        vark.lasting.clear();
+        world.platform.vark->refusals.clear();
+        world.advice.str("");
+        world.results.str("");
+        world.surroundings.store().save(nullptr);
+        SendRun::Settings settings = adding({a, b});
+        one.arrange(*this, settings);
+        EXPECT_EQ(run(settings), one.code);
+        EXPECT_THAT(said(), HasSubstr(one.said));
+        EXPECT_THAT(said(), Not(HasSubstr(".. ")));
+        if (settings.replaceConflicts) EXPECT_THAT(printed(), Not(HasSubstr("Waits")));
+        EXPECT_TRUE(saved());
+    }
+}
+
+TEST_F(SendRunTest, WhatHappensIsPrintedLineByLine) {
+    vark.files["in/b.mov"] = "other";
+    EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::decisionWaits);
+    EXPECT_EQ(printed(),
+              "Waits for a decision, since a different file is in the vark: in/b.mov\n"
+              "Landed: in/a.mov (250 bytes)\n"
+              "1 file landed and checked, 250 bytes · 1 waits for a decision\n");
+    EXPECT_EQ(
+        said(),
+        "Waiting for a decision, since a different file is in the vark:\n"
+        "  in/b.mov\n"
+        "Decide with: vark resolve --replace [FILE...] or vark resolve --skip [FILE...], then vark send\n");
+}
+
+TEST_F(SendRunTest, WithoutAPathItCarriesOnWithWhatIsSaved) {
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_THAT(said(), HasSubstr("There is no saved queue"));
+
+    begin(adding({a, b})).interrupt();
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_THAT(said(), HasSubstr("Carry on with: vark send"));
+    EXPECT_THAT(world.surroundings.log().tail(2), HasSubstr("The run ended: Stopped."));
+    ASSERT_EQ(saved()->items.size(), 2u);
+    EXPECT_EQ(saved()->items[0].state, ItemState::queued);
+
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_EQ(vark.files.size(), 2u);
+
+    world.results.str("");
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+    EXPECT_EQ(printed(), "Nothing was left to do.\n");
+}
+
+TEST_F(SendRunTest, AnswersForWhatItWasToSendAndForWhatItFoundUnfinished) {
+    vark.failures["begin"] = {VarkAPIError::server(403, "No room.")};
+    EXPECT_EQ(run(adding({a})), ExitCode::somethingFailed);
+    // What failed before is another command's.
+    EXPECT_EQ(run(adding({b})), ExitCode::allLanded);
+    EXPECT_EQ(run({}), ExitCode::somethingFailed);
+}
+
+TEST_F(SendRunTest, DoesNotEndWhileAWalkIsUnderWay) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    WalkGate gate(world.platform.mounted);
+    const UUID id = leaveRequest(toAdd({b}));
+    ASSERT_TRUE(passTimeBeside([&] { return gate.isReached() && vark.files.contains("a.mov"); }));
+    const Instant landed = world.clock.now();
+    ASSERT_TRUE(passTimeBeside([&] { return world.clock.now() - landed > std::chrono::minutes(1); }));
+    EXPECT_FALSE(sending->ended());
+    gate.open();
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("b.mov"));
+    EXPECT_THAT(folder.takeAnswer(id).value_or(QueueAnswer()).results, Contains(Said("Added 1 file")));
+}
+
+TEST_F(SendRunTest, BrokenOffInAWalkSaysWhatWasNotAdded) {
+    WalkGate gate(world.platform.mounted);
+    sending.emplace(world.surroundings, connection, nullptr, adding({a}), display);
+    ASSERT_TRUE(passTimeBeside([&] { return gate.isReached(); }));
+    const UUID another = leaveRequest(toAdd({b}));
+    ASSERT_TRUE(passTimeBeside([&] { return !folder.isWaiting(another); }));
+    sending->interrupt();
+    gate.open();
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_EQ(said(), "Not added, since it was still being looked through: " + a.string() +
+                          ". Send it again.\nStopped.\n");
+    // Whoever asked meanwhile sees the end of this run, and does it himself.
+    EXPECT_FALSE(folder.takeAnswer(another));
+    EXPECT_TRUE(vark.files.empty());
+}
+
+TEST_F(SendRunTest, AQueueThatCannotBeSavedIsNotSaidToBe) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a, b}));
+    const std::filesystem::path queue = world.surroundings.store().url();
+    std::filesystem::remove(queue);
+    world.home.file((queue / "in the way").lexically_relative(world.home.path()).string());
+    const QueueAnswer answer = ask(QueueRequest::Command::pause);
+    EXPECT_EQ(answer.outcome, Outcome::failed);
+    EXPECT_THAT(answer.problems, Contains(Telling(queue.string())));
+    world.passTime([] { return false; }, std::chrono::seconds(5));
+    EXPECT_THAT(said(), HasSubstr(queue.string()));
+    sending->interrupt();
+    EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), Not(HasSubstr("The queue is saved")));
+}
+
+TEST_F(SendRunTest, WhatIsTakenOutByAnotherRunHasNotLanded) {
+    for (const QueueRequest::Command command :
+         {QueueRequest::Command::clear, QueueRequest::Command::remove}) {
+        SCOPED_TRACE(static_cast<int>(command));
+        vark.calls.clear();
+        vark.chunkTime = std::chrono::seconds(20);
+        begin(adding({a, b}));
+        QueueRequest request;
+        request.command = command;
+        if (command == QueueRequest::Command::remove) request.named = {QueueRequest::Named::of(a.string())};
+        EXPECT_EQ(ask(request).outcome, Outcome::done);
+        EXPECT_EQ(vark.count("cancel"), command == QueueRequest::Command::clear ? 2 : 1);
+        EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+        world.surroundings.store().save(nullptr);
+    }
+    EXPECT_THAT(said(), HasSubstr("The queue was cleared, and 2 files of it had not landed."));
+    EXPECT_THAT(said(), HasSubstr("1 file was taken out of the queue before landing."));
+}
+
+TEST_F(SendRunTest, WhatTheDeviceMayDoIsLearnedEveryNineMinutesWhileBytesGo) {
+    vark.chunkTime = std::chrono::minutes(30);
+    begin(adding({a}));
+    for (const std::int64_t level : {1, 2, 3}) {
+        world.platform.vark->who.level = level;
+        world.passTime([] { return false; }, std::chrono::seconds(9 * 60 + 5));
+        EXPECT_EQ(SharedLevelStore::read(world.surroundings.sharedFolder())->level, level);
+    }
+    sending->interrupt();
+    runOn();
+}
+
+TEST_F(SendRunTest, AVarkThatCannotBeReachedIsToldOfOnce) {
+    vark.failures["begin"].assign(4, VarkAPIError::transport("Could not reach the vark."));
+    begin(adding({a}));
+    EXPECT_TRUE(world.passTime([&] { return said().contains("cannot be reached since"); }));
+    EXPECT_TRUE(ask(QueueRequest::Command::show).queue->outage);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(std::ranges::count(said(), '\n'), 1) << said();
+}
+
+TEST_F(SendRunTest, OnlyWhatWasSentIsToldInTheListOfActivity) {
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(run(adding({world.home / "in"})), ExitCode::allLanded);
+        const std::vector<ActivityEntry> lines = SharedActivity::read(world.surroundings.sharedFolder());
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_EQ(lines[0].text, "Sent 2 files");
+        EXPECT_EQ(lines[0].count, 2) << "what was already in the vark was not sent";
+        world.surroundings.store().save(nullptr);
+    }
+}
+
+TEST_F(SendRunTest, ARefusedTokenIsTriedAfterTwoEightAndThirtySeconds) {
+    vark.failures["begin"] = {VarkAPIError::unauthorized()};
+    world.platform.vark->refusals = {VarkAPIError::unauthorized(), VarkAPIError::transport("No network.")};
+    Instant began = world.clock.now();
+    EXPECT_EQ(run(adding({a})), ExitCode::allLanded);
+    EXPECT_GE(world.clock.now() - began, std::chrono::seconds(40));
+    EXPECT_LT(world.clock.now() - began, std::chrono::seconds(42));
+    EXPECT_THAT(said(), HasSubstr("accepts the token again"));
+}
+
+TEST_F(SendRunTest, AQueueThatTheVarkPausedGoesOnAtTheNextRunWhenTheTokenIsGood) {
+    vark.lasting.insert({"begin", VarkAPIError::unauthorized()});
+    world.platform.vark->refusals.assign(3, VarkAPIError::unauthorized());
+    EXPECT_EQ(run(adding({a})), ExitCode::notConnected);
+    EXPECT_TRUE(saved()->isPaused);
+    world.platform.vark->refusals.assign(1, VarkAPIError::unauthorized());
+    EXPECT_EQ(run({}), ExitCode::notConnected);
+    vark.lasting.clear();
+    EXPECT_EQ(run({}), ExitCode::allLanded);
+}
+
+TEST_F(SendRunTest, AQueueThatAPersonPausedStaysPausedUntilTheyResumeIt) {
+    begin(adding({a})).press('p');
+    sending->press('q');
+    EXPECT_EQ(runOn(), ExitCode::interrupted);
+    EXPECT_TRUE(saved()->isPaused);
+
+    begin({});
+    EXPECT_THAT(said(), HasSubstr("vark resume"));
+    EXPECT_FALSE(world.passTime([&] { return sending->ended().has_value(); }, std::chrono::minutes(1)));
+    sending->press('p');
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
+TEST_F(SendRunTest, TheWholeQueueGoesToOnePlace) {
+    SendRun::Settings settings = adding({a});
+    settings.add.destination = "Jobs";
+    begin(settings).interrupt();
+    runOn();
+
+    settings = adding({b});
+    settings.add.destination = "Elsewhere";
+    EXPECT_EQ(run(settings), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("The queue goes to Jobs"));
+    EXPECT_EQ(saved()->entries.size(), 1u);
+    EXPECT_TRUE(vark.files.empty());
+
+    // To say nothing is to ask for the top.
+    EXPECT_EQ(run(adding({b})), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("the top of the vark"));
+    settings.add.destination = "Jobs";
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("Jobs/b.mov"));
+
+    // A queue that has finished makes room for the next.
+    settings = adding({b});
+    settings.add.destination = "Elsewhere";
+    EXPECT_EQ(run(settings), ExitCode::allLanded);
+    EXPECT_TRUE(vark.files.contains("Elsewhere/b.mov"));
+    EXPECT_EQ(saved()->entries.size(), 1u);
+}
+
+TEST_F(SendRunTest, AQueueForAnotherClientIsNotSentToThisOne) {
+    begin(adding({a})).interrupt();
+    runOn();
+    connection.clientName = "Beta";
+    EXPECT_EQ(run(adding({b})), ExitCode::usage);
+    EXPECT_EQ(run({}), ExitCode::usage);
+    EXPECT_THAT(said(), HasSubstr("is for Acme"));
+    EXPECT_TRUE(vark.files.empty());
+}
+
+TEST_F(SendRunTest, OtherRunsAskWhileItSends) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    EXPECT_EQ(ask(QueueRequest::Command::pause).results.at(0), Said("Paused.", {{Next::Step::resume}}));
+    EXPECT_TRUE(saved()->isPaused);
+
+    QueueRequest add;
+    add.command = QueueRequest::Command::add;
+    add.named = {QueueRequest::Named::of(b.string()), QueueRequest::Named::of(a.string()), {"x", "/no/such"}};
+    QueueAnswer answer = ask(add);
+    EXPECT_EQ(answer.outcome, Outcome::failed);
+    EXPECT_THAT(answer.results, Contains(Said("Added 1 file")));
+    EXPECT_EQ(answer.entries.size(), 2u);
+    EXPECT_THAT(answer.problems, Contains(Telling("/no/such")));
+    // What is said to be in the queue is on the disk.
+    EXPECT_EQ(saved()->entries.size(), 2u);
+
+    QueueAnswer shown = ask(QueueRequest::Command::show);
+    ASSERT_TRUE(shown.queue);
+    EXPECT_TRUE(shown.queue->paused);
+    EXPECT_EQ(shown.queue->entries.size(), 2u);
+
+    QueueRequest remove;
+    remove.command = QueueRequest::Command::remove;
+    remove.named = {{"1", "/elsewhere/1"}, {"b.mov", "/elsewhere/b.mov"}, {"9", "/elsewhere/9"}};
+    answer = ask(remove);
+    EXPECT_EQ(answer.results.size(), 2u);
+    EXPECT_EQ(answer.problems.size(), 1u);
+    EXPECT_EQ(saved()->entries.size(), 0u);
+    EXPECT_EQ(vark.count("cancel"), 1);
+    EXPECT_EQ(runOn(), ExitCode::somethingFailed);
+}
+
+TEST_F(SendRunTest, ARequestThatMakesNoSenseIsAnsweredInWords) {
+    vark.chunkTime = std::chrono::seconds(20);
+    begin(adding({a}));
+    const UUID id = UUID::random();
+    const std::filesystem::path requests = world.surroundings.locations().requests();
+    std::filesystem::create_directories(requests);
+    std::ofstream(requests / (id.text() + ".json")) << "{\"command\":";
+    world.platform.watches.ring(requests);
+    std::optional<QueueAnswer> answer;
+    EXPECT_TRUE(world.passTime([&] { return (answer = RequestFolder(requests).takeAnswer(id)).has_value(); },
+                               std::chrono::seconds(2)));
+    EXPECT_EQ(answer->outcome, Outcome::failed);
+    EXPECT_THAT(answer->problems.at(0), Telling("did not understand"));
+    sending->interrupt();
+    runOn();
+}
+
+TEST_F(SendRunTest, ASavedQueueThatCannotBeReadIsNeverLost) {
+    const std::filesystem::path queue = world.surroundings.store().url();
+    std::filesystem::create_directories(queue.parent_path());
+    std::ofstream(queue) << "{damaged";
+    EXPECT_EQ(run({}), ExitCode::somethingFailed);
+    EXPECT_THAT(said(), HasSubstr("cannot be read"));
+    EXPECT_EQ(readWholeFile(queue), "{damaged");
+
+    EXPECT_EQ(run(adding({a})), ExitCode::allLanded);
+    EXPECT_EQ(readWholeFile(world.surroundings.locations().damagedQueue()), "{damaged");
+    EXPECT_EQ(saved()->items.size(), 1u);
+}
+
+TEST_F(SendRunTest, OutsideOfficeHoursNothingIsTimedButTheirEnd) {
+    SendRun::Settings settings = adding({b});
+    // Every minute of every day is between these two, but for weekends.
+    settings.pace.hours = WorkingHours{0, 24 * 60};
+    WallClock wednesday = [] { return *dateFromISO8601("2026-02-04T12:00:00Z"); };
+    CommandSurroundings atWork(world.platform, world.console, world.executor, world.clock, wednesday);
+    SendRun waiting(atWork, connection, nullptr, settings, display);
+    EXPECT_FALSE(world.passTime([&] { return waiting.ended().has_value(); }, std::chrono::minutes(1)));
+    EXPECT_THAT(printed(), HasSubstr("outside office hours only"));
+    EXPECT_GE(*world.clock.nextDeadline() - world.clock.now(), std::chrono::hours(1));
+    waiting.interrupt();
+}
+
+TEST_F(SendRunTest, SleepsWhileNothingMoves) {
+    begin(adding({a})).press('p');
+    world.passTime([] { return false; }, std::chrono::seconds(20));
+    EXPECT_EQ(world.clock.nextDeadline(), std::nullopt);
+    EXPECT_THAT(printed(), HasSubstr("Paused\n"));
+    EXPECT_EQ(ask(QueueRequest::Command::resume).outcome, Outcome::done);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+}
+
+TEST_F(SendRunTest, ProgramsGetOneObjectForEachThingThatHappens) {
+    JSONDisplay json(world.console, [] { return *dateFromISO8601("2026-02-03T04:05:06Z"); });
+    sending.emplace(world.surroundings, connection, nullptr, adding({a}), json);
+    EXPECT_EQ(runOn(), ExitCode::allLanded);
+    EXPECT_EQ(printed(),
+              "{\"event\":\"landed\",\"at\":\"2026-02-03T04:05:06Z\",\"path\":\"a.mov\",\"localPath\":\"" +
+                  a.string() +
+                  "\",\"size\":250,\"alreadyThere\":false,\"nodes\":[],\"internet\":false}\n"
+                  "{\"event\":\"finished\",\"at\":\"2026-02-03T04:05:06Z\",\"verified\":1,\"failed\":0,"
+                  "\"skipped\":0,"
+                  "\"conflicts\":0,\"changed\":0,\"takenAway\":0,\"bytesVerified\":250,\"exitCode\":0}\n");
+}
+
+}  // namespace
+}  // namespace vark::cli

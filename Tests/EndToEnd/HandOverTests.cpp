@@ -1,0 +1,165 @@
+// Who has the queue: each way in which one process takes it on for another, with real processes that are
+// killed.
+
+#include "Tests/EndToEnd/EndToEndTest.h"
+#include "VarkCore/Foundation/Files.h"
+
+namespace vark::test {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+
+/// Beside `vark run`, or a `vark send` of a file that takes long.
+class HandOver : public EndToEndTest {
+  protected:
+    enum class Holder { run, terminal };
+
+    Process hold(Holder holder) {
+        if (holder == Holder::terminal) {
+            Process sending = startSend(file("Large.mov", 32 * chunkSize), {"--rate", "1MB"});
+            EXPECT_TRUE(untilAnswered("PUT", "/u/", 200));
+            return sending;
+        }
+        Process running = vark.start({"run"});
+        EXPECT_TRUE(until(running, "Sending to"));
+        return running;
+    }
+    /// Waits until the process has said so.
+    bool until(Process& process, std::string_view words) {
+        FileWatch watch(vark.runsFolder());
+        return watch.until([&] { return (process.output() + process.errors()).contains(words); }, 30s,
+                           process.descriptor());
+    }
+    bool isHeld(const SampleFile& file) const {
+        return std::ranges::any_of(box.files(),
+                                   [&](const HeldFile& held) { return held.path == file.relativePath; });
+    }
+    /// How often its threads have gone to sleep by themselves.
+    static std::int64_t switchesOf(const Process& process) {
+        std::int64_t switches = 0;
+        const std::filesystem::path tasks = "/proc/" + std::to_string(process.pid()) + "/task";
+        for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+            const std::string status = readWholeFile(task.path() / "status");
+            const std::string_view key = "\nvoluntary_ctxt_switches:";
+            switches += std::stoll(status.substr(status.find(key) + key.size()));
+        }
+        return switches;
+    }
+};
+
+TEST_F(HandOver, WhoeverHasTheQueueTakesOnWhatIsSentAndItIsFollowedToItsEnd) {
+    for (const Holder holder : {Holder::run, Holder::terminal}) {
+        SCOPED_TRACE(holder == Holder::run ? "vark run" : "a terminal");
+        Process holding = hold(holder);
+        const SampleFile small = file(holder == Holder::run ? "A.mov" : "B.mov", 2 * chunkSize);
+        const Finished following = send(small);
+        expectHeld(small);
+        expectExit(following, 0);
+        EXPECT_THAT(following.output, HasSubstr("1 file landed and checked"));
+
+        const SampleFile refused = file("R" + small.relativePath, 1000);
+        const Finished paced = send(refused, {"--rate", "1MB"});
+        expectExit(paced, 2);
+        EXPECT_THAT(paced.errors, HasSubstr("Vark is running and sends at its own pace. Leave out --rate, or "
+                                            "set it there."));
+        EXPECT_FALSE(isHeld(refused));
+
+        const Finished left = send(refused, {"--hand-over"});
+        expectExit(left, 5);
+        EXPECT_THAT(left.errors, HasSubstr("Handed over, not landed yet."));
+
+        const Finished whole = vark.run({"send"});
+        expectExit(whole, 0);
+        expectHeld(refused);
+        expectExit(vark.run({"pause"}), 0);
+        expectExit(vark.run({"resume"}), 0);
+        if (holder == Holder::run) {
+            holding.signal(SIGTERM);
+            EXPECT_EQ(holding.wait(), exitCode(0)) << holding.errors();
+        } else {
+            EXPECT_EQ(holding.wait(), exitCode(0)) << holding.errors();
+        }
+        expectExit(vark.run({"clear"}), 0);
+    }
+}
+
+TEST_F(HandOver, AFollowerHasTheQueueWithinASecondOfTheHoldersEnd) {
+    for (const Holder holder : {Holder::run, Holder::terminal}) {
+        SCOPED_TRACE(holder == Holder::run ? "vark run" : "a terminal");
+        Process holding = hold(holder);
+        fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+        const SampleFile followed = file(holder == Holder::run ? "A.mov" : "B.mov", 8 * chunkSize);
+        Process following = startSend(followed);
+        ASSERT_TRUE(untilDiary("Added " + followed.relativePath, following));
+        ASSERT_TRUE(until(following, "followed to its end here"));
+        holding.kill();
+        const auto killed = std::chrono::steady_clock::now();
+        ASSERT_TRUE(until(following, "Carrying on here."));
+        EXPECT_LT(std::chrono::steady_clock::now() - killed, 1s);
+        EXPECT_EQ(following.wait(), exitCode(0)) << following.output() << following.errors();
+        expectHeld(followed);
+    }
+}
+
+TEST_F(HandOver, AFollowerThatEndsTakesNothingWithIt) {
+    Process running = hold(Holder::run);
+    const SampleFile killed = file("Killed.mov", 8 * chunkSize);
+    const SampleFile stopped = file("Stopped.mov", 8 * chunkSize);
+    fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+    Process first = startSend(killed);
+    Process second = startSend(stopped);
+    ASSERT_TRUE(until(first, "followed to its end here"));
+    ASSERT_TRUE(until(second, "followed to its end here"));
+    first.kill();
+    second.signal(SIGINT);
+    EXPECT_EQ(second.wait(), exitCode(130));
+    EXPECT_THAT(second.errors(), HasSubstr("Vark goes on sending."));
+    expectExit(vark.run({"send"}), 0);
+    expectHeld(killed);
+    expectHeld(stopped);
+    EXPECT_FALSE(running.hasEnded());
+}
+
+TEST_F(HandOver, WhatWasDecidedGoesAlong) {
+    Process running = hold(Holder::run);
+    const SampleFile contested = file("Take.mov", 1000);
+    box.put("Take.mov", "another");
+    expectExit(send(contested, {"--hand-over", "--on-conflict", "replace"}), 5);
+    expectExit(vark.run({"send"}), 0);
+    expectHeld(contested);
+}
+
+TEST_F(HandOver, WithoutAConnectionRequestsAreCarriedOutOnTheSavedQueueAndANewRecordIsTakenUp) {
+    const SampleFile take = file("Take.mov", 1000);
+    fault(R"({"kind": "status", "path": "/api/upload/begin", "status": 403})");
+    expectExit(send(take), 1);
+    expectExit(vark.run({"disconnect"}), 0);
+    Process running = vark.start({"run"});
+    ASSERT_TRUE(until(running, "Not connected to a vark."));
+    EXPECT_THAT(vark.run({"retry"}).output, HasSubstr("Trying 1 file again"));
+    box.control("DELETE", "/control/faults");
+    vark.connect(box);
+    expectExit(vark.run({"send"}), 0);
+    expectHeld(take);
+}
+
+TEST_F(HandOver, NothingWakesUpWhileNothingMoves) {
+    Process running = hold(Holder::run);
+    expectExit(send(file("Take.mov", 1000)), 0);
+    const auto switchesIn = [&](std::chrono::seconds time) {
+        // What has just ended is let go of.
+        std::this_thread::sleep_for(3s);
+        const std::int64_t before = switchesOf(running);
+        std::this_thread::sleep_for(time);
+        return switchesOf(running) - before;
+    };
+    EXPECT_EQ(switchesIn(3s), 0) << "settled";
+    fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+    expectExit(send(file("Other.mov", 16 * chunkSize), {"--hand-over"}), 5);
+    expectExit(vark.run({"pause"}), 0);
+    EXPECT_EQ(switchesIn(3s), 0) << "paused";
+}
+
+}  // namespace
+}  // namespace vark::test
