@@ -2,9 +2,7 @@
 
 #include "Hosts/CLI/Arguments.h"
 #include "Hosts/CLI/Display/DiaryLines.h"
-#include "Hosts/CLI/Display/Terminal.h"
 #include "Hosts/CLI/Display/TextWidth.h"
-#include "Tests/VarkPlatform/ChangedVariables.h"
 
 namespace vark::cli {
 namespace {
@@ -87,30 +85,6 @@ TEST(TextWidth, CountsColumnsAndClipsBetweenCharacters) {
     }
     EXPECT_EQ(clippedToWidth("abc", 0) + clippedInTheMiddle("abc", 0), "");
     EXPECT_EQ(paddedToWidth("日本", 6), "日本  ");
-}
-
-TEST(Terminal, SignsBeyondASCIIGoWhereTheLocaleHasThem) {
-    struct Case {
-        std::optional<std::string> all, characters, language;
-        bool isASCII;
-    };
-    const Case cases[] = {
-        {{}, {}, {}, true},
-        {{}, {}, "C", true},
-        {{}, {}, "de_DE@euro", true},
-        {{}, {}, "en_AU.UTF-8", false},
-        {{}, "C.utf8", "C", false},
-        {"", "", "en_AU.UTF-8", false},
-        {"C", "en_AU.UTF-8", "en_AU.UTF-8", true},
-    };
-    for (const Case& one : cases) {
-        const vark::test::ChangedVariables variables({{"LC_ALL", one.all},
-                                                      {"LC_CTYPE", one.characters},
-                                                      {"LANG", one.language},
-                                                      {"TERM", "xterm-256color"}});
-        EXPECT_EQ(Terminal::signs().between == Signs::ascii().between, one.isASCII)
-            << one.all.value_or("-") << one.characters.value_or("-") << one.language.value_or("-");
-    }
 }
 
 TEST(DiaryLines, TheTimeInFrontIsTakenApartInTheCalendarsZone) {

@@ -139,7 +139,6 @@ TEST(LiveArea, StaysWholeAndAloneHoweverTheTerminalChanges) {
     };
     const Case cases[] = {
         {"as it is", {{80, 24}, {80, 24}}},
-        {"wider and back", {{30, 24}, {120, 24}, {30, 24}}},
         {"narrower and back", {{120, 24}, {30, 24}, {120, 24}}},
         {"lower and back", {{80, 24}, {80, 6}, {80, 24}}},
         {"all at once", {{120, 40}, {40, 8}, {100, 30}}},

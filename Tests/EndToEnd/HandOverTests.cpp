@@ -88,7 +88,7 @@ TEST_F(HandOver, AFollowerHasTheQueueWithinASecondOfTheHoldersEnd) {
     for (const Holder holder : {Holder::run, Holder::terminal}) {
         SCOPED_TRACE(holder == Holder::run ? "vark run" : "a terminal");
         Process holding = hold(holder);
-        fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+        fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
         const SampleFile followed = file(holder == Holder::run ? "A.mov" : "B.mov", 8 * chunkSize);
         Process following = startSend(followed);
         ASSERT_TRUE(untilDiary("Added " + followed.relativePath, following));
@@ -106,7 +106,7 @@ TEST_F(HandOver, AFollowerThatEndsTakesNothingWithIt) {
     Process running = hold(Holder::run);
     const SampleFile killed = file("Killed.mov", 8 * chunkSize);
     const SampleFile stopped = file("Stopped.mov", 8 * chunkSize);
-    fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+    fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
     Process first = startSend(killed);
     Process second = startSend(stopped);
     ASSERT_TRUE(until(first, "followed to its end here"));
@@ -155,7 +155,7 @@ TEST_F(HandOver, NothingWakesUpWhileNothingMoves) {
         return switchesOf(running) - before;
     };
     EXPECT_EQ(switchesIn(3s), 0) << "settled";
-    fault(R"({"kind": "latency", "path": "/u/", "ms": 300})");
+    fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
     expectExit(send(file("Other.mov", 16 * chunkSize), {"--hand-over"}), 5);
     expectExit(vark.run({"pause"}), 0);
     EXPECT_EQ(switchesIn(3s), 0) << "paused";

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Hosts/CLI/Arguments.h"
+#include "Hosts/CLI/CommandSurroundings.h"
 #include "Hosts/CLI/Sending/SendRun.h"
 
 namespace vark::cli {
