@@ -34,11 +34,6 @@ class Locations {
     std::filesystem::path settings() const { return storageFolder() / "settings.json"; }
     std::filesystem::path settingsLock() const { return storageFolder() / ".settings.lock"; }
     std::filesystem::path damagedSettings() const { return storageFolder() / "settings.damaged.json"; }
-
-    /// What the person has set, the lock of whoever writes it, and what made no sense of it.
-    std::filesystem::path settings() const { return storageFolder() / "settings.json"; }
-    std::filesystem::path settingsLock() const { return storageFolder() / ".settings.lock"; }
-    std::filesystem::path damagedSettings() const { return storageFolder() / "settings.damaged.json"; }
     /// Bytes that came from standard input, until the vark has them.
     std::filesystem::path spool() const { return storageFolder() / "spool"; }
 
