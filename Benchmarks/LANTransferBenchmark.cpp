@@ -1,4 +1,5 @@
 // Sends and fetches files over a node as the application does, for Benchmarks/compare-lan-with-curl.
+#include <fcntl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -36,7 +37,9 @@ struct Node {
 /// Takes the place of whatever stands there.
 class BodyFile final : public BodySink {
   public:
-    explicit BodyFile(std::filesystem::path path) : path_(std::move(path)), file_(openEmptied(path_)) {}
+    explicit BodyFile(std::filesystem::path path)
+        : path_(std::move(path)),
+          file_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {}
     void take(const HTTPResponse&, std::string_view bytes) override { writeAll(file_, bytes, path_); }
 
   private:

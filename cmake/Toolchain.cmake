@@ -35,6 +35,12 @@ if(VARK_SANITIZE)
   target_link_options(VarkOptions INTERFACE -fsanitize=${VARK_SANITIZE})
 endif()
 
+option(VARK_COVERAGE "Let programs note which of their lines run" OFF)
+if(VARK_COVERAGE)
+  target_compile_options(VarkOptions INTERFACE -fprofile-instr-generate -fcoverage-mapping -O0 -g0)
+  target_link_options(VarkOptions INTERFACE -fprofile-instr-generate)
+endif()
+
 # vark_uses_bus(PROGRAM): a program that talks to a bus through libraries that no sanitizer has seen.
 function(vark_uses_bus name)
   if(VARK_SANITIZE MATCHES thread)

@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "Hosts/CLI/Names.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark::cli {
 

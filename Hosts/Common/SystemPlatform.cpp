@@ -6,7 +6,6 @@
 #include <array>
 
 #include "Hosts/Common/ProfileBundle.h"
-#include "VarkCore/API/SessionSettings.h"
 #include "VarkPlatform/Linux/AvahiBrowser.h"
 #include "VarkPlatform/Linux/CurlSession.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
@@ -33,21 +32,27 @@ std::optional<std::string> authorityOf(const VarkAddress& address) {
     return address.authority ? std::optional(address.authority->string()) : std::nullopt;
 }
 
-HTTPSessionSettings settingsFor(const VarkAddress& address, const std::string& via) {
-    return sessionSettings(via, authorityOf(address));
-}
-
 /// An API with what it stands on, in the order in which they end.
 struct Line {
     Line(const VarkAddress& address, const std::string& via, TokenProvider token, const APIHost& host)
-        : session(settingsFor(address, via)),
-          dialer(authorityOf(address)),
+        : dialer(authorityOf(address)),
           writers(static_cast<std::size_t>(host.mostChunksAtOnce)),
           nodes(dialer, nodeFiles),
-          api({session, host.lan, nodes, writers, host.executor, host.clock, systemDate, &host.ways},
+          api({.makeSession =
+                   [](const HTTPSessionSettings& settings) {
+                       return std::make_shared<CurlSession>(settings);
+                   },
+               .via = via,
+               .authorityFile = authorityOf(address),
+               .lan = host.lan,
+               .nodes = nodes,
+               .writers = writers,
+               .executor = host.executor,
+               .clock = host.clock,
+               .now = systemDate,
+               .ways = &host.ways},
               address.url, std::move(token)) {}
 
-    CurlSession session;
     TLSDialer dialer;
     BlockingPool writers;
     BlockingPool nodeFiles{filesOverNodesAtOnce};
@@ -132,7 +137,9 @@ std::unique_ptr<ServiceBrowser> SystemPlatform::makeServiceBrowser(Executor& exe
 }
 
 Task<bool> SystemPlatform::provesItself(VarkAddress address) {
-    CurlSession session(settingsFor(address, via_));
+    HTTPSessionSettings settings;
+    settings.authorityFile = authorityOf(address);
+    CurlSession session(std::move(settings));
     try {
         co_await session.data(HTTPRequest{.url = address.url, .headers = {}, .body = {}});
     } catch (const HTTPError& error) {

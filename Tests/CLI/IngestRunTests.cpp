@@ -90,6 +90,7 @@ TEST_F(IngestRunTest, IsNotOverWhileADecisionWaits) {
 TEST_F(IngestRunTest, AReportThatDoesNotGetThroughIsMadeBeforeAnythingElseIsSent) {
     begin(card());
     ASSERT_TRUE(world.passTime([&] { return server.announced == 1; }));
+    EXPECT_TRUE(saved() && saved()->ingest) << "killed now, the next run would announce it again";
     const VarkAPIError silence = VarkAPIError::transport("No network.");
     server.ingestFailures.assign(4, silence);
     EXPECT_EQ(runOn(), ExitCode::somethingFailed);

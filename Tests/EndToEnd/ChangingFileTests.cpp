@@ -23,52 +23,48 @@ class BetweenHashAndSending : public EndToEndTest {
 TEST_F(BetweenHashAndSending, OtherBytesAreNotedByTheVarkAndFailTheFile) {
     Process sending = startUpToTheFirstCall();
     writeSample(vark.home(), take.relativePath, take.size, 99);
-    EXPECT_EQ(sending.wait(), exitCode(1)) << sending.output() << vark.diary();
+    expectExit(sending.finish(), 1);
     EXPECT_THAT(vark.diary(), HasSubstr("Was the file changed while it was sent?"));
     EXPECT_TRUE(box.files().empty());
 }
 
 TEST_F(BetweenHashAndSending, AShorterFileIsHashedAgainAndLandsAsItIs) {
     Process sending = startUpToTheFirstCall();
-    fs::rename(pathOf(take), vark.home() / "kept");
+    fs::rename(pathOf(take), pathOf("kept"));
     vark.write(take.relativePath, "short");
-    EXPECT_EQ(sending.wait(), exitCode(0)) << sending.output() << vark.diary();
+    expectExit(sending.finish(), 0);
     EXPECT_THAT(box.files(), testing::ElementsAre(testing::Field(&HeldFile::size, 5)));
 }
 
 TEST_F(BetweenHashAndSending, AMissingFileFailsAtOnceAndLandsWhenItIsBack) {
     Process sending = startUpToTheFirstCall();
-    fs::rename(pathOf(take), vark.home() / "kept");
-    EXPECT_EQ(sending.wait(), exitCode(1)) << sending.output() << vark.diary();
+    fs::rename(pathOf(take), pathOf("kept"));
+    expectExit(sending.finish(), 1);
     EXPECT_THAT(vark.diary(), HasSubstr("Failed: Take.mov: The file is no longer where it was."));
-    fs::rename(vark.home() / "kept", pathOf(take));
+    fs::rename(pathOf("kept"), pathOf(take));
     vark.run({"retry"});
-    EXPECT_EQ(vark.run({"send"}).exit, exitCode(0)) << vark.diary();
+    expectExit(vark.run({"send"}), 0);
     expectHeld(take);
 }
 
 class BeforeHashing : public EndToEndTest {};
 
 TEST_F(BeforeHashing, AFileThatIsGoneFailsAndTheOthersLand) {
-    std::vector<SampleFile> files;
-    for (int i = 0; i < 6; ++i)
-        files.push_back(file("Shoot/Take " + std::to_string(i), 1000));
+    std::vector<SampleFile> files = shoot(6);
     // Four files are taken up and the vark refuses them: the fifth and the sixth have no hash yet.
     box.control("POST", "/control/sign-out");
-    Process sending = vark.start({"send", (vark.home() / "Shoot").string()});
-    ASSERT_TRUE(untilDiary("the queue is paused while that is checked", sending));
+    Process sending = vark.start({"send", pathOf("Shoot")});
+    ASSERT_TRUE(vark.untilDiary("the queue is paused while that is checked", sending));
     sending.signal(SIGINT);
-    ASSERT_EQ(sending.wait(), exitCode(130)) << sending.errors();
-    ASSERT_FALSE(vark.savedItem("Shoot/Take 5")->contains("sha256"));
+    expectExit(sending.finish(), 130);
 
-    fs::remove(pathOf(files[5]));
+    fs::remove(pathOf(files.back()));
+    files.pop_back();
     box.control("POST", "/control/sign-in");
-    Finished sent = vark.run({"send"});
+    const Finished sent = vark.run({"send"});
     expectExit(sent, 1);
     EXPECT_THAT(sent.output + sent.errors, HasSubstr("The file is no longer where it was."));
-    files.pop_back();
-    for (const SampleFile& file : files)
-        expectHeld(file);
+    expectHeld(files);
 }
 
 }  // namespace

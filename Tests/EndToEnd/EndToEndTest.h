@@ -3,11 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/json/parse.hpp>
-#include <string>
-#include <vector>
 
-#include "Tests/Support/RealBox.h"
 #include "Tests/Support/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
 
@@ -18,7 +16,8 @@ class EndToEndTest : public testing::Test {
   protected:
     static constexpr std::int64_t chunkSize = 256 << 10;
 
-    explicit EndToEndTest(RealBox::Options options = {.chunkSize = chunkSize}) : box(options) {}
+    explicit EndToEndTest(std::vector<std::string> boxArguments = {})
+        : box({.chunkSize = chunkSize, .arguments = std::move(boxArguments)}) {}
 
     void SetUp() override { vark.connect(box); }
 
@@ -26,42 +25,49 @@ class EndToEndTest : public testing::Test {
     SampleFile file(const std::string& name, std::int64_t size) {
         return writeSample(vark.home(), name, size, ++seed_);
     }
-    std::string pathOf(const SampleFile& file) const { return (vark.home() / file.relativePath).string(); }
+    /// As many small files in a folder there.
+    std::vector<SampleFile> shoot(int count) {
+        std::vector<SampleFile> files;
+        for (int number = 0; number < count; ++number)
+            files.push_back(file("Shoot/Take " + std::to_string(number), 100 + number));
+        return files;
+    }
+    std::string pathOf(const std::string& name) const { return vark.home() / name; }
+    std::string pathOf(const SampleFile& file) const { return pathOf(file.relativePath); }
     Process startSend(const SampleFile& file, std::vector<std::string> options = {}) {
         options.insert(options.begin(), {"send", pathOf(file)});
         return vark.start(std::move(options));
     }
     Finished send(const SampleFile& file, std::vector<std::string> options = {}) {
-        options.insert(options.begin(), {"send", pathOf(file)});
-        return vark.run(std::move(options));
+        return startSend(file, std::move(options)).finish();
     }
     void fault(std::string_view json) const { box.fault(boost::json::parse(json).as_object()); }
 
-    /// Waits until one request of this kind was answered so.
-    bool untilAnswered(std::string_view method, std::string_view targetPart, std::int64_t status) {
-        return box.untilRequests([&](const std::vector<LoggedRequest>& requests) {
-            return std::ranges::any_of(requests, [&](const LoggedRequest& request) {
-                return request.method == method && request.status == status &&
-                       request.target.find(targetPart) != std::string::npos;
-            });
-        });
+    /// Waits until so many requests of this kind were answered so.
+    bool untilAnswered(const char* method, const char* targetPart, std::int64_t status,
+                       std::int64_t times = 1) {
+        return box.untilRequests(
+            [&](const LoggedRequests&) { return box.count(method, targetPart, status) >= times; });
     }
-    /// Waits until the diary holds the words.
-    bool untilDiary(std::string_view words, const Process& process) const {
-        std::filesystem::create_directories(vark.diaryFile().parent_path());
-        FileWatch watch(vark.diaryFile().parent_path());
-        return watch.until([&] { return vark.diary().find(words) != std::string::npos; },
-                           std::chrono::minutes(1), process.descriptor());
+    /// Sends slowly enough for a test to do something meanwhile, and waits until it has begun.
+    Process sendSlowly(const SampleFile& file, const char* rate) {
+        Process sending = startSend(file, {"--rate", rate});
+        EXPECT_TRUE(untilAnswered("PUT", "/u/", 200));
+        return sending;
     }
 
-    /// The file is on the box, once, and whole.
-    void expectHeld(const SampleFile& file) const {
-        std::vector<std::string> hashes;
-        for (const HeldFile& held : box.files()) {
-            if (held.path == file.relativePath) hashes.push_back(held.sha256);
+    /// Each file is on the box, once, and whole.
+    void expectHeld(const std::vector<SampleFile>& files, const std::string& below = "") const {
+        std::multimap<std::string, std::string> held;
+        for (const HeldFile& file : box.files())
+            held.emplace(file.path, file.sha256);
+        for (const SampleFile& file : files) {
+            const std::string path = below + file.relativePath;
+            EXPECT_EQ(held.count(path), 1U) << path;
+            EXPECT_EQ(held.contains(path) ? held.find(path)->second : "", file.sha256) << path;
         }
-        EXPECT_EQ(hashes, std::vector<std::string>{file.sha256}) << file.relativePath;
     }
+    void expectHeld(const SampleFile& file) const { expectHeld(std::vector{file}); }
     void expectExit(const Finished& run, int code) const {
         EXPECT_EQ(run.exit, exitCode(code)) << run.output << run.errors << vark.diary();
     }
@@ -72,5 +78,8 @@ class EndToEndTest : public testing::Test {
   private:
     std::uint64_t seed_ = 0;
 };
+
+/// The name of a case as that of its test.
+constexpr auto byName = [](const auto& info) { return std::string(info.param.name); };
 
 }  // namespace vark::test

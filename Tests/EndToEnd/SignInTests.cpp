@@ -1,107 +1,75 @@
 #include "Tests/EndToEnd/EndToEndTest.h"
-#include "Tests/Support/Browser.h"
 
 namespace vark::test {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 namespace fs = std::filesystem;
 
-/// A machine that is not connected, whose desktop hands addresses to the test.
-class SignIn : public testing::Test {
+/// A machine that is not connected, whose desktop hands the address of a page to the test.
+class SignIn : public EndToEndTest {
   protected:
-    explicit SignIn(RealBox::Options options = {}) : box(std::move(options)) {
+    using EndToEndTest::EndToEndTest;
+
+    void SetUp() override {
         const fs::path opener =
             vark.write("tools/xdg-open",
                        "#!/bin/sh\nprintf %s \"$1\" > \"$HOME/part\"; mv \"$HOME/part\" \"$HOME/page\"\n");
         fs::permissions(opener, fs::perms::owner_all);
-        vark.moveTo({.environment = {{"PATH", (vark.home() / "tools").string() + ":/usr/bin:/bin"},
-                                     {"DISPLAY", ":7"}}});
+        vark.moveTo({.environment = {{"PATH", pathOf("tools") + ":/usr/bin:/bin"}, {"DISPLAY", ":7"}}});
     }
 
     std::vector<std::string> connecting(std::vector<std::string> options = {}) const {
-        options.insert(options.begin(), {"connect", box.url(), "--ca-file", box.authority().string()});
+        options.insert(options.begin(), {"connect", box.url(), "--ca-file", box.authority()});
         return options;
     }
-    /// The page that the machine opens for signing in.
-    std::string openedPage(const Process& run) const {
-        const FileWatch watch(vark.home());
-        const fs::path page = vark.home() / "page";
-        EXPECT_TRUE(watch.until([&] { return fs::exists(page); }, std::chrono::minutes(1), run.descriptor()));
-        return readWholeFile(page);
-    }
-    /// Clicks a button of that page, and waits for the end of the run.
-    Finished answer(const std::string& button) {
-        Browser browser;
+    /// The end of a run for whose page somebody presses a button, or nobody any.
+    Finished connect(const std::string& button) {
         Process run = vark.start(connecting());
-        const std::string page = openedPage(run);
-        browser.open(page);
-        EXPECT_THAT(browser.text(), HasSubstr("wants to connect to Acme"));
-        browser.click(button);
-        const Exit exit = run.wait();
-        EXPECT_THAT(run.errors(), HasSubstr(page));
-        return {exit, run.output(), run.errors()};
+        EXPECT_TRUE(run.untilThere(pathOf("page"))) << run.errors();
+        const std::string page = readWholeFile(pathOf("page"));
+        if (!button.empty()) box.press(page + "/" + button);
+        Finished finished = run.finish();
+        EXPECT_THAT(finished.errors, HasSubstr(page));
+        return finished;
     }
-    void expectNothingKept() const {
-        EXPECT_FALSE(vark.find("connection.json"));
-        EXPECT_FALSE(vark.find("secrets.json"));
+    void expectRefused(const Finished& run, const char* words) const {
+        expectExit(run, 3);
+        EXPECT_THAT(run.errors, HasSubstr(words));
+        EXPECT_FALSE(vark.find("connection.json") || vark.find("secrets.json"));
     }
-
-    RealBox box;
-    RealVark vark;
 };
 
 TEST_F(SignIn, ACodeFromThePortalConnectsOnce) {
-    const std::string code(box.client().control("POST", "/control/codes").json().at("code").as_string());
-    const Finished wrong = vark.run(connecting({"--code", "no such"}));
-    EXPECT_EQ(wrong.exit, exitCode(3));
-    EXPECT_THAT(wrong.errors, HasSubstr("The vark did not accept the code"));
-    expectNothingKept();
-
+    const std::string code(box.control("POST", "/control/codes").at("code").as_string());
+    expectRefused(vark.run(connecting({"--code", "no such"})), "The vark did not accept the code");
     const Finished connected = vark.run(connecting({"--code", code}));
-    EXPECT_EQ(connected.exit, exitCode(0)) << connected.errors;
+    expectExit(connected, 0);
     EXPECT_THAT(connected.output, HasSubstr("Connected.\nAcme at " + box.url() + "\n"));
-    EXPECT_THAT(readWholeFile(*vark.find("connection.json")), Not(HasSubstr(box.token())));
-    EXPECT_TRUE(vark.find("level.json"));
-    EXPECT_EQ(vark.run({"whoami"}).exit, exitCode(0));
-    EXPECT_EQ(vark.run(connecting({"--code", code})).exit, exitCode(3));
-    EXPECT_EQ(vark.run({"whoami"}).exit, exitCode(0));
+    expectExit(vark.run(connecting({"--code", code})), 3);
+    expectExit(vark.run({"whoami"}), 0);
 }
 
-TEST_F(SignIn, APersonWhoClicksYesIsConnectedThoughTheWayThereWasBad) {
-    box.fault({{"kind", "reset"}, {"path", "/api/device/poll"}, {"count", 1}});
-    box.fault({{"kind", "status"}, {"status", 429}, {"path", "/api/device/poll"}, {"skip", 1}, {"count", 1}});
-    const Finished connected = answer("Yes");
-    EXPECT_EQ(connected.exit, exitCode(0)) << connected.errors;
-    EXPECT_THAT(connected.output, HasSubstr("Connected.\nAcme at "));
+TEST_F(SignIn, APersonWhoSaysYesIsConnectedThoughTheWayThereWasBad) {
+    fault(R"({"kind": "reset", "path": "/api/device/poll", "count": 1})");
+    fault(R"({"kind": "status", "status": 429, "path": "/api/device/poll", "skip": 1, "count": 1})");
+    expectExit(connect("yes"), 0);
     for (const boost::json::value& fault : box.faults())
         EXPECT_EQ(fault.at("fired"), 1);
-    EXPECT_EQ(vark.run({"ls"}).exit, exitCode(0));
+    expectExit(vark.run({"ls"}), 0);
 }
 
-TEST_F(SignIn, APersonWhoClicksNoIsNot) {
-    const Finished refused = answer("No");
-    EXPECT_EQ(refused.exit, exitCode(3));
-    EXPECT_THAT(refused.errors, HasSubstr("The sign-in was refused in the browser."));
-    expectNothingKept();
+TEST_F(SignIn, APersonWhoSaysNoIsNot) {
+    expectRefused(connect("no"), "The sign-in was refused in the browser.");
 }
 
 class ShortSignIn : public SignIn {
   protected:
-    ShortSignIn() : SignIn({.arguments = {"--sign-in-lasts", "0.01"}}) {}
+    ShortSignIn() : SignIn({"--sign-in-lasts", "0.01"}) {}
 };
 
-TEST_F(ShortSignIn, RunsOutOnBothSidesWhenNobodyClicks) {
-    Process run = vark.start(connecting());
-    const std::string page = openedPage(run);
-    EXPECT_EQ(run.wait(), exitCode(3));
-    EXPECT_THAT(run.errors(), HasSubstr("Nobody answered in the browser in time."));
-    expectNothingKept();
-    Browser browser;
-    browser.open(page);
-    EXPECT_THAT(browser.text(), AllOf(HasSubstr("has run out"), Not(HasSubstr("Yes"))));
+TEST_F(ShortSignIn, RunsOutWhenNobodyAnswers) {
+    expectRefused(connect(""), "Nobody answered in the browser in time.");
 }
 
 }  // namespace

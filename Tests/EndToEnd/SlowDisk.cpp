@@ -11,10 +11,7 @@
 namespace {
 
 void note(const char* mark) {
-    const char* log = std::getenv("VARK_SLOW_DISK_LOG");
-    if (log == nullptr) return;
-    const int file = open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (file < 0) return;
+    const int file = open(std::getenv("VARK_SLOW_DISK_LOG"), O_WRONLY | O_APPEND | O_CLOEXEC);
     (void)!write(file, mark, 1);
     close(file);
 }
@@ -22,9 +19,8 @@ void note(const char* mark) {
 }  // namespace
 
 extern "C" int fdatasync(int file) {
-    const char* seconds = std::getenv("VARK_SLOW_DISK_SECONDS");
     note("+");
-    unsigned left = seconds == nullptr ? 0 : static_cast<unsigned>(std::atoi(seconds));
+    auto left = static_cast<unsigned>(std::atoi(std::getenv("VARK_SLOW_DISK_SECONDS")));
     while (left > 0)
         left = sleep(left);
     const long result = syscall(SYS_fdatasync, file);

@@ -9,110 +9,87 @@ namespace fs = std::filesystem;
 class Token : public EndToEndTest {
   protected:
     /// Leaves a queue behind that the vark paused because it does not know the token.
-    void leaveQueuePausedByTheVark(const SampleFile& file) {
+    void leaveQueuePausedByTheVark() {
         box.control("POST", "/control/sign-out");
-        Process sending = startSend(file);
-        ASSERT_TRUE(untilDiary("the queue is paused while that is checked", sending));
+        Process sending = startSend(take);
+        ASSERT_TRUE(vark.untilDiary("the queue is paused while that is checked", sending));
         sending.signal(SIGINT);
-        ASSERT_EQ(sending.wait(), exitCode(130)) << sending.errors();
+        expectExit(sending.finish(), 130);
     }
+
+    SampleFile take = file("Take.mov", 20 * chunkSize);
 };
 
-TEST_F(Token, RefusedOnceLetsTheSameRunCarryOn) {
-    fault(R"({"kind": "refuse_token", "path": "/api/upload/begin", "count": 1})");
-    SampleFile file = this->file("Take.mov", 2 * chunkSize);
-    expectExit(send(file), 0);
-    expectHeld(file);
-    EXPECT_THAT(vark.diary(), HasSubstr("The vark refused this Mac's token"));
-    EXPECT_THAT(vark.diary(), HasSubstr("Resumed"));
-}
-
-TEST_F(Token, RefusedForGoodKeepsTheQueueForTheRunAfterItIsGoodAgain) {
-    SampleFile file = this->file("Take.mov", 2 * chunkSize);
-    leaveQueuePausedByTheVark(file);
-    boost::json::object job = vark.savedJob();
-    EXPECT_TRUE(job.at("isPaused").as_bool());
-    EXPECT_TRUE(job.at("pausedByVark").as_bool());
-
-    Finished refused = vark.run({"send"});
+TEST_F(Token, RefusedKeepsTheQueueForTheRunThatFindsItGoodAgain) {
+    leaveQueuePausedByTheVark();
+    EXPECT_TRUE(vark.savedJob().at("pausedByVark").as_bool());
+    const Finished refused = vark.run({"send"});
     expectExit(refused, 3);
     EXPECT_THAT(refused.errors, HasSubstr("vark connect"));
 
     box.control("POST", "/control/sign-in");
+    fault(R"({"kind": "refuse_token", "path": "/api/upload/begin", "count": 1})");
     expectExit(vark.run({"send"}), 0);
-    expectHeld(file);
+    expectHeld(take);
 }
 
 TEST_F(Token, GoodAgainDoesNotLiftAPersonsPause) {
-    SampleFile file = this->file("Take.mov", 2 * chunkSize);
-    leaveQueuePausedByTheVark(file);
+    leaveQueuePausedByTheVark();
     expectExit(vark.run({"pause"}), 0);
     box.control("POST", "/control/sign-in");
-
     Process waiting = vark.start({"send"});
-    FileWatch watch(vark.runsFolder());
-    ASSERT_TRUE(
-        watch.until([&] { return (waiting.output() + waiting.errors()).find("aused") != std::string::npos; },
-                    std::chrono::minutes(1), waiting.descriptor()));
+    ASSERT_TRUE(waiting.untilWritten("aused"));
     EXPECT_TRUE(box.files().empty());
     expectExit(vark.run({"resume"}), 0);
-    EXPECT_EQ(waiting.wait(), exitCode(0)) << waiting.errors();
-    expectHeld(file);
+    expectExit(waiting.finish(), 0);
+    expectHeld(take);
 }
 
-TEST_F(Token, TakenAwayWhileSendingEndsTheRunAndLosesNothing) {
-    SampleFile file = this->file("Take.mov", 20 * chunkSize);
-    Process sending = startSend(file, {"--rate", "2MB"});
-    ASSERT_TRUE(untilAnswered("PUT", "/u/", 200));
+TEST_F(Token, TakenAwayWhileSendingEndsTheRunAndThatOfAnotherVarkIsNotItsOwn) {
+    RealBox other;
+    Process sending = sendSlowly(take, "2MB");
     expectExit(vark.run({"disconnect"}), 0);
-    EXPECT_EQ(sending.wait(), exitCode(3)) << sending.output() << sending.errors();
+    expectExit(sending.finish(), 3);
+
+    vark.connect(box);
+    Process resumed = vark.start({"send", "--rate", "2MB"});
+    ASSERT_TRUE(vark.untilDiary("Resuming", resumed));
+    vark.connect(other);
+    expectExit(resumed.finish(), 3);
+    for (const LoggedRequest& request : box.requests())
+        EXPECT_FALSE(request.hadToken && request.status == 401)
+            << "a token that is not its own: " << request.target;
 
     vark.connect(box);
     expectExit(vark.run({"send"}), 0);
-    expectHeld(file);
-    EXPECT_THAT(vark.diary(), HasSubstr("Resuming"));
+    expectHeld(take);
 }
 
 TEST_F(Token, IsWrittenNowhereButInItsOwnFiles) {
-    SampleFile file = this->file("Take.mov", 20 * chunkSize);
-    Process sending = startSend(file, {"--rate", "4MB", "--json"});
-    ASSERT_TRUE(untilAnswered("PUT", "/u/", 200));
-    fs::path process = fs::path("/proc") / std::to_string(sending.pid());
+    Process sending = sendSlowly(take, "4MB");
+    const fs::path process = fs::path("/proc") / std::to_string(sending.pid());
     for (const char* shown : {"cmdline", "environ"})
-        EXPECT_EQ(readWholeFile(process / shown).find(box.token()), std::string::npos) << shown;
-    expectExit({sending.wait(), sending.output(), sending.errors()}, 0);
-    expectExit(vark.run({"whoami"}), 0);
+        EXPECT_FALSE(readWholeFile(process / shown).contains(box.token())) << shown;
+    expectExit(sending.finish(), 0);
     box.control("POST", "/control/sign-out");
     expectExit(vark.run({"whoami"}), 3);
 
     std::vector<fs::path> holders;
     for (const fs::path& folder : {vark.home(), box.root()}) {
         for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder)) {
-            if (!entry.is_regular_file()) continue;
-            if (readWholeFile(entry.path()).find(box.token()) != std::string::npos)
+            if (entry.is_regular_file() && readWholeFile(entry.path()).contains(box.token()))
                 holders.push_back(entry.path());
         }
     }
-    EXPECT_THAT(holders, testing::UnorderedElementsAre(box.tokenFile(), vark.find("connection.json"),
-                                                       vark.find("secrets.json")));
-    for (const char* name : {"connection.json", "secrets.json"})
-        EXPECT_EQ(fs::status(*vark.find(name)).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    const fs::path record = vark.find("connection.json").value();
+    const fs::path secrets = vark.find("secrets.json").value();
+    EXPECT_THAT(holders, testing::UnorderedElementsAre(box.tokenFile(), record, secrets));
+    for (const fs::path& file : {record, secrets})
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     for (const LoggedRequest& request : box.requests()) {
-        bool isApplication = request.listener == "app" && request.target.starts_with("/api/");
+        const bool isApplication = request.listener == "app" && request.target.starts_with("/api/");
         EXPECT_EQ(request.hadToken, isApplication) << request.listener << " " << request.target;
     }
-}
-
-class NotConnected : public testing::Test {
-  protected:
-    RealVark vark;
-};
-
-TEST_F(NotConnected, SendingSaysHowToConnect) {
-    Finished sent = vark.run({"send", vark.write("notes.txt", "words").string()});
-    EXPECT_EQ(sent.exit, exitCode(3)) << sent.errors;
-    EXPECT_THAT(sent.errors, HasSubstr("vark connect"));
-    EXPECT_EQ(sent.output, "");
 }
 
 }  // namespace

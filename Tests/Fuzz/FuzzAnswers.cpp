@@ -23,7 +23,18 @@ struct World {
     test::FakeDialer dialer;
     LANRouter lan;
     LANTransfer nodes{dialer, loop.pool};
-    HTTPVarkAPI api{{session, lan, nodes, loop.pool, loop.executor, loop.clock, [] { return Date{1000}; }},
+    HTTPVarkAPI api{{.makeSession =
+                         [this](const HTTPSessionSettings&) {
+                             return std::shared_ptr<HTTPSession>(std::shared_ptr<void>(), &session);
+                         },
+                     .via = "Fuzz",
+                     .authorityFile = std::nullopt,
+                     .lan = lan,
+                     .nodes = nodes,
+                     .writers = loop.pool,
+                     .executor = loop.executor,
+                     .clock = loop.clock,
+                     .now = [] { return Date{1000}; }},
                     *URL::parse("https://vark.example/portal/"),
                     [] { return std::string(token); }};
 };

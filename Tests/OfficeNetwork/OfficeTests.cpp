@@ -1,11 +1,10 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
+#include <algorithm>
 #include <cstdlib>
 
-#include "Tests/OfficeNetwork/Forwarder.h"
-#include "Tests/Support/RealBox.h"
 #include "Tests/Support/RealNode.h"
 #include "Tests/Support/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
@@ -18,25 +17,29 @@ using testing::Not;
 
 constexpr const char* nodeHost = "node1.box.test";
 
-/// Leave for what a quiet machine does in time, and for what takes more than a minute.
-bool isFullScale() {
-    return std::getenv("VARK_FULL_SCALE") != nullptr;
-}
-
-std::uint16_t portOf(const std::string& url) {
-    return static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
-}
-
-std::filesystem::path office() {
-    return std::getenv("VARK_OFFICE");
-}
-
 std::vector<std::string> on(const std::string& machine) {
     return {"/usr/bin/nsenter", "--net=/run/netns/" + machine};
 }
 
 std::map<std::string, std::string> busOf(const std::string& machine) {
-    return {{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + (office() / (machine + ".bus")).string()}};
+    return {
+        {"DBUS_SYSTEM_BUS_ADDRESS", fmt::format("unix:path={}/{}.bus", std::getenv("VARK_OFFICE"), machine)}};
+}
+
+/// The line by which others reach a server of this machine's loopback: what comes to its port at an address
+/// of theirs goes on to it. `url` is the server's.
+Process line(const std::vector<std::string>& others, const char* ip, const std::string& url) {
+    const std::string port = url.substr(url.rfind(':') + 1);
+    // In the network of the others a connection would lead back to them.
+    Process::Options options{
+        .program = "/usr/bin/socat",
+        .arguments = {"-dd", fmt::format("TCP-LISTEN:{},bind={},fork,reuseaddr", port, ip),
+                      fmt::format("EXEC:nsenter --net=/proc/{}/ns/net socat STDIO TCP\\:127.0.0.1\\:{}",
+                                  getpid(), port)}};
+    options.startBy(others);
+    Process line(options);
+    EXPECT_TRUE(line.untilWritten("listening on")) << line.errors();
+    return line;
 }
 
 /// A person whose machine reaches the vark over the internet, and the office's network.
@@ -44,46 +47,27 @@ class Office : public testing::Test {
   protected:
     static constexpr std::int64_t chunkSize = 1 << 20;
 
-    void SetUp() override {
-        // The vark's certificate has the names of all nodes that were ever attached: so it gets this one too.
-        box.control("POST", "/control/nodes", {{"host", "vark.box.test"}});
-        box.control("DELETE", "/control/nodes/vark.box.test");
-        const Finished connected =
-            vark.run({"connect", "https://vark.box.test:" + std::to_string(portOf(box.url())), "--token-file",
-                      box.tokenFile(), "--ca-file", box.authority()});
-        ASSERT_EQ(connected.exit, exitCode(0)) << connected.output << connected.errors;
-    }
-
+    void SetUp() override { vark.connect(box, box.urlAs("vark.box.test")); }
     void TearDown() override { cable("up"); }
 
-    /// A machine in the office that says it is the node; of another vark's authority if there is one.
-    RealNode node(const RealBox* of = nullptr) {
-        return RealNode(of != nullptr ? *of : box, {.host = nodeHost,
-                                                    .announce = true,
-                                                    .listen = "10.77.2.1:0",
-                                                    .prefix = on("node"),
-                                                    .environment = busOf("node")});
+    /// A machine in the office that says it is the node of this vark.
+    static RealNode nodeOf(const RealBox& box) {
+        return RealNode(
+            box,
+            {.host = nodeHost, .listen = "10.77.2.1:0", .prefix = on("node"), .environment = busOf("node")});
     }
-    void cable(const char* upOrDown) {
-        ASSERT_EQ(std::system(("ip -n client link set office " + std::string(upOrDown)).c_str()), 0);
+    static void cable(const char* upOrDown) {
+        runTool({"ip", "-n", "client", "link", "set", "office", upOrDown});
     }
-    SampleFile file(std::int64_t size) { return writeSample(vark.home(), "Take.mov", size, 7); }
+    SampleFile file(std::int64_t size) const { return writeSample(vark.home(), "Take.mov", size, 7); }
     /// Slow enough that a test can do something in the middle of it.
     Process sendSlowly(const SampleFile& file) {
-        return vark.start({"send", (vark.home() / file.relativePath).string(), "--rate", "2MB"});
+        return vark.start({"send", vark.home() / file.relativePath, "--rate", "2MB"});
     }
-    void expectLanded(const SampleFile& file, Process& sending) {
-        const Exit exit = sending.wait(std::chrono::minutes(2));
-        EXPECT_EQ(exit, exitCode(0)) << sending.output() << sending.errors() << vark.diary();
-        const std::vector<HeldFile> held = box.files();
-        ASSERT_EQ(held.size(), 1U);
-        EXPECT_EQ(held[0].sha256, file.sha256);
-    }
-    bool untilDiary(std::string_view words, const Process& process) const {
-        std::filesystem::create_directories(vark.diaryFile().parent_path());
-        return FileWatch(vark.diaryFile().parent_path())
-            .until([&] { return vark.diary().find(words) != std::string::npos; }, std::chrono::minutes(1),
-                   process.descriptor());
+    void expectLanded(const SampleFile& file, Process& sending) const {
+        const Finished run = sending.finish(std::chrono::minutes(2));
+        EXPECT_EQ(run.exit, exitCode(0)) << run.output << run.errors << vark.diary();
+        EXPECT_THAT(box.files(), testing::ElementsAre(testing::Field(&HeldFile::sha256, file.sha256)));
     }
     /// What other processes are told of the nodes.
     std::string published() const {
@@ -91,24 +75,23 @@ class Office : public testing::Test {
         return file ? readWholeFile(*file) : "";
     }
     /// Chunks that the vark took by a node, or straight from the person.
-    static std::int64_t chunksTaken(const std::vector<LoggedRequest>& requests, const std::string& byNode) {
-        return std::ranges::count_if(requests, [&](const LoggedRequest& request) {
+    std::int64_t chunksTaken(const std::string& byNode) {
+        return std::ranges::count_if(box.requests(), [&](const LoggedRequest& request) {
             return request.isChunk() && request.status == 200 && request.node == byNode;
         });
     }
-    std::int64_t chunksTaken(const std::string& byNode) { return chunksTaken(box.requests(), byNode); }
 
     RealBox box{{.chunkSize = chunkSize}};
-    Forwarder calls{"", "10.77.1.1", portOf(box.url())};
-    Forwarder bytes{"", "10.77.1.1", portOf(box.chunkURL())};
-    Forwarder callsOfNode{"/run/netns/node", "127.0.0.1", portOf(box.url())};
-    Forwarder bytesOfNode{"/run/netns/node", "127.0.0.1", portOf(box.chunkURL())};
+    Process calls = line({}, "10.77.1.1", box.url());
+    Process bytes = line({}, "10.77.1.1", box.chunkURL());
+    Process callsOfNode = line(on("node"), "127.0.0.1", box.url());
+    Process bytesOfNode = line(on("node"), "127.0.0.1", box.chunkURL());
     RealVark vark{{on("client"), busOf("client")}};
 };
 
 TEST_F(Office, BytesGoByTheNodeBothWays) {
-    RealNode node = this->node();
-    SampleFile file = this->file(6 * chunkSize);
+    RealNode node = nodeOf(box);
+    const SampleFile file = this->file(6 * chunkSize);
     Process sending = sendSlowly(file);
     expectLanded(file, sending);
     EXPECT_GT(chunksTaken(nodeHost), 0) << vark.diary();
@@ -116,34 +99,29 @@ TEST_F(Office, BytesGoByTheNodeBothWays) {
     EXPECT_THAT(published(), HasSubstr("10.77.2.1"));
 
     // Another program of this machine knows the node by what the first one has published.
-    const std::int64_t before = bytes.bytes();
+    bytes.kill();
     const std::filesystem::path fetched = vark.home() / "fetched.mov";
     const Finished got = vark.run({"get", file.relativePath, "-o", fetched});
     EXPECT_EQ(got.exit, exitCode(0)) << got.output << got.errors;
-    EXPECT_EQ(box::sha256(readWholeFile(fetched)), file.sha256);
-    EXPECT_EQ(node.log().count("GET", "/f/"), 1);
-    EXPECT_EQ(bytes.bytes(), before);
-    for (const LoggedRequest& request : node.log().requests())
+    EXPECT_EQ(sha256(readWholeFile(fetched)), file.sha256);
+    EXPECT_EQ(node.count("GET", "/f/"), 1);
+    for (const LoggedRequest& request : node.requests())
         EXPECT_FALSE(request.hadToken) << request.method << " " << request.target;
 }
 
 TEST_F(Office, ACableThatIsPulledCostsNoChunk) {
     box.control("POST", "/control/nodes", {{"host", nodeHost}});
-    SampleFile file = this->file(24 * chunkSize);
+    const SampleFile file = this->file(24 * chunkSize);
     Process sending = sendSlowly(file);
-    ASSERT_TRUE(untilDiary("Looking for vark nodes on this network", sending));
-    RealNode node = this->node();
+    ASSERT_TRUE(vark.untilDiary("Looking for vark nodes on this network", sending));
+    RealNode node = nodeOf(box);
     const auto announced = std::chrono::steady_clock::now();
-    ASSERT_TRUE(untilDiary("is on this network at 10.77.2.1", sending)) << vark.diary();
-    const auto waited = std::chrono::steady_clock::now() - announced;
-    RecordProperty("milliseconds_until_found",
-                   static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(waited).count()));
+    ASSERT_TRUE(vark.untilDiary("is on this network at 10.77.2.1", sending)) << vark.diary();
     // A machine that builds something else beside this takes its time.
-    EXPECT_LT(waited, isFullScale() ? std::chrono::seconds(3) : std::chrono::seconds(30));
+    const bool isFullScale = std::getenv("VARK_FULL_SCALE") != nullptr;
+    EXPECT_LT(std::chrono::steady_clock::now() - announced, std::chrono::seconds(isFullScale ? 3 : 30));
 
-    ASSERT_TRUE(node.log().until([](const std::vector<LoggedRequest>& requests) {
-        return std::ranges::any_of(requests, &LoggedRequest::isChunk);
-    }));
+    ASSERT_TRUE(node.untilRequests([&](const LoggedRequests&) { return node.count("PUT", "") > 0; }));
     cable("down");
     const std::int64_t straight = chunksTaken("");
     expectLanded(file, sending);
@@ -153,65 +131,31 @@ TEST_F(Office, ACableThatIsPulledCostsNoChunk) {
     EXPECT_THAT(published(), Not(HasSubstr("10.77.2.1")));
 }
 
-TEST_F(Office, ANodeIsTrustedAgainAMinuteAfterItFailed) {
-    if (!isFullScale()) GTEST_SKIP() << "VARK_FULL_SCALE=1 runs this one, which takes two minutes.";
-    RealNode node = this->node();
-    SampleFile file = this->file(220 * chunkSize);
-    Process sending = sendSlowly(file);
-    ASSERT_TRUE(node.log().until([](const std::vector<LoggedRequest>& requests) {
-        return std::ranges::any_of(requests, &LoggedRequest::isChunk);
-    }));
-    cable("down");
-    const std::int64_t straight = chunksTaken("");
-    ASSERT_TRUE(box.untilRequests(
-        [&](const std::vector<LoggedRequest>& requests) { return chunksTaken(requests, "") > straight; }));
-    cable("up");
-    const std::int64_t byNode = chunksTaken(nodeHost);
-    expectLanded(file, sending);
-    EXPECT_GT(chunksTaken(nodeHost), byNode);
-    EXPECT_GT(chunksTaken(""), straight + 60) << "it was not trusted for a minute";
-}
-
 TEST_F(Office, ANodeComesAndGoes) {
-    Process watching = vark.start({"nodes", "--watch"});
-    const FileWatch watch(vark.runsFolder());
-    auto untilSaid = [&](std::string_view words, std::size_t times) {
-        return watch.until(
-            [&] {
-                std::size_t found = 0;
-                const std::string said = watching.output();
-                for (std::size_t at = said.find(words); at != std::string::npos;
-                     at = said.find(words, at + 1))
-                    ++found;
-                return found >= times;
-            },
-            std::chrono::minutes(1), watching.descriptor());
-    };
-    RealNode node = this->node();
-    EXPECT_TRUE(untilSaid("is on this network", 1)) << watching.output();
+    const Process watching = vark.start({"nodes", "--watch"});
+    RealNode node = nodeOf(box);
+    EXPECT_TRUE(watching.untilWritten("is on this network")) << watching.output();
     EXPECT_EQ(node.stop(), exitCode(0));
-    EXPECT_TRUE(untilSaid("left this network", 1)) << watching.output();
+    EXPECT_TRUE(watching.untilWritten("left this network")) << watching.output();
     node.start();
-    EXPECT_TRUE(untilSaid("is on this network", 2)) << watching.output();
+    EXPECT_TRUE(watching.untilWritten("is on this network", 2)) << watching.output();
     cable("down");
-    EXPECT_TRUE(untilSaid("left this network", 2)) << watching.output();
-    watching.signal(SIGTERM);
-    watching.wait();
+    EXPECT_TRUE(watching.untilWritten("left this network", 2)) << watching.output();
 }
 
 TEST_F(Office, WhoeverOnlySaysThatItIsTheNodeGetsNoByte) {
     // The vark has such a node. The one that is announced has its name, and another authority behind it.
     box.control("POST", "/control/nodes", {{"host", nodeHost}});
     RealBox other;
-    Forwarder callsOfOther("/run/netns/node", "127.0.0.1", portOf(other.url()));
-    Forwarder bytesOfOther("/run/netns/node", "127.0.0.1", portOf(other.chunkURL()));
-    RealNode imposter = node(&other);
-    SampleFile file = this->file(8 * chunkSize);
+    const Process callsOfOther = line(on("node"), "127.0.0.1", other.url());
+    const Process bytesOfOther = line(on("node"), "127.0.0.1", other.chunkURL());
+    RealNode imposter = nodeOf(other);
+    const SampleFile file = this->file(8 * chunkSize);
     Process sending = sendSlowly(file);
-    ASSERT_TRUE(untilDiary("is on this network at 10.77.2.1", sending)) << vark.diary();
+    ASSERT_TRUE(vark.untilDiary("is on this network at 10.77.2.1", sending)) << vark.diary();
     expectLanded(file, sending);
     EXPECT_EQ(chunksTaken(""), 8);
-    EXPECT_TRUE(imposter.log().requests().empty());
+    EXPECT_TRUE(imposter.requests().empty());
 }
 
 }  // namespace

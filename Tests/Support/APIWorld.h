@@ -24,7 +24,14 @@ class APIWorld : public testing::Test {
     HTTPVarkAPI api = client(loop.pool);
 
     HTTPVarkAPI client(BlockingPool& writers) {
-        const HTTPVarkAPI::Host host{.session = session,
+        const HTTPVarkAPI::Host host{.makeSession =
+                                         [this](HTTPSessionSettings settings) {
+                                             session.settings = std::move(settings);
+                                             return std::shared_ptr<HTTPSession>(std::shared_ptr<void>(),
+                                                                                 &session);
+                                         },
+                                     .via = "Finder",
+                                     .authorityFile = "/tmp/authority.pem",
                                      .lan = lan,
                                      .nodes = nodes,
                                      .writers = writers,

@@ -1,50 +1,64 @@
 #pragma once
 
+#include <cstdlib>
 #include <optional>
 #include <string>
 
-#include "Tests/Support/Process.h"
-#include "Tests/Support/TemporaryFolder.h"
+#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/OwnNamespaces.h"
 
 namespace vark::test {
 
 /// A network with a system bus and an avahi-daemon of the test's own, apart from those of the machine;
 /// nothing runs in it at first. What is announced there is seen by whoever uses its bus, from wherever, and
-/// its addresses are those of the loopback. Everything in it ends with this object, or with the test's
-/// process.
+/// its addresses are those of the loopback. Everything in it ends with this object.
 class AvahiWorld {
   public:
-    AvahiWorld();
-    ~AvahiWorld();
-    AvahiWorld(const AvahiWorld&) = delete;
-    AvahiWorld& operator=(const AvahiWorld&) = delete;
+    AvahiWorld()
+        : own_("folder='" + folder().path().string() + "'\n. '" +
+                   (sourceTree() / "Tests/Support/avahi-world").string() + "'",
+               {"--mount", "--net"}) {
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", busAddress().c_str(), 1);
+    }
 
-    /// Whether the kernel lets this process have a network of its own. If not, the test is to be skipped,
-    /// with `whySkipped`.
-    bool isPossible() const { return isPossible_; }
-    static constexpr const char* whySkipped =
-        "SKIPPED: this needs a network namespace (run it as root, or allow user namespaces).";
+    /// If not, the test is to be skipped, with `OwnNamespaces::whySkipped`.
+    bool isPossible() const { return own_.areThere(); }
 
-    /// The value for the variable DBUS_SYSTEM_BUS_ADDRESS. One for all the worlds of a process, because the
-    /// library reads the variable once; set for this process by the first of them.
-    static std::string busAddress();
-
-    void startBus() { ask("bus up"); }
+    void startBus() { startBusWith("bus.conf"); }
     /// A bus on which nobody may speak to the avahi-daemon.
-    void startClosedBus() { ask("bus closed"); }
-    void stopBus() { ask("bus down"); }
-    void startDaemon() { ask("daemon up"); }
+    void startClosedBus() { startBusWith("closed-bus.conf"); }
+    void startDaemon() {
+        start(daemon_, {.program = "/usr/sbin/avahi-daemon",
+                        .arguments = {"-f", folder() / "avahi.conf", "--no-drop-root", "--no-chroot",
+                                      "--no-rlimits", "--no-proc-title"}});
+        if (!daemon_->untilWritten("startup complete")) throw std::runtime_error(daemon_->errors());
+    }
     /// Kills it, as a crash would.
-    void stopDaemon() { ask("daemon down"); }
+    void stopDaemon() { daemon_.reset(); }
 
   private:
-    void ask(const std::string& command);
-    std::string answer();
+    /// One for all the worlds of a process, because the library reads the variable once.
+    static const TemporaryFolder& folder() {
+        static const TemporaryFolder folder;
+        return folder;
+    }
+    static std::string busAddress() { return "unix:path=" + (folder() / "bus").string(); }
+    void start(std::optional<Process>& process, Process::Options options) {
+        options.environment["DBUS_SYSTEM_BUS_ADDRESS"] = busAddress();
+        options.startBy(own_.prefix());
+        process.emplace(options);
+    }
+    void startBusWith(const char* rules) {
+        std::filesystem::remove(folder() / "bus");
+        start(bus_,
+              {.program = "/usr/bin/dbus-daemon",
+               .arguments = {"--config-file=" + (folder() / rules).string(), "--nofork", "--nopidfile"}});
+        if (!bus_->untilThere(folder() / "bus")) throw std::runtime_error(bus_->errors());
+    }
 
-    Descriptor commands_;
-    Descriptor answers_;
-    std::optional<Process> process_;
-    bool isPossible_ = false;
+    OwnNamespaces own_;
+    std::optional<Process> bus_;
+    std::optional<Process> daemon_;
 };
 
 }  // namespace vark::test

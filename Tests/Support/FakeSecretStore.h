@@ -26,19 +26,14 @@ class FakeSecretStore final : public SecretStore {
 
     std::int32_t open() override { return call("open"); }
     Answer find(const SecretName& name) override {
-        const std::int32_t status = call("find");
+        const std::int32_t status = call("find", &name);
         if (status != SecretStatus::done) return {status};
-        const auto found = secrets.find(name);
-        if (found == secrets.end()) return {SecretStatus::notFound};
-        return {SecretStatus::done, found->second.bytes};
+        return {status, secrets.at(name).bytes};
     }
     std::int32_t update(const SecretName& name, std::string_view bytes) override {
-        const std::int32_t status = call("update");
-        if (status != SecretStatus::done) return status;
-        const auto found = secrets.find(name);
-        if (found == secrets.end()) return SecretStatus::notFound;
-        found->second.bytes = bytes;
-        return SecretStatus::done;
+        const std::int32_t status = call("update", &name);
+        if (status == SecretStatus::done) secrets.at(name).bytes = bytes;
+        return status;
     }
     std::int32_t add(const SecretName& name, std::string_view label, std::string_view bytes) override {
         const std::int32_t status = call("add");
@@ -46,9 +41,9 @@ class FakeSecretStore final : public SecretStore {
         return status;
     }
     std::int32_t remove(const SecretName& name) override {
-        const std::int32_t status = call("remove");
-        if (status != SecretStatus::done) return status;
-        return secrets.erase(name) == 1 ? SecretStatus::done : SecretStatus::notFound;
+        const std::int32_t status = call("remove", &name);
+        if (status == SecretStatus::done) secrets.erase(name);
+        return status;
     }
     std::optional<std::string> message(std::int32_t status) const override {
         if (status == SecretStatus::locked) return "The keychain is locked.";
@@ -56,11 +51,13 @@ class FakeSecretStore final : public SecretStore {
     }
 
   private:
-    std::int32_t call(const char* name) {
-        before(name);
-        calls.emplace_back(name);
-        const auto failure = failures.find(name);
-        return failure == failures.end() ? SecretStatus::done : failure->second;
+    std::int32_t call(const char* what, const SecretName* mustBeThere = nullptr) {
+        before(what);
+        calls.emplace_back(what);
+        const auto failure = failures.find(what);
+        if (failure != failures.end() && failure->second != SecretStatus::done) return failure->second;
+        const bool isMissing = mustBeThere != nullptr && !secrets.contains(*mustBeThere);
+        return isMissing ? SecretStatus::notFound : SecretStatus::done;
     }
 };
 

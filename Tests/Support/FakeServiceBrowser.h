@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -44,7 +45,7 @@ class FakeServiceBrowser final : public ServiceBrowser {
         onResults_ = nullptr;
     }
     Task<std::string> locate(FoundService service) override {
-        const Counted counted(locating);
+        const std::unique_ptr<int, void (*)(int*)> counted(&++locating, [](int* count) { --*count; });
         located.push_back(service.name);
         co_await checkCancellation();
         std::deque<Location>& queued = locations.at(service.name);
@@ -57,17 +58,6 @@ class FakeServiceBrowser final : public ServiceBrowser {
     }
 
   private:
-    class Counted {
-      public:
-        explicit Counted(int& count) : count_(count) { ++count_; }
-        Counted(const Counted&) = delete;
-        Counted& operator=(const Counted&) = delete;
-        ~Counted() { --count_; }
-
-      private:
-        int& count_;
-    };
-
     OnState onState_;
     OnResults onResults_;
 };

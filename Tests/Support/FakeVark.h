@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "Tests/Support/SilentVark.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/Clock.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Upload/ChunkPlan.h"
 
 namespace vark::test {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -12,72 +13,51 @@
 
 #include <csignal>
 #include <stdexcept>
+#include <utility>
+
+#include "Tests/Support/FileWatch.h"
+#include "Tests/Support/TemporaryFolder.h"
 
 namespace vark::test {
 
 namespace {
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     std::vector<char*> list;
-    list.reserve(texts.size() + 1);
     for (std::string& text : texts)
         list.push_back(text.data());
     list.push_back(nullptr);
     return list;
 }
 
-/// What the child does before it becomes the program; only calls that are safe after a fork.
-class Launch {
-  public:
-    explicit Launch(const Process::Options& options)
-        : options_(options),
-          arguments_{options.program.string()},
-          argumentPointers_(),
-          environmentPointers_() {
-        arguments_.insert(arguments_.end(), options.arguments.begin(), options.arguments.end());
-        for (const auto& [name, value] : options.environment)
-            environment_.push_back(name + "=" + value);
-        argumentPointers_ = pointers(arguments_);
-        environmentPointers_ = pointers(environment_);
-    }
+void connect(int descriptor, const char* path, int flags) {
+    const int opened = open(path, flags | O_CLOEXEC, 0600);
+    if (opened < 0 || dup2(opened, descriptor) < 0) _exit(125);
+}
 
-    [[noreturn]] void run(pid_t parent) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (::getppid() != parent) ::_exit(126);
-        sigset_t none;
-        sigemptyset(&none);
-        ::sigprocmask(SIG_SETMASK, &none, nullptr);
-        if (options_.largestFile) {
-            ::signal(SIGXFSZ, SIG_IGN);
-            rlimit limit{*options_.largestFile, *options_.largestFile};
-            ::setrlimit(RLIMIT_FSIZE, &limit);
-        }
-        if (options_.terminal >= 0) {
-            ::setsid();
-            ::ioctl(options_.terminal, TIOCSCTTY, 0);
-            for (int descriptor : {0, 1, 2})
-                ::dup2(options_.terminal, descriptor);
-        } else {
-            connect(0, "/dev/null", O_RDONLY);
-            connect(1, options_.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-            connect(2, options_.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-        }
-        ::execve(arguments_[0].c_str(), argumentPointers_.data(), environmentPointers_.data());
-        ::_exit(127);
+/// What the child does before it becomes the program: only calls that are safe after a fork.
+void prepare(const Process::Options& options, pid_t parent) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(126);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    if (options.largestFile) {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{*options.largestFile, *options.largestFile};
+        setrlimit(RLIMIT_FSIZE, &limit);
     }
-
-  private:
-    static void connect(int descriptor, const char* path, int flags) {
-        int opened = ::open(path, flags | O_CLOEXEC, 0600);
-        if (opened < 0 || ::dup2(opened, descriptor) < 0) ::_exit(125);
+    if (options.terminal < 0) {
+        connect(0, "/dev/null", O_RDONLY);
+        connect(1, options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+        connect(2, options.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+        return;
     }
-
-    const Process::Options& options_;
-    std::vector<std::string> arguments_;
-    std::vector<std::string> environment_;
-    std::vector<char*> argumentPointers_;
-    std::vector<char*> environmentPointers_;
-};
+    setsid();
+    ioctl(options.terminal, TIOCSCTTY, 0);
+    for (const int descriptor : {0, 1, 2})
+        dup2(options.terminal, descriptor);
+}
 
 }  // namespace
 
@@ -88,14 +68,29 @@ void Process::Options::startBy(const std::vector<std::string>& prefix) {
     program = prefix.front();
 }
 
-Process::Process(const Options& options) : options_(options) {
-    Launch launch(options_);
-    pid_t parent = ::getpid();
-    pid_ = ::fork();
-    if (pid_ < 0) throw std::runtime_error("No process could be made.");
-    if (pid_ == 0) launch.run(parent);
-    pidfd_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
-    if (!pidfd_) throw std::runtime_error("The end of a process cannot be watched here.");
+Process::Process(Options options) : options_(std::move(options)) {
+    static const TemporaryFolder outputs;
+    static int count = 0;
+    if (options_.output.empty()) {
+        options_.output = outputs / fmt::format("{}.out", ++count);
+        options_.errors = outputs / fmt::format("{}.err", count);
+    }
+    std::vector<std::string> arguments{options_.program};
+    arguments.insert(arguments.end(), options_.arguments.begin(), options_.arguments.end());
+    std::vector<std::string> environment;
+    for (const auto& [name, value] : options_.environment)
+        environment.push_back(name + "=" + value);
+    const std::vector<char*> argumentPointers = pointersTo(arguments);
+    const std::vector<char*> environmentPointers = pointersTo(environment);
+    const pid_t parent = getpid();
+    pid_ = fork();
+    if (pid_ == 0) {
+        prepare(options_, parent);
+        execve(arguments[0].c_str(), argumentPointers.data(), environmentPointers.data());
+        _exit(127);
+    }
+    pidfd_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+    if (pid_ < 0 || !pidfd_) throw std::runtime_error("No process could be made.");
 }
 
 Process::Process(Process&& other) noexcept
@@ -105,29 +100,28 @@ Process::Process(Process&& other) noexcept
       exit_(other.exit_),
       peakMemory_(other.peakMemory_) {}
 
-Process::~Process() {
-    kill();
-}
-
 std::optional<Exit> Process::exitWithin(std::chrono::milliseconds limit) {
     if (exit_ || pid_ < 0) return exit_;
     pollfd end{pidfd_.get(), POLLIN, 0};
-    if (::poll(&end, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
+    if (poll(&end, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
     int status = 0;
     rusage usage{};
-    if (::wait4(pid_, &status, 0, &usage) != pid_) throw std::runtime_error("A child was taken by another.");
+    if (wait4(pid_, &status, 0, &usage) != pid_) throw std::runtime_error("A child was taken by another.");
     peakMemory_ = std::int64_t{usage.ru_maxrss} * 1024;
-    exit_ =
-        WIFEXITED(status) ? Exit{WEXITSTATUS(status), std::nullopt} : Exit{std::nullopt, WTERMSIG(status)};
+    exit_ = WIFEXITED(status) ? exitCode(WEXITSTATUS(status)) : Exit{std::nullopt, WTERMSIG(status)};
     return exit_;
 }
 
 Exit Process::wait(std::chrono::milliseconds limit) {
-    if (std::optional<Exit> exit = exitWithin(limit)) return *exit;
+    if (const std::optional<Exit> exit = exitWithin(limit)) return *exit;
     kill();
-    ADD_FAILURE() << options_.program << " did not end within " << limit.count() << " ms. It wrote:\n"
-                  << output() << errors();
+    ADD_FAILURE() << options_.program << " did not end in time. It wrote:\n" << output() << errors();
     return *exit_;
+}
+
+Finished Process::finish(std::chrono::milliseconds limit) {
+    const Exit exit = wait(limit);
+    return {exit, output(), errors(), peakMemory_};
 }
 
 void Process::signal(int number) const {
@@ -140,8 +134,33 @@ void Process::kill() {
     exitWithin(std::chrono::hours(1));
 }
 
+bool Process::untilWritten(std::string_view words, int times) const {
+    const FileWatch watch(options_.output.parent_path());
+    const auto areWritten = [&] {
+        const std::string all = output() + errors();
+        int found = 0;
+        for (std::size_t at = all.find(words); at != std::string::npos; at = all.find(words, at + 1))
+            ++found;
+        return found >= times;
+    };
+    return watch.until(areWritten, descriptor());
+}
+
+bool Process::untilThere(const std::filesystem::path& file) const {
+    return FileWatch(file.parent_path()).until([&] { return std::filesystem::exists(file); }, descriptor());
+}
+
 std::string Process::read(const std::filesystem::path& path) {
-    return path.empty() || !std::filesystem::exists(path) ? std::string() : readWholeFile(path);
+    return std::filesystem::exists(path) ? readWholeFile(path) : std::string();
+}
+
+std::string runTool(std::vector<std::string> command, std::map<std::string, std::string> environment) {
+    Process::Options options{.program = "/usr/bin/env", .arguments = command};
+    options.environment.merge(environment);
+    const Finished run = Process(options).finish();
+    if (run.exit != exitCode(0))
+        throw std::runtime_error(fmt::format("{}: {}", command, run.errors + run.output));
+    return run.output;
 }
 
 }  // namespace vark::test

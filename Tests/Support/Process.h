@@ -14,13 +14,24 @@
 
 namespace vark::test {
 
-/// How a process ended.
+/// How a process ended: by a code, or by a signal.
 struct Exit {
-    /// The exit code; absent when a signal ended it.
     std::optional<int> code;
     std::optional<int> signal;
 
     bool operator==(const Exit&) const = default;
+};
+
+inline Exit exitCode(int code) {
+    return {code, std::nullopt};
+}
+
+/// A run that is over.
+struct Finished {
+    Exit exit;
+    std::string output;
+    std::string errors;
+    std::int64_t peakMemory = 0;
 };
 
 /// One real program. Its output goes into files, and it is killed when this object or the thread that started
@@ -29,13 +40,14 @@ class Process {
   public:
     struct Options {
         std::filesystem::path program;
-        std::vector<std::string> arguments;
+        std::vector<std::string> arguments{};
         /// The whole environment: nothing is inherited.
-        std::map<std::string, std::string> environment;
-        std::filesystem::path output;
-        std::filesystem::path errors;
+        std::map<std::string, std::string> environment{{"PATH", "/usr/sbin:/usr/bin:/sbin:/bin"}};
+        /// Where what it writes goes; somewhere of our own unless it is said.
+        std::filesystem::path output{};
+        std::filesystem::path errors{};
         /// No file that it writes may grow beyond this: a write beyond it fails as it does on a full disk.
-        std::optional<rlim_t> largestFile;
+        std::optional<rlim_t> largestFile{};
         /// The end of a terminal that it runs on, instead of the two files.
         int terminal = -1;
 
@@ -43,10 +55,10 @@ class Process {
         void startBy(const std::vector<std::string>& prefix);
     };
 
-    explicit Process(const Options& options);
+    explicit Process(Options options);
     Process(Process&&) noexcept;
     Process& operator=(Process&&) = delete;
-    ~Process();
+    ~Process() { kill(); }
 
     pid_t pid() const { return pid_; }
     /// Readable once it has ended.
@@ -54,10 +66,16 @@ class Process {
     bool hasEnded() { return exitWithin(std::chrono::milliseconds(0)).has_value(); }
     std::optional<Exit> exitWithin(std::chrono::milliseconds limit);
     /// A process that outlives the limit is killed and fails the test with what it wrote.
-    Exit wait(std::chrono::milliseconds limit = std::chrono::seconds(60));
+    Exit wait(std::chrono::milliseconds limit = std::chrono::minutes(1));
+    Finished finish(std::chrono::milliseconds limit = std::chrono::minutes(1));
     void signal(int number) const;
     /// SIGKILL, and the wait for its end. Does nothing to a process that has ended.
     void kill();
+
+    /// Wait until the words were written so many times, or a file is there. False when the process ended
+    /// before, or a minute passed.
+    bool untilWritten(std::string_view words, int times = 1) const;
+    bool untilThere(const std::filesystem::path& file) const;
 
     std::string output() const { return read(options_.output); }
     std::string errors() const { return read(options_.errors); }
@@ -74,5 +92,8 @@ class Process {
     std::optional<Exit> exit_;
     std::int64_t peakMemory_ = 0;
 };
+
+/// What a tool of the system prints. Throws with what it says when it fails.
+std::string runTool(std::vector<std::string> command, std::map<std::string, std::string> environment = {});
 
 }  // namespace vark::test

@@ -1,9 +1,10 @@
 #include "Tests/Support/RealVark.h"
 
-#include <gtest/gtest.h>
-
+#include <boost/json/array.hpp>
 #include <boost/json/parse.hpp>
 #include <stdexcept>
+
+#include "Tests/Support/BuildTree.h"
 
 namespace vark::test {
 
@@ -15,24 +16,24 @@ RealVark::RealVark(Place place) : place_(std::move(place)) {
 }
 
 Process::Options RealVark::options(std::vector<std::string> arguments) {
-    Process::Options options;
-    options.program = VARK_PROGRAM;
-    options.arguments = std::move(arguments);
-    options.environment = {{"HOME", folder_.path()},
-                           {"XDG_DATA_HOME", folder_ / "data"},
-                           {"XDG_STATE_HOME", folder_ / "state"},
-                           {"XDG_CONFIG_HOME", folder_ / "config"},
-                           {"PATH", "/usr/bin:/bin"},
-                           {"LANG", "C.UTF-8"},
-                           {"TERM", "xterm-256color"},
-                           // There is no desktop session around a test.
-                           {"VARK_SECRET_STORE", "file"}};
-    for (const auto& [name, value] : place_.environment)
-        options.environment.insert_or_assign(name, value);
+    Process::Options options{.program = buildTree() / "Vark.app/Contents/MacOS/vark",
+                             .arguments = std::move(arguments)};
+    options.environment = place_.environment;
+    const std::map<std::string, std::string> usual{{"HOME", folder_.path()},
+                                                   {"XDG_DATA_HOME", folder_ / "data"},
+                                                   {"XDG_STATE_HOME", folder_ / "state"},
+                                                   {"XDG_CONFIG_HOME", folder_ / "config"},
+                                                   {"PATH", "/usr/bin:/bin"},
+                                                   {"LANG", "C.UTF-8"},
+                                                   {"TERM", "xterm-256color"},
+                                                   // There is no desktop session around a test.
+                                                   {"VARK_SECRET_STORE", "file"}};
+    options.environment.insert(usual.begin(), usual.end());
     options.startBy(place_.prefix);
-    std::string run = std::to_string(++runs_);
-    options.output = folder_ / ("runs/" + run + ".out");
-    options.errors = folder_ / ("runs/" + run + ".err");
+    // In the person's home, where a test looks for what must not have been printed.
+    const std::string run = folder_ / ("runs/" + std::to_string(++runs_));
+    options.output = run + ".out";
+    options.errors = run + ".err";
     return options;
 }
 
@@ -48,18 +49,14 @@ Process RealVark::startOn(int terminal, std::vector<std::string> arguments) {
     return Process(options);
 }
 
-Finished RealVark::run(std::vector<std::string> arguments, std::chrono::milliseconds limit) {
-    Process process = start(std::move(arguments));
-    Exit exit = process.wait(limit);
-    return {exit, process.output(), process.errors(), process.peakMemory()};
+Finished RealVark::run(std::vector<std::string> arguments) {
+    return start(std::move(arguments)).finish(std::chrono::minutes(2));
 }
 
-void RealVark::connect(const RealBox& box, const std::string& name) {
-    std::string url = box.url();
-    if (!name.empty()) url = "https://" + name + url.substr(url.rfind(':'));
-    Finished connected = run(
-        {"connect", url, "--token-file", box.tokenFile().string(), "--ca-file", box.authority().string()});
-    ASSERT_EQ(connected.exit, exitCode(0)) << connected.output << connected.errors;
+void RealVark::connect(const RealBox& box, const std::string& url) {
+    const Finished connected = run({"connect", url.empty() ? box.url() : url, "--token-file", box.tokenFile(),
+                                    "--ca-file", box.authority()});
+    if (connected.exit != exitCode(0)) throw std::runtime_error(connected.output + connected.errors);
 }
 
 std::optional<fs::path> RealVark::find(std::string_view name) const {
@@ -84,32 +81,23 @@ json::object RealVark::savedJob() const {
     return json::parse(readWholeFile(queueFile())).at("job").as_object();
 }
 
-json::array RealVark::savedItems() const {
-    if (!fs::exists(queueFile())) return {};
-    return savedJob().at("items").as_array();
-}
-
-std::optional<json::object> RealVark::savedItem(std::string_view relativePath) const {
-    for (const json::value& item : savedItems()) {
-        if (item.at("relativePath").as_string() == relativePath) return item.as_object();
-    }
-    return std::nullopt;
-}
-
-std::map<std::string, int> RealVark::savedStates() const {
-    std::map<std::string, int> states;
-    for (const json::value& item : savedItems())
-        ++states[std::string(item.at("state").as_string())];
+std::map<std::string, std::string> RealVark::savedStates() const {
+    std::map<std::string, std::string> states;
+    if (!fs::exists(queueFile())) return states;
+    const json::object job = savedJob();
+    for (const json::value& item : job.at("items").as_array())
+        states.emplace(item.at("relativePath").as_string(), item.at("state").as_string());
     return states;
-}
-
-std::string RealVark::savedState(std::string_view relativePath) const {
-    std::optional<json::object> item = savedItem(relativePath);
-    return item ? std::string(item->at("state").as_string()) : std::string();
 }
 
 std::string RealVark::diary() const {
     return fs::exists(diaryFile()) ? readWholeFile(diaryFile()) : std::string();
+}
+
+bool RealVark::untilDiary(std::string_view words, const Process& process) const {
+    fs::create_directories(diaryFile().parent_path());
+    return FileWatch(diaryFile().parent_path())
+        .until([&] { return diary().contains(words); }, process.descriptor());
 }
 
 }  // namespace vark::test

@@ -1,26 +1,10 @@
 #pragma once
 
-#include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <cstdint>
-#include <map>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "Tests/Support/Process.h"
 #include "Tests/Support/RealBox.h"
-#include "Tests/Support/TemporaryFolder.h"
 
 namespace vark::test {
-
-/// One run of `vark` that has ended.
-struct Finished {
-    Exit exit;
-    std::string output;
-    std::string errors;
-    std::int64_t peakMemory = 0;
-};
 
 /// The program `vark` of one imaginary person: home, settings, queue and diary lie in a temporary folder. For
 /// the test's thread alone.
@@ -39,16 +23,14 @@ class RealVark {
     /// From the next run on.
     void moveTo(Place place) { place_ = std::move(place); }
 
-    /// A run that goes on beside the test. Its output is in files of its own.
+    /// A run that goes on beside the test.
     Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
     /// The same on a terminal, whose program side is given.
     Process startOn(int terminal, std::vector<std::string> arguments);
-    /// A run to its end; one that takes longer than the limit fails the test.
-    Finished run(std::vector<std::string> arguments,
-                 std::chrono::milliseconds limit = std::chrono::minutes(2));
-    /// Connects, under another name of the box if one is given, and fails the test when that does not
-    /// succeed.
-    void connect(const RealBox& box, const std::string& name = "");
+    /// A run to its end; one that takes longer than two minutes fails the test.
+    Finished run(std::vector<std::string> arguments);
+    /// Connects to the box, by another name of it if one is given. Throws when that does not succeed.
+    void connect(const RealBox& box, const std::string& url = "");
 
     const std::filesystem::path& home() const { return folder_.path(); }
     /// Writes a file below the person's home.
@@ -59,31 +41,23 @@ class RealVark {
     std::filesystem::path queueFile() const;
     /// The saved queue. A failure when there is none.
     boost::json::object savedJob() const;
-    /// An item of it by its path below what was added; nothing when it is not there.
-    std::optional<boost::json::object> savedItem(std::string_view relativePath) const;
-    /// The state of such an item, or an empty text.
-    std::string savedState(std::string_view relativePath) const;
-    /// How many items of the saved queue are in each state.
-    std::map<std::string, int> savedStates() const;
+    /// The state of each of its items by the path below what was added; none when there is no queue.
+    std::map<std::string, std::string> savedStates() const;
+    std::string savedState(const std::string& relativePath) const { return savedStates()[relativePath]; }
     /// The diary's sentences.
     std::string diary() const;
-    std::filesystem::path diaryFile() const;
-    /// Where the output of all runs goes.
-    std::filesystem::path runsFolder() const { return folder_ / "runs"; }
+    /// Waits until it holds the words. False when the process ended before, or a minute passed.
+    bool untilDiary(std::string_view words, const Process& process) const;
     /// A file of the program's own, by its name.
     std::optional<std::filesystem::path> find(std::string_view name) const;
 
   private:
     Process::Options options(std::vector<std::string> arguments);
-    boost::json::array savedItems() const;
+    std::filesystem::path diaryFile() const;
 
     Place place_;
     TemporaryFolder folder_;
     int runs_ = 0;
 };
-
-inline Exit exitCode(int code) {
-    return Exit{code, std::nullopt};
-}
 
 }  // namespace vark::test

@@ -31,4 +31,6 @@ struct SampleSet {
 /// give a file; among them empty files and files of a whole number of chunks.
 std::vector<SampleFile> writeSamples(const std::filesystem::path& folder, const SampleSet& set);
 
+std::string sha256(std::string_view bytes);
+
 }  // namespace vark::test

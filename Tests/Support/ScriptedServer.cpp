@@ -1,57 +1,27 @@
 #include "Tests/Support/ScriptedServer.h"
 
 #include <fmt/format.h>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <strings.h>
-#include <sys/socket.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <csignal>
+#include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace vark::test {
-namespace {
-
-void require(bool ok, const char* what) {
-    if (!ok) throw std::system_error(errno, std::generic_category(), what);
-}
-
-sockaddr* asAddress(sockaddr_in& address) {
-    return reinterpret_cast<sockaddr*>(&address);
-}
-
-RequestHead parsedHead(std::string_view text) {
-    RequestHead head;
-    const std::size_t firstBlank = text.find(' ');
-    const std::size_t secondBlank = text.find(' ', firstBlank + 1);
-    head.method = text.substr(0, firstBlank);
-    head.target = text.substr(firstBlank + 1, secondBlank - firstBlank - 1);
-    for (std::size_t line = text.find("\r\n"); line != std::string_view::npos;) {
-        const std::size_t start = line + 2;
-        line = text.find("\r\n", start);
-        const std::string_view header = text.substr(start, line - start);
-        const std::size_t colon = header.find(": ");
-        if (colon != std::string_view::npos)
-            head.headers.emplace_back(header.substr(0, colon), header.substr(colon + 2));
-    }
-    return head;
-}
-
-}  // namespace
 
 std::optional<std::string> RequestHead::header(std::string_view name) const {
-    const auto found = std::ranges::find_if(headers, [&](const auto& one) {
-        return strcasecmp(one.first.c_str(), std::string(name).c_str()) == 0;
-    });
-    if (found == headers.end()) return std::nullopt;
-    return found->second;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t colon = line.find(": ");
+        if (colon != name.size() || strncasecmp(line.data(), name.data(), colon) != 0) continue;
+        return line.substr(colon + 2, line.size() - colon - std::string_view(": \r").size());
+    }
+    return std::nullopt;
 }
 
-Conversation::Conversation(Descriptor socket, SSL_CTX* context, int number)
-    : socket_(std::move(socket)), tls_(SSL_new(context)), number_(number) {
+Conversation::Conversation(Descriptor socket, SSL_CTX* context)
+    : socket_(std::move(socket)), tls_(SSL_new(context), SSL_free) {
     SSL_set_fd(tls_.get(), socket_.get());
 }
 
@@ -61,21 +31,20 @@ bool Conversation::secure() {
 }
 
 bool Conversation::readMore() {
-    if (!secure()) return false;
     char buffer[65'536];
-    const int count = SSL_read(tls_.get(), buffer, sizeof buffer);
-    if (count <= 0) return false;
-    unread_.append(buffer, static_cast<std::size_t>(count));
-    return true;
+    const int count = secure() ? SSL_read(tls_.get(), buffer, sizeof buffer) : 0;
+    if (count > 0) unread_.append(buffer, static_cast<std::size_t>(count));
+    return count > 0;
 }
 
 std::optional<RequestHead> Conversation::readHead() {
-    while (unread_.find("\r\n\r\n") == std::string::npos) {
+    std::size_t end = unread_.find("\r\n\r\n");
+    for (; end == std::string::npos; end = unread_.find("\r\n\r\n")) {
         if (!readMore()) return std::nullopt;
     }
-    const std::size_t end = unread_.find("\r\n\r\n");
-    RequestHead head = parsedHead(std::string_view(unread_).substr(0, end));
+    RequestHead head{.text = unread_.substr(0, end + 2)};
     unread_.erase(0, end + 4);
+    std::istringstream(head.text) >> head.method >> head.target;
     return head;
 }
 
@@ -98,53 +67,34 @@ bool Conversation::answer(int status, std::string_view body, std::string_view he
                              headerLines, body));
 }
 
-void Conversation::waitForFirstBytes() {
+void Conversation::waitForFirstBytes() const {
     char byte = 0;
     (void)recv(socket_.get(), &byte, 1, MSG_PEEK);
 }
 
-void Conversation::writeWithoutTLS(std::string_view text) {
-    require(::send(socket_.get(), text.data(), text.size(), 0) >= 0, "send");
+void Conversation::writeWithoutTLS(std::string_view text) const {
+    (void)send(socket_.get(), text.data(), text.size(), 0);
 }
 
-void Conversation::waitForTheEnd() {
+void Conversation::waitForTheEnd() const {
     // Below TLS, so that it serves a connection in any state.
     char buffer[65'536];
     while (recv(socket_.get(), buffer, sizeof buffer, 0) > 0) {
     }
 }
 
-void Conversation::sayGoodbye() {
-    if (secure()) SSL_shutdown(tls_.get());
-}
-
-void Conversation::reset() {
+void Conversation::reset() const {
     // The kernel's way to take a connection apart and keep the descriptor.
     const sockaddr nobody{.sa_family = AF_UNSPEC, .sa_data = {}};
-    require(connect(socket_.get(), &nobody, sizeof nobody) == 0, "connect");
+    connect(socket_.get(), &nobody, sizeof nobody);
 }
 
-std::string Conversation::serverName() const {
-    const char* name = SSL_get_servername(tls_.get(), TLSEXT_NAMETYPE_host_name);
-    return name == nullptr ? "" : name;
-}
-
-void Conversation::breakOff() {
-    shutdown(socket_.get(), SHUT_RDWR);
-}
-
-ScriptedServer::ScriptedServer(ServerContext context, Script script)
-    : context_(std::move(context)),
-      script_(std::move(script)),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    require(bind(listener_.get(), asAddress(address), length) == 0, "bind");
-    require(listen(listener_.get(), SOMAXCONN) == 0, "listen");
-    require(getsockname(listener_.get(), asAddress(address), &length) == 0, "getsockname");
-    port_ = ntohs(address.sin_port);
+ScriptedServer::ScriptedServer(const std::string& identity, Script script)
+    : context_(SSL_CTX_new(TLS_server_method()), SSL_CTX_free), script_(std::move(script)) {
+    if (SSL_CTX_use_certificate_file(context_.get(), identity.c_str(), SSL_FILETYPE_PEM) != 1 ||
+        SSL_CTX_use_PrivateKey_file(context_.get(), identity.c_str(), SSL_FILETYPE_PEM) != 1)
+        throw std::runtime_error("The server cannot prove anything with " + identity);
+    port_.listen();
     acceptor_ = std::thread([this] {
         // OpenSSL writes to sockets that the client has closed. Only here: the client is to get by without.
         sigset_t brokenPipe;
@@ -159,38 +109,29 @@ ScriptedServer::~ScriptedServer() {
     {
         Locked hold(lock_);
         ended_ = true;
-        for (Running& running : running_)
-            running.conversation->breakOff();
+        for (const Conversation& conversation : conversations_)
+            conversation.breakOff();
     }
-    shutdown(listener_.get(), SHUT_RDWR);
+    shutdown(port_.descriptor(), SHUT_RDWR);
     acceptor_.join();
-    std::list<Running> running;
-    {
-        Locked hold(lock_);
-        running.swap(running_);
-    }
-    for (Running& one : running)
-        one.thread.join();
+    scripts_.clear();
 }
 
 URL ScriptedServer::url(std::string_view target, std::string_view host) const {
-    const std::optional<URL> url = URL::parse(fmt::format("https://{}:{}{}", host, port_, target));
-    if (!url) throw std::invalid_argument("no target of a request");
-    return *url;
+    return URL::parse(fmt::format("https://{}:{}{}", host, port(), target)).value();
 }
 
 void ScriptedServer::accept() {
     while (true) {
-        Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        Descriptor socket(accept4(port_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!socket) return;
         Locked hold(lock_);
         if (ended_) return;
-        Running& running = running_.emplace_back();
-        running.conversation =
-            std::make_unique<Conversation>(std::move(socket), context_.get(), ++connections_);
-        running.thread = std::thread([this, conversation = running.conversation.get()] {
-            script_(*conversation);
-            conversation->breakOff();
+        Conversation& one = conversations_.emplace_back(std::move(socket), context_.get());
+        ++connections_;
+        scripts_.emplace_back([this, &one] {
+            script_(one);
+            one.breakOff();
         });
     }
 }

@@ -1,27 +1,27 @@
 #pragma once
 
+#include <openssl/ssl.h>
+
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
+#include "Tests/Support/LoopbackPort.h"
 #include "Tests/Support/TestAuthority.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
-#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/URL.h"
 
 namespace vark::test {
 
 /// The head of a request as it came.
 struct RequestHead {
-    std::string method;
-    std::string target;
-    std::vector<std::pair<std::string, std::string>> headers;
+    std::string text;
+    std::string method{};
+    std::string target{};
 
     /// The first header of this name, whatever its case; nothing if there is none.
     std::optional<std::string> header(std::string_view name) const;
@@ -31,12 +31,9 @@ struct RequestHead {
 /// handshake comes with the first reading or writing.
 class Conversation {
   public:
-    Conversation(Descriptor socket, SSL_CTX* context, int number);
+    Conversation(Descriptor socket, SSL_CTX* context);
     Conversation(const Conversation&) = delete;
     Conversation& operator=(const Conversation&) = delete;
-
-    /// Counts the connections of a server from 1.
-    int number() const { return number_; }
 
     /// Nothing when the client has gone.
     std::optional<RequestHead> readHead();
@@ -47,32 +44,24 @@ class Conversation {
     bool answer(int status, std::string_view body, std::string_view headerLines = "");
 
     /// Returns when the client has sent its first bytes, which stay unread.
-    void waitForFirstBytes();
+    void waitForFirstBytes() const;
     /// Sends as it is, whatever TLS would have to come first.
-    void writeWithoutTLS(std::string_view text);
+    void writeWithoutTLS(std::string_view text) const;
     /// Reads and forgets until the client has gone.
-    void waitForTheEnd();
+    void waitForTheEnd() const;
     /// Says that no more comes, as TLS wants it.
-    void sayGoodbye();
+    void sayGoodbye() const { SSL_shutdown(tls_.get()); }
     /// Ends the connection with a reset, so that what is under way is lost.
-    void reset();
-
-    /// Whether the client has taken up an earlier TLS session.
-    bool isResumed() const { return SSL_session_reused(tls_.get()) == 1; }
-
-    /// The name that the client asked for; empty when it asked for none.
-    std::string serverName() const;
-
+    void reset() const;
     /// Wakes whoever is blocked here. From any thread.
-    void breakOff();
+    void breakOff() const { shutdown(socket_.get(), SHUT_RDWR); }
 
   private:
     bool secure();
     bool readMore();
 
     Descriptor socket_;
-    std::unique_ptr<SSL, OpenSSLFree<SSL_free>> tls_;
-    int number_;
+    std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
     bool isSecure_ = false;
     std::string unread_;
 };
@@ -83,34 +72,30 @@ class ScriptedServer {
   public:
     using Script = std::function<void(Conversation&)>;
 
-    ScriptedServer(const TestAuthority& authority, Script script,
-                   const std::vector<std::string>& names = {"127.0.0.1", "localhost"})
-        : ScriptedServer(authority.serverContext(names), std::move(script)) {}
-    ScriptedServer(ServerContext context, Script script);
+    /// `identity` is a file that a TestAuthority has made.
+    ScriptedServer(const std::string& identity, Script script);
+    ScriptedServer(const TestAuthority& authority, Script script)
+        : ScriptedServer(authority.identity("IP:127.0.0.1,DNS:localhost"), std::move(script)) {}
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
-    std::uint16_t port() const { return port_; }
+    std::uint16_t port() const { return port_.port(); }
     URL url(std::string_view target, std::string_view host = "127.0.0.1") const;
     /// How many connections there have been.
     int connections() const { return connections_; }
 
   private:
-    struct Running {
-        std::unique_ptr<Conversation> conversation;
-        std::thread thread;
-    };
     void accept();
 
-    ServerContext context_;
+    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_;
     Script script_;
-    Descriptor listener_;
-    std::uint16_t port_ = 0;
+    LoopbackPort port_;
     std::atomic<int> connections_ = 0;
     Mutex lock_;
     bool ended_ VARK_GUARDED_BY(lock_) = false;
-    std::list<Running> running_ VARK_GUARDED_BY(lock_);
+    std::list<Conversation> conversations_ VARK_GUARDED_BY(lock_);
+    std::list<std::jthread> scripts_;  // The accepting thread's until it has ended.
     std::thread acceptor_;
 };
 

@@ -65,6 +65,8 @@ class ScriptedSession final : public HTTPSession {
     void queue(int status, std::string body = "") { queue(answer(status, std::move(body))); }
     std::function<ScriptedAnswer(const HTTPRequest&)> script;
 
+    /// What whoever uses it asked for.
+    HTTPSessionSettings settings;
     std::vector<HTTPRequest> requests;
     /// What was taken of the body of each upload, in the order of the uploads.
     std::vector<std::string> uploads;
@@ -77,7 +79,8 @@ class ScriptedSession final : public HTTPSession {
 
     Task<HTTPResponse> upload(HTTPRequest request, std::shared_ptr<BytePipe> body,
                               std::int64_t length) override {
-        const ReadingEnd end(*body);
+        const auto endReading = [](BytePipe* pipe) { pipe->closeReading(); };
+        const std::unique_ptr<BytePipe, decltype(endReading)> end(body.get(), endReading);
         co_await checkCancellation();
         ScriptedAnswer next = answerTo(std::move(request));
         const std::size_t place = uploads.size();
@@ -117,17 +120,6 @@ class ScriptedSession final : public HTTPSession {
         }
         return std::nullopt;
     }
-
-    class ReadingEnd {
-      public:
-        explicit ReadingEnd(BytePipe& pipe) : pipe_(pipe) {}
-        ReadingEnd(const ReadingEnd&) = delete;
-        ReadingEnd& operator=(const ReadingEnd&) = delete;
-        ~ReadingEnd() { pipe_.closeReading(); }
-
-      private:
-        BytePipe& pipe_;
-    };
 
     ScriptedAnswer answerTo(HTTPRequest request) {
         requests.push_back(std::move(request));

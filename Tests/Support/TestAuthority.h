@@ -1,49 +1,43 @@
 #pragma once
 
-#include <openssl/evp.h>
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
+#include <fmt/format.h>
 
-#include <filesystem>
-#include <memory>
 #include <string>
-#include <vector>
+
+#include "Tests/Support/Process.h"
+#include "Tests/Support/TemporaryFolder.h"
 
 namespace vark::test {
 
-template <auto free>
-struct OpenSSLFree {
-    template <class T>
-    void operator()(T* object) const noexcept {
-        free(object);
-    }
-};
-using ServerContext = std::unique_ptr<SSL_CTX, OpenSSLFree<SSL_CTX_free>>;
-
-/// An authority for TLS that nobody knows but the test. Its certificate stands in a file that goes with it.
+/// An authority for TLS that nobody knows but the test.
 class TestAuthority {
   public:
-    TestAuthority();
-    ~TestAuthority();
-    TestAuthority(const TestAuthority&) = delete;
-    TestAuthority& operator=(const TestAuthority&) = delete;
+    TestAuthority() {
+        // A name of its own: two authorities of one name would be told apart by their signatures only.
+        run(fmt::format("openssl req -x509 {} -keyout {} -out {} -subj /CN={}", newKey, key(), file(),
+                        folder_.path().filename().string()));
+    }
 
-    const std::string& file() const { return file_; }
+    std::string file() const { return folder_ / "authority.pem"; }
     enum class Validity { now, past };
-    /// What a server needs to prove that it is one of `names`: host names or numeric addresses.
-    ServerContext serverContext(const std::vector<std::string>& names,
-                                Validity validity = Validity::now) const;
+    /// A file with what a server needs to prove that it is one of `names`, as in
+    /// "DNS:node.test,IP:127.0.0.1".
+    std::string identity(const std::string& names, Validity validity = Validity::now) const {
+        const std::string identity = folder_ / std::to_string(++made_);
+        run(
+            fmt::format("openssl req -new {0} -keyout {1} -subj /CN=Test -addext 'subjectAltName={2}' | "
+                        "openssl x509 -req -CA {3} -CAkey {4} -copy_extensions copy -days {5} >> {1}",
+                        newKey, identity, names, file(), key(), validity == Validity::now ? 1 : -1));
+        return identity;
+    }
 
   private:
-    using Key = std::unique_ptr<EVP_PKEY, OpenSSLFree<EVP_PKEY_free>>;
-    using Certificate = std::unique_ptr<X509, OpenSSLFree<X509_free>>;
+    static constexpr const char* newKey = "-nodes -newkey ec -pkeyopt ec_paramgen_curve:P-256";
+    static void run(const std::string& script) { runTool({"sh", "-ec", script}); }
+    std::string key() const { return folder_ / "authority.key"; }
 
-    Certificate issue(EVP_PKEY* key, const std::string& commonName, const std::vector<std::string>& names,
-                      Validity validity = Validity::now) const;
-
-    Key key_;
-    Certificate certificate_;
-    std::string file_;
+    TemporaryFolder folder_;
+    mutable int made_ = 0;
 };
 
 }  // namespace vark::test

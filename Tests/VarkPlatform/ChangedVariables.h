@@ -4,37 +4,34 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace vark::test {
 
 /// Environment variables that are other than they were until the end of the block.
 class ChangedVariables {
   public:
+    using Values = std::map<std::string, std::optional<std::string>>;
+
     /// A variable without a value is taken away.
-    explicit ChangedVariables(const std::map<std::string, std::optional<std::string>>& values) {
+    explicit ChangedVariables(const Values& values) {
         for (const auto& [name, value] : values) {
             const char* before = std::getenv(name.c_str());
             before_[name] = before == nullptr ? std::nullopt : std::optional<std::string>(before);
-            set(name, value);
         }
+        set(values);
     }
-    ~ChangedVariables() {
-        for (const auto& [name, value] : before_)
-            set(name, value);
-    }
+    ~ChangedVariables() { set(before_); }
     ChangedVariables(const ChangedVariables&) = delete;
     ChangedVariables& operator=(const ChangedVariables&) = delete;
 
   private:
-    static void set(const std::string& name, const std::optional<std::string>& value) {
-        if (value) {
-            setenv(name.c_str(), value->c_str(), 1);
-        } else {
+    static void set(const Values& values) {
+        for (const auto& [name, value] : values) {
             unsetenv(name.c_str());
+            if (value) setenv(name.c_str(), value->c_str(), 1);
         }
     }
-    std::map<std::string, std::optional<std::string>> before_;
+    Values before_;
 };
 
 }  // namespace vark::test

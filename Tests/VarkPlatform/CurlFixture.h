@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -15,34 +15,24 @@
 
 namespace vark::test {
 
-/// What became of a request, as a word for a table.
-inline std::string wordFor(HTTPError::Code code) {
-    switch (code) {
-        case HTTPError::notConnectedToInternet:
-            return "not connected";
-        case HTTPError::connectionLost:
-            return "connection lost";
-        case HTTPError::cannotConnect:
-            return "cannot connect";
-        case HTTPError::cannotFindHost:
-            return "cannot find host";
-        case HTTPError::timedOut:
-            return "timed out";
-        case HTTPError::untrusted:
-            return "untrusted";
-        case HTTPError::answerTooLong:
-            return "answer too long";
-        case HTTPError::other:
-            return "other";
-    }
-}
-
-/// What a person is told is a finished sentence about the vark, and nothing of a library's.
-inline void expectWordsForPeople(const std::string& sentence) {
+/// What became of a request, as a word for a table. What a person is told of it must be a finished sentence
+/// about the vark, and nothing of a library's.
+inline std::string wordFor(const HTTPError& error) {
+    const std::string sentence = error.what();
     EXPECT_TRUE(sentence.ends_with('.') && !sentence.ends_with("..")) << sentence;
     EXPECT_TRUE(sentence.contains("vark") || sentence.contains("network")) << sentence;
-    for (const char* foreign : {"curl", "SSL", "error", "127.0.0.1", "localhost", "invalid", "secret", "  "})
+    for (const char* foreign : {"curl", "SSL", "error", "127.0.0.1", "localhost", "invalid", "secret"})
         EXPECT_FALSE(sentence.contains(foreign)) << sentence;
+    static const std::map<HTTPError::Code, const char*> words{
+        {HTTPError::notConnectedToInternet, "not connected"},
+        {HTTPError::connectionLost, "connection lost"},
+        {HTTPError::cannotConnect, "cannot connect"},
+        {HTTPError::cannotFindHost, "cannot find host"},
+        {HTTPError::timedOut, "timed out"},
+        {HTTPError::untrusted, "untrusted"},
+        {HTTPError::answerTooLong, "answer too long"},
+        {HTTPError::other, "other"}};
+    return words.at(error.code());
 }
 
 /// A session that trusts the authority of the test's servers, and the test's thread to run tasks on.
@@ -55,16 +45,9 @@ class CurlFixture : public testing::Test {
         settings.authorityFile = authority.file();
         return settings;
     }
-    static URL url(const std::string& text) {
-        const std::optional<URL> parsed = URL::parse(text);
-        if (!parsed) throw std::invalid_argument(text + " is no address");
-        return *parsed;
-    }
+    static URL url(const std::string& text) { return URL::parse(text).value(); }
     static HTTPRequest request(const URL& url, std::string method = "GET") {
         return {.method = std::move(method), .url = url, .headers = {}, .body = ""};
-    }
-    HTTPResponse answerTo(HTTPRequest request) {
-        return run(executor, clock, session->data(std::move(request)));
     }
 
     /// The status, the word for the failure, or "cancelled".
@@ -73,8 +56,7 @@ class CurlFixture : public testing::Test {
         try {
             return std::to_string(handle.result().status);
         } catch (const HTTPError& error) {
-            expectWordsForPeople(error.what());
-            return wordFor(error.code());
+            return wordFor(error);
         } catch (const CancellationError&) {
             return "cancelled";
         }
@@ -88,16 +70,17 @@ class CurlFixture : public testing::Test {
     TaskScope scope{executor, clock};
 };
 
-/// Answers every request of a connection that is kept, with a body of the head's making.
-template <class Answer>
-ScriptedServer::Script answeringAll(Answer answer) {
+/// Answers every request of a connection that is kept, when its body has come.
+inline ScriptedServer::Script answeringAll(std::function<void(Conversation&, const RequestHead&)> answer) {
     return [answer](Conversation& client) {
-        while (std::optional<RequestHead> head = client.readHead()) {
-            const std::string length = head->header("Content-Length").value_or("0");
-            client.readBody(std::stoul(length));
+        while (const std::optional<RequestHead> head = client.readHead()) {
+            client.readBody(std::stoul(head->header("Content-Length").value_or("0")));
             answer(client, *head);
         }
     };
+}
+inline ScriptedServer::Script answeringAll(int status) {
+    return answeringAll([status](Conversation& client, const RequestHead&) { client.answer(status, ""); });
 }
 
 }  // namespace vark::test

@@ -1,6 +1,5 @@
-#include <fmt/format.h>
-
 #include <cstdlib>
+#include <iostream>
 
 #include "Tests/Support/FakeSystem.h"
 #include "VarkCore/Connection/Keychain.h"
@@ -9,43 +8,38 @@
 // One operation on the keychain of the session around it, told on the output. A process of its own, as every
 // program has: to which bus it talks is settled with its first call.
 
-namespace vark {
 namespace {
 
-std::string tell(const Keychain::TokenRead& read) {
+using vark::Keychain;
+
+std::string told(const Keychain::TokenRead& read) {
     if (const auto* unreadable = std::get_if<Keychain::TokenRead::Unreadable>(&read.which()))
-        return fmt::format("unreadable {}", unreadable->status);
-    const std::optional<std::string> token = read.token();
-    return token ? "found " + *token : "missing";
+        return "unreadable " + std::to_string(unreadable->status);
+    return read.token() ? "found " + *read.token() : "missing";
 }
 
-std::string carryOut(SecretStore& store, const std::string& operation, const std::string& argument) {
-    FakeBundle bundle;
-    const Keychain keychain(store, AppIdentity(bundle));
-    if (operation == "open") return fmt::format("{}", store.open());
-    if (operation == "add") return fmt::format("{}", store.add({"a", "b"}, "c", argument));
+std::string carriedOut(vark::SecretStore& store, const std::string& operation, const std::string& argument) {
+    const vark::FakeBundle bundle;
+    const Keychain keychain(store, vark::AppIdentity(bundle));
+    if (operation == "open") return std::to_string(store.open());
+    if (operation == "add") return std::to_string(store.add({"a", "b"}, "c", argument));
     if (operation == "read")
-        return tell(argument.empty() ? keychain.readToken() : keychain.readToken(argument));
-    if (operation == "migrate") return keychain.migrateFromLegacy() ? "moved" : "left";
+        return told(argument.empty() ? keychain.readToken() : keychain.readToken(argument));
     if (operation == "remove") keychain.remove();
-    if (operation == "write") {
-        try {
-            keychain.write(argument);
-        } catch (const Keychain::Failure& failure) {
-            return fmt::format("{}", failure.status());
-        }
+    try {
+        if (operation == "write") keychain.write(argument);
+    } catch (const Keychain::Failure& failure) {
+        return std::to_string(failure.status());
     }
     return "0";
 }
 
 }  // namespace
-}  // namespace vark
 
 int main(int count, char** arguments) {
     // Longer than any machine is slow, unless the test wants to see it run out.
     const char* patience = std::getenv("PATIENCE_MS");
     vark::SecretServiceStore store(
         std::chrono::milliseconds(patience != nullptr ? std::atoi(patience) : 60'000));
-    fmt::print("{}", vark::carryOut(store, arguments[1], count > 2 ? arguments[2] : ""));
-    return 0;
+    std::cout << carriedOut(store, arguments[1], count > 2 ? arguments[2] : "");
 }

@@ -1,4 +1,5 @@
-#include <gtest/gtest.h>
+#include <arpa/inet.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <chrono>
@@ -11,19 +12,20 @@
 namespace vark::test {
 namespace {
 
-/// What a monitor has reported, in order.
-class Reports {
+/// A monitor that runs, and what it has reported, in order.
+class Watched {
   public:
-    void add(bool usable) {
-        Locked hold(lock_);
-        reports_.push_back(usable);
-        changed_.notify_all();
+    explicit Watched(std::optional<std::string> host = std::nullopt) : monitor_(std::move(host)) {
+        monitor_.start([this](bool usable) {
+            Locked hold(lock_);
+            reports_.push_back(usable);
+            changed_.notify_all();
+        });
     }
     std::vector<bool> first(std::size_t count) {
-        constexpr std::chrono::seconds patience{20};
         Locked hold(lock_);
         while (reports_.size() < count) {
-            if (changed_.wait_for(lock_, patience) == std::cv_status::timeout) break;
+            if (changed_.wait_for(lock_, std::chrono::seconds(20)) == std::cv_status::timeout) break;
         }
         return reports_;
     }
@@ -32,47 +34,36 @@ class Reports {
     Mutex lock_;
     std::condition_variable_any changed_;
     std::vector<bool> reports_ VARK_GUARDED_BY(lock_);
+    NetlinkPathMonitor monitor_;
 };
 
 TEST(NetlinkPathMonitor, ReportsTheStateAndThenEachChange) {
     inOwnNetwork([](OwnNetwork& network) {
-        Reports reports;
-        NetlinkPathMonitor monitor;
-        monitor.start([&](bool usable) { reports.add(usable); });
-        EXPECT_EQ(reports.first(1), (std::vector{false}));
-        network.bringUp("lo");
-        network.addRoute(everywhere, everywhere, "lo");
-        EXPECT_EQ(reports.first(2), (std::vector{false, true}));
-        network.removeRoute(everywhere, everywhere, "lo");
-        EXPECT_EQ(reports.first(3), (std::vector{false, true, false}));
-        network.addRoute(everywhere, everywhere, "lo");
-        EXPECT_EQ(reports.first(4), (std::vector{false, true, false, true}));
-        network.takeDown("lo");
-        EXPECT_EQ(reports.first(5), (std::vector{false, true, false, true, false}));
+        Watched watched;
+        std::vector<bool> expected{false};
+        EXPECT_EQ(watched.first(1), expected);
+        for (const char* change : {"ip link set lo up; ip route add default dev lo", "ip route del default",
+                                   "ip route add default dev lo", "ip link set lo down"}) {
+            network.run(change);
+            expected.push_back(!expected.back());
+            EXPECT_EQ(watched.first(expected.size()), expected) << change;
+        }
     });
 }
 
 TEST(NetlinkPathMonitor, JudgesByTheWorldOrByTheHostOfTheVark) {
+    const std::string nothing = "true";
+    const std::string local = "ip link set lo up; ip route add 10.1.2.0/24 dev lo";
+    const std::string world = "ip link set lo up; ip route add default dev lo";
+    // A cable that is not plugged in: the other end of it is down.
+    const std::string unplugged =
+        "ip link add cable type veth peer name end; ip address add 10.1.2.1/24 dev cable; "
+        "ip link set cable up; ip route add default dev cable";
     struct Case {
         const char* name;
-        void (*setUp)(OwnNetwork&);
+        const std::string& setUp;
         std::optional<std::string> host;
         bool usable;
-    };
-    constexpr auto nothing = [](OwnNetwork&) {};
-    constexpr auto local = [](OwnNetwork& network) {
-        network.bringUp("lo");
-        network.addRoute("10.1.2.0", "255.255.255.0", "lo");
-    };
-    constexpr auto world = [](OwnNetwork& network) {
-        network.bringUp("lo");
-        network.addRoute(everywhere, everywhere, "lo");
-    };
-    constexpr auto unplugged = [](OwnNetwork& network) {
-        network.addInterfaceWithoutCarrier("tun0");
-        network.setAddress("tun0", "10.1.2.1");
-        network.bringUp("tun0");
-        network.addRoute(everywhere, everywhere, "tun0");
     };
     const std::vector<Case> cases{
         {"nothing at all", nothing, std::nullopt, false},
@@ -91,35 +82,32 @@ TEST(NetlinkPathMonitor, JudgesByTheWorldOrByTheHostOfTheVark) {
     for (const Case& one : cases) {
         SCOPED_TRACE(one.name);
         inOwnNetwork([&](OwnNetwork& network) {
-            one.setUp(network);
-            Reports reports;
-            NetlinkPathMonitor monitor(one.host);
-            monitor.start([&](bool usable) { reports.add(usable); });
-            EXPECT_EQ(reports.first(1), std::vector{one.usable});
+            network.run(one.setUp);
+            EXPECT_EQ(Watched(one.host).first(1), std::vector{one.usable});
         });
     }
 }
 
 TEST(NetlinkPathMonitor, EndsWhileANameIsBeingLookedUp) {
     inOwnNetwork([](OwnNetwork& network) {
-        network.bringUp("lo");
-        const Descriptor silentServer = network.ownNameServer();
+        const TemporaryFolder folder;
+        const std::string settings = folder.file("resolv.conf", "nameserver 127.0.0.1\n");
+        network.run("ip link set lo up; mount --bind " + settings + " /etc/resolv.conf");
+        const Descriptor silentServer(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(53);
+        ASSERT_EQ(bind(silentServer.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
         const auto begun = std::chrono::steady_clock::now();
         {
-            Reports reports;
-            NetlinkPathMonitor monitor("vark.test");
-            monitor.start([&](bool usable) { reports.add(usable); });
+            Watched watched("vark.test");
             std::array<char, 512> question;
             EXPECT_GT(recv(silentServer.get(), question.data(), question.size(), 0), 0);
-            EXPECT_EQ(reports.first(1), std::vector{false});
+            EXPECT_EQ(watched.first(1), std::vector{false});
         }
         // The name service asks for ten seconds.
         EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
     });
-}
-
-TEST(NetlinkPathMonitor, EndsWithoutHavingStarted) {
-    NetlinkPathMonitor monitor;
 }
 
 }  // namespace

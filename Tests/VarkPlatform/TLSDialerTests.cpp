@@ -1,60 +1,38 @@
+#include "VarkPlatform/Linux/TLSDialer.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <latch>
+#include <list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Tests/Support/ScriptedServer.h"
 #include "VarkCore/Concurrency/TaskScope.h"
-#include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::test {
 namespace {
 
 using Dialled = std::unique_ptr<TLSConnection>;
 
-/// Whatever comes until the far side ends its stream.
-Task<std::string> everythingFrom(TLSConnection* connection) {
+/// Sends the question, and gives whatever comes until the far side ends its stream or the connection is taken
+/// away.
+Task<std::string> exchange(TLSDialer* dialer, DialTarget target, std::string question, Dialled* kept) {
+    *kept = co_await dialer->dial(std::move(target));
+    TLSConnection* connection = kept->get();
+    co_await connection->send(question);
     std::string all;
-    while (true) {
+    while (*kept) {
         std::vector<char> buffer(100'000);
         const TLSConnection::Received received = co_await connection->receive(buffer);
         all.append(buffer.data(), received.count);
         if (received.finished) co_return all;
     }
+    throw CancellationError();
 }
-
-Task<void> connect(TLSDialer* dialer, DialTarget target, Dialled* into) {
-    *into = co_await dialer->dial(std::move(target));
-}
-
-Task<std::string> exchange(TLSDialer* dialer, DialTarget target, std::string question) {
-    const Dialled connection = co_await dialer->dial(std::move(target));
-    co_await connection->send(question);
-    co_return co_await everythingFrom(connection.get());
-}
-
-Task<std::string> sendForever(TLSConnection* connection) {
-    const std::string block(1'000'000, 'x');
-    while (true)
-        co_await connection->send(block);
-}
-
-/// Holds up the threads of scripts until it is opened.
-class Latch {
-  public:
-    void wait() { open_.wait(false); }
-    void open() {
-        open_ = true;
-        open_.notify_all();
-    }
-
-  private:
-    std::atomic<bool> open_ = false;
-};
 
 /// Time stands still on the clock of the tasks unless a test moves it.
 class TLSDialerTest : public testing::Test {
@@ -62,15 +40,6 @@ class TLSDialerTest : public testing::Test {
     static DialTarget target(const ScriptedServer& server, std::string host = "node.test") {
         return {.ip = "127.0.0.1", .port = server.port(), .host = std::move(host)};
     }
-    ScriptedServer serverFor(ScriptedServer::Script script) {
-        return {authority.serverContext({"node.test"}), std::move(script)};
-    }
-    Dialled connectionTo(const ScriptedServer& server) {
-        Dialled connection;
-        run(executor, clock, connect(dialer.get(), target(server), &connection));
-        return connection;
-    }
-
     std::string outcome(const TaskHandle<std::string>& handle) {
         executor.runUntil([&] { return handle.done(); });
         try {
@@ -81,212 +50,158 @@ class TLSDialerTest : public testing::Test {
             return "cancelled";
         }
     }
-    std::string outcome(Task<std::string> task) { return outcome(scope.start(std::move(task))); }
-    std::string answer(TLSDialer& by, DialTarget where) {
-        return outcome(exchange(&by, std::move(where), "question"));
+    TaskHandle<std::string> start(DialTarget where, std::string question = "question") {
+        return scope.start(
+            exchange(dialer.get(), std::move(where), std::move(question), &connections.emplace_back()));
     }
+    std::string answer(DialTarget where) { return outcome(start(std::move(where))); }
     /// Sets the flag from the thread of a script.
     void raise(std::atomic<bool>& flag) {
         flag = true;
         executor.wake();
     }
+    void awaitAndLower(std::atomic<bool>& flag) {
+        executor.runUntil([&] { return flag.load(); });
+        flag = false;
+    }
 
     TestAuthority authority;
+    const std::string identity = authority.identity("DNS:node.test");
     SerialExecutor executor;
     ManualClock clock;
     std::unique_ptr<TLSDialer> dialer = std::make_unique<TLSDialer>(authority.file());
+    std::list<Dialled> connections;
     TaskScope scope{executor, clock};
 };
 
-void answerWithTheName(Conversation& client) {
-    if (client.readBody(8) == "question") client.write("I am " + client.serverName());
+void answerHello(Conversation& client) {
+    if (client.readBody(8) == "question") client.write("hello");
 }
 
 TEST_F(TLSDialerTest, ConnectsOnlyToWhoProvesTheName) {
     using enum TestAuthority::Validity;
     struct Case {
-        std::vector<std::string> names;
-        TestAuthority::Validity validity;
+        const char* names;
         std::string host;
         std::string outcome;
+        TestAuthority::Validity validity = now;
     };
     const std::vector<Case> cases{
-        {{"node.test"}, now, "node.test", "I am node.test"},
-        {{"other.test", "node.test"}, now, "NODE.test", "I am NODE.test"},
-        {{"*.node.test"}, now, "one.node.test", "I am one.node.test"},
-        // A number is no name to ask for, but a certificate may be for one.
-        {{"127.0.0.1"}, now, "127.0.0.1", "I am "},
-        {{"other.test"}, now, "node.test", "tls: hostname mismatch"},
-        {{"node.test"}, now, "127.0.0.1", "tls: IP address mismatch"},
-        {{"*.node.test"}, now, "in.one.node.test", "tls: hostname mismatch"},
-        {{"node.test"}, past, "node.test", "tls: certificate has expired"},
-        {{"node.test"}, now, "", "tls: there is no name to check"},
-        {{"node.test"}, now, std::string("node.test\0.evil.test", 20), "tls: the name to check is no name"},
+        {"DNS:node.test", "node.test", "hello"},
+        {"DNS:other.test,DNS:node.test", "NODE.test", "hello"},
+        {"DNS:*.node.test", "one.node.test", "hello"},
+        {"IP:127.0.0.1", "127.0.0.1", "hello"},
+        {"DNS:other.test", "node.test", "tls: hostname mismatch"},
+        {"DNS:node.test", "127.0.0.1", "tls: IP address mismatch"},
+        {"DNS:*.node.test", "in.one.node.test", "tls: hostname mismatch"},
+        {"DNS:node.test", "node.test", "tls: certificate has expired", past},
+        {"DNS:node.test", "", "tls: there is no name to check"},
+        {"DNS:node.test", std::string("node.test\0.evil.test", 20), "tls: the name to check is no name"},
     };
     for (const Case& one : cases) {
-        SCOPED_TRACE(one.host + " by a certificate for " + one.names.front());
-        const ScriptedServer server(authority.serverContext(one.names, one.validity), answerWithTheName);
-        EXPECT_EQ(answer(*dialer, target(server, one.host)), one.outcome);
+        SCOPED_TRACE(one.host + " by a certificate for " + one.names);
+        const ScriptedServer server(authority.identity(one.names, one.validity), answerHello);
+        EXPECT_EQ(answer(target(server, one.host)), one.outcome);
     }
-}
-
-TEST_F(TLSDialerTest, TrustsNobodyWhomTheSystemDoesNotKnow) {
-    const ScriptedServer server = serverFor(answerWithTheName);
-    TLSDialer untold;
-    EXPECT_EQ(answer(untold, target(server)), "tls: unable to get local issuer certificate");
+    const ScriptedServer server(identity, answerHello);
+    connections.clear();
+    dialer = std::make_unique<TLSDialer>();
+    EXPECT_EQ(answer(target(server)), "tls: unable to get local issuer certificate");
     EXPECT_THROW(TLSDialer("/nowhere/authority.pem"), std::runtime_error);
 }
 
-TEST_F(TLSDialerTest, TellsAFailureOfTLSFromOneOfTheNetwork) {
-    ServerContext old = authority.serverContext({"node.test"});
-    SSL_CTX_set_max_proto_version(old.get(), TLS1_1_VERSION);
-    // Debian's own level refuses the server's side of it too.
-    SSL_CTX_set_security_level(old.get(), 0);
-    const ScriptedServer outdated(std::move(old), answerWithTheName);
-    EXPECT_EQ(answer(*dialer, target(outdated)), "tls: tlsv1 alert protocol version");
-
-    const ScriptedServer plain = serverFor([](Conversation& client) {
+TEST_F(TLSDialerTest, TellsHowAConnectionCameToItsEnd) {
+    struct Case {
+        const char* name;
+        ScriptedServer::Script script;
+        const char* outcome;
+    };
+    const auto afterHello = [](void (*end)(Conversation&)) {
+        return [end](Conversation& client) {
+            answerHello(client);
+            end(client);
+        };
+    };
+    const auto withoutTLS = [](Conversation& client) {
         client.waitForFirstBytes();
         client.writeWithoutTLS("HTTP/1.1 400 Bad Request\r\n\r\n");
-    });
-    EXPECT_EQ(answer(*dialer, target(plain)), "tls: wrong version number");
-
-    const ScriptedServer gone = serverFor([](Conversation& client) { client.waitForFirstBytes(); });
-    EXPECT_EQ(answer(*dialer, target(gone)), "network: Connection reset by peer");
-
-    DialTarget closed{.ip = "127.0.0.1", .port = 0, .host = "node.test"};
-    {
-        closed.port = serverFor(answerWithTheName).port();
+    };
+    // clang-format off
+    const std::vector<Case> cases{
+        {"with a farewell", afterHello([](Conversation& client) { client.sayGoodbye(); }), "hello"},
+        {"without one", answerHello, "hello"},
+        {"reset", afterHello([](Conversation& client) { client.reset(); }), "network: Connection reset by peer"},
+        {"no TLS", withoutTLS, "tls: wrong version number"},
+        {"gone in the handshake", [](Conversation& client) { client.waitForFirstBytes(); }, "network: Connection reset by peer"},
+    };
+    // clang-format on
+    for (const Case& one : cases) {
+        SCOPED_TRACE(one.name);
+        const ScriptedServer server(identity, one.script);
+        EXPECT_EQ(answer(target(server)), one.outcome);
     }
-    EXPECT_EQ(answer(*dialer, closed), "network: Connection refused");
-
+    const LoopbackPort silent;
+    EXPECT_EQ(answer({"127.0.0.1", silent.port(), "node.test"}), "network: Connection refused");
     // No name is ever looked up.
-    EXPECT_EQ(answer(*dialer, {.ip = "localhost", .port = plain.port(), .host = "node.test"}),
-              "network: Invalid argument");
+    EXPECT_EQ(answer({"localhost", silent.port(), "node.test"}), "network: Invalid argument");
 }
 
-TEST_F(TLSDialerTest, GivesUpAHandshakeThatIsNotAnsweredInFiveSeconds) {
-    std::atomic<bool> asked = false;
-    const ScriptedServer server = serverFor([&](Conversation& client) {
-        client.waitForFirstBytes();
-        raise(asked);
-        client.waitForTheEnd();
-    });
-    const auto handle = scope.start(exchange(dialer.get(), target(server), ""));
-    executor.runUntil([&] { return asked.load() && clock.nextDeadline().has_value(); });
-    clock.moveTo(clock.now() + std::chrono::milliseconds(4999));
-    executor.runReady();
-    EXPECT_FALSE(handle.done());
-    clock.moveTo(clock.now() + std::chrono::milliseconds(1));
-    EXPECT_EQ(outcome(handle), "network: Connection timed out");
-}
-
-TEST_F(TLSDialerTest, EndsACallAtOnceWhenItsTaskIsCancelled) {
+TEST_F(TLSDialerTest, EndsACallAtOnceAndIsNotHeldUpByFarSidesThatStandStill) {
     std::atomic<bool> reached = false;
-    const ScriptedServer silent = serverFor([&](Conversation& client) {
+    std::latch over(1);
+    const ScriptedServer silent(identity, [&](Conversation& client) {
         client.waitForFirstBytes();
         raise(reached);
         client.waitForTheEnd();
     });
-    const auto dialling = scope.start(exchange(dialer.get(), target(silent), ""));
-    executor.runUntil([&] { return reached.load(); });
-    dialling.cancel();
-    EXPECT_EQ(outcome(dialling), "cancelled");
-
-    Latch over;
-    const ScriptedServer server = serverFor([&](Conversation& client) {
+    const ScriptedServer stuck(identity, [&](Conversation& client) {
         client.readBody(1);
         raise(reached);
         over.wait();
     });
-    for (const bool isSending : {false, true}) {
-        SCOPED_TRACE(isSending ? "sending" : "receiving");
-        const Dialled connection = connectionTo(server);
-        reached = false;
-        const auto handle = scope.start(isSending ? sendForever(connection.get())
-                                                  : exchange(dialer.get(), target(server), "x"));
-        executor.runUntil([&] { return reached.load(); });
-        handle.cancel();
-        EXPECT_EQ(outcome(handle), "cancelled");
+    const ScriptedServer server(identity, answerHello);
+    struct Case {
+        const char* phase;
+        const ScriptedServer& server;
+        std::size_t question;
+    };
+    for (const Case& one :
+         {Case{"dialling", silent, 1}, {"receiving", stuck, 1}, {"sending", stuck, 20'000'000}}) {
+        SCOPED_TRACE(one.phase);
+        std::vector<TaskHandle<std::string>> handles;
+        for (int count = 0; count < 10; ++count) {
+            handles.push_back(start(target(one.server), std::string(one.question, 'x')));
+            awaitAndLower(reached);
+        }
+        EXPECT_EQ(answer(target(server)), "hello");
+        for (const TaskHandle<std::string>& handle : handles) {
+            EXPECT_FALSE(handle.done());
+            handle.cancel();
+            EXPECT_EQ(outcome(handle), "cancelled");
+        }
     }
-
-    const auto before = scope.start(exchange(dialer.get(), target(server), "x"));
+    const TaskHandle<std::string> before = start(target(server));
     before.cancel();
     EXPECT_EQ(outcome(before), "cancelled");
-    over.open();
-}
 
-TEST_F(TLSDialerTest, EndsACallWhoseConnectionIsTakenAway) {
-    std::atomic<bool> reached = false;
-    const ScriptedServer server = serverFor([&](Conversation& client) {
-        client.write("hello");
-        client.waitForTheEnd();
-        raise(reached);
-    });
-    Dialled connection = connectionTo(server);
-    const auto handle = scope.start(everythingFrom(connection.get()));
-    executor.runReady();
-    connection.reset();
-    EXPECT_EQ(outcome(handle), "cancelled");
-    executor.runUntil([&] { return reached.load(); });
-}
-
-TEST_F(TLSDialerTest, TakesAnyEndForAnEndAndAResetForAFailure) {
-    struct Case {
-        const char* name;
-        void (*end)(Conversation&);
-        const char* outcome;
-    };
-    const std::vector<Case> cases{
-        {"with a farewell", [](Conversation& client) { client.sayGoodbye(); }, "hello"},
-        {"without one", [](Conversation&) {}, "hello"},
-        {"reset", [](Conversation& client) { client.reset(); }, "network: Connection reset by peer"},
-    };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
-        const ScriptedServer server = serverFor([&](Conversation& client) {
-            client.readBody(8);
-            client.write("hello");
-            one.end(client);
-        });
-        EXPECT_EQ(answer(*dialer, target(server)), one.outcome);
-    }
+    const TaskHandle<std::string> taken = start(target(stuck), "x");
+    awaitAndLower(reached);
+    connections.back().reset();
+    EXPECT_EQ(outcome(taken), "cancelled");
+    over.count_down();
 }
 
 TEST_F(TLSDialerTest, CarriesManyBytesBothWaysInPiecesOfAnySize) {
-    const std::vector<std::size_t> sizes{1, 16'383, 16'384, 16'385, 400'000, 7'000'000};
-    for (const std::size_t size : sizes) {
+    for (const std::size_t size : std::vector<std::size_t>{1, 16'383, 16'384, 16'385, 7'000'000}) {
         SCOPED_TRACE(size);
         std::string bytes(size, '\0');
         for (std::size_t place = 0; place < size; ++place)
             bytes[place] = static_cast<char>(place * 31 + place / 1000);
-        const ScriptedServer server =
-            serverFor([&](Conversation& client) { client.write(client.readBody(size)); });
+        const ScriptedServer server(identity,
+                                    [&](Conversation& client) { client.write(client.readBody(size)); });
         // Not by EXPECT_EQ, which would print all of it.
-        EXPECT_TRUE(outcome(exchange(dialer.get(), target(server), bytes)) == bytes);
+        EXPECT_TRUE(outcome(start(target(server), bytes)) == bytes);
     }
-}
-
-TEST_F(TLSDialerTest, IsNotHeldUpByFarSidesThatDoNotRead) {
-    Latch over;
-    const ScriptedServer stuck = serverFor([&](Conversation& client) {
-        client.readBody(1);
-        over.wait();
-    });
-    const ScriptedServer server = serverFor(answerWithTheName);
-    std::vector<Dialled> connections;
-    std::vector<TaskHandle<std::string>> sending;
-    for (int count = 0; count < 10; ++count) {
-        connections.push_back(connectionTo(stuck));
-        sending.push_back(scope.start(sendForever(connections.back().get())));
-    }
-    EXPECT_EQ(answer(*dialer, target(server)), "I am node.test");
-    for (const TaskHandle<std::string>& handle : sending) {
-        EXPECT_FALSE(handle.done());
-        handle.cancel();
-        EXPECT_EQ(outcome(handle), "cancelled");
-    }
-    over.open();
 }
 
 }  // namespace

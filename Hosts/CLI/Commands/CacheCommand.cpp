@@ -1,5 +1,6 @@
 #include "Hosts/CLI/Commands/Commands.h"
 #include "VarkApp/Machine/CachePlaces.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/Rescue.h"
 
@@ -48,14 +49,9 @@ ExitCode showCache(CommandSurroundings& surroundings, const CacheOptions& option
     return ExitCode::allLanded;
 }
 
-bool liesIn(const std::filesystem::path& path, const std::filesystem::path& folder) {
-    return std::ranges::mismatch(folder, path).in1 == folder.end();
-}
-
 /// The folder itself, as the system calls it.
 std::filesystem::path folderMeant(const std::string& given) {
-    const std::filesystem::path normal = std::filesystem::path(given).lexically_normal();
-    const std::filesystem::path named = normal.has_filename() ? normal : normal.parent_path();
+    const std::filesystem::path named = standardised(given);
     std::error_code failure;
     if (std::filesystem::is_symlink(named, failure))
         throw Failure(Outcome::misuse,

@@ -9,7 +9,7 @@
 #include "Hosts/CLI/ErrorCodes.h"
 #include "Hosts/CLI/NextWords.h"
 #include "VarkApp/Connect/GivenConnection.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark::cli {
 

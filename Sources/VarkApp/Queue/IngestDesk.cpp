@@ -3,8 +3,8 @@
 #include <fmt/ranges.h>
 
 #include "VarkApp/Queue/QueueWords.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/PendingDrop.h"
 

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "VarkCore/Foundation/Paths.h"
+
 namespace vark::app {
 
 namespace {
@@ -40,9 +42,7 @@ void encode(JSONWriter& json, std::string_view key, const std::vector<Said>& all
 }  // namespace
 
 QueueRequest::Named QueueRequest::Named::of(const std::string& argument) {
-    std::filesystem::path path = std::filesystem::absolute(argument).lexically_normal();
-    if (!path.has_filename() && path.has_relative_path()) path = path.parent_path();
-    return {argument, path.string()};
+    return {argument, standardised(argument).string()};
 }
 
 QueueRequest::Named QueueRequest::Named::fromJSON(const boost::json::value& value) {

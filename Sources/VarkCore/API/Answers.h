@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Services/Limits.h"
 
 // How the endpoints read what the vark answered.
 
@@ -51,13 +52,11 @@ std::optional<T> fieldOf(std::string_view body, std::string_view key) {
     }
 }
 
-/// A list that the vark sends in one answer. No honest one is longer, whatever limit was asked for.
-inline constexpr std::size_t longestList = 250'000;
-
-/// Fails with `DecodingError`, before any element is read.
+/// No honest list is longer than the limit, whatever was asked for. Fails with `DecodingError`, before any
+/// element is read.
 inline void refuseOverlong(const JSONFields& fields, std::string_view key) {
     const boost::json::value* value = fields.find(key);
-    if (value == nullptr || !value->is_array() || value->get_array().size() <= longestList) return;
+    if (value == nullptr || !value->is_array() || value->get_array().size() <= limits::listElements) return;
     throw DecodingError(std::string(key) + " has too many elements");
 }
 

@@ -1,14 +1,12 @@
+#include "VarkCore/API/ChunkSender.h"
+
 #include <fmt/format.h>
 
 #include <utility>
 
-#include "VarkCore/API/HTTPVarkAPI.h"
-#include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Upload/ByteCounter.h"
 #include "VarkCore/Upload/ChunkTransfer.h"
 #include "VarkCore/Upload/RunWhileItMoves.h"
-
-// Where the bytes of a file leave this machine.
 
 namespace vark {
 namespace {
@@ -22,72 +20,69 @@ bool isWebAddress(const URL& url) {
 
 }  // namespace
 
-void HTTPVarkAPI::rememberChunkBase(std::string uploadID, const std::optional<std::string>& url) {
+void ChunkSender::rememberBase(std::string uploadID, const std::optional<std::string>& url) {
     std::optional<URL> base = url ? URL::parse(*url) : std::nullopt;
-    const Locked hold(chunkLock_);
+    if (base && base->scheme() == "https" && isWebAddress(*base)) calls_.vouchedFor(base->host());
+    const Locked hold(lock_);
     if (base && isWebAddress(*base)) {
-        if (base->scheme() == "https") namedByTheVark_.insert(lowercased(base->host()));
-        chunkBases_.insert_or_assign(std::move(uploadID), std::move(*base));
+        bases_.insert_or_assign(std::move(uploadID), std::move(*base));
     } else {
-        chunkBases_.erase(uploadID);
+        bases_.erase(uploadID);
     }
 }
 
-void HTTPVarkAPI::forgetChunkBase(const std::string& uploadID) {
-    const Locked hold(chunkLock_);
-    chunkBases_.erase(uploadID);
+void ChunkSender::forgetBase(const std::string& uploadID) {
+    const Locked hold(lock_);
+    bases_.erase(uploadID);
 }
 
-void HTTPVarkAPI::forgetUpload(const std::string& uploadID) {
-    forgetChunkBase(uploadID);
+void ChunkSender::forgetUpload(const std::string& uploadID) {
+    forgetBase(uploadID);
     if (ways_ != nullptr) ways_->take(uploadID);
 }
 
-void HTTPVarkAPI::failForGoneUpload(const std::string& uploadID) {
+void ChunkSender::failForGoneUpload(const std::string& uploadID) {
     forgetUpload(uploadID);
     throw VarkAPIError::uploadGone();
 }
 
 /// A 409 means here that the upload has gone, never that a name is taken; and only the application's host can
 /// say, with a 400, that it does not take file bytes.
-void HTTPVarkAPI::requireChunkTaken(const std::string& uploadID, int status, const std::string& body,
-                                    bool viaApp) {
+void ChunkSender::requireTaken(const std::string& uploadID, int status, const std::string& body,
+                               bool viaApp) {
     if (isSuccess(status)) return;
     if (status == 400 && viaApp) throw VarkAPIError::wrongChunkRoute(fieldOf<std::string>(body, "error"));
     if (status == 404 || status == 409 || status == 410) failForGoneUpload(uploadID);
     throw serverErrorFor(status, body);
 }
 
-HTTPVarkAPI::ChunkTarget HTTPVarkAPI::chunkTarget(const std::string& uploadID, std::int64_t index) {
+ChunkSender::Target ChunkSender::target(const std::string& uploadID, std::int64_t index) {
     {
-        const Locked hold(chunkLock_);
-        const auto base = chunkBases_.find(uploadID);
-        if (base != chunkBases_.end()) return {base->second.withPathSuffix(fmt::format("/{}", index)), false};
+        const Locked hold(lock_);
+        const auto base = bases_.find(uploadID);
+        if (base != bases_.end()) return {base->second.withPathSuffix(fmt::format("/{}", index)), false};
     }
-    return {baseURL_.appendingPath(fmt::format("api/upload/{}/{}", uploadID, index)), true};
+    return {line_.baseURL.appendingPath(fmt::format("api/upload/{}/{}", uploadID, index)), true};
 }
 
-Task<void> HTTPVarkAPI::putChunk(std::string uploadID, std::int64_t index, std::filesystem::path file,
-                                 std::int64_t offset, std::int64_t length, TokenBucket* limiter,
-                                 ChunkProgress progress) {
+Task<void> ChunkSender::send(std::string uploadID, std::int64_t index, ChunkSource source, StallWatch watch) {
     // Without a token nothing is sent, not even to an address that needs none.
-    const HTTPHeader token = authorization();
-    const ChunkTarget target = chunkTarget(uploadID, index);
+    const HTTPHeader token = line_.authorization();
+    const Target target = this->target(uploadID, index);
     LANTransfer::Headers tokenForApp;
     if (target.viaApp) tokenForApp.push_back(token);
-    const ChunkSource source{std::move(file), offset, length, limiter, std::move(progress)};
 
     std::optional<LANRoute> route;
     if (target.viaApp) {
-        route = co_await lanAPIRoute(target.url);
+        route = co_await calls_.route(target.url);
     } else {
-        route = lan_.route(target.url, now_());
+        route = line_.lan.route(target.url, line_.now());
     }
     if (route) {
         std::optional<LANTransfer::Response> answer =
-            co_await answerOfNode(route->host, putChunkOnNode(*route, source, tokenForApp));
+            co_await calls_.answerOf(route->host, putOnNode(*route, source, watch, tokenForApp));
         if (answer) {
-            requireChunkTaken(uploadID, answer->status, answer->body, target.viaApp);
+            requireTaken(uploadID, answer->status, answer->body, target.viaApp);
             if (ways_ != nullptr) ways_->noteNode(uploadID, route->host);
             co_return;
         }
@@ -96,26 +91,25 @@ Task<void> HTTPVarkAPI::putChunk(std::string uploadID, std::int64_t index, std::
 
     HTTPRequest request{"PUT", target.url, std::move(tokenForApp), {}};
     request.headers.push_back({"Content-Type", chunkContentType});
-    request.headers.push_back({"Content-Length", std::to_string(length)});
-    ChunkTransfer transfer(session_, writerPool_, stallWatch, now_, source);
+    request.headers.push_back({"Content-Length", std::to_string(source.length)});
+    ChunkTransfer transfer(line_.session, writers_, watch, line_.now, source);
     const HTTPResponse answer = co_await transfer.send(std::move(request));
-    requireChunkTaken(uploadID, answer.status, answer.body, target.viaApp);
+    requireTaken(uploadID, answer.status, answer.body, target.viaApp);
     if (ways_ != nullptr) ways_->noteInternet(uploadID);
 }
 
-Task<LANTransfer::Response> HTTPVarkAPI::putChunkOnNode(LANRoute route, ChunkSource source,
-                                                        LANTransfer::Headers headers) {
+Task<LANTransfer::Response> ChunkSender::putOnNode(LANRoute route, ChunkSource source, StallWatch watch,
+                                                   LANTransfer::Headers headers) {
     ByteCounter sent;
     LANTransfer::PutProgress progress = [&sent, told = source.progress](std::int64_t count) {
         sent.set(count);
         if (told) told(count);
     };
     Task<LANTransfer::Response> put =
-        nodes_.put(source.file, source.offset, source.length, chunkContentType, std::move(route),
-                   source.limiter, std::move(headers), std::move(progress));
+        line_.nodes.put(source.file, source.offset, source.length, chunkContentType, std::move(route),
+                        source.limiter, std::move(headers), std::move(progress));
     auto moved = [&sent] { return sent.value(); };
-    co_return co_await runWhileItMoves<LANTransfer::Response>(source.length, stallWatch, moved,
-                                                              std::move(put));
+    co_return co_await runWhileItMoves<LANTransfer::Response>(source.length, watch, moved, std::move(put));
 }
 
 }  // namespace vark

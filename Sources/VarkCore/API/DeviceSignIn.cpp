@@ -1,6 +1,6 @@
 #include "VarkCore/API/DeviceSignIn.h"
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 namespace {

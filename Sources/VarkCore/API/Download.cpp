@@ -1,26 +1,18 @@
+#include "VarkCore/API/Download.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "VarkCore/API/ContentSink.h"
-#include "VarkCore/API/HTTPVarkAPI.h"
 #include "VarkCore/API/ItemBody.h"
 #include "VarkCore/API/RedirectWatcher.h"
-#include "VarkCore/API/SessionSettings.h"
 #include "VarkCore/Foundation/Files.h"
-
-// The three roads of a download: from a node that speaks the API, from a node that the vark redirects to, and
-// over the internet. What fails on a node goes on over the internet, behind the same handle.
+#include "VarkCore/Services/Limits.h"
 
 namespace vark {
 namespace {
-
-/// What a download counts for until its length is known, and a road that stands in for another.
-constexpr std::int64_t wholeRoad = 100;
-/// Without an answer's own limit for standing still.
-constexpr std::chrono::seconds usualIdleLimit{90};
 
 /// A download that is not whole yet, beside its destination, so that one rename puts it in place; gone again
 /// unless it took that place. All of one piece: what one way brought is not gone on with by the next, since
@@ -62,10 +54,6 @@ VarkAPIError notInPlace(const FileError& error) {
         fmt::format("Could not put the downloaded file in place: {}", error.what()));
 }
 
-void complete(Progress& progress) {
-    progress.setCompletedUnitCount(progress.totalUnitCount());
-}
-
 std::optional<URL> redirectIn(const LANTransfer::Response& answer) {
     constexpr std::array redirects{301, 302, 303, 307, 308};
     const auto location = answer.headers.find("location");
@@ -74,46 +62,28 @@ std::optional<URL> redirectIn(const LANTransfer::Response& answer) {
     return URL::parse(location->second);
 }
 
-Task<void> finishing(std::shared_ptr<VarkDownload> download, Task<void> road) {
-    std::exception_ptr failure;
-    try {
-        co_await std::move(road);
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    download->finish(std::move(failure));
-}
-
 }  // namespace
 
-std::shared_ptr<VarkDownload> HTTPVarkAPI::download(std::int64_t id, std::filesystem::path to) {
-    HTTPHeader token = authorization();
-    // Nobody can stop a download before it is handed out below.
-    const auto work = std::make_shared<TaskHandle<void>>();
-    const auto download =
-        std::make_shared<VarkDownload>(std::make_shared<Progress>(wholeRoad), [work] { work->cancel(); });
-    Task<void> road = bringToFile(id, std::move(to), std::move(token), download->progress());
-    *work = downloads_.start(finishing(download, std::move(road)));
-    return download;
-}
+Download::Download(const VarkLine& line, const NodeCalls& calls, std::int64_t id, ContentSink& sink,
+                   std::shared_ptr<Progress> progress)
+    : line_(line),
+      calls_(calls),
+      id_(id),
+      url_(line.baseURL.appendingPath(fmt::format("api/file/{}", id))),
+      sink_(sink),
+      progress_(std::move(progress)) {}
 
-Task<void> HTTPVarkAPI::fetch(std::int64_t id, ContentSink& sink) {
-    co_await bring({id, sink, std::make_shared<Progress>(wholeRoad)}, authorization());
-}
-
-URL HTTPVarkAPI::fileURL(std::int64_t id) const {
-    return baseURL_.appendingPath(fmt::format("api/file/{}", id));
-}
-
-Task<void> HTTPVarkAPI::bringToFile(std::int64_t id, std::filesystem::path to, HTTPHeader token,
-                                    std::shared_ptr<Progress> progress) {
+Task<void> Download::bringToFile(const VarkLine& line, const NodeCalls& calls, std::int64_t id,
+                                 std::filesystem::path to, HTTPHeader token,
+                                 std::shared_ptr<Progress> progress) {
     std::optional<IncomingFile> file;
     try {
         file.emplace(std::move(to));
     } catch (const FileError& error) {
         throw notInPlace(error);
     }
-    co_await bring({id, *file, std::move(progress)}, std::move(token));
+    Download download(line, calls, id, *file, std::move(progress));
+    co_await download.bring(std::move(token));
     co_await checkCancellation();
     try {
         file->moveIntoPlace();
@@ -122,33 +92,34 @@ Task<void> HTTPVarkAPI::bringToFile(std::int64_t id, std::filesystem::path to, H
     }
 }
 
-Task<void> HTTPVarkAPI::bring(Wanted wanted, HTTPHeader token) {
+Task<void> Download::bring(HTTPHeader token) {
     // Only a call of the API proves a node: one that has not done so yet is not tried here.
-    const std::optional<LANRoute> node = verifiedRoute(fileURL(wanted.id));
+    const std::optional<LANRoute> node = calls_.provenRoute(url_);
     if (!node) {
-        co_await fetchBySession(std::move(wanted), std::move(token), Roads::all);
+        co_await fetchBySession(std::move(token), Roads::all);
         co_return;
     }
-    Task<void> road = fetchWhereNodeSays(wanted, *node, std::move(token));
+    Task<void> road = fetchWhereNodeSays(*node, std::move(token));
     const bool arrived = co_await arrivesOverNode(node->host, std::move(road));
-    if (!arrived) co_await fetchByInternet(std::move(wanted));
+    if (!arrived) co_await fetchByInternet();
 }
 
-Task<void> HTTPVarkAPI::fetchWhereNodeSays(Wanted wanted, LANRoute node, HTTPHeader token) {
+Task<void> Download::fetchWhereNodeSays(LANRoute node, HTTPHeader token) {
     LANTransfer::Headers headers{std::move(token)};
-    const LANTransfer::Response answer = co_await nodes_.request("GET", std::move(node), std::move(headers));
+    const LANTransfer::Response answer =
+        co_await line_.nodes.request("GET", std::move(node), std::move(headers));
     const std::optional<URL> location = redirectIn(answer);
     if (!location)
-        throw LANTransfer::Failure::badAnswer(fmt::format("file {} answered {}", wanted.id, answer.status));
-    std::optional<LANRoute> route = lan_.route(*location, now_());
+        throw LANTransfer::Failure::badAnswer(fmt::format("file {} answered {}", id_, answer.status));
+    std::optional<LANRoute> route = line_.lan.route(*location, line_.now());
     if (route) {
-        co_await getFromNode(std::move(*route), std::move(wanted));
+        co_await getFromNode(std::move(*route));
     } else {
-        co_await plainFetch(*location, std::move(wanted));
+        co_await plainFetch(*location);
     }
 }
 
-Task<bool> HTTPVarkAPI::arrivesOverNode(std::string host, Task<void> road) {
+Task<bool> Download::arrivesOverNode(std::string host, Task<void> road) {
     bool isCancelled = false;
     try {
         co_await std::move(road);
@@ -160,60 +131,62 @@ Task<bool> HTTPVarkAPI::arrivesOverNode(std::string host, Task<void> road) {
     }
     co_await checkCancellation();
     if (isCancelled) throw CancellationError();
-    lan_.markBad(host, now_());
+    line_.lan.markBad(host, line_.now());
     co_return false;
 }
 
-Task<void> HTTPVarkAPI::getFromNode(LANRoute route, Wanted wanted) {
-    ItemBody body(wanted.sink, wanted.progress);
+Task<void> Download::getFromNode(LANRoute route) {
+    ItemBody body(sink_, progress_);
     LANTransfer::Headers headers = body.headers();
-    const LANTransfer::Response answer = co_await nodes_.get(std::move(route), std::move(headers), body);
+    const LANTransfer::Response answer = co_await line_.nodes.get(std::move(route), std::move(headers), body);
     if (!isSuccess(answer.status)) throw LANTransfer::Failure::status(answer.status);
-    complete(*wanted.progress);
+    complete();
 }
 
-Task<void> HTTPVarkAPI::fetchByInternet(Wanted wanted) {
+Task<void> Download::fetchByInternet() {
     std::optional<HTTPHeader> token;
     try {
-        token = authorization();
+        token = line_.authorization();
     } catch (const VarkAPIError& error) {
         throw VarkAPIError::transport(error.what());
     }
     // What the node brought counts no more.
     auto rest = std::make_shared<Progress>(wholeRoad);
-    wanted.progress->setTotalUnitCount(wholeRoad);
-    wanted.progress->setCompletedUnitCount(0);
-    wanted.progress->addChild(rest, wholeRoad);
-    wanted.progress = std::move(rest);
-    co_await fetchBySession(std::move(wanted), *std::move(token), Roads::internetOnly);
+    progress_->setTotalUnitCount(wholeRoad);
+    progress_->setCompletedUnitCount(0);
+    progress_->addChild(rest, wholeRoad);
+    progress_ = std::move(rest);
+    co_await fetchBySession(*std::move(token), Roads::internetOnly);
 }
 
-Task<void> HTTPVarkAPI::plainFetch(URL url, Wanted wanted) {
-    ItemBody body(wanted.sink, wanted.progress);
+Task<void> Download::plainFetch(URL url) {
+    ItemBody body(sink_, progress_);
     // No token: the address itself is the authority.
-    HTTPRequest request{
-        .url = std::move(url), .headers = body.headers(), .body = {}, .idleLimit = usualIdleLimit};
+    HTTPRequest request{.url = std::move(url),
+                        .headers = body.headers(),
+                        .body = {},
+                        .idleLimit = limits::standingStillElsewhere};
     HTTPSession::FollowRedirect follow = [](auto&) { return true; };
-    const HTTPResponse answer = co_await session_.receive(std::move(request), body, std::move(follow));
+    const HTTPResponse answer = co_await line_.session.receive(std::move(request), body, std::move(follow));
     if (!isSuccess(answer.status)) throw serverErrorFor(answer.status, "");
-    complete(*wanted.progress);
+    complete();
 }
 
-Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, HTTPHeader token, Roads roads) {
-    ItemBody body(wanted.sink, wanted.progress);
-    HTTPRequest request{.url = fileURL(wanted.id), .headers = body.headers(), .body = {}};
+Task<void> Download::fetchBySession(HTTPHeader token, Roads roads) {
+    ItemBody body(sink_, progress_);
+    HTTPRequest request{.url = url_, .headers = body.headers(), .body = {}};
     request.headers.insert(request.headers.begin(), std::move(token));
     // A large file must not be cut off by the limit of a call.
-    request.idleLimit = resourceLimit;
+    request.idleLimit = limits::wholeTransfer;
 
-    const auto watcher = std::make_shared<RedirectWatcher>(lan_, now_);
+    const auto watcher = std::make_shared<RedirectWatcher>(line_.lan, line_.now);
     HTTPSession::FollowRedirect follow = [](auto&) { return true; };
     if (roads == Roads::all) follow = [watcher](const auto& redirect) { return watcher->follows(redirect); };
 
     HTTPResponse answer;
     std::optional<std::string> failure;
     try {
-        answer = co_await session_.receive(std::move(request), body, std::move(follow));
+        answer = co_await line_.session.receive(std::move(request), body, std::move(follow));
     } catch (const HTTPError& error) {
         failure = describeURLError(error);
     } catch (const FileError& error) {
@@ -222,9 +195,9 @@ Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, HTTPHeader token, Roads ro
 
     if (std::optional<LANRoute> route = watcher->takeRoute()) {
         const std::string host = route->host;
-        Task<void> road = getFromNode(std::move(*route), wanted);
+        Task<void> road = getFromNode(std::move(*route));
         const bool arrived = co_await arrivesOverNode(host, std::move(road));
-        if (!arrived) co_await fetchByInternet(std::move(wanted));
+        if (!arrived) co_await fetchByInternet();
         co_return;
     }
     if (failure) {
@@ -232,7 +205,11 @@ Task<void> HTTPVarkAPI::fetchBySession(Wanted wanted, HTTPHeader token, Roads ro
         throw VarkAPIError::transport(std::move(*failure));
     }
     if (!isSuccess(answer.status)) throw serverErrorFor(answer.status, answer.body);
-    complete(*wanted.progress);
+    complete();
+}
+
+void Download::complete() {
+    progress_->setCompletedUnitCount(progress_->totalUnitCount());
 }
 
 }  // namespace vark

@@ -6,7 +6,7 @@
 #include <charconv>
 #include <utility>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {

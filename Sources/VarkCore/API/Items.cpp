@@ -80,7 +80,7 @@ VarkPage VarkPage::fromJSON(const boost::json::value& value) {
         if (!id) continue;
         VarkPage child = pageWithoutAhead(JSONFields(content));
         count += child.items.size();
-        if (count > longestList) throw DecodingError("ahead has too many elements");
+        if (count > limits::listElements) throw DecodingError("ahead has too many elements");
         page.ahead.insert_or_assign(*id, std::move(child));
     }
     return page;

@@ -7,8 +7,6 @@ namespace vark {
 HTTPSessionSettings sessionSettings(std::string via, std::optional<std::string> authorityFile) {
     HTTPSessionSettings settings;
     settings.headers = {{"User-Agent", "VarkTransfer/1.0 (macOS)"}, {"X-Vark-Via", std::move(via)}};
-    settings.mostConnectionsPerHost = 6;
-    settings.resourceLimit = resourceLimit;
     settings.authorityFile = std::move(authorityFile);
     return settings;
 }

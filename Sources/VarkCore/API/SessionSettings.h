@@ -1,15 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 
 #include "VarkCore/Services/HTTPSession.h"
 
 namespace vark {
-
-/// How long a transfer of any size may take.
-inline constexpr std::chrono::seconds resourceLimit{604'800};
 
 /// How the requests of one process go out to the vark. `via` names the process that makes the calls;
 /// `authorityFile` holds certificates that are trusted beside the system's own.

@@ -63,22 +63,23 @@ Task<BeginResult> HTTPVarkAPI::begin(std::string path, std::int64_t size, std::s
     const std::int64_t chunkSize = said->chunkSize.value_or(0);
     if (!said->uploadID || chunkSize < 1)
         throw VarkAPIError::badResponse("begin returned neither an upload nor exists");
-    rememberChunkBase(*said->uploadID, said->chunkURL);
+    chunks_.rememberBase(*said->uploadID, said->chunkURL);
     co_return BeginResult::Start{std::move(*said->uploadID), chunkSize, std::move(said->have)};
 }
 
 Task<UploadStatus> HTTPVarkAPI::status(std::string uploadID) {
     const APIAnswer answer = co_await send("GET", "/api/upload/" + uploadID);
-    if (answer.status == 404 || answer.status == 410) failForGoneUpload(uploadID);
+    if (answer.status == 404 || answer.status == 410) chunks_.failForGoneUpload(uploadID);
     requireStatus(answer, {200});
     co_return decoded<UploadStatus>(answer.body, "upload status");
 }
 
 Task<std::string> HTTPVarkAPI::finish(std::string uploadID) {
     const APIAnswer answer = co_await send("POST", "/api/upload/" + uploadID + "/finish");
-    if (answer.status == 404 || answer.status == 409 || answer.status == 410) failForGoneUpload(uploadID);
+    if (answer.status == 404 || answer.status == 409 || answer.status == 410)
+        chunks_.failForGoneUpload(uploadID);
     requireStatus(answer, {200, 202});
-    forgetChunkBase(uploadID);
+    chunks_.forgetBase(uploadID);
     co_return fieldOf<std::string>(answer.body, "path").value_or("");
 }
 
@@ -86,7 +87,7 @@ Task<void> HTTPVarkAPI::cancel(std::string uploadID) {
     const APIAnswer answer = co_await send("DELETE", "/api/upload/" + uploadID);
     // An upload that the vark no longer knows is cancelled enough.
     if (!isSuccess(answer.status) && answer.status != 404) throw serverErrorFor(answer.status, answer.body);
-    forgetUpload(uploadID);
+    chunks_.forgetUpload(uploadID);
 }
 
 }  // namespace vark

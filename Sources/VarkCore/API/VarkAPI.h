@@ -16,11 +16,11 @@
 #include "VarkCore/API/Items.h"
 #include "VarkCore/API/Jobs.h"
 #include "VarkCore/API/Shares.h"
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/API/UploadAnswers.h"
 #include "VarkCore/API/VarkFolder.h"
 #include "VarkCore/API/WhoAmI.h"
 #include "VarkCore/Concurrency/Task.h"
-#include "VarkCore/Upload/UploadAnswers.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 

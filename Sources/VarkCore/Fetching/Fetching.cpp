@@ -47,15 +47,18 @@ std::runtime_error isInTheWay(mode_t mode) {
 /// Listed among the parts under way for as long as it lives.
 class Fetching::UnderWay {
   public:
-    UnderWay(std::vector<const PartFile*>& all, const PartFile& part) : all_(all), part_(part) {
-        all_.push_back(&part_);
+    UnderWay(Fetching& all, const PartFile& part) : all_(all), part_(part) {
+        all_.underWay_.push_back(&part_);
     }
     UnderWay(const UnderWay&) = delete;
     UnderWay& operator=(const UnderWay&) = delete;
-    ~UnderWay() { std::erase(all_, &part_); }
+    ~UnderWay() {
+        std::erase(all_.underWay_, &part_);
+        all_.movedBytes_ += part_.taken();
+    }
 
   private:
-    std::vector<const PartFile*>& all_;
+    Fetching& all_;
     const PartFile& part_;
 };
 
@@ -153,7 +156,7 @@ Task<void> Fetching::bring(const WantedFiles::File& file, FetchedFile& fetched) 
     }
     auto openPart = [&] { return std::make_unique<PartFile>(place.folder, file.name, file.item); };
     const std::unique_ptr<PartFile> part = co_await pool_.run(openPart);
-    const UnderWay here(underWay_, *part);
+    const UnderWay here(*this, *part);
     while (!co_await bringRest(file, *part)) {
         auto startOver = [&] { part->startOver(); };
         co_await pool_.run(startOver);
@@ -214,6 +217,13 @@ std::int64_t Fetching::receivedBytes() const {
     std::int64_t bytes = settledBytes_;
     for (const PartFile* part : underWay_)
         bytes += part->next();
+    return bytes;
+}
+
+std::int64_t Fetching::movedBytes() const {
+    std::int64_t bytes = movedBytes_;
+    for (const PartFile* part : underWay_)
+        bytes += part->taken();
     return bytes;
 }
 

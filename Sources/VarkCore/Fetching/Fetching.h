@@ -57,7 +57,10 @@ class Fetching {
     /// machine; what fails for one file or folder alone is told of that one, and the rest goes on.
     Task<void> all(WantedFiles wanted, std::filesystem::path into);
 
+    /// Of all that is wanted, what is done with and what the parts hold.
     std::int64_t receivedBytes() const;
+    /// What has come in this run.
+    std::int64_t movedBytes() const;
 
   private:
     class UnderWay;
@@ -93,6 +96,7 @@ class Fetching {
     /// For each folder the one that could not be made: itself, or one above it.
     std::vector<std::optional<std::size_t>> unmadeAbove_;
     std::int64_t settledBytes_ = 0;
+    std::int64_t movedBytes_ = 0;
     std::vector<const PartFile*> underWay_;
 };
 

@@ -118,6 +118,7 @@ void PartFile::take(std::int64_t at, std::string_view bytes) {
         if (written < 0) throw FileError("Could not write", folder_.pathOf(partName_), errno);
         bytes.remove_prefix(static_cast<std::size_t>(written));
         size_ += written;
+        taken_ += written;
     }
 }
 

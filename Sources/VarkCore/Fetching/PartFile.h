@@ -30,8 +30,9 @@ class PartFile final : public ContentSink {
     /// An empty part goes, and one that nobody could go on with.
     ~PartFile() override;
 
-    /// The bytes that have come. Any thread.
+    /// The bytes that are here. Any thread, as for those that this object took.
     std::int64_t next() const override { return size_; }
+    std::int64_t taken() const { return taken_; }
     void take(std::int64_t at, std::string_view bytes) override;
 
     /// Whether some of it is from an earlier run.
@@ -62,6 +63,7 @@ class PartFile final : public ContentSink {
     const std::string partName_;
     Descriptor file_;
     std::atomic<std::int64_t> size_ = 0;
+    std::atomic<std::int64_t> taken_ = 0;
     bool isContinued_ = false;
     bool isWorthless_ = false;
     bool isInPlace_ = false;

@@ -165,13 +165,6 @@ FileStamp stampOf(const std::filesystem::path& path) {
     return stampOf(values);
 }
 
-Descriptor openEmptied(const std::filesystem::path& path) {
-    Descriptor file(uninterrupted(
-        [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600); }));
-    if (!file) throw FileError("Could not create", path, errno);
-    return file;
-}
-
 void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path) {
     while (!bytes.empty()) {
         const ssize_t written =

@@ -71,10 +71,7 @@ FileStamp stampOf(const struct stat& values);
 FileStamp stampOf(const Descriptor& file, const std::filesystem::path& path);
 FileStamp stampOf(const std::filesystem::path& path);
 
-/// Creates the file with mode 0600, or empties the one that stands there; for writing, close-on-exec. Fails
-/// with `FileError`.
-Descriptor openEmptied(const std::filesystem::path& path);
-/// All of the bytes, from where the last ones ended. `path` is for the `FileError`.
+/// All of the bytes, from where the last ones ended. Fails with `FileError`, for which `path` is.
 void writeAll(const Descriptor& file, std::string_view bytes, const std::filesystem::path& path);
 /// The whole file as bytes. Fails with `FileError`; a file above `limit` bytes is such a failure (EFBIG).
 std::string readWholeFile(const std::filesystem::path& path, std::uint64_t limit = std::uint64_t{4} << 30);

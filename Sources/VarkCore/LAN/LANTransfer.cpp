@@ -1,10 +1,8 @@
 #include "VarkCore/LAN/LANTransfer.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <span>
 #include <utility>
 
@@ -13,7 +11,8 @@
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/LAN/ResponseReader.h"
-#include "VarkCore/Upload/TokenBucket.h"
+#include "VarkCore/Services/Limits.h"
+#include "VarkCore/Upload/FilePieces.h"
 
 namespace vark {
 namespace {
@@ -21,20 +20,12 @@ namespace {
 using Failure = LANTransfer::Failure;
 using Response = LANTransfer::Response;
 
-/// Read from a file and sent on, and paced, at once.
-constexpr std::size_t mostBytesOfAPiece = 262'144;
 /// Received and written at once: more would leave the processor's cache before it is used.
 constexpr std::size_t mostBytesOfARead = 65'536;
 /// Until the head has come: the start of the body that comes along counts against the limit of the head.
 constexpr std::size_t mostBytesOfAHeadRead = 16'384;
 /// After so many, whoever waits for the pool has a turn.
 constexpr int mostPiecesOfATurn = 64;
-/// Of an answer that is held in memory, as of the vark's own ones.
-constexpr std::size_t longestBody = std::size_t{32} << 20;
-/// Of a node that sends a file.
-constexpr std::chrono::seconds longestSilence{60};
-/// A rate so low that a piece takes longer goes out faster than it should.
-constexpr double longestPause = 2;
 
 /// What the node must not show us again in a sentence: the credentials of the request.
 std::string secretIn(const LANTransfer::Headers& headers) {
@@ -58,28 +49,8 @@ Task<Response> judged(Task<Response> transfer, std::string secret = "") {
     }
 }
 
-Descriptor openForReadingFrom(const std::filesystem::path& path, std::int64_t offset) {
-    Descriptor file = openRegularFile(path);
-    if (lseek(file.get(), offset, SEEK_SET) < 0) throw FileError("Could not read", path, errno);
-    return file;
-}
-
-std::size_t readPiece(const Descriptor& file, std::span<char> to, const std::filesystem::path& path) {
-    for (;;) {
-        const ssize_t count = read(file.get(), to.data(), to.size());
-        if (count >= 0) return static_cast<std::size_t>(count);
-        if (errno != EINTR) throw FileError("Could not read", path, errno);
-    }
-}
-
-Task<void> keepPace(TokenBucket* limiter, std::size_t bytes, Date now) {
-    if (limiter == nullptr) co_return;
-    const double pause = limiter->delay(static_cast<std::int64_t>(bytes), now);
-    if (pause > 0) co_await sleepFor(seconds(std::min(pause, longestPause)));
-}
-
 void keep(std::string_view piece, std::string& body) {
-    if (body.size() + piece.size() > longestBody) throw Failure::badAnswer("body too long");
+    if (body.size() + piece.size() > limits::answerBytes) throw Failure::badAnswer("body too long");
     body += piece;
 }
 
@@ -173,12 +144,12 @@ Task<Response> LANTransfer::exchange(LANRoute route, std::string request) {
 
 Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::string head, TokenBucket* limiter,
                                      PutProgress progress) {
-    auto openSlice = [&slice] { return openForReadingFrom(slice.path, slice.offset); };
-    const Descriptor file = co_await files_.run(openSlice);
+    auto openSlice = [&slice] { return FilePieces(std::move(slice.path), slice.offset, slice.length); };
+    FilePieces file = co_await files_.run(openSlice);
     const std::unique_ptr<TLSConnection> connection = co_await open(route);
     co_await connection->send(head);
 
-    const auto size = static_cast<std::size_t>(std::clamp<std::int64_t>(slice.length, 0, mostBytesOfAPiece));
+    const std::size_t size = file.sizeOfNext();
     const auto buffer = std::make_unique_for_overwrite<char[]>(size);
     const std::stop_token cancelled = co_await thisToken();
     std::int64_t sent = 0;
@@ -186,17 +157,15 @@ Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::strin
         sent += static_cast<std::int64_t>(count);
         if (progress) progress(sent);
     };
-    while (sent < slice.length) {
+    while (!file.isAtEnd()) {
         co_await checkCancellation();
         std::size_t count = 0;
         std::span<const char> rest;
         // Reads pieces and sends them on, for as long as that takes no waiting.
         auto sendWhatGoes = [&] {
             for (int pieces = 0; pieces < mostPiecesOfATurn; ++pieces) {
-                const std::int64_t missing = slice.length - sent;
-                if (missing == 0 || cancelled.stop_requested()) return true;
-                count = readPiece(file, {buffer.get(), std::min(size, static_cast<std::size_t>(missing))},
-                                  slice.path);
+                if (file.isAtEnd() || cancelled.stop_requested()) return true;
+                count = file.read({buffer.get(), size});
                 if (count == 0) throw Failure::shortBody();
                 rest = {buffer.get(), count};
                 if (limiter != nullptr || !connection->trySend(rest)) return false;
@@ -205,7 +174,8 @@ Task<Response> LANTransfer::sendFile(FileSlice slice, LANRoute route, std::strin
             return true;
         };
         if (co_await files_.run(sendWhatGoes)) continue;
-        co_await keepPace(limiter, count, now_());
+        const double pause = pauseBefore(limiter, count, now_());
+        if (pause > 0) co_await sleepFor(seconds(pause));
         co_await connection->send(rest);
         haveSent(count);
     }
@@ -236,7 +206,7 @@ Task<Response> LANTransfer::readResponse(TLSConnection& connection, BodySink* si
         co_await checkCancellation();
         Task<TLSConnection::Received> receiving = connection.receive(room());
         // A chunk is watched by whoever sends it, since the vark may take its time over one; a file is not.
-        if (sink != nullptr) receiving = inTime(longestSilence, std::move(receiving));
+        if (sink != nullptr) receiving = inTime(limits::standingStill, std::move(receiving));
         const TLSConnection::Received received = co_await std::move(receiving);
         const std::string_view piece = reader.take({memory.get(), received.count}, received.finished);
         if (sink == nullptr) {

@@ -50,7 +50,7 @@ class LANTransfer {
     /// A node that has not answered after `limit` counts as one that could not be reached.
     Task<Response> request(std::string method, LANRoute route, Headers headers,
                            std::optional<std::string> body = std::nullopt,
-                           std::chrono::seconds limit = std::chrono::seconds(60));
+                           std::chrono::seconds limit = limits::standingStill);
     /// Sends `length` bytes of the file from `offset` on.
     Task<Response> put(std::filesystem::path file, std::int64_t offset, std::int64_t length,
                        std::string contentType, LANRoute route, TokenBucket* limiter, Headers headers,

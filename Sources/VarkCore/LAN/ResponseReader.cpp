@@ -6,14 +6,13 @@
 
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/LAN/LANTransfer.h"
+#include "VarkCore/Services/Limits.h"
 
 namespace vark {
 namespace {
 
 constexpr std::string_view lineEnd = "\r\n";
 constexpr std::string_view endOfHead = "\r\n\r\n";
-/// Of all that is held before the body begins, the start of the body in the same pieces included.
-constexpr std::size_t longestHead = 65'536;
 
 /// Takes the text up to `separator`, and the separator, off the front; without one, all of it.
 std::string_view takeUpTo(std::string_view separator, std::string_view& text) {
@@ -64,7 +63,8 @@ std::string_view ResponseReader::takeOfHead(std::string_view bytes) {
     buffer_ += bytes;
     const std::size_t end = buffer_.find(endOfHead, lookedThrough);
     if (end == std::string::npos && finished_) throw LANTransfer::Failure::badAnswer("no header");
-    if (buffer_.size() > longestHead) throw LANTransfer::Failure::badAnswer("header too long");
+    // The start of the body that came in the same pieces included.
+    if (buffer_.size() > limits::headBytes) throw LANTransfer::Failure::badAnswer("header too long");
     if (end == std::string::npos) return "";
     const std::string_view all = buffer_;
     parseHead(all.substr(0, end));

@@ -14,6 +14,7 @@
 #include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/BytePipe.h"
 #include "VarkCore/Foundation/URL.h"
+#include "VarkCore/Services/Limits.h"
 
 namespace vark {
 
@@ -30,9 +31,9 @@ struct HTTPRequest {
     std::string body;
     /// How long the transfer may stand still in both directions. Of an upload, only while bytes of it are
     /// unsent: how long the answer may take then is for the caller to watch.
-    std::chrono::seconds idleLimit{60};
+    std::chrono::seconds idleLimit = limits::standingStill;
     /// An answer with a longer body is a failure (`HTTPError::answerTooLong`), before it has been taken in.
-    std::size_t longestAnswer = std::size_t{32} << 20;
+    std::size_t longestAnswer = limits::answerBytes;
 };
 
 struct HTTPResponse {
@@ -68,8 +69,8 @@ class HTTPError : public std::exception {
 struct HTTPSessionSettings {
     /// On every request, redirected ones included.
     std::vector<HTTPHeader> headers;
-    int mostConnectionsPerHost = 6;
-    std::chrono::seconds resourceLimit{604'800};
+    int mostConnectionsPerHost = limits::connectionsPerHost;
+    std::chrono::seconds resourceLimit = limits::wholeTransfer;
     /// A file of certificates that are trusted beside the system's own roots.
     std::optional<std::string> authorityFile;
 };

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Overloaded.h"
 #include "VarkCore/Foundation/Text.h"
 

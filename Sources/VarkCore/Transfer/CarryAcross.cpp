@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {
@@ -41,10 +42,6 @@ void copyLink(const fs::path& from, const fs::path& to) {
     std::error_code failure;
     fs::copy_symlink(from, to, failure);
     if (failure) throw FileError("Could not copy", from, failure.value());
-}
-
-bool liesIn(const fs::path& path, const fs::path& folder) {
-    return std::ranges::mismatch(folder, path).in1 == folder.end();
 }
 
 }  // namespace

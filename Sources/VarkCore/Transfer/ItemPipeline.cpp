@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Services/Limits.h"
 #include "VarkCore/Transfer/Format.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 #include "VarkCore/Upload/FileHasher.h"
@@ -20,7 +21,6 @@ constexpr std::int64_t hashingStep = 8'388'608;
 constexpr double longestBackOff = 60;
 constexpr double longestPollWait = 5;
 constexpr int quickPolls = 10;
-constexpr std::int64_t mostChunks = 1'000'000;
 
 }  // namespace
 
@@ -241,7 +241,7 @@ Task<std::variant<UploadStatus, TransferEngine::Again>> TransferEngine::sendAndF
     const TransferItem* current = item(id);
     if (current == nullptr) throw CancellationError();
     ChunkPlan plan(current->size, start.chunkSize);
-    if (plan.count() > mostChunks) {
+    if (plan.count() > limits::chunksOfAFile) {
         throw EngineError::gaveUp(
             fmt::format("The vark wants this file in {} pieces of {}, which is too many. Tell whoever looks "
                         "after the vark.",

@@ -1,9 +1,6 @@
 #include "VarkCore/Transfer/OfficeHours.h"
 
-#include <fmt/format.h>
-
 #include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/Format.h"
 
 namespace vark {
 
@@ -45,11 +42,6 @@ std::optional<Date> OfficeHours::nextBoundary(Date after, const Calendar& calend
     if (!allows(after, calendar)) return nextAllowed(after, calendar);
     const Date start = calendar.startOfDay(after, startMinute);
     return start > after ? start : calendar.startOfDay(after, minutesOfADay);
-}
-
-std::string OfficeHours::describeWindow() const {
-    return fmt::format("before {}, after {} and at weekends", Format::clock(startMinute),
-                       Format::clock(endMinute));
 }
 
 }  // namespace vark

@@ -28,8 +28,6 @@ struct OfficeHours {
     /// The next moment at which `allows` may answer something else than now, which is midnight at the latest;
     /// nothing when the rule is off.
     std::optional<Date> nextBoundary(Date after, const Calendar& calendar) const;
-    /// "before 09:00, after 17:30 and at weekends"
-    std::string describeWindow() const;
 
   private:
     bool isOn() const { return onlyOutside && startMinute < endMinute; }

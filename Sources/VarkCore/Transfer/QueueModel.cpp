@@ -125,14 +125,6 @@ std::string TransferJob::serverPath(const TransferItem& item) const {
     return item.relativePath.empty() ? destination : destination + "/" + item.relativePath;
 }
 
-std::vector<const TransferItem*> TransferJob::itemsIn(UUID entryID) const {
-    std::vector<const TransferItem*> found;
-    for (const TransferItem& item : items) {
-        if (item.entryID == entryID) found.push_back(&item);
-    }
-    return found;
-}
-
 TransferJob TransferJob::preparedForResume() && {
     for (TransferItem& item : items)
         item.prepareForResume();

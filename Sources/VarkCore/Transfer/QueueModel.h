@@ -208,8 +208,6 @@ struct TransferJob {
     bool operator==(const TransferJob&) const = default;
 
     std::string serverPath(const TransferItem& item) const;
-    /// In queue order. Valid until `items` changes.
-    std::vector<const TransferItem*> itemsIn(UUID entryID) const;
     /// The same for every item; a paused job stays paused.
     TransferJob preparedForResume() &&;
 };

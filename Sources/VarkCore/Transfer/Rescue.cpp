@@ -1,9 +1,11 @@
 #include "VarkCore/Transfer/Rescue.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <vector>
 
 #include "VarkCore/Foundation/Files.h"
@@ -58,9 +60,8 @@ std::string Rescue::folderName(Date date, const Calendar& calendar) {
 }
 
 bool Rescue::rename(const fs::path& from, const fs::path& to) {
-    std::error_code failure;
-    fs::rename(from, to, failure);
-    return !failure;
+    // What has come meanwhile must not be overwritten. A file system that cannot promise it says EINVAL.
+    return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
 }
 
 std::optional<Rescue::Kept> Rescue::keep(const fs::path& from, const fs::path& in, Date date,
@@ -75,12 +76,7 @@ std::optional<Rescue::Kept> Rescue::keep(const fs::path& from, const fs::path& i
     CarryAcross across;
     for (const fs::path& member : members) {
         const fs::path to = folder / member.filename();
-        // A move would overwrite what stands there.
-        if (fs::exists(fs::symlink_status(to))) {
-            across.leave(member, FileError("Could not create", to, EEXIST).what());
-        } else if (!move(member, to)) {
-            across.copy(member, to);
-        }
+        if (!move(member, to)) across.copy(member, to);
     }
     across.removeWhatWasCopied(folder);
     if (rmdir(from.c_str()) != 0 && errno == ENOTEMPTY && !across.leaves(from))

@@ -35,7 +35,8 @@ struct Rescue {
         std::int64_t bytes = 0;
         bool operator==(const Count&) const = default;
     };
-    /// Moves a file or a whole folder. Answers false when that cannot be done in one step, as across volumes.
+    /// Moves a file or a whole folder to where nothing stands. Answers false when that cannot be done in one
+    /// step, as across volumes; what is there is never replaced.
     using Mover = std::function<bool(const std::filesystem::path& from, const std::filesystem::path& to)>;
 
     static std::filesystem::path downloads(const UserFolders& folders);

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "VarkCore/API/VarkAPI.h"
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Concurrency/TaskScope.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Calendar.h"
 #include "VarkCore/Services/ClockWatch.h"
 #include "VarkCore/Services/PathMonitor.h"
@@ -124,8 +124,6 @@ class TransferEngine {
     void setOfficeHours(const OfficeHours& hours);
     /// Hours that differ from day to day: asked for at the end of those that it gave, and at midnight.
     void setOfficeHours(std::function<OfficeHours(Date)> at);
-    /// Takes effect for tasks that start later.
-    void setAPI(std::shared_ptr<VarkAPI> api) { api_ = std::move(api); }
 
     // Running, holding and stopping.
 
@@ -383,7 +381,7 @@ class TransferEngine {
     Task<void> reportHashing(UUID id, std::int64_t bytes);
 
     const Host host_;
-    std::shared_ptr<VarkAPI> api_;
+    const std::shared_ptr<VarkAPI> api_;
     QueueStore& store_;
     TransferLog& log_;
     std::function<OfficeHours(Date)> hoursAt_;

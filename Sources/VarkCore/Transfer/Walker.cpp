@@ -11,6 +11,7 @@
 
 #include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Services/Volumes.h"
 
@@ -38,12 +39,6 @@ std::string sentence(Kind kind, const std::filesystem::path& path) {
             return escapedForTerminal(path.native()) +
                    " has a name that is not UTF-8 text. Rename it, then add it again.";
     }
-}
-
-/// Absolute, without dots and without a "/" at its end, which would lead through a link.
-std::filesystem::path standardised(const std::filesystem::path& path) {
-    const std::filesystem::path normal = std::filesystem::absolute(path).lexically_normal();
-    return normal.has_filename() ? normal : normal.parent_path();
 }
 
 /// A folder on the way down from the root, by what the file system calls it.

@@ -1,6 +1,6 @@
 #include "VarkCore/Upload/ChunkRetry.h"
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "VarkCore/API/VarkAPIError.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Upload/RunWhileItMoves.h"
 
 namespace vark {

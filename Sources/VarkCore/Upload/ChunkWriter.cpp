@@ -1,27 +1,14 @@
 #include "VarkCore/Upload/ChunkWriter.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <utility>
 
 namespace vark {
 namespace {
 
-constexpr std::int64_t largestPiece = 262'144;
-/// A rate so low that a piece takes longer goes out faster than it should.
-constexpr double longestPause = 2;
 constexpr std::chrono::milliseconds lookForSpace{3};
-
-ssize_t readAt(const Descriptor& file, std::span<char> to, std::int64_t offset) {
-    for (;;) {
-        const ssize_t count = pread(file.get(), to.data(), to.size(), offset);
-        if (count >= 0 || errno != EINTR) return count;
-    }
-}
 
 }  // namespace
 
@@ -34,27 +21,29 @@ void ChunkWriter::run() noexcept {
 }
 
 void ChunkWriter::pump() {
-    Descriptor file;
+    std::optional<FilePieces> file;
     try {
-        file = openRegularFile(source_.file);
+        file.emplace(source_.file, source_.offset, source_.length);
     } catch (const FileError&) {
         return fail(fmt::format("Could not open {}.", name()));
     }
     std::int64_t sent = 0;
-    while (sent < source_.length && !isCancelled()) {
-        const std::int64_t count = pumpPiece(file, sent);
+    while (!file->isAtEnd() && !isCancelled()) {
+        const std::size_t count = pumpPiece(*file);
         if (count == 0) return;
-        sent += count;
+        sent += static_cast<std::int64_t>(count);
         moved_.set(sent);
         if (source_.progress) source_.progress(sent);
     }
 }
 
-std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
-    const std::optional<std::span<char>> piece = waitForSpace(std::min(largestPiece, source_.length - sent));
-    if (!piece) return 0;
-    const ssize_t count = readAt(file, *piece, source_.offset + sent);
-    if (count < 0) {
+std::size_t ChunkWriter::pumpPiece(FilePieces& file) {
+    const std::optional<std::span<char>> room = waitForSpace(file.sizeOfNext());
+    if (!room) return 0;
+    std::size_t count = 0;
+    try {
+        count = file.read(*room);
+    } catch (const FileError&) {
         fail(fmt::format("Could not read {}.", name()));
         return 0;
     }
@@ -64,22 +53,21 @@ std::int64_t ChunkWriter::pumpPiece(const Descriptor& file, std::int64_t sent) {
     }
     keepPace(count);
     if (isCancelled()) return 0;
-    output_->commit(static_cast<std::size_t>(count));
+    output_->commit(count);
     return count;
 }
 
-std::optional<std::span<char>> ChunkWriter::waitForSpace(std::int64_t wanted) {
+std::optional<std::span<char>> ChunkWriter::waitForSpace(std::size_t wanted) {
     for (;;) {
         if (isCancelled()) return std::nullopt;
-        const std::optional<std::span<char>> space = output_->space(static_cast<std::size_t>(wanted));
+        const std::optional<std::span<char>> space = output_->space(wanted);
         if (!space || !space->empty()) return space;
         output_->waitForSpace(lookForSpace);
     }
 }
 
-void ChunkWriter::keepPace(std::int64_t bytes) {
-    if (source_.limiter == nullptr) return;
-    const double pause = std::min(source_.limiter->delay(bytes, now_()), longestPause);
+void ChunkWriter::keepPace(std::size_t bytes) {
+    const double pause = pauseBefore(source_.limiter, bytes, now_());
     if (pause <= 0) return;
     const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(pause);
     const Locked hold(lock_);

@@ -12,9 +12,8 @@
 #include "VarkCore/Concurrency/ThreadSafety.h"
 #include "VarkCore/Foundation/BytePipe.h"
 #include "VarkCore/Foundation/Date.h"
-#include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Upload/ByteCounter.h"
-#include "VarkCore/Upload/TokenBucket.h"
+#include "VarkCore/Upload/FilePieces.h"
 
 namespace vark {
 
@@ -49,10 +48,10 @@ class ChunkWriter {
   private:
     void pump();
     /// Answers the bytes of the piece; 0 when there is no going on.
-    std::int64_t pumpPiece(const Descriptor& file, std::int64_t sent);
+    std::size_t pumpPiece(FilePieces& file);
     /// Where the next piece goes; nothing when nobody wants it any more.
-    std::optional<std::span<char>> waitForSpace(std::int64_t wanted);
-    void keepPace(std::int64_t bytes);
+    std::optional<std::span<char>> waitForSpace(std::size_t wanted);
+    void keepPace(std::size_t bytes);
     bool isCancelled() const;
     void fail(std::string sentence);
     std::string name() const;

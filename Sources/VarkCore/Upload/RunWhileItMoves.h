@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "VarkCore/API/VarkAPIError.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
+#include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Upload/StallWatch.h"
 
 namespace vark {

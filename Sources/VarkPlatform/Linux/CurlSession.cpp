@@ -11,8 +11,6 @@
 namespace vark {
 namespace {
 
-constexpr int mostRedirects = 10;
-
 bool haveTheSameName(const HTTPHeader& one, const HTTPHeader& other) {
     return strcasecmp(one.name.c_str(), other.name.c_str()) == 0;
 }
@@ -90,7 +88,7 @@ CurlSession::~CurlSession() = default;
 
 Task<HTTPResponse> CurlSession::data(HTTPRequest request) {
     addSessionHeaders(request, machinery_->headers);
-    for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
+    for (int redirects = 0; redirects <= limits::redirects; ++redirects) {
         HTTPResponse response =
             co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request);
         const std::optional<URL> next = nextAddress(request, response);
@@ -102,7 +100,7 @@ Task<HTTPResponse> CurlSession::data(HTTPRequest request) {
 
 Task<HTTPResponse> CurlSession::receive(HTTPRequest request, BodySink& sink, FollowRedirect follow) {
     addSessionHeaders(request, machinery_->headers);
-    for (int redirects = 0; redirects <= mostRedirects; ++redirects) {
+    for (int redirects = 0; redirects <= limits::redirects; ++redirects) {
         HTTPResponse response =
             co_await CurlTransfer(machinery_->loop, machinery_->transferSettings, request, sink);
         const std::optional<URL> next = nextAddress(request, response);

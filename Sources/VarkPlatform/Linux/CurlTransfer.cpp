@@ -16,8 +16,6 @@ namespace vark {
 namespace {
 
 constexpr long transferBufferBytes = 512L * 1024;
-/// A download may stand still for days, but a connection comes about soon or never.
-constexpr std::chrono::seconds longestConnecting{60};
 /// A server that has gone is found out after some three minutes, however long a transfer may stand still.
 constexpr long secondsBeforeKeepAlive = 60;
 constexpr long secondsBetweenKeepAlives = 15;
@@ -186,7 +184,8 @@ CURLcode CurlTransfer::prepare(CURL* easy) {
     options.set(CURLOPT_TCP_KEEPALIVE, 1L);
     options.set(CURLOPT_TCP_KEEPIDLE, secondsBeforeKeepAlive);
     options.set(CURLOPT_TCP_KEEPINTVL, secondsBetweenKeepAlives);
-    options.set(CURLOPT_CONNECTTIMEOUT, std::min(idleSeconds, static_cast<long>(longestConnecting.count())));
+    // A download may stand still for days, but a connection comes about soon or never.
+    options.set(CURLOPT_CONNECTTIMEOUT, std::min(idleSeconds, static_cast<long>(limits::connecting.count())));
     options.set(CURLOPT_TIMEOUT, static_cast<long>(settings_.resourceLimit.count()));
 
     // The store takes the place of libcurl's own reading of the system's authorities.

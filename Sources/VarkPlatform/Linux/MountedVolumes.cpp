@@ -6,6 +6,7 @@
 #include <ranges>
 
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Paths.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkPlatform/Linux/MountTableWatch.h"
 #include "VarkPlatform/Linux/ProbedDisk.h"
@@ -35,10 +36,6 @@ std::string unescaped(std::string_view text, std::string_view introducer, std::s
         text.remove_prefix(introducer.size() + digits);
     }
     return plain;
-}
-
-bool liesIn(const Path& path, const Path& folder) {
-    return std::ranges::mismatch(folder, path).in1 == folder.end();
 }
 
 bool isBelow(const Path& path, std::initializer_list<const char*> folders) {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "VarkCore/Concurrency/TaskGroup.h"
+#include "VarkCore/Services/Limits.h"
 #include "VarkPlatform/Linux/SignalsBlocked.h"
 #include "VarkPlatform/Linux/TLSChannel.h"
 #include "VarkPlatform/Linux/TrustStore.h"
@@ -19,7 +20,6 @@
 namespace vark {
 namespace {
 
-constexpr std::chrono::seconds longestDial{5};
 constexpr unsigned mostLanes = 4;
 /// Read from the kernel at once; OpenSSL's own measure is one record.
 constexpr std::size_t readBufferBytes = std::size_t{128} << 10;
@@ -102,7 +102,7 @@ TLSDialer::Lane& TLSDialer::idlestLane() const {
 Task<std::unique_ptr<TLSConnection>> TLSDialer::dial(DialTarget target) {
     auto connection = std::make_unique<Connection>(idlestLane(), context_.get());
     try {
-        co_await withTimeout(longestDial, connect(connection->channel(), std::move(target)));
+        co_await withTimeout(limits::connectingToANode, connect(connection->channel(), std::move(target)));
     } catch (const TimeoutError&) {
         throw DialError(DialError::network, std::system_category().message(ETIMEDOUT));
     }

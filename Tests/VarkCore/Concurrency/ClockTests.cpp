@@ -9,28 +9,6 @@ namespace {
 using namespace std::chrono_literals;
 using test::TestLoop;
 
-Task<void> noteAfter(Duration duration, std::vector<int>* notes, int note) {
-    co_await sleepFor(duration);
-    notes->push_back(note);
-}
-
-TEST(ManualClock, WakesSleepersInTheOrderOfTheirDeadlinesOneAtATime) {
-    TestLoop loop;
-    std::vector<int> notes;
-    loop.start(noteAfter(3s, &notes, 3));
-    loop.start(noteAfter(1s, &notes, 1));
-    loop.start(noteAfter(2s, &notes, 2));
-    auto chain = [](std::vector<int>* list) -> Task<void> {
-        co_await noteAfter(500ms, list, 10);
-        co_await noteAfter(1s, list, 11);
-    };
-    loop.start(chain(&notes));
-    loop.settle();
-    EXPECT_TRUE(notes.empty());
-    loop.advance(3s);
-    EXPECT_EQ(notes, (std::vector<int>{10, 1, 11, 2, 3}));
-}
-
 TEST(SystemClock, WakesEverySleeperAtItsTimeAndNotBefore) {
     SerialExecutor executor;
     SystemClock clock;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <list>
+
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Concurrency/AsyncSemaphore.h"
 
@@ -13,79 +15,56 @@ Task<void> takeAndNote(AsyncSemaphore* semaphore, std::vector<int>* order, int i
     order->push_back(id);
 }
 
-TEST(AsyncSemaphore, ServesWaitersStrictlyFirstComeFirstServed) {
+TEST(AsyncSemaphore, ServesWaitersFirstComeFirstServedTheCancelledToo) {
     TestLoop loop;
-    AsyncSemaphore semaphore(0);
+    AsyncSemaphore semaphore(-3);  // None.
     std::vector<int> order;
+    std::vector<TaskHandle<void>> waiters;
+    semaphore.signal();
     for (int i = 0; i < 5; ++i)
-        loop.start(takeAndNote(&semaphore, &order, i));
+        waiters.push_back(loop.start(takeAndNote(&semaphore, &order, i)));
+    waiters[2].cancel();
     loop.settle();
-    EXPECT_TRUE(order.empty());
-    for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(order, (std::vector<int>{0}));
+    EXPECT_FALSE(waiters[2].done()) << "it stays until its slot comes";
+    for (int i = 1; i < 5; ++i)
         semaphore.signal();
     loop.settle();
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
-TEST(AsyncSemaphore, ASignalWithNobodyWaitingAddsASlotEvenBeyondTheStart) {
-    TestLoop loop;
-    AsyncSemaphore semaphore(-3);
-    semaphore.signal();
-    semaphore.signal();
-    std::vector<int> order;
-    for (int i = 0; i < 3; ++i)
-        loop.start(takeAndNote(&semaphore, &order, i));
-    loop.settle();
-    EXPECT_EQ(order.size(), 2U);
-    semaphore.signal();
-    loop.settle();
-    EXPECT_EQ(order.size(), 3U);
-}
+struct Rounds {
+    AsyncSemaphore semaphore{3};
+    std::atomic<int> inside = 0;
+    std::atomic<int> done = 0;
+    std::atomic<bool> tooMany = false;
+};
 
-TEST(AsyncSemaphore, ACancelledWaiterStaysUntilItsSlotComes) {
-    TestLoop loop;
-    AsyncSemaphore semaphore(0);
-    std::vector<int> order;
-    TaskHandle<void> handle = loop.start(takeAndNote(&semaphore, &order, 1));
-    loop.settle();
-    handle.cancel();
-    loop.settle();
-    EXPECT_FALSE(handle.done());
-    semaphore.signal();
-    loop.settle();
-    EXPECT_TRUE(handle.done());
+Task<void> takeAndGive(Rounds* rounds) {
+    for (int i = 0; i < 200; ++i) {
+        co_await rounds->semaphore.wait();
+        SlotPermit permit(rounds->semaphore);
+        if (++rounds->inside > 3) rounds->tooMany = true;
+        co_await yieldNow();
+        --rounds->inside;
+        ++rounds->done;
+    }
 }
 
 TEST(AsyncSemaphore, HoldsItsBoundWhenManyThreadsTakeAndGive) {
     SystemClock clock;
-    AsyncSemaphore semaphore(3);
-    std::atomic<int> inside = 0;
-    std::atomic<int> rounds = 0;
-    std::atomic<bool> broken = false;
-    auto work = [](AsyncSemaphore* slots, std::atomic<int>* in, std::atomic<int>* done,
-                   std::atomic<bool>* wrong) -> Task<void> {
-        for (int i = 0; i < 200; ++i) {
-            co_await slots->wait();
-            SlotPermit permit(*slots);
-            if (++*in > 3) *wrong = true;
-            co_await yieldNow();
-            --*in;
-            ++*done;
-        }
-    };
+    Rounds rounds;
     {
         EngineThread threads[3];
-        std::vector<std::unique_ptr<TaskScope>> scopes;
+        std::list<TaskScope> scopes;
         for (EngineThread& thread : threads) {
-            scopes.push_back(std::make_unique<TaskScope>(thread.executor(), clock));
+            TaskScope& scope = scopes.emplace_back(thread.executor(), clock);
+            for (int i = 0; i < 8; ++i)
+                scope.start(takeAndGive(&rounds));
         }
-        for (int i = 0; i < 24; ++i) {
-            scopes[static_cast<std::size_t>(i % 3)]->start(work(&semaphore, &inside, &rounds, &broken));
-        }
-        scopes.clear();
     }
-    EXPECT_EQ(rounds, 3 * 8 * 200);
-    EXPECT_FALSE(broken);
+    EXPECT_EQ(rounds.done, 3 * 8 * 200);
+    EXPECT_FALSE(rounds.tooMany);
 }
 
 }  // namespace

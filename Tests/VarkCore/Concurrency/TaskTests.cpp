@@ -30,34 +30,10 @@ Task<int> nested(int depth) {
     co_return 1 + co_await nested(depth - 1);
 }
 
-TEST(Task, AMillionReadyAwaitsNeedNoStack) {
+TEST(Task, AMillionReadyAwaitsAndDeepNestingNeedNoStack) {
     TestLoop loop;
     EXPECT_EQ(loop.run(sumOfReadyAwaits(1'000'000)), 1'000'000);
-}
-
-TEST(Task, ReturnsThroughDeepNestingWithoutGrowingTheStack) {
-    TestLoop loop;
     EXPECT_EQ(loop.run(nested(100'000)), 100'000);
-}
-
-Task<int> fails() {
-    co_await yieldNow();
-    throw std::runtime_error("no");
-}
-
-Task<std::string> catches() {
-    try {
-        co_await fails();
-    } catch (const std::runtime_error& error) {
-        co_return error.what();
-    }
-    co_return "nothing";
-}
-
-TEST(Task, FailurePropagatesToWhoeverAwaits) {
-    TestLoop loop;
-    EXPECT_EQ(loop.run(catches()), "no");
-    EXPECT_THROW(loop.run(fails()), std::runtime_error);
 }
 
 Task<void> holds(std::shared_ptr<int> value) {
@@ -102,26 +78,18 @@ Task<int> awaits(TaskHandle<int> handle) {
     co_return co_await handle.value();
 }
 
-TEST(TaskHandle, IsAwaitedBySeveralAndAfterItsEnd) {
+TEST(TaskHandle, IsAwaitedBySeveralOneOfWhichMayGiveUpAndAfterItsEnd) {
     TestLoop loop;
     TaskHandle<int> handle = loop.start(slow(7));
     TaskHandle<int> first = loop.start(awaits(handle));
     TaskHandle<int> second = loop.start(awaits(handle));
     loop.settle();
+    second.cancel();
+    loop.settle();
+    EXPECT_THROW(second.result(), CancellationError);
     EXPECT_FALSE(first.done());
     loop.advance(std::chrono::seconds(5));
-    EXPECT_EQ(first.result() + second.result() + loop.run(awaits(handle)), 21);
-}
-
-TEST(TaskHandle, ACancelledWaiterLeavesTheTaskRunning) {
-    TestLoop loop;
-    TaskHandle<int> handle = loop.start(slow(7));
-    TaskHandle<int> waiter = loop.start(awaits(handle));
-    loop.settle();
-    waiter.cancel();
-    loop.settle();
-    EXPECT_THROW(waiter.result(), CancellationError);
-    EXPECT_EQ(loop.run(awaits(handle)), 7);
+    EXPECT_EQ(first.result() + loop.run(awaits(handle)), 14);
 }
 
 Task<void> noteTheEnd(std::shared_ptr<std::string> note) {
@@ -134,20 +102,6 @@ Task<void> noteTheEnd(std::shared_ptr<std::string> note) {
     // Clean-up that awaits, though the task has been cancelled.
     co_await shielded([]() -> Task<void> { co_await yieldNow(); }());
     *note += failure ? "cancelled" : "slept";
-}
-
-TEST(TaskScope, ItsEndCancelsAndAwaitsWhatItStarted) {
-    auto note = std::make_shared<std::string>();
-    TestLoop loop;
-    {
-        TaskScope scope(loop.executor, loop.clock);
-        scope.start(noteTheEnd(note));
-        scope.start(noteTheEnd(note));
-        loop.settle();
-        EXPECT_EQ(scope.live(), 2U);
-    }
-    EXPECT_EQ(*note, "cancelledcancelled");
-    EXPECT_EQ(note.use_count(), 1);
 }
 
 Task<void> startsAnotherAtItsEnd(TaskScope* scope, std::shared_ptr<std::string> note) {
@@ -178,46 +132,6 @@ TEST(TaskScope, EndsTasksOfAnotherThreadFromThisOne) {
     EXPECT_EQ(note->size(), 20 * std::string("cancelled").size());
 }
 
-struct Owner {
-    int beats = 0;
-};
-
-Task<void> beat(std::weak_ptr<Owner> weak) {
-    while (true) {
-        co_await sleepFor(std::chrono::milliseconds(500));
-        std::shared_ptr<Owner> owner = weak.lock();
-        if (!owner) co_return;
-        ++owner->beats;
-    }
-}
-
-TEST(Task, APeriodicTaskEndsAtTheNextWakeWhenItsOwnerIsGone) {
-    TestLoop loop;
-    auto owner = std::make_shared<Owner>();
-    TaskHandle<void> ticker = loop.start(beat(owner));
-    loop.advance(std::chrono::milliseconds(1700));
-    EXPECT_EQ(owner->beats, 3);
-    owner.reset();
-    EXPECT_FALSE(ticker.done());
-    loop.advance(std::chrono::milliseconds(300));
-    EXPECT_TRUE(ticker.done());
-}
-
-TEST(BlockingPool, RunsElsewhereAndBringsResultsAndFailuresBack) {
-    TestLoop loop;
-    auto work = [](TestLoop* world) -> Task<std::string> {
-        bool elsewhere = co_await world->pool.run([world] { return !world->executor.isCurrent(); });
-        std::string text = elsewhere ? "elsewhere " : "here ";
-        try {
-            co_await world->pool.run([]() -> int { throw std::runtime_error("failed"); });
-        } catch (const std::runtime_error& error) {
-            text += error.what();
-        }
-        co_return world->executor.isCurrent() ? text : "not back";
-    };
-    EXPECT_EQ(loop.run(work(&loop)), "elsewhere failed");
-}
-
 TEST(BlockingPool, ASystemWithoutThreadsFailsTheWorkAndLeavesNothingOfItBehind) {
     const pid_t child = fork();
     if (child == 0) {
@@ -246,23 +160,19 @@ TEST(BlockingPool, WorkBeyondTheBoundWaitsItsTurnAndAllOfItRuns) {
     TestLoop loop;
     BlockingPool pool(2);
     std::atomic<int> running = 0;
-    std::atomic<int> most = 0;
     std::atomic<int> ran = 0;
-    auto one = [](BlockingPool* threads, std::function<void()> f) -> Task<void> { co_await threads->run(f); };
+    std::atomic<bool> tooMany = false;
     std::function<void()> body = [&] {
-        int now = ++running;
-        int seen = most;
-        while (now > seen && !most.compare_exchange_weak(seen, now)) {
-        }
+        if (++running > 2) tooMany = true;
         ++ran;
         --running;
     };
-    std::vector<TaskHandle<void>> handles;
+    auto one = [](BlockingPool* threads, std::function<void()> f) -> Task<void> { co_await threads->run(f); };
     for (int i = 0; i < 500; ++i)
-        handles.push_back(loop.start(one(&pool, body)));
+        loop.start(one(&pool, body));
     loop.executor.runUntil([&] { return loop.scope.live() == 0; });
     EXPECT_EQ(ran, 500);
-    EXPECT_LE(most, 2);
+    EXPECT_FALSE(tooMany);
 }
 
 }  // namespace

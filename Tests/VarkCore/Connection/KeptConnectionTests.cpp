@@ -124,22 +124,19 @@ TEST_F(KeptConnectionTest, LeavingTakesTheTokenAlongOrChangesNothing) {
         std::optional<std::int32_t> stays;
         std::string tokenAfter;
     };
+    const auto failing = [this](const char* call, std::int32_t status) {
+        return [this, call, status] { store.failures[call] = status; };
+    };
+    // clang-format off
     const Case cases[] = {
         {"good", [] {}, {}, {}, ""},
         {"lost before", [this] { store.secrets.clear(); }, {}, {}, ""},
         {"of another vark", [this] { store.secrets[name].bytes = "other"; }, {}, {}, "other"},
-        {"locked", [this] { store.failures["find"] = SecretStatus::locked; }, SecretStatus::locked, {}, "t"},
-        {"given but not taken",
-         [this] { store.failures["remove"] = SecretStatus::failed; },
-         SecretStatus::failed,
-         {},
-         "t"},
-        {"no keychain",
-         [this] { store.failures["find"] = SecretStatus::absent; },
-         {},
-         SecretStatus::absent,
-         "t"},
+        {"locked", failing("find", SecretStatus::locked), SecretStatus::locked, {}, "t"},
+        {"given but not taken", failing("remove", SecretStatus::failed), SecretStatus::failed, {}, "t"},
+        {"no keychain", failing("find", SecretStatus::absent), {}, SecretStatus::absent, "t"},
     };
+    // clang-format on
     for (const Case& each : cases) {
         SCOPED_TRACE(each.about);
         store.failures.clear();

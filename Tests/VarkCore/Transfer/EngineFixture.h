@@ -35,24 +35,21 @@ class EngineTest : public ::testing::Test {
     void makeEngine(int chunkSlots = 3, BlockingPool* savingPool = nullptr) {
         engine.reset();
         events.clear();
-        TransferEngine::Host host{loop.executor,
-                                  loop.clock,
-                                  [this] { return date(); },
-                                  Calendar("UTC"),
-                                  loop.pool,
-                                  savingPool != nullptr ? *savingPool : loop.pool,
-                                  volumes,
-                                  [this] {
-                                      auto monitor = std::make_unique<FakePathMonitor>();
-                                      network = monitor->remote();
-                                      ++monitorsMade;
-                                      return monitor;
-                                  },
-                                  [this] {
-                                      auto watch = std::make_unique<FakeClockWatch>();
-                                      clockWatch = watch->remote();
-                                      return watch;
-                                  }};
+        const auto makeMonitor = [this] {
+            auto monitor = std::make_unique<FakePathMonitor>();
+            network = monitor->remote();
+            ++monitorsMade;
+            return monitor;
+        };
+        const auto makeClockWatch = [this] {
+            auto watch = std::make_unique<FakeClockWatch>();
+            clockWatch = watch->remote();
+            return watch;
+        };
+        BlockingPool& saving = savingPool != nullptr ? *savingPool : loop.pool;
+        const auto wallClock = [this] { return date(); };
+        TransferEngine::Host host{loop.executor, loop.clock, wallClock, Calendar("UTC"),
+                                  loop.pool,     saving,     volumes,   makeMonitor, makeClockWatch};
         engine = std::make_unique<TransferEngine>(vark, store, log, chunkSlots, host);
         engine->onEvent = [this](const TransferEngine::Event& event) { note(event); };
     }
@@ -64,15 +61,28 @@ class EngineTest : public ::testing::Test {
     }
 
     std::filesystem::path write(const std::string& name, std::size_t size, char fill = 'a') {
-        std::filesystem::path path = folder.path() / "files" / name;
-        std::filesystem::create_directories(path.parent_path());
-        std::ofstream(path, std::ios::binary) << std::string(size, fill);
-        return path;
+        return folder.file("files/" + name, std::string(size, fill));
     }
-    TransferEngine::Added add(std::vector<std::filesystem::path> paths) {
-        TaskHandle<TransferEngine::Added> handle = loop.start(engine->add(std::move(paths)));
+    TransferEngine::Added add(std::vector<std::filesystem::path> paths, Walker::Options options = {}) {
+        TaskHandle<TransferEngine::Added> handle = loop.start(engine->add(std::move(paths), options));
         loop.settle();
         return handle.result();
+    }
+    /// Writes a file and gives it to the engine, which runs.
+    TransferEngine::Added send(const std::string& name = "a.mov", std::size_t size = 100) {
+        const std::filesystem::path file = write(name, size);
+        engine->start(false);
+        return add({file});
+    }
+    /// An empty queue, and a vark that has nothing and does as it is asked.
+    void startOver() {
+        engine->clearAll();
+        loop.settle();
+        events.clear();
+        vark->calls.clear();
+        vark->files.clear();
+        vark->failures.clear();
+        vark->lasting.clear();
     }
     const TransferItem& item(const std::string& name) const {
         for (const TransferItem& one : engine->job()->items) {
@@ -85,6 +95,10 @@ class EngineTest : public ::testing::Test {
         for (const TransferItem& one : engine->job()->items)
             list.emplace_back(text(one.state));
         return list;
+    }
+    std::vector<std::string> statesAfter(Duration duration) {
+        loop.advance(duration);
+        return states();
     }
     /// The log's sentences, without their times.
     std::vector<std::string> logged() const {

@@ -22,7 +22,7 @@ TEST_F(EngineObserver, IsToldOfWhatChangesAndOfNothingElse) {
     QueueShadow shadow(*engine);
     engine->open();
     for (const char* name : {"a/1", "a/2", "a/3", "b/4", "b/5"})
-        write(name, 250);
+        write(name, 2500);
     const UUID first = add({folder.path() / "files/a"}).entries.at(0);
     add({folder.path() / "files/b"});
     EXPECT_THAT(shadow.told(), ElementsAre("renewed", "appended 0+3", "appended 3+2"));

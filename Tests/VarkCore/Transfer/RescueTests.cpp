@@ -5,7 +5,6 @@
 #include <fstream>
 
 #include "Tests/Support/AsAnOrdinaryUser.h"
-#include "Tests/Support/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Transfer/Rescue.h"
@@ -23,7 +22,6 @@ class RescueTest : public testing::Test {
     std::optional<Rescue::Kept> keep(const Rescue::Mover& move = Rescue::rename) {
         return Rescue::keep(folder / "leaving", folder / "Downloads", day, Calendar("UTC"), move);
     }
-
     static bool toAnotherDisk(const fs::path&, const fs::path&) { return false; }
     static std::vector<std::string> whys(const Rescue::Kept& kept) {
         std::vector<std::string> whys;
@@ -38,25 +36,17 @@ class RescueTest : public testing::Test {
 };
 
 TEST_F(RescueTest, MovesAllOfAFolderHiddenFilesAndSubfoldersToo) {
-    folder.file("leaving/a.mov", "1234");
     folder.file("leaving/.hidden", "12");
     folder.file("leaving/sub/deep/b.mov", "123");
     fs::create_directories(folder / "leaving/empty");
     const std::optional<Rescue::Kept> kept = keep();
-    EXPECT_EQ(kept, (Rescue::Kept{folder.path() / "Downloads" / name, 3, 9}));
-    EXPECT_EQ(kept->sentence(), "3 files are now in " + (folder / "Downloads").string() + "/" + name + ".");
+    EXPECT_EQ(kept, (Rescue::Kept{folder.path() / "Downloads" / name, 2, 5}));
+    EXPECT_EQ(kept->sentence(), "2 files are now in " + kept->folder.string() + ".");
     EXPECT_EQ(readWholeFile(kept->folder / "sub/deep/b.mov"), "123");
     EXPECT_TRUE(fs::exists(kept->folder / "empty"));
     EXPECT_FALSE(fs::exists(folder / "leaving"));
-    EXPECT_EQ((Rescue::Kept{"/d/" + name, 1, 1}).sentence(), "1 file is now in /d/" + name + ".");
-}
-
-TEST_F(RescueTest, MakesNoFolderForNothing) {
     fs::create_directories(folder / "leaving");
-    EXPECT_EQ(keep(), std::nullopt);
-    EXPECT_FALSE(fs::exists(folder / "leaving"));
-    EXPECT_FALSE(fs::exists(folder / "Downloads"));
-    EXPECT_THROW(keep(), FileError);
+    EXPECT_EQ(keep(), std::nullopt) << "no folder is made for nothing";
 }
 
 TEST_F(RescueTest, TakesTheNextFreeNameAndOverwritesNothing) {
@@ -64,12 +54,17 @@ TEST_F(RescueTest, TakesTheNextFreeNameAndOverwritesNothing) {
     keep();
     folder.file("leaving/a", "second");
     EXPECT_EQ(keep()->folder.filename(), name + " 2");
-    for (int number = 3; number <= 99; ++number)
-        folder.file("Downloads/" + name + " " + std::to_string(number) + "/a", "before");
-    folder.file("leaving/a", "third");
-    EXPECT_EQ(keep()->left.size(), 1U);
-    EXPECT_EQ(readWholeFile(folder / "leaving/a"), "third");
-    EXPECT_EQ(readWholeFile(folder.path() / "Downloads" / (name + " 99") / "a"), "before");
+    // Nor what has come meanwhile, moved or copied.
+    for (const Rescue::Mover& move : {Rescue::Mover(Rescue::rename), Rescue::Mover(toAnotherDisk)}) {
+        folder.file("leaving/a", "ours");
+        const auto kept = keep([&](const fs::path& from, const fs::path& to) {
+            std::ofstream(to) << "theirs";
+            return move(from, to);
+        });
+        EXPECT_EQ(readWholeFile(kept->folder / "a"), "theirs");
+        EXPECT_EQ(readWholeFile(folder / "leaving/a"), "ours");
+        EXPECT_EQ(kept->left.size(), 1U);
+    }
 }
 
 TEST_F(RescueTest, CopiesWhatCannotBeMovedWithItsTimes) {
@@ -85,9 +80,9 @@ TEST_F(RescueTest, CopiesWhatCannotBeMovedWithItsTimes) {
 }
 
 TEST_F(RescueTest, RemovesExactlyWhatItCopied) {
-    for (const char* member : {"one", "two"}) {
-        folder.file(std::string("leaving/") + member + "/clip", "1234");
-        folder.file(std::string("leaving/") + member + "/sub/other", "12");
+    for (const std::string member : {"one", "two"}) {
+        folder.file("leaving/" + member + "/clip", "1234");
+        folder.file("leaving/" + member + "/sub/other", "12");
     }
     fs::path first;
     const auto kept = keep([&](const fs::path& from, const fs::path&) {
@@ -105,10 +100,8 @@ TEST_F(RescueTest, RemovesExactlyWhatItCopied) {
     EXPECT_FALSE(fs::exists(first / "sub/other"));
     EXPECT_EQ(std::distance(fs::directory_iterator(folder / "leaving"), {}), 1);
     EXPECT_EQ(kept->files, 4);
-    EXPECT_THAT(whys(*kept),
-                UnorderedElementsAre(
-                    (first / "clip").string() + " changed while it was copied, and stays where it is too.",
-                    "Something came into " + (first / "sub").string() + " meanwhile, and stays there."));
+    EXPECT_THAT(whys(*kept), UnorderedElementsAre(HasSubstr((first / "clip").string() + " changed"),
+                                                  HasSubstr("came into " + (first / "sub").string())));
 }
 
 TEST_F(RescueTest, WhatCannotBeCopiedStaysAndStopsNothing) {
@@ -126,23 +119,12 @@ TEST_F(RescueTest, WhatCannotBeCopiedStaysAndStopsNothing) {
     EXPECT_EQ(fs::status(kept->folder / "readable").permissions(), fs::perms(0555));
     EXPECT_FALSE(fs::exists(folder / "leaving/readable"));
     EXPECT_FALSE(fs::exists(folder / "leaving/z.mov"));
-    EXPECT_THAT(whys(*kept),
-                UnorderedElementsAre((folder / "leaving/pipe").string() +
-                                         " is a pipe, a socket or a device, and stays where it is.",
-                                     HasSubstr("Could not read " + (folder / "leaving/locked").string() +
-                                               ": you are not allowed to")));
+    EXPECT_THAT(whys(*kept), UnorderedElementsAre(HasSubstr((folder / "leaving/pipe").string()),
+                                                  HasSubstr((folder / "leaving/locked").string())));
     EXPECT_TRUE(fs::exists(folder / "leaving/pipe"));
     for (const fs::path& locked :
          {folder / "leaving/locked", kept->folder / "readable", kept->folder / "locked"})
         fs::permissions(locked, fs::perms::owner_all);
-}
-
-TEST_F(RescueTest, FindsTheDownloads) {
-    FakeUserFolders folders(folder.path());
-    EXPECT_EQ(Rescue::downloads(folders), folder / "Downloads");
-    folders.knowsLibrary = false;
-    folders.base = folder / "home";
-    EXPECT_EQ(Rescue::downloads(folders), folder.path() / "home" / "Downloads");
 }
 
 }  // namespace

@@ -21,45 +21,15 @@ class TransferLogTest : public testing::Test {
     Date now = dateFromISO8601("2025-03-02T22:41:07Z").value();
 };
 
-TEST_F(TransferLogTest, WritesOneLineForEachSentenceIntoAFolderOfItsOwnMaking) {
-    log().write("Started");
+TEST_F(TransferLogTest, WritesALineForEachSentenceAndRollsOnceTheLimitIsPassed) {
+    TransferLog log = this->log(50);
+    log.write("Started");
     now = now + 55.9;
-    log().write("Two\nlines, \xFF");
-    EXPECT_EQ(readWholeFile(path),
-              "3 Mar 2025, 09:41:07  Started\n3 Mar 2025, 09:42:02  Two\nlines, \xEF\xBF\xBD\n");
-}
-
-TEST_F(TransferLogTest, RollsOnceTheLimitIsPassed) {
-    TransferLog log = this->log(30);
-    log.write("a");
-    log.write("bbbbbbbbb");
-    EXPECT_FALSE(exists(folder / "Logs/Vark/transfer.previous.log"));
-    log.write("c");
-    EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:41:07  c\n");
+    log.write("Two\nlines, \xFF");
+    log.write("after the limit");
     EXPECT_EQ(readWholeFile(folder / "Logs/Vark/transfer.previous.log"),
-              "3 Mar 2025, 09:41:07  a\n3 Mar 2025, 09:41:07  bbbbbbbbb\n");
-}
-
-TEST_F(TransferLogTest, TailCountsTheEmptyPieceBehindTheLastLine) {
-    const TransferLog log = this->log();
-    EXPECT_EQ(log.tail(10), "");
-    folder.file("Logs/Vark/transfer.log", "\na\nb\n");
-    struct Case {
-        std::size_t count;
-        const char* text;
-    };
-    for (const Case& each : {Case{0, ""}, Case{1, ""}, Case{2, "b\n"}, Case{3, "a\nb\n"}, Case{4, "\na\nb\n"},
-                             Case{5, "\na\nb\n"}, Case{100, "\na\nb\n"}}) {
-        EXPECT_EQ(log.tail(each.count), each.text) << each.count;
-    }
-    folder.file("Logs/Vark/transfer.log", "a\n\xFF\n");
-    EXPECT_EQ(log.tail(10), "");
-}
-
-TEST_F(TransferLogTest, NeverStopsTheWork) {
-    folder.file("Logs", "a file where the folder should be");
-    log().write("Lost");
-    EXPECT_EQ(log().tail(3), "");
+              "3 Mar 2025, 09:41:07  Started\n3 Mar 2025, 09:42:02  Two\nlines, \xEF\xBF\xBD\n");
+    EXPECT_EQ(readWholeFile(path), "3 Mar 2025, 09:42:02  after the limit\n");
 }
 
 TEST_F(TransferLogTest, LinesOfManyThreadsDoNotMix) {

@@ -5,30 +5,11 @@
 #include <limits>
 #include <numeric>
 
-#include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Upload/UploadAnswers.h"
-
 namespace vark {
 namespace {
 
 using Indexes = std::vector<std::int64_t>;
 constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
-
-std::string reasonAgainst(std::int64_t fileSize, std::int64_t chunkSize) {
-    try {
-        const ChunkPlan plan(fileSize, chunkSize);
-        return "";
-    } catch (const ChunkPlan::BadPlan& bad) {
-        return bad.reason;
-    }
-}
-
-TEST(ChunkPlan, RefusesSizesThatMakeNoPlan) {
-    EXPECT_EQ(reasonAgainst(-1, 0), "chunk size must be positive");
-    EXPECT_EQ(reasonAgainst(5, -1), "chunk size must be positive");
-    EXPECT_EQ(reasonAgainst(-1, 1), "file size cannot be negative");
-    EXPECT_EQ(reasonAgainst(0, 1), "");
-}
 
 TEST(ChunkPlan, CutsAFileIntoWholeChunksAndARest) {
     struct Case {
@@ -43,6 +24,9 @@ TEST(ChunkPlan, CutsAFileIntoWholeChunksAndARest) {
         EXPECT_EQ(plan.range(each.count - 1).end, each.fileSize);
     }
     EXPECT_EQ(ChunkPlan(31, 10).range(1), (ChunkPlan::Range{10, 20}));
+    EXPECT_THROW(ChunkPlan(5, 0), ChunkPlan::BadPlan);
+    EXPECT_THROW(ChunkPlan(-1, 1), ChunkPlan::BadPlan);
+    EXPECT_DEATH(ChunkPlan(25, 10).length(3), "does not have");
 }
 
 TEST(ChunkPlan, KnowsWhatIsMissingWhateverTheVarkSaysItHas) {
@@ -53,34 +37,16 @@ TEST(ChunkPlan, KnowsWhatIsMissingWhateverTheVarkSaysItHas) {
     };
     for (const Case& each :
          {Case{25, {}, {0, 1, 2}, 0}, Case{25, {0, 0, 7, -1}, {1, 2}, 10}, Case{25, {2, 1, 2}, {0}, 15},
-          Case{25, {2}, {0, 1}, 5}, Case{25, {2, 0, 1}, {}, 25}, Case{0, {0, 1}, {}, 0},
-          Case{25, {largest, -largest}, {0, 1, 2}, 0}}) {
+          Case{25, {2, 0, 1}, {}, 25}, Case{0, {0, 1}, {}, 0}, Case{25, {largest, -largest}, {0, 1, 2}, 0}}) {
         const ChunkPlan plan(each.fileSize, 10);
         EXPECT_EQ(plan.missing(each.have), each.missing);
         EXPECT_EQ(plan.bytesDone(each.have), each.done);
     }
-}
-
-TEST(ChunkPlan, CountingDoesNotCostByTheNumberOfChunksOrTheirSquare) {
-    const ChunkPlan tiny(largest, 1);
-    EXPECT_EQ(tiny.bytesDone(Indexes{5, 3, largest - 1}), 3);
+    // Neither costs by the number of chunks, or their square.
+    EXPECT_EQ(ChunkPlan(largest, 1).bytesDone(Indexes{5, 3, largest - 1}), 3);
     Indexes have(200'000);
     std::iota(have.rbegin(), have.rend(), 0);
     EXPECT_EQ(ChunkPlan(200'001, 1).missing(have), Indexes{200'000});
-}
-
-TEST(ChunkPlanDeathTest, AnIndexOutsideThePlanEndsTheProcess) {
-    EXPECT_DEATH(ChunkPlan(0, 1).range(0), "does not have");
-    EXPECT_DEATH(ChunkPlan(25, 10).length(3), "does not have");
-    EXPECT_DEATH(ChunkPlan(25, 10).range(-1), "does not have");
-}
-
-TEST(UploadStatus, AnEmptyErrorIsNone) {
-    const UploadStatus failed =
-        UploadStatus::fromJSON(parseJSON(R"({"state":"failed","error":"bad","received":3})"));
-    EXPECT_EQ(failed, (UploadStatus{"failed", 3, std::nullopt, "bad"}));
-    EXPECT_EQ(UploadStatus::fromJSON(parseJSON(R"({"state":"done","error":""})")).error, std::nullopt);
-    EXPECT_THROW(UploadStatus::fromJSON(parseJSON(R"({"received":3})")), DecodingError);
 }
 
 }  // namespace

@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "Tests/Support/TemporaryFolder.h"
+#include "VarkCore/Foundation/Files.h"
+#include "VarkProvider/AnchorMemory.h"
+#include "VarkProvider/LastAnchor.h"
+
+namespace vark {
+namespace {
+
+const Date noon = Date::fromSince1970(1'740'000'000.75);
+using Anchor = std::optional<std::string>;
+
+class LastAnchorTest : public testing::Test {
+  protected:
+    TemporaryFolder folder;
+    SharedStore::Folder shared = folder / "shared";
+};
+
+TEST_F(LastAnchorTest, AnswersWithAPlaceWheneverThereIsOne) {
+    struct Case {
+        Anchor varkSaid;
+        Anchor stored;
+        const char* answer;
+        Anchor storedThen;
+    };
+    const Anchor none;
+    // clang-format off
+    const Case cases[] = {
+        {"2|2", "1|1", "2|2", "2|2"},
+        {"2|2", none, "2|2", "2|2"},
+        {none, "1|1", "1|1", "1|1"},
+        {"", "1|1", "1|1", "1|1"},
+        {"pending", "1|1", "1|1", "1|1"},
+        {"pending:5", none, "pending:1740000000", none},
+        {none, "pending:7", "pending:1740000000", none},
+    };
+    // clang-format on
+    for (const Case& each : cases) {
+        LastAnchor::forgetAll(shared);
+        LastAnchor::keep(each.stored.value_or(""), "k", shared);
+        EXPECT_EQ(LastAnchor::answer(each.varkSaid, "k", shared, noon), each.answer);
+        EXPECT_EQ(LastAnchor::last("k", shared), each.storedThen) << each.answer;
+    }
+    EXPECT_FALSE(LastAnchor::isPending("pending-ish"));
+}
+
+TEST_F(LastAnchorTest, StartsAWhileBeforeAPendingAnchorWasGiven) {
+    for (const char* nonsense : {"pending", "pending:12x", "pending:nan", "1|1"})
+        EXPECT_EQ(LastAnchor::startFor(nonsense, 600, noon), "1739999400.750000|0") << nonsense;
+    EXPECT_EQ(LastAnchor::startFor("pending:1700000000", 600, noon), "1699999400.000000|0");
+    EXPECT_EQ(LastAnchor::startFor("pending:-7", 0, noon), "0.000000|0");
+}
+
+TEST_F(LastAnchorTest, WritersAtOnceLoseNoKeyAndADamagedFileCountsAsEmpty) {
+    folder.file("shared/anchors.json", R"({"k":"1|1")");
+    EXPECT_FALSE(LastAnchor::last("k", shared));
+    {
+        std::vector<std::jthread> writers;
+        for (int writer = 0; writer < 4; ++writer) {
+            writers.emplace_back([this, writer] {
+                for (int number = 0; number < 25; ++number)
+                    LastAnchor::keep("1|1", LastAnchor::key("s", writer, number), shared);
+            });
+        }
+    }
+    for (int writer = 0; writer < 4; ++writer) {
+        for (int number = 0; number < 25; ++number)
+            EXPECT_EQ(LastAnchor::last(LastAnchor::key("s", writer, number), shared), "1|1");
+    }
+    EXPECT_EQ(LastAnchor::answer("1|1", "k", std::nullopt, noon), "1|1") << "without a folder";
+}
+
+TEST(AnchorMemory, RemembersOneVersionAndVouchesForNothingWithoutAPlaceForIt) {
+    const TemporaryFolder folder;
+    const SharedStore::Folder shared = folder / "shared";
+    EXPECT_FALSE(AnchorMemory::hasVouched("v1", shared));
+    EXPECT_TRUE(AnchorMemory::vouch("v2", shared, Date{}));
+    EXPECT_TRUE(AnchorMemory::vouch("v1", shared, Date{762'000'000.5}));
+    EXPECT_EQ(readWholeFile(folder / "shared/anchor.json"), R"({"version":"v1","at":762000000.5})");
+    EXPECT_TRUE(AnchorMemory::hasVouched("v1", shared));
+    EXPECT_FALSE(AnchorMemory::hasVouched("v2", shared));
+    AnchorMemory::forget(shared);
+    EXPECT_FALSE(AnchorMemory::hasVouched("v1", shared));
+    EXPECT_FALSE(AnchorMemory::vouch("", shared, Date{}));
+    EXPECT_TRUE(AnchorMemory::hasVouched("v1", std::nullopt));
+}
+
+}  // namespace
+}  // namespace vark
