@@ -129,7 +129,8 @@ class GetDisplay {
                         Format::count(files_, "file")),
             fmt::format("{} of {}", Format::bytes(received), Format::bytes(totalBytes_))};
         const double seconds = inSeconds(clock_.now() - begun_);
-        if (seconds > 1) words.push_back(Format::rate(static_cast<double>(fetching_->movedBytes()) / seconds));
+        if (seconds > 1)
+            words.push_back(Format::rate(static_cast<double>(fetching_->movedBytes()) / seconds));
         return words;
     }
 

@@ -92,8 +92,8 @@ class TransferEngine {
         bool hadProgress = true;
     };
     struct NoToken {};
-    /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as it
-    /// changes, in the middle of the engine's work.
+    /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as
+    /// it changes, in the middle of the engine's work.
     struct StateChanged {};
     using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged>;
 

@@ -48,8 +48,8 @@ class EngineTest : public ::testing::Test {
         };
         BlockingPool& saving = savingPool != nullptr ? *savingPool : loop.pool;
         const auto wallClock = [this] { return date(); };
-        TransferEngine::Host host{loop.executor, loop.clock, wallClock, Calendar("UTC"),
-                                  loop.pool,     saving,     volumes,   makeMonitor, makeClockWatch};
+        TransferEngine::Host host{loop.executor, loop.clock, wallClock,   Calendar("UTC"), loop.pool,
+                                  saving,        volumes,    makeMonitor, makeClockWatch};
         engine = std::make_unique<TransferEngine>(vark, store, log, chunkSlots, host);
         engine->onEvent = [this](const TransferEngine::Event& event) { note(event); };
     }
