@@ -45,30 +45,6 @@ struct Kill {
     Kind kind = Kind::vark;
 };
 
-/// Programs for which the vark has a name that the test can take away.
-class Names {
-  public:
-    Names()
-        : hosts_(folder_.file("hosts")),
-          rules_(folder_.file("rules", "hosts: files\n")),
-          mounts_(fmt::format("mount --bind '{}' /etc/hosts\nmount --bind '{}' /etc/nsswitch.conf",
-                              hosts_.string(), rules_.string())) {
-        giveBack();
-    }
-
-    bool canBeTaken() const { return mounts_.areThere(); }
-    std::vector<std::string> prefix() const { return mounts_.prefix(); }
-    // In place, since the mount is of this very file.
-    void takeAway() const { std::ofstream(hosts_) << "127.0.0.1 localhost\n"; }
-    void giveBack() const { std::ofstream(hosts_) << "127.0.0.1 localhost vark.box.test\n"; }
-
-  private:
-    TemporaryFolder folder_;
-    const std::filesystem::path hosts_;
-    const std::filesystem::path rules_;
-    OwnNamespaces mounts_;
-};
-
 /// Sends a folder with everything being killed on the way, and looks at what has become of it.
 class KilledSending {
   public:
@@ -78,7 +54,8 @@ class KilledSending {
         files_ = writeSamples(vark_.home() / "Shoot", scale_.files);
         for (const SampleFile& file : files_)
             bytes_ += file.size;
-        if (names_.canBeTaken()) {
+        giveName();
+        if (names_.areThere()) {
             vark_.moveTo({.prefix = names_.prefix()});
             vark_.connect(box_, box_.urlAs("vark.box.test"));
         } else {
@@ -136,7 +113,7 @@ class KilledSending {
         for (int i = 0; i < scale_.varkKills; ++i) {
             Kill::Kind kind = Kill::Kind::vark;
             if (i % 4 == 0) kind = Kill::Kind::varkEarly;
-            if (i % 4 == 1 && names_.canBeTaken()) kind = Kill::Kind::varkAndName;
+            if (i % 4 == 1 && names_.areThere()) kind = Kill::Kind::varkAndName;
             kills.push_back({anywhere(random_), kind});
         }
         std::ranges::sort(kills, {}, &Kill::progress);
@@ -150,6 +127,10 @@ class KilledSending {
         process_.reset();
         process_.emplace(vark_.start(arguments));
     }
+
+    // In place, since the mount is of this very file.
+    void takeName() const { std::ofstream(hosts_) << "127.0.0.1 localhost\n"; }
+    void giveName() const { std::ofstream(hosts_) << "127.0.0.1 localhost vark.box.test\n"; }
 
     void await(const Kill& kill) {
         const bool isEarly = kill.kind == Kill::Kind::varkEarly;
@@ -167,12 +148,12 @@ class KilledSending {
             return;
         }
         process_->kill();
-        if (kill.kind == Kill::Kind::varkAndName) names_.takeAway();
+        if (kill.kind == Kill::Kind::varkAndName) takeName();
         start();
         if (kill.kind != Kill::Kind::varkAndName) return;
         EXPECT_FALSE(process_->exitWithin(std::chrono::seconds(3)))
             << process_->output() << process_->errors();
-        names_.giveBack();
+        giveName();
     }
 
     /// Half by the bytes and half by the files, so that kills fall among large files and among small ones.
@@ -189,7 +170,12 @@ class KilledSending {
 
     Scale scale_;
     std::mt19937_64 random_;
-    Names names_;
+    TemporaryFolder folder_;
+    const std::filesystem::path hosts_ = folder_.file("hosts");
+    /// Where the vark has a name that the test can take away.
+    const OwnNamespaces names_{
+        fmt::format("mount --bind '{}' /etc/hosts\nmount --bind '{}' /etc/nsswitch.conf", hosts_.string(),
+                    folder_.file("rules", "hosts: files\n").string())};
     RealBox box_;
     RealVark vark_;
     std::vector<SampleFile> files_;

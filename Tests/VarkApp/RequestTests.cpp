@@ -14,6 +14,7 @@ QueueRequest sample() {
     request.named = {{"a\nb", "/home/anna/a\nb"}, {"日本", "/home/anna/日本"}};
     request.destination = "Jobs/\"2026\"";
     request.title = "Card";
+    request.rule = ConflictRule::keepBoth;
     request.walk = {.hidden = true, .followLinks = true, .filter = {{"*.tmp"}, {"*.mov", "DCIM/"}}};
     return request;
 }
@@ -40,7 +41,8 @@ TEST(Requests, WhatIsAskedAndAnsweredArrivesAsItWas) {
     answer.results = {"Added 2 files"};
     answer.refuse({"Could not add x.", {{Next::Step::carryOn, "Finish it"}, {Next::Step::giveUp}}});
     answer.entries = {UUID::random().text()};
-    answer.leftOut = {.hidden = 1, .links = 2, .special = 3, .emptyFolders = 4, .unreadable = 5};
+    answer.leftOut = {
+        .hidden = 1, .links = 2, .special = 3, .emptyFolders = 4, .excluded = 6, .unreadable = 5};
     QueueView& view = answer.queue.emplace();
     view.outage = OutageView{*dateFromISO8601("2026-02-03T04:05:06Z"), "No network.", 8};
     view.hold = "Waiting for the network";

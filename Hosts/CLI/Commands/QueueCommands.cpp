@@ -25,6 +25,8 @@ struct ChangeOptions {
     std::vector<std::string> named;
     bool finishedOnly = false;
     bool replace = false;
+    bool newer = false;
+    bool keepBoth = false;
     bool skip = false;
     bool json = false;
 };
@@ -122,6 +124,8 @@ ExitCode change(CommandSurroundings& surroundings, const ChangeOptions& options)
         request.named.push_back(QueueRequest::Named::of(name));
     request.finishedOnly = options.finishedOnly;
     request.replace = options.replace;
+    if (options.newer) request.rule = ConflictRule::newer;
+    if (options.keepBoth) request.rule = ConflictRule::keepBoth;
     return printAnswer(surroundings.console,
                        surroundings.await(changeQueue(surroundings, std::move(request))), options.json);
 }
@@ -168,6 +172,10 @@ void declareQueueCommands(CLI::App& program, Chosen& chosen) {
     CLI::Option_group* decision = resolve.add_option_group("Decision");
     decision->add_flag("--replace", resolving->replace, "Overwrite what is in the vark");
     decision->add_flag("--skip", resolving->skip, "Leave what is in the vark");
+    decision->add_flag("--newer", resolving->newer,
+                       "Overwrite what is older in the vark, and leave the rest");
+    decision->add_flag("--keep-both", resolving->keepBoth,
+                       "Put it beside what is in the vark, under a free name");
     decision->require_option(1);
     resolve
         .add_option("ENTRY-OR-FILE", resolving->named, "What \"vark queue\" shows; all that wait without it")

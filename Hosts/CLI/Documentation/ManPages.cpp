@@ -19,6 +19,8 @@ std::string roff(std::string_view text) {
             safe += "\\e";
         } else if (character == '-') {
             safe += "\\-";
+        } else if (character == '~') {
+            safe += "\\(ti";
         } else {
             safe += character;
         }

@@ -32,6 +32,19 @@ std::string shownDestination(const std::string& destination) {
     return destination.empty() ? "the top of the vark" : destination;
 }
 
+std::string_view doneBy(ConflictRule rule) {
+    switch (rule) {
+        case ConflictRule::replace:
+            return "Will replace in the vark:";
+        case ConflictRule::skip:
+            return "Left as they are in the vark:";
+        case ConflictRule::newer:
+            return "Decided by their times:";
+        case ConflictRule::keepBoth:
+            return "Will be put beside those in the vark:";
+    }
+}
+
 }  // namespace
 
 Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
@@ -356,22 +369,24 @@ QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
         answer.results.emplace_back("No decision is waiting.");
         return answer;
     }
+    const ConflictRule rule =
+        request.rule.value_or(request.replace ? ConflictRule::replace : ConflictRule::skip);
     const std::int64_t before = engine_.overall().filesConflict;
-    if (request.named.empty()) engine_.resolveAllConflicts(std::nullopt, request.replace);
+    if (request.named.empty()) engine_.decideAll(std::nullopt, rule);
     for (const QueueRequest::Named& named : request.named) {
         const std::vector<UUID> meant = conflicts(named);
         if (meant.empty())
             answer.refuse({fmt::format("No decision waits that is meant by \"{}\".", named.text),
                            {{Step::watch, "the paths of those that wait"}}});
         for (const UUID& id : meant)
-            engine_.resolveConflict(id, request.replace);
+            engine_.decide(id, rule);
     }
     const std::int64_t decided = before - engine_.overall().filesConflict;
     answer.changed = decided;
     if (decided > 0) {
-        answer.results.emplace_back(fmt::format(
-            "{} {}", request.replace ? "Will replace in the vark:" : "Left as they are in the vark:",
-            Format::count(decided, "file")));
+        answer.results.emplace_back(fmt::format("{} {}", doneBy(rule), Format::count(decided, "file")));
+    } else if (rule == ConflictRule::newer && answer.problems.empty()) {
+        answer.refuse({"The vark has not said from when its files are.", {{Step::decide, ""}}});
     }
     return answer;
 }

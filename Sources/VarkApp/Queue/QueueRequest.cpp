@@ -64,6 +64,8 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.wish = Wish::fromFields(fields);
     request.finishedOnly = fields.required<bool>("finishedOnly");
     request.replace = fields.required<bool>("replace");
+    if (fields.find("rule") != nullptr)
+        request.rule = static_cast<ConflictRule>(fields.choice("rule", conflictRuleNames));
     return request;
 }
 
@@ -76,7 +78,9 @@ std::string QueueRequest::toJSON() const {
     json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
     json.field("exclude", walk.filter.exclude).field("include", walk.filter.include);
     wish.encode(json);
-    json.field("finishedOnly", finishedOnly).field("replace", replace).endObject();
+    json.field("finishedOnly", finishedOnly).field("replace", replace);
+    if (rule) json.field("rule", vark::nameOf(*rule));
+    json.endObject();
     return json.take();
 }
 

@@ -44,6 +44,8 @@ struct QueueRequest {
     bool finishedOnly = false;
     /// For `resolve`: overwrite what is in the vark.
     bool replace = false;
+    /// For `resolve`: what decides in place of `replace`.
+    std::optional<ConflictRule> rule;
 
     static QueueRequest fromJSON(const boost::json::value& value);
     std::string toJSON() const;

@@ -27,7 +27,7 @@ class ManyProcesses : public testing::Test {
         arguments.insert(arguments.begin() + 1, shared->native());
         const std::string number = std::to_string(++started_);
         Process::Options options;
-        options.program = buildTree() / "Tests/VarkCore/Sync/StatusWriter";
+        options.program = test::buildTree() / "Tests/VarkCore/Sync/StatusWriter";
         options.arguments = std::move(arguments);
         options.output = folder / (number + ".output");
         options.errors = folder / (number + ".errors");

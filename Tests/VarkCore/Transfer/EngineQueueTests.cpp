@@ -21,6 +21,7 @@ class EngineQueue : public EngineTest {
         sum.bytesTotal += one.size;
         sum.bytesDone += std::min(one.size, one.bytesDone() + inFlight);
         sum.verified += one.state == ItemState::verified;
+        if (one.state == ItemState::verified) sum.bytesVerified += one.size;
         sum.failed += one.state == ItemState::failed;
         sum.conflicts += one.state == ItemState::conflict;
         sum.skipped += one.state == ItemState::skipped;
