@@ -22,14 +22,8 @@ class HandOver : public EndToEndTest {
             return sending;
         }
         Process running = vark.start({"run"});
-        EXPECT_TRUE(until(running, "Sending to"));
+        EXPECT_TRUE(running.untilWritten("Sending to"));
         return running;
-    }
-    /// Waits until the process has said so.
-    bool until(Process& process, std::string_view words) {
-        FileWatch watch(vark.runsFolder());
-        return watch.until([&] { return (process.output() + process.errors()).contains(words); }, 30s,
-                           process.descriptor());
     }
     bool isHeld(const SampleFile& file) const {
         return std::ranges::any_of(box.files(),
@@ -91,11 +85,11 @@ TEST_F(HandOver, AFollowerHasTheQueueWithinASecondOfTheHoldersEnd) {
         fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
         const SampleFile followed = file(holder == Holder::run ? "A.mov" : "B.mov", 8 * chunkSize);
         Process following = startSend(followed);
-        ASSERT_TRUE(untilDiary("Added " + followed.relativePath, following));
-        ASSERT_TRUE(until(following, "followed to its end here"));
+        ASSERT_TRUE(vark.untilDiary("Added " + followed.relativePath, following));
+        ASSERT_TRUE(following.untilWritten("followed to its end here"));
         holding.kill();
         const auto killed = std::chrono::steady_clock::now();
-        ASSERT_TRUE(until(following, "Carrying on here."));
+        ASSERT_TRUE(following.untilWritten("Carrying on here."));
         EXPECT_LT(std::chrono::steady_clock::now() - killed, 1s);
         EXPECT_EQ(following.wait(), exitCode(0)) << following.output() << following.errors();
         expectHeld(followed);
@@ -109,8 +103,8 @@ TEST_F(HandOver, AFollowerThatEndsTakesNothingWithIt) {
     fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
     Process first = startSend(killed);
     Process second = startSend(stopped);
-    ASSERT_TRUE(until(first, "followed to its end here"));
-    ASSERT_TRUE(until(second, "followed to its end here"));
+    ASSERT_TRUE(first.untilWritten("followed to its end here"));
+    ASSERT_TRUE(second.untilWritten("followed to its end here"));
     first.kill();
     second.signal(SIGINT);
     EXPECT_EQ(second.wait(), exitCode(130));
@@ -136,7 +130,7 @@ TEST_F(HandOver, WithoutAConnectionRequestsAreCarriedOutOnTheSavedQueueAndANewRe
     expectExit(send(take), 1);
     expectExit(vark.run({"disconnect"}), 0);
     Process running = vark.start({"run"});
-    ASSERT_TRUE(until(running, "Not connected to a vark."));
+    ASSERT_TRUE(running.untilWritten("Not connected to a vark."));
     EXPECT_THAT(vark.run({"retry"}).output, HasSubstr("Trying 1 file again"));
     box.control("DELETE", "/control/faults");
     vark.connect(box);
