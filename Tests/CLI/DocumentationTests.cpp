@@ -34,7 +34,7 @@ TEST_F(DocumentationTest, EveryCommandThatIsShownHasAPage) {
     EXPECT_EQ(pages.size(), commands.size() + 1);
     EXPECT_THAT(page("man/vark.1"), HasSubstr("vark\\-send (1)"));
     EXPECT_THAT(page("man/vark-send.1"), HasSubstr(".B \\-\\-outside\\-office\\-hours[=HOURS]\n"));
-    EXPECT_THAT(page("man/vark-job-file.1"), HasSubstr("vark job file [OPTIONS] --job REF PATH..."));
+    EXPECT_THAT(page("man/vark-job-file.1"), HasSubstr("vark job file [OPTIONS] \\-\\-job REF PATH..."));
     for (const Document& one : pages)
         EXPECT_THAT(one.content, Not(HasSubstr("generate")));
 }
