@@ -103,10 +103,10 @@ TEST_F(FileCommands, WhatTheVarkHasIsProvedBeforeAnythingIsDeleted) {
     expectRun(check, 1, "Not in the vark: Shoot/x.tmp\n");
     std::vector<std::string> without = check;
     without.insert(without.end(), {"--exclude", "*.tmp"});
-    const Finished proved = expectRun(without, 0, "All 3 files (9 kB) are in Jobs, with the same bytes.\n");
+    const Finished proved = expectRun(without, 0, "All 3 files (9 KB) are in Jobs, with the same bytes.\n");
     EXPECT_THAT(proved.errors, HasSubstr("Left out and not looked at: 1 thing."));
 
-    box.put("Jobs/Shoot/a.mov", std::string(3'000, 'x'));
+    vark.write("Shoot/a.mov", std::string(3'000, 'x'));
     expectRun(without, 1,
               "Different in the vark: Shoot/a.mov: It is as long as in the vark and has other bytes.\n");
     without.push_back("--json");
