@@ -26,17 +26,6 @@ class HandOver : public EndToEndTest {
         return std::ranges::any_of(box.files(),
                                    [&](const HeldFile& held) { return held.path == file.relativePath; });
     }
-    /// How often its threads have gone to sleep by themselves.
-    static std::int64_t switchesOf(const Process& process) {
-        std::int64_t switches = 0;
-        const std::filesystem::path tasks = "/proc/" + std::to_string(process.pid()) + "/task";
-        for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-            const std::string status = readWholeFile(task.path() / "status");
-            const std::string_view key = "\nvoluntary_ctxt_switches:";
-            switches += std::stoll(status.substr(status.find(key) + key.size()));
-        }
-        return switches;
-    }
 };
 
 TEST_F(HandOver, WhoeverHasTheQueueTakesOnWhatIsSentAndItIsFollowedToItsEnd) {
@@ -132,23 +121,6 @@ TEST_F(HandOver, WithoutAConnectionRequestsAreCarriedOutOnTheSavedQueueAndANewRe
     vark.connect(box);
     expectExit(vark.run({"send"}), 0);
     expectHeld(take);
-}
-
-TEST_F(HandOver, NothingWakesUpWhileNothingMoves) {
-    Process running = hold(Holder::run);
-    expectExit(send(file("Take.mov", 1000)), 0);
-    const auto switchesAfter = [&](std::chrono::seconds quiet) {
-        std::this_thread::sleep_for(quiet);
-        const std::int64_t before = switchesOf(running);
-        std::this_thread::sleep_for(3s);
-        return switchesOf(running) - before;
-    };
-    // A rate is told of until nothing has come for twelve seconds.
-    EXPECT_EQ(switchesAfter(14s), 0) << "settled";
-    fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
-    expectExit(send(file("Other.mov", 16 * chunkSize), {"--hand-over"}), 5);
-    expectExit(vark.run({"pause"}), 0);
-    EXPECT_EQ(switchesAfter(3s), 0) << "paused";
 }
 
 }  // namespace
