@@ -1,6 +1,6 @@
 # cmake --install: the bundle, what leads to its programs, manuals, completions and the unit, below any prefix.
 include(GNUInstallDirs)
-set(VARK_INSTALLED_BUNDLE ${CMAKE_INSTALL_LIBDIR}/vark/Vark.app/Contents)
+set(VARK_INSTALLED_BUNDLE lib/vark/Vark.app/Contents)
 # Where a person's systemd looks, below every usual prefix.
 set(VARK_USER_UNITS share/systemd/user CACHE STRING "Where units of a person go, below the prefix")
 
