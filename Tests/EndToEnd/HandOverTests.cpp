@@ -10,6 +10,14 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::HasSubstr;
 
+/// In which a follower has the queue; where sanitizers slow it down, on a machine that may be busy, only that
+/// it does not wait for a look-again.
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr auto soonEnough = 10s;
+#else
+constexpr auto soonEnough = 1s;
+#endif
+
 /// Beside `vark run`, or a `vark send` of a file that takes long.
 class HandOver : public EndToEndTest {
   protected:
@@ -68,7 +76,7 @@ TEST_F(HandOver, AFollowerHasTheQueueWithinASecondOfTheHoldersEnd) {
     for (const Holder holder : {Holder::terminal, Holder::run}) {
         SCOPED_TRACE(holder == Holder::run ? "vark run" : "a terminal");
         Process holding = hold(holder);
-        fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
+        fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 1000})");
         const SampleFile followed = file(holder == Holder::run ? "A.mov" : "B.mov", 8 * chunkSize);
         Process following = startSend(followed);
         ASSERT_TRUE(vark.untilDiary("Added " + followed.relativePath, following));
@@ -76,7 +84,7 @@ TEST_F(HandOver, AFollowerHasTheQueueWithinASecondOfTheHoldersEnd) {
         holding.kill();
         const auto killed = std::chrono::steady_clock::now();
         ASSERT_TRUE(following.untilWritten("Carrying on here."));
-        EXPECT_LT(std::chrono::steady_clock::now() - killed, 1s);
+        EXPECT_LT(std::chrono::steady_clock::now() - killed, soonEnough);
         EXPECT_EQ(following.wait(), exitCode(0)) << following.output() << following.errors();
         expectHeld(followed);
     }
@@ -86,7 +94,7 @@ TEST_F(HandOver, AFollowerThatEndsTakesNothingWithIt) {
     Process running = hold(Holder::run);
     const SampleFile killed = file("Killed.mov", 8 * chunkSize);
     const SampleFile stopped = file("Stopped.mov", 8 * chunkSize);
-    fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 300})");
+    fault(R"({"kind": "latency", "path_contains": "/u/", "ms": 1000})");
     Process first = startSend(killed);
     Process second = startSend(stopped);
     ASSERT_TRUE(first.untilWritten("followed to its end here"));
