@@ -5,7 +5,7 @@
 #include "VarkCore/Activity/ActivityHistory.h"
 #include "VarkCore/Connection/Locations.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace {
 

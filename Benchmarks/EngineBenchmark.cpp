@@ -4,9 +4,9 @@
 
 #include <memory>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
+#include "Tests/Support/Fakes/SilentVark.h"
 #include "Tests/Support/SampleQueue.h"
-#include "Tests/Support/SilentVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"

@@ -14,7 +14,7 @@
 #include "VarkCore/Concurrency/TaskScope.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/LAN/LANTransfer.h"
-#include "VarkPlatform/Linux/TLSDialer.h"
+#include "VarkPlatform/Linux/Network/TLSDialer.h"
 
 namespace vark {
 namespace {

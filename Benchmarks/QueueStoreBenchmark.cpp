@@ -6,9 +6,9 @@
 #include "Benchmarks/PlainWay.h"
 #include "Tests/Support/SampleQueue.h"
 #include "Tests/Support/TemporaryFolder.h"
-#include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/QueueCoding.h"
-#include "VarkCore/Transfer/QueueStore.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
+#include "VarkCore/Transfer/Queue/QueueCoding.h"
+#include "VarkCore/Transfer/Queue/QueueStore.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Connection/Locations.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Sync/SharedSync.h"
 
 namespace {

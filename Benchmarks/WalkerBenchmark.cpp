@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
 #include "Benchmarks/PlainWay.h"
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Transfer/Walker.h"
 

@@ -9,7 +9,7 @@
 #include <exception>
 
 #include "VarkBox/Box.h"
-#include "VarkBox/Node.h"
+#include "VarkBox/Nodes/Node.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "Hosts/CLI/Arguments.h"
-#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
 
 namespace vark::cli {
 

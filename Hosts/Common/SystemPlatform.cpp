@@ -6,17 +6,17 @@
 #include <array>
 
 #include "Hosts/Common/ProfileBundle.h"
-#include "VarkPlatform/Linux/AvahiBrowser.h"
-#include "VarkPlatform/Linux/CurlSession.h"
+#include "VarkPlatform/Linux/Avahi/AvahiBrowser.h"
 #include "VarkPlatform/Linux/DesktopTools.h"
-#include "VarkPlatform/Linux/FileSecretStore.h"
 #include "VarkPlatform/Linux/InotifyFolderWatch.h"
-#include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/Network/CurlSession.h"
+#include "VarkPlatform/Linux/Network/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/Network/TLSDialer.h"
 #include "VarkPlatform/Linux/ProcessList.h"
-#include "VarkPlatform/Linux/SecretServiceStore.h"
+#include "VarkPlatform/Linux/Secrets/FileSecretStore.h"
+#include "VarkPlatform/Linux/Secrets/SecretServiceStore.h"
 #include "VarkPlatform/Linux/SystemVersion.h"
 #include "VarkPlatform/Linux/TimerClockWatch.h"
-#include "VarkPlatform/Linux/TLSDialer.h"
 
 namespace vark::host {
 

@@ -5,7 +5,7 @@
 
 #include "VarkApp/Platform.h"
 #include "VarkPlatform/Linux/AppBundle.h"
-#include "VarkPlatform/Linux/MountedVolumes.h"
+#include "VarkPlatform/Linux/Volumes/MountedVolumes.h"
 #include "VarkPlatform/Linux/XDGFolders.h"
 
 namespace vark::host {

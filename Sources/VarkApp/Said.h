@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark::app {
 

@@ -7,7 +7,7 @@
 #include "VarkCore/Connection/Locations.h"
 #include "VarkCore/Connection/SharedFile.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark::app {
 

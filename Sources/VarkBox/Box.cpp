@@ -7,18 +7,18 @@
 #include <optional>
 #include <stdexcept>
 
-#include "VarkBox/Account.h"
-#include "VarkBox/Authority.h"
+#include "VarkBox/Access/Account.h"
 #include "VarkBox/BoxSite.h"
-#include "VarkBox/Database.h"
-#include "VarkBox/Hasher.h"
-#include "VarkBox/HTTPServer.h"
-#include "VarkBox/JSONBody.h"
-#include "VarkBox/ObjectFiles.h"
-#include "VarkBox/RequestLog.h"
-#include "VarkBox/Services.h"
-#include "VarkBox/Tree.h"
-#include "VarkBox/Uploads.h"
+#include "VarkBox/HTTP/Authority.h"
+#include "VarkBox/HTTP/HTTPServer.h"
+#include "VarkBox/HTTP/JSONBody.h"
+#include "VarkBox/HTTP/RequestLog.h"
+#include "VarkBox/Routes/Services.h"
+#include "VarkBox/Store/Database.h"
+#include "VarkBox/Store/Hasher.h"
+#include "VarkBox/Store/ObjectFiles.h"
+#include "VarkBox/Store/Tree.h"
+#include "VarkBox/Store/Uploads.h"
 
 namespace vark::box {
 

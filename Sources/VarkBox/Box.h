@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "VarkBox/RootFolder.h"
+#include "VarkBox/Store/RootFolder.h"
 
 namespace vark::box {
 

@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "VarkBox/Exchange.h"
-#include "VarkBox/RequestLog.h"
-#include "VarkBox/Router.h"
-#include "VarkBox/Services.h"
+#include "VarkBox/HTTP/Exchange.h"
+#include "VarkBox/HTTP/RequestLog.h"
+#include "VarkBox/Routes/Router.h"
+#include "VarkBox/Routes/Services.h"
 
 namespace vark::box {
 

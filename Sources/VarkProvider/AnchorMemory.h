@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "VarkCore/Connection/SharedStore.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

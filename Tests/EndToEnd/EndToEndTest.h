@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <boost/json/parse.hpp>
 
-#include "Tests/Support/RealVark.h"
+#include "Tests/Support/Boxes/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
 
 namespace vark::test {

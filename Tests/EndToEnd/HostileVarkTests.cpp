@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-#include "Tests/Support/RealVark.h"
+#include "Tests/Support/Boxes/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
 #include "Tests/Support/ScriptedServer.h"
 

@@ -2,8 +2,8 @@
 #include <iterator>
 
 #include "Tests/Fuzz/FuzzTarget.h"
-#include "Tests/Support/FakeDialer.h"
-#include "Tests/Support/ScriptedSession.h"
+#include "Tests/Support/Fakes/FakeDialer.h"
+#include "Tests/Support/Fakes/ScriptedSession.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/API/HTTPVarkAPI.h"
 #include "VarkCore/Upload/ChunkPlan.h"

@@ -3,7 +3,7 @@
 #include "Tests/Fuzz/FuzzTarget.h"
 #include "VarkCore/Connection/SharedConnection.h"
 #include "VarkCore/Connection/SharedLevel.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 // The connection and level records, which other processes and other versions write.
 

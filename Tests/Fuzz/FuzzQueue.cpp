@@ -1,6 +1,6 @@
 #include "Tests/Fuzz/FuzzTarget.h"
-#include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/QueueStore.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
+#include "VarkCore/Transfer/Queue/QueueStore.h"
 
 // The saved queue, which an older version, a failing disk or a curious person may have written.
 

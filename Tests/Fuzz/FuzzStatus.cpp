@@ -1,6 +1,6 @@
 #include "Tests/Fuzz/FuzzTarget.h"
 #include "VarkCore/Activity/ActivityHistory.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Sync/SharedSync.h"
 
 // The records by which processes tell one another what happens; other versions write them too.

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "Tests/Support/RealNode.h"
-#include "Tests/Support/RealVark.h"
+#include "Tests/Support/Boxes/RealNode.h"
+#include "Tests/Support/Boxes/RealVark.h"
 #include "Tests/Support/SampleFiles.h"
 
 namespace vark::test {

@@ -10,7 +10,7 @@
 #include <numeric>
 #include <random>
 
-#include "VarkBox/Hasher.h"
+#include "VarkBox/Store/Hasher.h"
 
 namespace vark::test {
 

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "VarkCore/Transfer/QueueModel.h"
+#include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark {
 

@@ -2,18 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeClockWatch.h"
-#include "Tests/Support/FakeFolderWatch.h"
-#include "Tests/Support/FakePathMonitor.h"
-#include "Tests/Support/FakeSecretStore.h"
-#include "Tests/Support/FakeServiceBrowser.h"
-#include "Tests/Support/FakeSystem.h"
-#include "Tests/Support/FakeVark.h"
+#include "Tests/Support/Fakes/FakeClockWatch.h"
+#include "Tests/Support/Fakes/FakeFolderWatch.h"
+#include "Tests/Support/Fakes/FakePathMonitor.h"
+#include "Tests/Support/Fakes/FakeSecretStore.h"
+#include "Tests/Support/Fakes/FakeServiceBrowser.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkApp/Surroundings.h"
 #include "VarkCore/API/ContentSink.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkPlatform/Linux/FileSecretStore.h"
+#include "VarkPlatform/Linux/Secrets/FileSecretStore.h"
 
 namespace vark::app::test {
 

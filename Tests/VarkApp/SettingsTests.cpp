@@ -4,11 +4,11 @@
 
 #include <boost/json/parse.hpp>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Connection/Locations.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark::app {
 namespace {

@@ -7,10 +7,10 @@
 
 #include "Tests/Support/AvahiWorld.h"
 #include "Tests/Support/LoopbackPort.h"
-#include "VarkBox/AvahiAnnouncer.h"
+#include "VarkBox/Nodes/AvahiAnnouncer.h"
 #include "VarkCore/Concurrency/TaskScope.h"
 #include "VarkCore/Services/Dialer.h"
-#include "VarkPlatform/Linux/AvahiBrowser.h"
+#include "VarkPlatform/Linux/Avahi/AvahiBrowser.h"
 
 namespace vark::test {
 namespace {

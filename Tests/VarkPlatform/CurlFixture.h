@@ -11,7 +11,7 @@
 
 #include "Tests/Support/ScriptedServer.h"
 #include "VarkCore/Concurrency/TaskScope.h"
-#include "VarkPlatform/Linux/CurlSession.h"
+#include "VarkPlatform/Linux/Network/CurlSession.h"
 
 namespace vark::test {
 

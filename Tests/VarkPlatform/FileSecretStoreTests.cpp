@@ -1,4 +1,4 @@
-#include "VarkPlatform/Linux/FileSecretStore.h"
+#include "VarkPlatform/Linux/Secrets/FileSecretStore.h"
 
 #include <gtest/gtest.h>
 

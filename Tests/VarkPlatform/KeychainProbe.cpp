@@ -1,9 +1,9 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "VarkCore/Connection/Keychain.h"
-#include "VarkPlatform/Linux/SecretServiceStore.h"
+#include "VarkPlatform/Linux/Secrets/SecretServiceStore.h"
 
 // One operation on the keychain of the session around it, told on the output. A process of its own, as every
 // program has: to which bus it talks is settled with its first call.

@@ -11,7 +11,7 @@
 #include "Tests/Support/NginxNode.h"
 #include "Tests/Support/TestAuthority.h"
 #include "VarkCore/Concurrency/TaskScope.h"
-#include "VarkPlatform/Linux/TLSDialer.h"
+#include "VarkPlatform/Linux/Network/TLSDialer.h"
 
 namespace vark::test {
 namespace {

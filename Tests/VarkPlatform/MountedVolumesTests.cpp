@@ -1,4 +1,4 @@
-#include "VarkPlatform/Linux/MountedVolumes.h"
+#include "VarkPlatform/Linux/Volumes/MountedVolumes.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

@@ -7,7 +7,7 @@
 
 #include "Tests/VarkPlatform/OwnNetwork.h"
 #include "VarkCore/Concurrency/ThreadSafety.h"
-#include "VarkPlatform/Linux/NetlinkPathMonitor.h"
+#include "VarkPlatform/Linux/Network/NetlinkPathMonitor.h"
 
 namespace vark::test {
 namespace {

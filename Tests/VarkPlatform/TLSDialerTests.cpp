@@ -1,4 +1,4 @@
-#include "VarkPlatform/Linux/TLSDialer.h"
+#include "VarkPlatform/Linux/Network/TLSDialer.h"
 
 #include <gtest/gtest.h>
 

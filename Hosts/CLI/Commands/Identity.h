@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Hosts/CLI/Display/Console.h"
-#include "VarkCore/API/WhoAmI.h"
+#include "VarkCore/API/Messages/WhoAmI.h"
 #include "VarkCore/Connection/SharedConnection.h"
 
 namespace vark::cli {

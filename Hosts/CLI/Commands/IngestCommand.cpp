@@ -6,7 +6,7 @@
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkApp/Queue/QueueHolder.h"
 #include "VarkCore/Foundation/Text.h"
-#include "VarkCore/Transfer/CardNaming.h"
+#include "VarkCore/Transfer/Cards/CardNaming.h"
 
 namespace vark::cli {
 

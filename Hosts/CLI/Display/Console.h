@@ -5,7 +5,7 @@
 
 #include "Hosts/CLI/Display/Signs.h"
 #include "Hosts/CLI/ExitCode.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark::cli {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
 
 namespace vark::cli {
 

@@ -10,8 +10,8 @@
 #include "VarkApp/Queue/LeftOut.h"
 #include "VarkApp/Queue/QueueView.h"
 #include "VarkApp/Session.h"
-#include "VarkCore/Foundation/Date.h"
-#include "VarkCore/Transfer/IngestReport.h"
+#include "VarkCore/Foundation/Time/Date.h"
+#include "VarkCore/Transfer/Cards/IngestReport.h"
 
 namespace vark::cli {
 

@@ -8,7 +8,7 @@
 
 #include "VarkCore/Connection/SharedFile.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/UUID.h"
 #include "VarkCore/Policies/LocalCache.h"
 #include "VarkCore/Upload/FileHasher.h"

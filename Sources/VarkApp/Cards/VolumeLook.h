@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "VarkCore/Services/Volumes.h"
-#include "VarkCore/Transfer/VolumeRules.h"
+#include "VarkCore/Transfer/Cards/VolumeRules.h"
 
 namespace vark::app {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VarkApp/Surroundings.h"
-#include "VarkCore/API/DeviceSignIn.h"
+#include "VarkCore/API/Messages/DeviceSignIn.h"
 
 namespace vark::app {
 

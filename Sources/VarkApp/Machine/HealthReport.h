@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "VarkApp/Surroundings.h"
-#include "VarkCore/API/DiagnosticsReport.h"
+#include "VarkCore/API/Messages/DiagnosticsReport.h"
 #include "VarkCore/Policies/Diagnostics.h"
 
 namespace vark::app {

@@ -6,7 +6,7 @@
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Transfer/Format.h"
-#include "VarkCore/Transfer/PendingDrop.h"
+#include "VarkCore/Transfer/Queue/PendingDrop.h"
 
 namespace vark::app {
 

@@ -7,7 +7,7 @@
 
 #include "VarkApp/Queue/QueueDesk.h"
 #include "VarkApp/Surroundings.h"
-#include "VarkCore/Transfer/IngestReport.h"
+#include "VarkCore/Transfer/Cards/IngestReport.h"
 
 namespace vark::app {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Transfer/Walker.h"
 
 namespace vark::app {

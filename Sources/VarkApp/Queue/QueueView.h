@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 
 namespace vark::app {

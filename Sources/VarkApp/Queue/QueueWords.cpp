@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
 #include "VarkCore/Transfer/Format.h"
 
 namespace vark::app {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "VarkApp/Queue/QueueView.h"
-#include "VarkCore/Transfer/IngestReport.h"
+#include "VarkCore/Transfer/Cards/IngestReport.h"
 
 namespace vark::app {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "VarkApp/Queue/QueueRequest.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Foundation/UUID.h"
 
 namespace vark::app {

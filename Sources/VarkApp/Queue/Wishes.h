@@ -5,9 +5,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/UUID.h"
-#include "VarkCore/Transfer/QueueModel.h"
+#include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark::app {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "VarkCore/Errors/VarkAPIError.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Services/Limits.h"
 
 // How the endpoints read what the vark answered.

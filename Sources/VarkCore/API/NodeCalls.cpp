@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "VarkCore/Foundation/Domain.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Services/Limits.h"
 

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "VarkCore/Concurrency/ThreadSafety.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/LAN/LANRouter.h"
 #include "VarkCore/Services/HTTPSession.h"
 

@@ -8,17 +8,17 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/API/BinnedItem.h"
-#include "VarkCore/API/ChildAnswer.h"
-#include "VarkCore/API/DeviceSignIn.h"
-#include "VarkCore/API/DiagnosticsReport.h"
-#include "VarkCore/API/Ingest.h"
-#include "VarkCore/API/Items.h"
-#include "VarkCore/API/Jobs.h"
-#include "VarkCore/API/Shares.h"
-#include "VarkCore/API/UploadAnswers.h"
-#include "VarkCore/API/VarkFolder.h"
-#include "VarkCore/API/WhoAmI.h"
+#include "VarkCore/API/Messages/BinnedItem.h"
+#include "VarkCore/API/Messages/ChildAnswer.h"
+#include "VarkCore/API/Messages/DeviceSignIn.h"
+#include "VarkCore/API/Messages/DiagnosticsReport.h"
+#include "VarkCore/API/Messages/Ingest.h"
+#include "VarkCore/API/Messages/Items.h"
+#include "VarkCore/API/Messages/Jobs.h"
+#include "VarkCore/API/Messages/Shares.h"
+#include "VarkCore/API/Messages/UploadAnswers.h"
+#include "VarkCore/API/Messages/VarkFolder.h"
+#include "VarkCore/API/Messages/WhoAmI.h"
 #include "VarkCore/Concurrency/Task.h"
 #include "VarkCore/Errors/VarkAPIError.h"
 

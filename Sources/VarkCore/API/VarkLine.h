@@ -5,7 +5,7 @@
 #include <string>
 
 #include "VarkCore/Errors/VarkAPIError.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Foundation/URL.h"
 #include "VarkCore/LAN/LANRouter.h"
 #include "VarkCore/LAN/LANTransfer.h"

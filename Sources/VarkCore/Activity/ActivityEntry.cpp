@@ -8,7 +8,7 @@
 #include <span>
 #include <utility>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {

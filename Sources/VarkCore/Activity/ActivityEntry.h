@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Foundation/UUID.h"
 
 namespace vark {

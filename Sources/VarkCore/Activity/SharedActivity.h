@@ -6,7 +6,7 @@
 
 #include "VarkCore/Activity/ActivityEntry.h"
 #include "VarkCore/Connection/SharedStore.h"
-#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
 
 namespace vark {
 

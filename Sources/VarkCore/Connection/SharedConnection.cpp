@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "VarkCore/Connection/AppIdentity.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "VarkCore/Connection/SharedStore.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

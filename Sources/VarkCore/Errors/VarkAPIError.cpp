@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/Overloaded.h"
 
 namespace vark {

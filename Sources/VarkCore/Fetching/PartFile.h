@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "VarkCore/API/ContentSink.h"
-#include "VarkCore/API/Items.h"
+#include "VarkCore/API/Messages/Items.h"
 #include "VarkCore/Fetching/OpenFolder.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Upload/FileHasher.h"
 
 namespace vark {

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark {
 namespace {

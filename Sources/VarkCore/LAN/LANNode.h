@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Foundation/URL.h"
 
 namespace vark {

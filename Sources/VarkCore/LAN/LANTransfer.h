@@ -15,7 +15,7 @@
 
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/Task.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/LAN/LANNode.h"
 #include "VarkCore/Services/Dialer.h"
 #include "VarkCore/Services/HTTPSession.h"

@@ -10,7 +10,7 @@
 
 #include "VarkCore/Concurrency/BlockingPool.h"
 #include "VarkCore/Concurrency/TaskScope.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/LAN/LANRouter.h"
 #include "VarkCore/Services/ServiceBrowser.h"
 

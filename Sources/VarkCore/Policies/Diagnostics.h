@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "VarkCore/API/DiagnosticsReport.h"
+#include "VarkCore/API/Messages/DiagnosticsReport.h"
 #include "VarkCore/Policies/LogCursor.h"
 #include "VarkCore/Sync/SyncSummary.h"
-#include "VarkCore/Transfer/QueueModel.h"
+#include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <variant>
 
-#include "VarkCore/API/DeviceSignIn.h"
+#include "VarkCore/API/Messages/DeviceSignIn.h"
 
 namespace vark {
 

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/Text.h"
 
 namespace vark {

@@ -6,7 +6,7 @@
 #include <charconv>
 
 #include "VarkCore/Foundation/Text.h"
-#include "VarkCore/Transfer/QueueModel.h"
+#include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "VarkCore/Foundation/Calendar.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

@@ -1,6 +1,6 @@
 #include "VarkCore/Transfer/OfficeHours.h"
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark {
 

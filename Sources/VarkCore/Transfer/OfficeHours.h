@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "VarkCore/Foundation/Calendar.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

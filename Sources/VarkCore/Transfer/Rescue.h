@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "VarkCore/Foundation/Calendar.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Transfer/CarryAcross.h"
 
 namespace vark {

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "VarkCore/Concurrency/ThreadSafety.h"
-#include "VarkCore/Foundation/Calendar.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

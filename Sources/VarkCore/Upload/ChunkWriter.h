@@ -11,7 +11,7 @@
 
 #include "VarkCore/Concurrency/ThreadSafety.h"
 #include "VarkCore/Foundation/BytePipe.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Upload/ByteCounter.h"
 #include "VarkCore/Upload/FilePieces.h"
 

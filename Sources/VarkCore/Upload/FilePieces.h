@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <span>
 
-#include "VarkCore/Foundation/Date.h"
 #include "VarkCore/Foundation/Files.h"
+#include "VarkCore/Foundation/Time/Date.h"
 #include "VarkCore/Upload/TokenBucket.h"
 
 namespace vark {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "VarkCore/Concurrency/ThreadSafety.h"
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark {
 

@@ -1,13 +1,13 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
-#include "VarkCore/API/BinnedItem.h"
-#include "VarkCore/API/ChildAnswer.h"
-#include "VarkCore/API/DeviceSignIn.h"
-#include "VarkCore/API/Items.h"
-#include "VarkCore/API/Shares.h"
-#include "VarkCore/API/VarkFolder.h"
-#include "VarkCore/API/WhoAmI.h"
+#include "VarkCore/API/Messages/BinnedItem.h"
+#include "VarkCore/API/Messages/ChildAnswer.h"
+#include "VarkCore/API/Messages/DeviceSignIn.h"
+#include "VarkCore/API/Messages/Items.h"
+#include "VarkCore/API/Messages/Shares.h"
+#include "VarkCore/API/Messages/VarkFolder.h"
+#include "VarkCore/API/Messages/WhoAmI.h"
 #include "VarkCore/Errors/VarkAPIError.h"
 
 namespace vark {

@@ -4,7 +4,7 @@
 #include "VarkCore/Activity/ActivityHistory.h"
 #include "VarkCore/Activity/SharedActivity.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 namespace vark {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <fstream>
 
-#include "Tests/Support/FakeSystem.h"
-#include "Tests/Support/SilentVark.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
+#include "Tests/Support/Fakes/SilentVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Foundation/Text.h"

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSecretStore.h"
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSecretStore.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Connection/SharedStore.h"
 

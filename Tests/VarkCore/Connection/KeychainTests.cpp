@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSecretStore.h"
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSecretStore.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 
 namespace vark {
 namespace {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Connection/AppIdentity.h"
 #include "VarkCore/Connection/Locations.h"

@@ -5,7 +5,7 @@
 
 #include <map>
 
-#include "Tests/Support/SilentVark.h"
+#include "Tests/Support/Fakes/SilentVark.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Foundation/Files.h"

@@ -1,10 +1,10 @@
-#include "VarkCore/Foundation/Date.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 
-#include "VarkCore/Foundation/Calendar.h"
+#include "VarkCore/Foundation/Time/Calendar.h"
 #include "VarkCore/Foundation/UUID.h"
 
 namespace vark {

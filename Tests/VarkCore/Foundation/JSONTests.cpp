@@ -1,4 +1,4 @@
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Tests/Support/CollectedBody.h"
-#include "Tests/Support/FakeDialer.h"
+#include "Tests/Support/Fakes/FakeDialer.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Foundation/Files.h"

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeServiceBrowser.h"
+#include "Tests/Support/Fakes/FakeServiceBrowser.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/LAN/NodeBrowser.h"

@@ -4,7 +4,7 @@
 
 #include <deque>
 
-#include "Tests/Support/SilentVark.h"
+#include "Tests/Support/Fakes/SilentVark.h"
 #include "Tests/Support/TestLoop.h"
 
 namespace vark {

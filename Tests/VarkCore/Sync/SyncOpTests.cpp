@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "VarkCore/Errors/VarkAPIError.h"
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Sync/SyncProblem.h"
 #include "VarkCore/Sync/SyncSummary.h"
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
-#include "VarkCore/Transfer/CardNaming.h"
-#include "VarkCore/Transfer/QueueModel.h"
-#include "VarkCore/Transfer/VolumeRules.h"
+#include "VarkCore/Transfer/Cards/CardNaming.h"
+#include "VarkCore/Transfer/Cards/VolumeRules.h"
+#include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "VarkCore/Foundation/JSON.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Transfer/OfficeHours.h"
 
 namespace vark {

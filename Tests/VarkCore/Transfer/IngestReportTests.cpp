@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "VarkCore/Transfer/IngestReport.h"
+#include "VarkCore/Transfer/Cards/IngestReport.h"
 
 namespace vark::test {
 namespace {

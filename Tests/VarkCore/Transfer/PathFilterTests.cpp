@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Transfer/Walker.h"
 

@@ -1,11 +1,11 @@
-#include "VarkCore/Transfer/QueueStore.h"
+#include "VarkCore/Transfer/Queue/QueueStore.h"
 
 #include <gtest/gtest.h>
 
 #include "Tests/Support/SampleQueue.h"
 #include "Tests/Support/TemporaryFolder.h"
-#include "VarkCore/Foundation/JSON.h"
-#include "VarkCore/Transfer/QueueCoding.h"
+#include "VarkCore/Foundation/JSON/JSON.h"
+#include "VarkCore/Transfer/Queue/QueueCoding.h"
 
 namespace vark {
 namespace {

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 
 #include "Tests/Support/AsAnOrdinaryUser.h"
-#include "Tests/Support/FakeSystem.h"
+#include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 
