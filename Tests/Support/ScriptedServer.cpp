@@ -72,10 +72,6 @@ void Conversation::waitForFirstBytes() const {
     (void)recv(socket_.get(), &byte, 1, MSG_PEEK);
 }
 
-void Conversation::writeWithoutTLS(std::string_view text) const {
-    (void)send(socket_.get(), text.data(), text.size(), 0);
-}
-
 void Conversation::waitForTheEnd() const {
     // Below TLS, so that it serves a connection in any state.
     char buffer[65'536];

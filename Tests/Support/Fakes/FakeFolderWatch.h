@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -23,10 +22,6 @@ class FakeFolderWatches {
         for (const Watch* watch : watching_) {
             if (watch->folder_ == folder) watch->changed_();
         }
-    }
-    bool isWatched(const std::filesystem::path& folder) const {
-        const Locked hold(lock_);
-        return std::ranges::any_of(watching_, [&](const Watch* watch) { return watch->folder_ == folder; });
     }
 
   private:
@@ -51,7 +46,7 @@ class FakeFolderWatches {
         std::function<void()> changed_;
     };
 
-    mutable Mutex lock_;
+    Mutex lock_;
     std::vector<const Watch*> watching_ VARK_GUARDED_BY(lock_);
 };
 
