@@ -39,26 +39,14 @@ TEST_F(Getting, WhatHadNoRoomIsGoneOnWith) {
 
 TEST_F(Getting, CtrlCIsToldInOneTrueLine) {
     fault(R"({"kind": "stall", "path_contains": "/api/file/", "count": 1})");
-    const FileWatch watch(here);
     Process fetching = vark.start({"get", "Take.mov", "-o", target});
-    ASSERT_TRUE(watch.until([this] { return !filesHere().empty(); }, fetching.descriptor()));
+    ASSERT_TRUE(fetching.until([this] { return !filesHere().empty(); }));
     fetching.signal(SIGINT);
     const Finished stopped = fetching.finish();
     expectExit(stopped, 130);
     EXPECT_EQ(stopped.output + stopped.errors,
               "Stopped with 0 of 1 file here. The same command carries on.\n");
     EXPECT_THAT(filesHere(), IsEmpty()) << "there is nothing to go on with";
-}
-
-TEST_F(Getting, StandardOutputTakesTheFileAndNothingElse) {
-    // The second is its path, which for an administrator is a link that could be replaced.
-    for (const char* output : {"-", "/dev/stdout"}) {
-        const Finished streamed = vark.run({"get", "Take.mov", "--force", "-o", output});
-        expectExit(streamed, 0);
-        EXPECT_TRUE(streamed.output == bytes);
-        EXPECT_EQ(streamed.errors, "");
-    }
-    EXPECT_TRUE(std::filesystem::is_symlink("/dev/stdout"));
 }
 
 }  // namespace

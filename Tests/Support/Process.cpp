@@ -15,7 +15,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Tests/Support/FileWatch.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 namespace vark::test {
@@ -134,20 +133,23 @@ void Process::kill() {
     exitWithin(std::chrono::hours(1));
 }
 
-bool Process::untilWritten(std::string_view words, int times) const {
-    const FileWatch watch(options_.output.parent_path());
-    const auto areWritten = [&] {
-        const std::string all = output() + errors();
-        int found = 0;
-        for (std::size_t at = all.find(words); at != std::string::npos; at = all.find(words, at + 1))
-            ++found;
-        return found >= times;
-    };
-    return watch.until(areWritten, descriptor());
+bool Process::until(const std::function<bool()>& answer) const {
+    constexpr int millisecondsBetweenLooks = 10;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!answer()) {
+        pollfd ended{pidfd_.get(), POLLIN, 0};
+        const bool isOver = poll(&ended, 1, millisecondsBetweenLooks) > 0;
+        if (isOver || std::chrono::steady_clock::now() > end) return answer();
+    }
+    return true;
+}
+
+bool Process::untilWritten(std::string_view words) const {
+    return until([&] { return output().contains(words) || errors().contains(words); });
 }
 
 bool Process::untilThere(const std::filesystem::path& file) const {
-    return FileWatch(file.parent_path()).until([&] { return std::filesystem::exists(file); }, descriptor());
+    return until([&] { return std::filesystem::exists(file); });
 }
 
 std::string Process::read(const std::filesystem::path& path) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,6 +32,8 @@ struct Finished {
     Exit exit;
     std::string output;
     std::string errors;
+    /// The most memory that it ever held, in bytes, or what the test held when it was started if that was
+    /// more.
     std::int64_t peakMemory = 0;
 };
 
@@ -61,8 +64,6 @@ class Process {
     ~Process() { kill(); }
 
     pid_t pid() const { return pid_; }
-    /// Readable once it has ended.
-    int descriptor() const { return pidfd_.get(); }
     bool hasEnded() { return exitWithin(std::chrono::milliseconds(0)).has_value(); }
     std::optional<Exit> exitWithin(std::chrono::milliseconds limit);
     /// A process that outlives the limit is killed and fails the test with what it wrote.
@@ -72,16 +73,14 @@ class Process {
     /// SIGKILL, and the wait for its end. Does nothing to a process that has ended.
     void kill();
 
-    /// Wait until the words were written so many times, or a file is there. False when the process ended
+    /// Wait until the answer is yes, the words were written, or a file is there. False when the process ended
     /// before, or a minute passed.
-    bool untilWritten(std::string_view words, int times = 1) const;
+    bool until(const std::function<bool()>& answer) const;
+    bool untilWritten(std::string_view words) const;
     bool untilThere(const std::filesystem::path& file) const;
 
     std::string output() const { return read(options_.output); }
     std::string errors() const { return read(options_.errors); }
-    /// The most memory that it ever held, in bytes, or what the test held when it was started if that was
-    /// more; known once it has ended.
-    std::int64_t peakMemory() const { return peakMemory_; }
 
   private:
     static std::string read(const std::filesystem::path& path);

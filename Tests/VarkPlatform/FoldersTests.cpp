@@ -2,7 +2,6 @@
 
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/VarkPlatform/ChangedVariables.h"
-#include "VarkPlatform/Linux/AppBundle.h"
 #include "VarkPlatform/Linux/XDGFolders.h"
 
 namespace vark::test {
@@ -45,33 +44,6 @@ TEST(XDGFolders, MakesAGroupContainerThatIsPrivate) {
     std::filesystem::create_directory_symlink(base.path(), container.parent_path() / "a.link");
     for (const char* noFolder : {"", "..", "a/b", "a.link"})
         EXPECT_TRUE(folders.groupContainerTrouble(noFolder)) << noFolder;
-}
-
-TEST(AppBundle, SpeaksForTheExecutableInIt) {
-    struct Case {
-        const char* executable;
-        const char* file;
-        const char* content;
-        std::optional<std::string> identifier;
-    };
-    const char* list =
-        "<plist "
-        "version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>dev.v&amp;\xC3\xA4</string></dict></"
-        "plist>";
-    const std::vector<Case> cases{
-        {"Vark.app/Contents/MacOS/vark", "Vark.app/Contents/Info.plist", list, "dev.v&\xC3\xA4"},
-        {"Vark.app/Contents/Other/vark", "Vark.app/Contents/Info.plist", list, std::nullopt},
-        {"Vark.app/Contents/MacOS/vark", "Vark.app/Contents/Info.plist", "<plist><dict><key>CFBun",
-         std::nullopt},
-        // In the tree that it was built in, and not in another.
-        {"Hosts/CLI/vark", "vark-build-tree", "", "dev.vark.mac.dev"},
-        {"Hosts/CLI/vark", "CMakeCache.txt", "", std::nullopt},
-    };
-    for (const Case& one : cases) {
-        const TemporaryFolder folder;
-        folder.file(one.file, one.content);
-        EXPECT_EQ(AppBundle(folder / one.executable).identifier(), one.identifier) << one.file;
-    }
 }
 
 }  // namespace

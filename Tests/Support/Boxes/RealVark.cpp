@@ -77,15 +77,11 @@ fs::path RealVark::diaryFile() const {
     return folder_ / "state/Logs/" VARK_FOLDER "/transfer.log";
 }
 
-json::object RealVark::savedJob() const {
-    return json::parse(readWholeFile(queueFile())).at("job").as_object();
-}
-
 std::map<std::string, std::string> RealVark::savedStates() const {
     std::map<std::string, std::string> states;
     if (!fs::exists(queueFile())) return states;
-    const json::object job = savedJob();
-    for (const json::value& item : job.at("items").as_array())
+    const json::value saved = json::parse(readWholeFile(queueFile()));
+    for (const json::value& item : saved.at("job").at("items").as_array())
         states.emplace(item.at("relativePath").as_string(), item.at("state").as_string());
     return states;
 }
@@ -95,9 +91,7 @@ std::string RealVark::diary() const {
 }
 
 bool RealVark::untilDiary(std::string_view words, const Process& process) const {
-    fs::create_directories(diaryFile().parent_path());
-    return FileWatch(diaryFile().parent_path())
-        .until([&] { return diary().contains(words); }, process.descriptor());
+    return process.until([&] { return diary().contains(words); });
 }
 
 }  // namespace vark::test

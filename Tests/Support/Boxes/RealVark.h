@@ -1,7 +1,5 @@
 #pragma once
 
-#include <boost/json/object.hpp>
-
 #include "Tests/Support/Boxes/RealBox.h"
 
 namespace vark::test {
@@ -39,11 +37,8 @@ class RealVark {
     }
     /// Where the queue stands on disk, or would.
     std::filesystem::path queueFile() const;
-    /// The saved queue. A failure when there is none.
-    boost::json::object savedJob() const;
-    /// The state of each of its items by the path below what was added; none when there is no queue.
+    /// The state of each item of the saved queue by the path below what was added; none when there is none.
     std::map<std::string, std::string> savedStates() const;
-    std::string savedState(const std::string& relativePath) const { return savedStates()[relativePath]; }
     /// The diary's sentences.
     std::string diary() const;
     /// Waits until it holds the words. False when the process ended before, or a minute passed.
