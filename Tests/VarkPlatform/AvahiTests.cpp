@@ -25,8 +25,8 @@ class AvahiTest : public testing::Test {
         if (!world.isPossible()) GTEST_SKIP() << OwnNamespaces::whySkipped;
     }
 
-    void startBrowsing(AvahiBrowser& chosen) {
-        chosen.start(
+    void startBrowsing() {
+        browser.start(
             "_vark-node._tcp",
             [this](const BrowsingState& state) {
                 const auto* failed = std::get_if<BrowsingFailed>(&state);
@@ -62,7 +62,7 @@ class AvahiTest : public testing::Test {
 TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressUntilItLeaves) {
     world.startBus();
     world.startDaemon();
-    startBrowsing(browser);
+    startBrowsing();
     const LoopbackPort port;
     port.listen();
     const std::map<std::string, std::string> text{{"host", "one.node.test"}, {"api", "TRUE"}, {"empty", ""}};
@@ -82,9 +82,9 @@ TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressUntilItLeaves) {
     EXPECT_THAT(located(service), HasSubstr("not announced"));
 }
 
-TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOneUntilItIsStopped) {
+TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOne) {
     world.startBus();
-    startBrowsing(browser);
+    startBrowsing();
     const AvahiAnnouncer node({"Office", 8443, {{"host", "node.test"}}});
     world.startDaemon();
     waitUntilSeen("Office");
@@ -93,20 +93,10 @@ TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOneUntilItIsStopped) {
     world.startDaemon();
     waitUntilSeen("Office");
     EXPECT_THAT(states, ElementsAre("ready", "ready"));
-
-    browser.stop();
-    states.clear();
-    found.clear();
-    // A second browser sees what the first one would have.
-    AvahiBrowser second(executor);
-    startBrowsing(second);
-    waitUntilSeen("Office");
-    EXPECT_THAT(states, ElementsAre("ready"));
-    EXPECT_THAT(located(found[0]), HasSubstr("not announced"));
 }
 
 TEST_F(AvahiTest, SaysWhatToDoWithoutABus) {
-    startBrowsing(browser);
+    startBrowsing();
     executor.runUntil([&] { return !states.empty(); });
     EXPECT_THAT(states, ElementsAre(HasSubstr("install and start dbus and avahi-daemon")));
 }

@@ -5,7 +5,6 @@
 
 #include "Tests/VarkPlatform/ChangedVariables.h"
 #include "Tests/VarkPlatform/CurlFixture.h"
-#include "Tests/VarkPlatform/OwnNetwork.h"
 
 namespace vark::test {
 namespace {
@@ -84,28 +83,6 @@ TEST_F(CurlSessionTest, TrustsNobodyWithoutProof) {
         EXPECT_EQ(outcome(session->data(request(one.url))), one.outcome);
         EXPECT_EQ(outcome(session->data(request(known.url("/")))), "200") << "on the same session after it";
     }
-}
-
-TEST_F(CurlSessionTest, TellsNoNetworkFromANameThatIsNotThere) {
-    inOwnNetwork([&](OwnNetwork& network) {
-        // Its thread lives in the network of the one that makes it.
-        CurlSession here(settings());
-        SerialExecutor ofThisThread;
-        const auto failureAt = [&](const std::string& host) -> std::string {
-            try {
-                run(ofThisThread, clock, here.data(request(url("https://" + host + "/"))));
-                return "answered";
-            } catch (const HTTPError& error) {
-                return wordFor(error);
-            }
-        };
-        const std::string noSuchHost = std::string(64, 'a') + ".invalid";
-        for (const std::string& host :
-             {noSuchHost, std::string("198.51.100.1"), std::string("[2001:db8::1]")})
-            EXPECT_EQ(failureAt(host), "not connected") << host;
-        network.run("ip link set lo up; ip route add default dev lo");
-        EXPECT_EQ(failureAt(noSuchHost), "cannot find host");
-    });
 }
 
 TEST_F(CurlSessionTest, SendsTheRequestAsItIs) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/AsAnOrdinaryUser.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 
@@ -35,23 +34,6 @@ TEST(FileSecretStore, AFileThatCannotBeReadIsNotOneWithoutASecret) {
         EXPECT_EQ(store.find(mine).status, SecretStatus::notText) << bytes;
         EXPECT_EQ(store.add(mine, "", "x"), SecretStatus::notText) << bytes;
         EXPECT_EQ(readWholeFile(folder / "secrets.json"), bytes);
-    }
-}
-
-TEST(FileSecretStore, ProvesBeforehandThatItCanBeWritten) {
-    const TemporaryFolder folder;
-    folder.file("taken/secrets.json/inside");
-    std::filesystem::create_directory(folder / "closed");
-    std::filesystem::permissions(folder.path(), std::filesystem::perms::all);
-    std::filesystem::permissions(folder / "closed", std::filesystem::perms(0555));
-    const test::AsAnOrdinaryUser user;
-    for (const auto& [where, status] :
-         std::map<std::string, std::int32_t>{{"new", SecretStatus::done},
-                                             {"taken", SecretStatus::failed},
-                                             {"closed", SecretStatus::readOnly}}) {
-        FileSecretStore store(folder / (where + "/secrets.json"));
-        EXPECT_EQ(store.open(), status) << where;
-        EXPECT_EQ(store.add(mine, "", "x"), status) << where;
     }
 }
 

@@ -6,11 +6,9 @@
 #include <functional>
 #include <memory>
 #include <semaphore>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkPlatform/Linux/InotifyFolderWatch.h"
@@ -70,20 +68,6 @@ TEST_F(FolderWatchTest, DoesNotHearWhoReadsOrLooksAtALock) {
     ASSERT_TRUE(hasRung());
     watching.reset();
     EXPECT_FALSE(rings.try_acquire());
-}
-
-TEST_F(FolderWatchTest, HearsThatAKilledProcessHasLetGoOfItsLock) {
-    const fs::path lock = home.file("watched/.lock");
-    Process holder(
-        {.program = "/usr/bin/flock", .arguments = {"--no-fork", lock.string(), "/bin/sleep", "600"}});
-    while (!FileLock::isHeld(lock)) {
-        ASSERT_FALSE(holder.hasEnded()) << holder.errors();
-        std::this_thread::yield();
-    }
-    watch(folder);
-    holder.signal(SIGKILL);
-    while (!FileLock::tryExclusive(lock))
-        ASSERT_TRUE(hasRung());
 }
 
 TEST_F(FolderWatchTest, FollowsAFolderThatIsMadeLaterAndMadeAnew) {
