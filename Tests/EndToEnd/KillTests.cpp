@@ -20,13 +20,8 @@ struct Scale {
 /// one.
 Scale scale() {
     if (std::getenv("VARK_FULL_SCALE") != nullptr)
-        return {{.count = 1000,
-                 .totalBytes = std::int64_t{2} << 30,
-                 .largest = 200'000'000,
-                 .chunkSize = 8 << 20},
-                20,
-                5};
-    return {{.count = 300, .totalBytes = 200'000'000, .largest = 20'000'000, .chunkSize = 256 << 10}, 8, 2};
+        return {{.count = 1000, .largest = 200'000'000, .chunkSize = 8 << 20}, 20, 5};
+    return {{.count = 300, .largest = 40'000'000, .chunkSize = 256 << 10}, 8, 2};
 }
 
 struct Kill {

@@ -5,8 +5,8 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,21 +41,9 @@ void prepare(const Process::Options& options, pid_t parent) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (options.largestFile) {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{*options.largestFile, *options.largestFile};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    if (options.terminal < 0) {
-        connect(0, "/dev/null", O_RDONLY);
-        connect(1, options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-        connect(2, options.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-        return;
-    }
-    setsid();
-    ioctl(options.terminal, TIOCSCTTY, 0);
-    for (const int descriptor : {0, 1, 2})
-        dup2(options.terminal, descriptor);
+    connect(0, "/dev/null", O_RDONLY);
+    connect(1, options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+    connect(2, options.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -49,10 +48,6 @@ class Process {
         /// Where what it writes goes; somewhere of our own unless it is said.
         std::filesystem::path output{};
         std::filesystem::path errors{};
-        /// No file that it writes may grow beyond this: a write beyond it fails as it does on a full disk.
-        std::optional<rlim_t> largestFile{};
-        /// The end of a terminal that it runs on, instead of the two files.
-        int terminal = -1;
 
         /// Lets another program start this one, as its last arguments.
         void startBy(const std::vector<std::string>& prefix);

@@ -3,7 +3,6 @@
 
 #include <semaphore>
 
-#include "Tests/VarkPlatform/ChangedVariables.h"
 #include "Tests/VarkPlatform/CurlFixture.h"
 
 namespace vark::test {
@@ -54,8 +53,9 @@ TEST_F(CurlSessionTest, GivesTheAnswerOrSaysWhyThereIsNone) {
 TEST_F(CurlSessionTest, TrustsNobodyWithoutProof) {
     const TestAuthority stranger;
     const TestAuthority ofTheSystem;
-    const ChangedVariables changed({{"SSL_CERT_FILE", ofTheSystem.file()}});
+    setenv("SSL_CERT_FILE", ofTheSystem.file().c_str(), 1);
     session = std::make_unique<CurlSession>(settings());
+    unsetenv("SSL_CERT_FILE");
     ScriptedServer known(authority, answeringAll(200));
     ScriptedServer knownToTheSystem(ofTheSystem, answeringAll(200));
     ScriptedServer misnamed(authority.identity("DNS:elsewhere.test"), answeringAll(200));
@@ -152,7 +152,6 @@ TEST_F(CurlSessionTest, FollowsAGetAndLeavesTheTokenBehindWhenTheServerChanges) 
 }
 
 TEST_F(CurlSessionTest, GivesUpOnAServerThatStandsStill) {
-    ScriptedServer silent(authority, [](Conversation& client) { client.waitForTheEnd(); });
     ScriptedServer stalling(authority, [](Conversation& client) {
         client.readHead();
         client.waitForTheEnd();
@@ -175,7 +174,6 @@ TEST_F(CurlSessionTest, GivesUpOnAServerThatStandsStill) {
     const TaskHandle<HTTPResponse> sent = scope.start(session->upload(asking(checking, 1, "PUT"), whole, 1));
     const TaskHandle<HTTPResponse> handles[] = {
         scope.start(session->upload(asking(stalling, 1, "PUT"), unsent, 10)),
-        scope.start(session->data(asking(silent, 3, "GET"))),
         scope.start(session->data(asking(stalling, 3, "GET"))),
     };
     for (const TaskHandle<HTTPResponse>& handle : handles)

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "Tests/Support/TemporaryFolder.h"
-#include "Tests/VarkPlatform/ChangedVariables.h"
 #include "VarkPlatform/Linux/XDGFolders.h"
 
 namespace vark::test {
@@ -12,10 +11,12 @@ using Path = std::filesystem::path;
 TEST(XDGFolders, FollowsTheVariablesAndFallsBackToTheHomeFolder) {
     const TemporaryFolder config;
     // Neither of the other two counts unless it is an absolute path.
-    const ChangedVariables changed({{"HOME", "/people/ann"},
-                                    {"XDG_CONFIG_HOME", config.path().string()},
-                                    {"XDG_DATA_HOME", "/data"},
-                                    {"XDG_STATE_HOME", "state"}});
+    for (const auto& [variable, value] :
+         std::map<const char*, std::string>{{"HOME", "/people/ann"},
+                                            {"XDG_CONFIG_HOME", config.path()},
+                                            {"XDG_DATA_HOME", "/data"},
+                                            {"XDG_STATE_HOME", "state"}})
+        setenv(variable, value.c_str(), 1);
     EXPECT_EQ(XDGFolders().applicationSupport(), "/data");
     EXPECT_EQ(XDGFolders().library(), "/people/ann/.local/state");
     const std::map<const char*, Path> downloads{
@@ -34,7 +35,7 @@ TEST(XDGFolders, FollowsTheVariablesAndFallsBackToTheHomeFolder) {
 
 TEST(XDGFolders, MakesAGroupContainerThatIsPrivate) {
     const TemporaryFolder base;
-    const ChangedVariables changed({{"XDG_DATA_HOME", base / "not/there/yet"}});
+    setenv("XDG_DATA_HOME", (base / "not/there/yet").c_str(), 1);
     const XDGFolders folders;
     const Path container = folders.groupContainer("dev.vark.group").value_or("");
     std::filesystem::permissions(container, std::filesystem::perms::all);

@@ -37,18 +37,6 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
     return options;
 }
 
-Process RealVark::start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile) {
-    Process::Options options = this->options(std::move(arguments));
-    options.largestFile = largestFile;
-    return Process(options);
-}
-
-Process RealVark::startOn(int terminal, std::vector<std::string> arguments) {
-    Process::Options options = this->options(std::move(arguments));
-    options.terminal = terminal;
-    return Process(options);
-}
-
 Finished RealVark::run(std::vector<std::string> arguments) {
     return start(std::move(arguments)).finish(std::chrono::minutes(2));
 }

@@ -22,9 +22,7 @@ class RealVark {
     void moveTo(Place place) { place_ = std::move(place); }
 
     /// A run that goes on beside the test.
-    Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
-    /// The same on a terminal, whose program side is given.
-    Process startOn(int terminal, std::vector<std::string> arguments);
+    Process start(std::vector<std::string> arguments) { return Process(options(std::move(arguments))); }
     /// A run to its end; one that takes longer than two minutes fails the test.
     Finished run(std::vector<std::string> arguments);
     /// Connects to the box, by another name of it if one is given. Throws when that does not succeed.
