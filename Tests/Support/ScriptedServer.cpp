@@ -113,8 +113,8 @@ ScriptedServer::~ScriptedServer() {
     scripts_.clear();
 }
 
-URL ScriptedServer::url(std::string_view target, std::string_view host) const {
-    return URL::parse(fmt::format("https://{}:{}{}", host, port(), target)).value();
+URL ScriptedServer::url(std::string_view target) const {
+    return URL::parse(fmt::format("https://127.0.0.1:{}{}", port(), target)).value();
 }
 
 void ScriptedServer::accept() {

@@ -77,7 +77,7 @@ class ScriptedServer {
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     std::uint16_t port() const { return port_.port(); }
-    URL url(std::string_view target, std::string_view host = "127.0.0.1") const;
+    URL url(std::string_view target) const;
     /// How many connections there have been.
     int connections() const { return connections_; }
 

@@ -65,22 +65,17 @@ TEST_F(CurlSessionTest, TrustsNobodyWithoutProof) {
         client.reset();
     });
     const LoopbackPort silent;
-    struct Case {
-        const char* name;
-        URL url;
-        std::string outcome;
+    const std::vector<std::pair<URL, std::string>> cases{
+        {knownToTheSystem.url("/"), "200"},
+        {misnamed.url("/"), "untrusted"},
+        {unknown.url("/"), "untrusted"},
+        {withoutTLS.url("/"), "cannot connect"},
+        {url(fmt::format("https://127.0.0.1:{}/", silent.port())), "cannot connect"},
+        {url("file:///etc/passwd"), "other"},
     };
-    const std::vector<Case> cases{
-        {"an authority of the system's", knownToTheSystem.url("/"), "200"},
-        {"another server's certificate", misnamed.url("/"), "untrusted"},
-        {"an authority that is not known", unknown.url("/"), "untrusted"},
-        {"breaks off the handshake", withoutTLS.url("/"), "cannot connect"},
-        {"nobody listens", url(fmt::format("https://127.0.0.1:{}/", silent.port())), "cannot connect"},
-        {"not the web", url("file:///etc/passwd"), "other"},
-    };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
-        EXPECT_EQ(outcome(session->data(request(one.url))), one.outcome);
+    for (const auto& [where, expected] : cases) {
+        SCOPED_TRACE(where.text());
+        EXPECT_EQ(outcome(session->data(request(where))), expected);
         EXPECT_EQ(outcome(session->data(request(known.url("/")))), "200") << "on the same session after it";
     }
 }

@@ -9,7 +9,6 @@ namespace vark::test {
 namespace {
 
 using testing::HasSubstr;
-using Keyring = KeyringSession::Keyring;
 
 const std::string attributes = "service dev.vark.mac account device-token";
 
@@ -55,12 +54,12 @@ TEST(SecretService, ALockedKeyringWouldNotSayAndLosesNothing) {
 }
 
 TEST(SecretService, OneThatIsNotThereOrShowsNothingOrDoesNotAnswerWouldNotSay) {
-    const KeyringSession none(Keyring::noService);
+    const KeyringSession none("no service");
     const std::string absent = unreadable(SecretStatus::absent);
     EXPECT_EQ(keychain(none, "read"), absent);
     EXPECT_EQ(keychain(none, "read", "-u DBUS_SESSION_BUS_ADDRESS -u XDG_RUNTIME_DIR"), absent);
 
-    const KeyringSession empty(Keyring::none);
+    const KeyringSession empty("none");
     EXPECT_EQ(keychain(empty, "read"), unreadable(SecretStatus::noKeyring));
     EXPECT_EQ(keychain(empty, "add t0k"), std::to_string(SecretStatus::noKeyring));
 
