@@ -80,15 +80,8 @@ Process::Process(Options options) : options_(std::move(options)) {
     if (pid_ < 0 || !pidfd_) throw std::runtime_error("No process could be made.");
 }
 
-Process::Process(Process&& other) noexcept
-    : options_(std::move(other.options_)),
-      pid_(std::exchange(other.pid_, -1)),
-      pidfd_(std::move(other.pidfd_)),
-      exit_(other.exit_),
-      peakMemory_(other.peakMemory_) {}
-
 std::optional<Exit> Process::exitWithin(std::chrono::milliseconds limit) {
-    if (exit_ || pid_ < 0) return exit_;
+    if (exit_ || !pidfd_) return exit_;
     pollfd end{pidfd_.get(), POLLIN, 0};
     if (poll(&end, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
     int status = 0;
@@ -116,7 +109,7 @@ void Process::signal(int number) const {
 }
 
 void Process::kill() {
-    if (pid_ < 0 || exit_) return;
+    if (!pidfd_ || exit_) return;
     ::kill(pid_, SIGKILL);
     exitWithin(std::chrono::hours(1));
 }

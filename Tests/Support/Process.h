@@ -54,7 +54,7 @@ class Process {
     };
 
     explicit Process(Options options);
-    Process(Process&&) noexcept;
+    Process(Process&&) = default;
     Process& operator=(Process&&) = delete;
     ~Process() { kill(); }
 

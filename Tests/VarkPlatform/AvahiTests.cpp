@@ -37,16 +37,11 @@ class AvahiTest : public testing::Test {
     void waitUntilSeen(const std::string& name) {
         executor.runUntil([&] { return found.size() == 1 && found[0].name == name; });
     }
-    std::string located(const FoundService& service, bool isWanted = true) {
-        const TaskHandle<std::string> handle = scope.start(browser.locate(service));
-        if (!isWanted) handle.cancel();
-        executor.runUntil([&] { return handle.done(); });
+    std::string located(const FoundService& service) {
         try {
-            return handle.result();
+            return run(executor, clock, browser.locate(service));
         } catch (const DialError& error) {
             return error.what();
-        } catch (const CancellationError&) {
-            return "cancelled";
         }
     }
 
@@ -56,42 +51,28 @@ class AvahiTest : public testing::Test {
     std::vector<std::string> states;
     std::vector<FoundService> found;
     AvahiBrowser browser{executor};
-    TaskScope scope{executor, clock};
 };
 
-TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressUntilItLeaves) {
+TEST_F(AvahiTest, FindsAServiceWithItsTextAndItsAddressWheneverThereIsADaemon) {
     world.startBus();
-    world.startDaemon();
     startBrowsing();
     const LoopbackPort port;
     port.listen();
     const std::map<std::string, std::string> text{{"host", "one.node.test"}, {"api", "TRUE"}, {"empty", ""}};
-    std::optional<AvahiAnnouncer> node(
-        std::in_place, AvahiAnnouncer::Announcement{"Büro 1.2", port.port(), {text.begin(), text.end()}});
-    waitUntilSeen("Büro 1.2");
-    const FoundService service = found[0];
-    EXPECT_EQ(states, std::vector<std::string>{"ready"});
-    EXPECT_EQ(service.text, text);
-    EXPECT_EQ(located(service), "127.0.0.1");
-    EXPECT_EQ(located(service, false), "cancelled");
-    shutdown(port.descriptor(), SHUT_RDWR);
-    EXPECT_EQ(located(service), "Connection refused");
-
-    node.reset();
-    executor.runUntil([&] { return found.empty(); });
-    EXPECT_THAT(located(service), HasSubstr("not announced"));
-}
-
-TEST_F(AvahiTest, WaitsForADaemonAndForTheNextOne) {
-    world.startBus();
-    startBrowsing();
-    const AvahiAnnouncer node({"Office", 8443, {{"host", "node.test"}}});
+    const AvahiAnnouncer node({"Büro 1.2", port.port(), {text.begin(), text.end()}});
     world.startDaemon();
-    waitUntilSeen("Office");
+    waitUntilSeen("Büro 1.2");
+    EXPECT_EQ(found[0].text, text);
+    EXPECT_EQ(located(found[0]), "127.0.0.1");
+    shutdown(port.descriptor(), SHUT_RDWR);
+    EXPECT_EQ(located(found[0]), "Connection refused");
+
+    const FoundService before = found[0];
     world.stopDaemon();
     executor.runUntil([&] { return found.empty(); });
+    EXPECT_THAT(located(before), HasSubstr("not announced"));
     world.startDaemon();
-    waitUntilSeen("Office");
+    waitUntilSeen("Büro 1.2");
     EXPECT_THAT(states, ElementsAre("ready", "ready"));
 }
 
