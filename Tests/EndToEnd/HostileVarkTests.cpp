@@ -16,11 +16,11 @@ constexpr std::int64_t mostMemory = 800 << 20;
 constexpr std::int64_t mostMemory = 400 << 20;
 #endif
 
-std::string millionTimes(std::string item) {
-    std::string all = "[" + item;
+std::string millionTimes(std::string_view item) {
+    std::string all = "[";
     for (int count = 1; count < 1'000'000; ++count)
-        all += "," + item;
-    return all + "]";
+        all.append(item).append(",");
+    return all.append(item).append("]");
 }
 
 /// A vark that answers as it should, but for what a test has put in its mouth.
