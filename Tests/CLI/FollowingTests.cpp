@@ -100,7 +100,7 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
 }
 
 TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
-    followed.isDecided = true;
+    followed.rule = ConflictRule::replace;
     start();
     answer(view({.verified = 2, .conflicts = 1}));
     EXPECT_FALSE(following.done());

@@ -41,7 +41,7 @@ TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
         {"a conflict is overwritten",
          [](auto& test, auto& settings) {
              test.vark.files["a.mov"] = "other";
-             settings.replaceConflicts = true;
+             settings.onConflict = ConflictRule::replace;
          },
          ExitCode::allLanded, ""},
         {"signed out for good",
@@ -89,7 +89,7 @@ TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
         EXPECT_EQ(run(settings), one.code);
         EXPECT_THAT(said(), HasSubstr(one.said));
         EXPECT_THAT(said(), Not(HasSubstr(".. ")));
-        if (settings.replaceConflicts) EXPECT_THAT(printed(), Not(HasSubstr("Waits")));
+        if (settings.onConflict) EXPECT_THAT(printed(), Not(HasSubstr("Waits")));
         EXPECT_TRUE(saved());
     }
 }

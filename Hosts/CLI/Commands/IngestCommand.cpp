@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 
 #include "Hosts/CLI/Commands/Commands.h"
+#include "Hosts/CLI/Display/QueueOutput.h"
+#include "Hosts/CLI/NextWords.h"
 #include "Hosts/CLI/Sending/Sending.h"
 #include "VarkApp/Cards/VolumeLook.h"
 #include "VarkApp/Connect/Addresses.h"
@@ -106,16 +108,25 @@ IngestWish wishFrom(CommandSurroundings& surroundings, const IngestOptions& opti
 ExitCode ingest(CommandSurroundings& surroundings, const IngestOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
-    QueueLock lock = takeQueue(surroundings);
-    if (!lock)
-        throw Failure(Outcome::failed,
-                      "Another vark is sending, and a card needs the queue for itself. Watch it with: vark "
-                      "queue --watch");
     if (!volume) volume = cardUnderWay(surroundings, options.volume);
     if (!volume) throw Failure(Outcome::misuse, whyItIsNoCard(options.volume));
     SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
-    return sendHere(surroundings, connection, std::move(lock), std::move(settings), options.sending.json);
+    const bool json = options.sending.json;
+    if (QueueLock lock = takeQueue(surroundings))
+        return sendHere(surroundings, connection, std::move(lock), std::move(settings), json);
+    refuseWhatCannotBeHandedOver(options.sending);
+    QueueRequest request;
+    request.command = QueueRequest::Command::ingest;
+    request.ingest = settings.ingest;
+    request.wish.onConflict = settings.onConflict;
+    Asked asked = surroundings.await(takeQueueOrAsk(surroundings, std::move(request)));
+    if (asked.lock)
+        return sendHere(surroundings, connection, std::move(asked.lock), std::move(settings), json);
+    if (asked.answer.entries.empty()) return printAnswer(surroundings.console, asked.answer, json);
+    for (const Said& result : asked.answer.results)
+        surroundings.console.say(inWords(result));
+    return sendThere(surroundings, connection, std::move(settings), std::move(asked.answer), json);
 }
 
 }  // namespace

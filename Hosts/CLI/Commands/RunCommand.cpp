@@ -24,7 +24,7 @@ Task<void> runWhenTheQueueIsFree(CommandSurroundings& surroundings) {
     if (!lock) surroundings.console.say("Another vark is sending. Waiting until the queue is free.");
     while (!lock)
         lock = co_await asking.waitForTheQueue(betweenLooks);
-    Running running(surroundings, std::move(lock), usualPace(surroundings));
+    Running running(surroundings, std::move(lock));
     co_await running.run();
 }
 

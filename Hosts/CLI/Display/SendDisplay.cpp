@@ -115,6 +115,13 @@ void JSONDisplay::show(const QueueView& view) {
     print(json);
 }
 
+void JSONDisplay::triedAgain(const TransferEngine::TriedAgain& what) {
+    JSONWriter json = begin("retry");
+    json.field("what", what.what).field("why", what.why);
+    json.field("attempt", what.attempt).field("secondsUntil", what.after);
+    print(json);
+}
+
 void JSONDisplay::showOutage(const QueueView& view) {
     const std::optional<Date> since = view.outage ? std::optional(view.outage->since) : std::nullopt;
     if (since == outageSince_) return;
