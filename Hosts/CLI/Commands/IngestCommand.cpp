@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <sys/stat.h>
 
 #include "Hosts/CLI/Commands/Commands.h"
@@ -14,7 +16,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutIngest =
     "A card that is pulled out is waited for. Giving the command again carries on with a run that was "
     "ended,\n"
     "and tries again what failed. When all has settled the card is looked through once more, and the vark "
@@ -135,7 +137,7 @@ void declareIngest(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<IngestOptions>();
     CLI::App& command =
         addCommand(program, chosen, "ingest", "Bring a card or a disk into the vark whole", options, ingest);
-    command.footer(explanation);
+    command.footer(aboutIngest);
     command.add_option("VOLUME", options->volume, "Its name or its place, as \"vark volumes\" shows them")
         ->required()
         ->type_name("VOLUME");

@@ -8,7 +8,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutRun =
     "It has the queue from its start to its end: vark send hands over to it, and pause, retry and the like "
     "ask it.\n"
     "Without a connection it waits for one. SIGTERM ends it; the queue is saved. There is a unit for it: "
@@ -46,7 +46,7 @@ ExitCode runWithoutATerminal(CommandSurroundings& surroundings, const RunOptions
 void declareRun(CLI::App& program, Chosen& chosen) {
     CLI::App& command = addCommand(program, chosen, "run", "Send what is in the queue, and wait for more",
                                    std::make_shared<RunOptions>(), runWithoutATerminal);
-    command.footer(explanation);
+    command.footer(aboutRun);
 }
 
 }  // namespace vark::cli

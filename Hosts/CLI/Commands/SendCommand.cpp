@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,7 +18,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutSend =
     "Without a PATH it carries on with the saved queue. While it runs, the key p pauses and resumes, r "
     "tries\n"
     "again what failed, and q quits; the queue stays. While another vark is sending, the paths are handed to "
@@ -155,7 +157,7 @@ ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
 void declareSend(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<SendOptions>();
     CLI::App& command = addCommand(program, chosen, "send", "Send files and folders", options, send);
-    command.footer(explanation);
+    command.footer(aboutSend);
     command
         .add_option("PATH", options->paths.typed,
                     "Files and folders to add to the queue; - for what comes from standard input")

@@ -1,5 +1,7 @@
 #include "Hosts/CLI/Display/SendDisplay.h"
 
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Display/QueueLines.h"
 #include "VarkCore/Transfer/Format.h"
 

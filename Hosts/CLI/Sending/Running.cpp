@@ -1,5 +1,7 @@
 #include "Hosts/CLI/Sending/Running.h"
 
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Sending/Sending.h"
 #include "VarkApp/Connect/TokenKeeper.h"
 

@@ -1,5 +1,7 @@
 #include "VarkApp/Connect/Connecting.h"
 
+#include <fmt/format.h>
+
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Sentence.h"

@@ -1,5 +1,7 @@
 #include "VarkApp/Queue/QueueDesk.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 
 #include "VarkApp/Queue/IngestDesk.h"
@@ -13,7 +15,7 @@ namespace {
 using Step = Next::Step;
 
 /// For telling the vark of uploads that are given up; what it is not told it finds out by itself.
-constexpr Duration longestFarewell = std::chrono::seconds(5);
+constexpr Duration longestWaitForTheVark = std::chrono::seconds(5);
 /// Whoever follows an entry asks about it twice a second.
 constexpr Duration goneIsKept = std::chrono::seconds(60);
 
@@ -59,7 +61,7 @@ Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
                        {{Step::makeRoom}}});
     if (!takesOut) co_return answer;
     try {
-        co_await withTimeout(longestFarewell, engine_.serverCancelsDone());
+        co_await withTimeout(longestWaitForTheVark, engine_.serverCancelsDone());
     } catch (const TimeoutError&) {
         // The vark drops what nobody finishes by itself, in time.
     }
