@@ -14,12 +14,12 @@
 #include "VarkCore/Sync/SyncSummary.h"
 #include "VarkProvider/EnumerationObservers.h"
 #include "VarkProvider/ItemIdentity.h"
+#include "VarkProvider/PageCache.h"
 
 namespace vark {
 
 class BlockingPool;
 class ExtensionLog;
-class PageCache;
 
 /// How a system learns what lies in the vark: the pages of one folder, or the changes below it page by page,
 /// and the place in the change feed. Any thread may call; each call starts a task on the host's executor and
@@ -91,16 +91,10 @@ class VarkEnumerator {
     static bool isShown(const VarkItem& item, std::int64_t rootID, const Shown& shown);
 
   private:
-    struct Start {
-        std::string place;
-        /// For the log; empty when the system knew its place.
-        std::string why;
-    };
-
     Task<void> list(std::shared_ptr<EnumerationObserver> observer, std::string cursor, std::int64_t size);
+    Task<PageCache::Held> page(std::string cursor, std::int64_t size);
     Task<void> follow(std::shared_ptr<ChangeObserver> observer, SyncAnchor from);
     Task<void> sayWhere(std::function<void(SyncAnchor)> completion);
-    Task<std::optional<std::string>> endOfFeed();
     Task<std::string> startFor(SyncAnchor from);
 
     std::string key() const;

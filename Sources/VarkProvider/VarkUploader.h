@@ -53,10 +53,10 @@ struct VarkUploader {
     Task<FileHasher::Look> lookAt(std::filesystem::path file) const;
 
   private:
-    Task<void> sendChunks(std::filesystem::path file, std::string uploadID, ChunkPlan plan,
-                          std::vector<std::int64_t> have, std::shared_ptr<Progress> progress) const;
+    Task<void> sendChunks(std::filesystem::path file, BeginResult::Start start, FileStamp stamp,
+                          std::shared_ptr<Progress> progress) const;
     Task<void> sendChunk(std::filesystem::path file, std::string uploadID, std::int64_t index,
-                         std::int64_t offset, std::int64_t length) const;
+                         ChunkPlan::Range range) const;
     Task<void> land(std::string uploadID, std::string path) const;
 };
 
