@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "VarkCore/Concurrency/BlockingPool.h"
+#include "VarkCore/Concurrency/Clock.h"
 #include "VarkCore/Services/Limits.h"
 #include "VarkCore/Upload/MacWideGate.h"
 #include "VarkCore/Upload/UploadGate.h"
