@@ -69,22 +69,12 @@ void RealBox::put(const std::string& path, std::string_view bytes) const {
     }
 }
 
-void RealBox::fetch(const std::vector<HeldFile>& files, const std::filesystem::path& folder) const {
-    std::vector<std::string> arguments{"--oauth2-bearer", token()};
-    for (const HeldFile& file : files) {
-        const std::string number = std::to_string(file.id);
-        arguments.insert(arguments.end(), {url() + "/api/file/" + number, "--output", folder / number});
-    }
-    curl(std::move(arguments));
-}
-
 std::string RealBox::bytesAt(std::string_view path) const {
-    const TemporaryFolder folder;
-    std::vector<HeldFile> held = files();
-    std::erase_if(held, [&](const HeldFile& file) { return file.path != path; });
-    if (held.empty()) throw std::runtime_error(fmt::format("The box does not hold {}.", path));
-    fetch({held.front()}, folder.path());
-    return readWholeFile(folder / std::to_string(held.front().id));
+    for (const HeldFile& file : files()) {
+        if (file.path == path)
+            return curl({"--oauth2-bearer", token(), fmt::format("{}/api/file/{}", url(), file.id)});
+    }
+    throw std::runtime_error(fmt::format("The box does not hold {}.", path));
 }
 
 std::string RealBox::urlAs(const std::string& host) const {

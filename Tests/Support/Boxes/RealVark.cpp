@@ -37,18 +37,6 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
     return options;
 }
 
-Process RealVark::start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile) {
-    Process::Options options = this->options(std::move(arguments));
-    options.largestFile = largestFile;
-    return Process(options);
-}
-
-Process RealVark::startOn(int terminal, std::vector<std::string> arguments) {
-    Process::Options options = this->options(std::move(arguments));
-    options.terminal = terminal;
-    return Process(options);
-}
-
 Finished RealVark::run(std::vector<std::string> arguments) {
     return start(std::move(arguments)).finish(std::chrono::minutes(2));
 }
@@ -77,15 +65,11 @@ fs::path RealVark::diaryFile() const {
     return folder_ / "state/Logs/" VARK_FOLDER "/transfer.log";
 }
 
-json::object RealVark::savedJob() const {
-    return json::parse(readWholeFile(queueFile())).at("job").as_object();
-}
-
 std::map<std::string, std::string> RealVark::savedStates() const {
     std::map<std::string, std::string> states;
     if (!fs::exists(queueFile())) return states;
-    const json::object job = savedJob();
-    for (const json::value& item : job.at("items").as_array())
+    const json::value saved = json::parse(readWholeFile(queueFile()));
+    for (const json::value& item : saved.at("job").at("items").as_array())
         states.emplace(item.at("relativePath").as_string(), item.at("state").as_string());
     return states;
 }
@@ -95,9 +79,7 @@ std::string RealVark::diary() const {
 }
 
 bool RealVark::untilDiary(std::string_view words, const Process& process) const {
-    fs::create_directories(diaryFile().parent_path());
-    return FileWatch(diaryFile().parent_path())
-        .until([&] { return diary().contains(words); }, process.descriptor());
+    return process.until([&] { return diary().contains(words); });
 }
 
 }  // namespace vark::test
