@@ -99,15 +99,6 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
     }
 }
 
-TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
-    followed.isDecided = true;
-    start();
-    answer(view({.verified = 2, .conflicts = 1}));
-    EXPECT_FALSE(following.done());
-    answer(view({.verified = 3}));
-    EXPECT_EQ(end(), ExitCode::allLanded);
-}
-
 TEST_F(FollowingTest, WhenTheOtherOneEndsTheQueueIsItsOwn) {
     start();
     answer(view({.verified = 1}));
@@ -119,8 +110,6 @@ TEST_F(FollowingTest, WhenTheOtherOneEndsTheQueueIsItsOwn) {
     job.entries = {{.id = entryID, .localPath = "/in", .name = "in"}};
     job.items = {{.id = UUID::random(), .entryID = entryID, .state = ItemState::queued}};
     EXPECT_EQ(endOf(followed, job, display), std::nullopt);
-    job.items[0].state = ItemState::verified;
-    EXPECT_EQ(endOf(followed, job, display), ExitCode::allLanded);
     EXPECT_EQ(endOf(followed, std::nullopt, display), ExitCode::somethingFailed);
     EXPECT_THAT(world.advice.str(), HasSubstr("whether it has landed is not known"));
 }
