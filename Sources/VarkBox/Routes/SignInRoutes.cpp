@@ -108,8 +108,9 @@ void addPortal(Router& router, Services& services) {
 void addSignInRoutes(Router& router, Services& services) {
     router.add("POST", "/api/device/claim", Door::open,
                [&services](const BoxRequest& request, const auto&) { return claim(services, request); });
-    router.add("POST", "/api/device/begin", Door::open,
-               [&services](const BoxRequest& request, const auto&) { return beginSignIn(services, request); });
+    router.add("POST", "/api/device/begin", Door::open, [&services](const BoxRequest& request, const auto&) {
+        return beginSignIn(services, request);
+    });
     router.add("GET", "/api/device/poll/{}", Door::open,
                [&services](const BoxRequest&, const Router::Arguments& arguments) {
                    return poll(services, arguments[0]);
