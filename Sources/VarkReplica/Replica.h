@@ -122,10 +122,15 @@ class Replica {
 
     /// Items that are to be asked for again, the oldest first.
     std::vector<Record> stale(std::size_t most);
+    /// What is shown in the folder and not stale, by number and name alone.
+    std::vector<VarkItem> confirmed(Ino folder);
 
     /// The place in the feed up to which everything is in; nothing in a new replica.
     std::optional<std::string> anchor();
     void setAnchor(std::string anchor);
+
+    /// How much of that version's bytes is here. Answers whether that is the version that is shown.
+    bool setHeld(Ino ino, std::int64_t content, Held held);
 
     /// Somebody holds the file open, once for each call. What is open keeps its bytes when the vark has
     /// others: they come under a new number, and the open one is an orphan.
@@ -134,10 +139,14 @@ class Replica {
     void closed(Ino ino);
 
   private:
+    template <class Rule>
+    Learnt apply(Asked asked, Rule rule);
+    bool isOpen(Ino ino);
+
     ReplicaStore& store_;
     const std::int64_t root_;
     const WallClock now_;
-    std::atomic<std::int64_t> counter_;
+    std::atomic<std::int64_t> counter_ = 0;
     /// Never held while the store is asked for something.
     Mutex lock_;
     std::map<Ino, std::size_t> open_ VARK_GUARDED_BY(lock_);
