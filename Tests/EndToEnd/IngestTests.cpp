@@ -6,6 +6,7 @@
 namespace vark::test {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 
 namespace json = boost::json;
@@ -73,6 +74,31 @@ TEST_F(Ingest, SurvivesThePullingOfTheCardAndTheKillingOfTheProgram) {
     EXPECT_THAT(run.output,
                 HasSubstr("Do not clear ALPHA yet: 500 files landed and checked, but 1 thing on it is not "
                           "in the vark as it is there:\n  DCIM/LAST.JPG: The file is no longer where"));
+}
+
+TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
+    fill(20);
+    Process running = vark.start({"run"});
+    ASSERT_TRUE(running.untilWritten("Sending to"));
+    const std::vector<std::string> command{"ingest", "ALPHA", "--to", "Jobs/Shoot"};
+    const Finished safe = vark.run(command);
+    expectExit(safe, 0);
+    expectAllHeld();
+    EXPECT_THAT(safe.output,
+                AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("ALPHA is safe to clear")));
+    EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
+
+    put("DCIM/.IMG_0003.MOV", 500'000);
+    put("DCIM/NEW.JPG", 100);
+    letLand(0);
+    Process following = vark.start(command);
+    ASSERT_TRUE(untilAnswered("POST", "/api/upload/begin", 200, 21));
+    running.kill();
+    box.clearFaults();
+    const Finished unsafe = following.finish();
+    expectExit(unsafe, 1);
+    EXPECT_THAT(unsafe.output, HasSubstr("Do not clear ALPHA yet"));
+    EXPECT_EQ(ingests().size(), 2U);
 }
 
 TEST_F(Ingest, CallsACardSafeToClearOnceAllOfItHasLanded) {

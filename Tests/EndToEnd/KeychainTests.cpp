@@ -15,7 +15,7 @@ TEST_F(KeychainOfAPerson, LockedIsNoSignOut) {
     vark.moveTo({.environment = {{"DBUS_SESSION_BUS_ADDRESS", session.address()},
                                  {"VARK_SECRET_STORE", "keychain"}}});
     vark.connect(box);
-    const std::string attributes = " service " VARK_IDENTIFIER " account device-token";
+    const std::string attributes = " service " + Programs::get().bundleIdentifier() + " account device-token";
     EXPECT_EQ(session.run("secret-tool lookup" + attributes), box.token());
     EXPECT_FALSE(vark.find("secrets.json"));
     session.run("secret-tool clear" + attributes);

@@ -6,7 +6,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
-#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/Programs.h"
 #include "Tests/Support/SampleFiles.h"
 
 namespace vark::test {
@@ -14,7 +14,7 @@ namespace vark::test {
 namespace json = boost::json;
 
 Process::Options RealBox::options() const {
-    Process::Options options{.program = buildTree() / "Hosts/Box/vark-box",
+    Process::Options options{.program = Programs::get().box(),
                              .arguments = {"serve", "--root", root(), "--chunk-size",
                                            std::to_string(options_.chunkSize), "--quiet"}};
     std::vector<std::string>& all = options.arguments;

@@ -4,7 +4,7 @@
 #include <boost/json/parse.hpp>
 #include <stdexcept>
 
-#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/Programs.h"
 
 namespace vark::test {
 
@@ -16,8 +16,7 @@ RealVark::RealVark(Place place) : place_(std::move(place)) {
 }
 
 Process::Options RealVark::options(std::vector<std::string> arguments) {
-    Process::Options options{.program = buildTree() / "Vark.app/Contents/MacOS/vark",
-                             .arguments = std::move(arguments)};
+    Process::Options options{.program = Programs::get().vark(), .arguments = std::move(arguments)};
     options.environment = place_.environment;
     const std::map<std::string, std::string> usual{{"HOME", folder_.path()},
                                                    {"XDG_DATA_HOME", folder_ / "data"},
@@ -58,11 +57,11 @@ std::optional<fs::path> RealVark::find(std::string_view name) const {
 }
 
 fs::path RealVark::queueFile() const {
-    return folder_ / "data/" VARK_FOLDER "/queue.json";
+    return folder_ / "data" / Programs::get().folder() / "queue.json";
 }
 
 fs::path RealVark::diaryFile() const {
-    return folder_ / "state/Logs/" VARK_FOLDER "/transfer.log";
+    return folder_ / "state/Logs" / Programs::get().folder() / "transfer.log";
 }
 
 std::map<std::string, std::string> RealVark::savedStates() const {

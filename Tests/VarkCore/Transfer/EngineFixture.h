@@ -37,7 +37,6 @@ class EngineTest : public ::testing::Test {
         const auto makeMonitor = [this] {
             auto monitor = std::make_unique<FakePathMonitor>();
             network = monitor->remote();
-            ++monitorsMade;
             return monitor;
         };
         const auto makeClockWatch = [this] {
@@ -137,7 +136,6 @@ class EngineTest : public ::testing::Test {
                      }};
     TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
     std::shared_ptr<FakePathMonitor::Remote> network;
-    int monitorsMade = 0;
     std::shared_ptr<FakeClockWatch::Remote> clockWatch;
     double setAhead = 0;  // Seconds.
     std::vector<std::string> events;

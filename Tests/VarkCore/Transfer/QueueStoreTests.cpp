@@ -100,18 +100,11 @@ std::string changed(std::string_view from, std::string_view to) {
     return bytes.replace(place, from.size(), to);
 }
 
-struct Change {
-    const char *from, *to;
-};
-
 TEST_F(QueueStoreTest, DamagedDocumentsDoNotLoad) {
     const std::string whole = encodeQueue(fullJob(), now);
-    std::vector<std::string> documents = {"", "{}", whole + "x", whole.substr(0, whole.size() / 2)};
-    for (const Change& each : {Change{R"("attempts":3,)", ""}, Change{R"("size":0)", R"("size":0.5)"},
-                               Change{"conflict", "Conflict"}, Change{R"("items":[)", R"("items":[7,)"},
-                               Change{R"("job":{)", R"("job":[{)"}, Change{R"("drive":)", R"("dive":)"}})
-        documents.push_back(changed(each.from, each.to));
-    for (const std::string& bytes : documents)
+    for (const std::string& bytes :
+         {std::string("{}"), whole + "x", whole.substr(0, whole.size() / 2), changed(R"("attempts":3,)", ""),
+          changed("conflict", "Conflict"), changed(R"("items":[)", R"("items":[7,)")})
         EXPECT_THROW(QueueStore::decode(bytes), DecodingError) << bytes;
     folder.file("Support/Vark/queue.json", "damaged");
     EXPECT_THROW(store.load(), DecodingError);
@@ -120,9 +113,8 @@ TEST_F(QueueStoreTest, DamagedDocumentsDoNotLoad) {
 
 TEST_F(QueueStoreTest, ReadsWhatOtherVersionsMayWrite) {
     TransferJob job = fullJob();
-    for (const Change& each : {Change{R"("items":[)", R"( "it\u0065ms" : [ )"},
-                               Change{R"("version":1)", R"("version":7,"items":[[1],{"items":[2]}])"}})
-        EXPECT_EQ(QueueStore::decode(changed(each.from, each.to)), job) << each.to;
+    EXPECT_EQ(QueueStore::decode(changed(R"("version":1)", R"("version":7,"items":[[1],{"items":[2]}])")),
+              job);
     // A hash that is none is made again.
     EXPECT_FALSE(QueueStore::decode(changed(R"("sha256":"0000)", R"("sha256":"zzzz)"))->items[0].sha256);
     // Earlier versions kept no account of what was passed over.
