@@ -51,7 +51,7 @@ class ContentFile::RunSink final : public ContentSink {
             bytes.remove_prefix(static_cast<std::size_t>(count));
             at_ += count;
         }
-        file_->arrived({begin_, at_});
+        file_->arrived({begin_, std::min(at_, lastBlock_)});
         if (at_ >= end_ && end_ < file_->size_) throw Enough();
     }
 
@@ -63,6 +63,9 @@ class ContentFile::RunSink final : public ContentSink {
     /// Where the bytes without a gap before `at_` begin.
     std::int64_t begin_ = at_;
     const std::int64_t end_;
+    /// Whoever reads what the run brings has it all only when the vark has been asked whether it is of one
+    /// version.
+    const std::int64_t lastBlock_ = (end_ - 1) / BlockMap::blockSize * BlockMap::blockSize;
 };
 
 ContentFetcher::ContentFetcher(Host host)
@@ -149,6 +152,7 @@ Task<void> ContentFetcher::fill(std::shared_ptr<ContentFile> file, ByteRange run
     if (failedHere) throw FileError(*failedHere);
     if (isDamaged) co_return co_await distrust(file);
     if (isLarge) co_await confirm(file);
+    file->arrived(run);
     co_await complete(file);
 }
 
@@ -169,11 +173,11 @@ Task<void> ContentFetcher::confirm(std::shared_ptr<ContentFile> file) {
 
 Task<void> ContentFetcher::complete(std::shared_ptr<ContentFile> file) {
     if (file->isLookedAt_ || !file->mayBeWhole()) co_return;
-    struct Look {
-        explicit Look(bool& flag) : flag(flag) { flag = true; }
-        ~Look() { flag = false; }
-        bool& flag;
-    } look(file->isLookedAt_);
+    file->isLookedAt_ = true;
+    struct Leave {
+        ContentFile& file;
+        ~Leave() { file.isLookedAt_ = false; }
+    } leave{*file};
     auto hash = [file] {
         if (::fdatasync(file->file_.get()) != 0) throw FileError("Could not write", file->path_, errno);
         return FileHasher::sha256Of(file->file_, file->path_, nullptr);
