@@ -46,6 +46,7 @@ TEST_F(FeedFollowerTest, PagesFollowAtOnceAndEachMovesThePlace) {
 
 TEST_F(FeedFollowerTest, PaceIsThatOfUseAndOfFailures) {
     follow();
+    vark.taken();
     for (int time = 0; time < 12; ++time)
         EXPECT_EQ(untilNext(), 5s);
     EXPECT_EQ(untilNext(), 30s);
