@@ -29,13 +29,12 @@ class IngestRunTest : public SendRunTest {
         if (world.platform.mounted.changed) world.platform.mounted.changed();
         world.settle();
     }
-    SendRun::Settings card(std::vector<std::string> leaveOut = {}) {
+    SendRun::Settings card() {
         SendRun::Settings settings;
         settings.ingest = IngestWish{.volume = world.platform.mounted.table.at(0),
                                      .isCard = true,
                                      .destination = "Jobs",
-                                     .title = "2025-03-03 ALPHA",
-                                     .leaveOut = std::move(leaveOut)};
+                                     .title = "2025-03-03 ALPHA"};
         return settings;
     }
     void beginSending() {
@@ -59,9 +58,6 @@ TEST_F(IngestRunTest, AnnouncesSendsAndReportsOnce) {
     // Looked through again, and not told again.
     EXPECT_EQ(run({}), ExitCode::allLanded);
     EXPECT_EQ(server.reports.size(), 1U);
-    // What is sent after it is no part of it.
-    EXPECT_EQ(run(adding({a})), ExitCode::allLanded);
-    EXPECT_EQ(saved()->ingest, std::nullopt);
 }
 
 TEST_F(IngestRunTest, WaitsForACardThatIsPulledOutAndForNoOtherOfItsName) {
@@ -81,7 +77,7 @@ TEST_F(IngestRunTest, IsNotOverWhileADecisionWaits) {
     EXPECT_EQ(run(card()), ExitCode::decisionWaits);
     EXPECT_THAT(server.reports, IsEmpty());
     SendRun::Settings settings;
-    settings.replaceConflicts = true;
+    settings.onConflict = ConflictRule::replace;
     EXPECT_EQ(run(settings), ExitCode::allLanded);
     EXPECT_EQ(server.reports.size(), 1U);
     EXPECT_THAT(printed(), HasSubstr(safe));
@@ -115,17 +111,8 @@ TEST_F(IngestRunTest, WhatCannotBeBroughtInLeavesTheQueueAsItIs) {
     const Case cases[] = {
         {"no room", [](auto& test, auto&) { test.server.ingestStart = {8, false, 100}; },
          ExitCode::somethingFailed, "it takes 300 bytes, and 100 bytes are free there."},
-        {"refused",
-         [](auto& test, auto&) { test.server.ingestFailures = {VarkAPIError::unauthorized("Revoked.")}; },
-         ExitCode::notConnected, "Revoked."},
         {"nothing of that name", [](auto&, auto& settings) { settings.ingest->leaveOut = {"DCIM", "misc"}; },
          ExitCode::usage, "Nothing on ALPHA is called misc."},
-        {"nothing that can be sent",
-         [](auto& test, auto& settings) {
-             test.world.home.file("ALPHA/.hidden");
-             settings.ingest->leaveOut = {"DCIM", "MISC"};
-         },
-         ExitCode::somethingFailed, "Do not clear ALPHA yet: 0 files landed and checked, but 3 things on it"},
         {"a queue that is not finished",
          [](auto& test, auto&) {
              test.begin(adding({test.a})).interrupt();
@@ -157,34 +144,6 @@ TEST_F(IngestRunTest, TheSameCommandTriesAgainWhatFailed) {
     EXPECT_EQ(run(card()), ExitCode::allLanded);
     EXPECT_EQ(server.announced, 1);
     EXPECT_THAT(printed(), HasSubstr(safe));
-}
-
-TEST_F(IngestRunTest, CarriesOnAsItIsAskedToOrSaysWhyNot) {
-    begin(card()).interrupt();
-    runOn();
-    const std::pair<std::function<void(IngestWish&)>, const char*> refused[] = {
-        {[](IngestWish& wish) {
-             wish.destination = "Elsewhere";
-             wish.asksForDestination = true;
-         },
-         "Carry on without --to, or give it up with: vark clear"},
-        {[](IngestWish& wish) { wish.emailMe = true; }, "nobody wants a mail about ALPHA"},
-        {[](IngestWish& wish) { wish.leaveOut = {"MISC", "misc"}; }, "Nothing on ALPHA is called misc."},
-    };
-    for (const auto& [ask, words] : refused) {
-        SendRun::Settings settings = card();
-        ask(*settings.ingest);
-        EXPECT_EQ(run(settings), ExitCode::usage);
-        EXPECT_THAT(said(), HasSubstr(words));
-        EXPECT_TRUE(vark.files.empty());
-    }
-    SendRun::Settings settings = card({"MISC"});
-    settings.ingest->asksForDestination = true;
-    EXPECT_EQ(run(settings), ExitCode::somethingFailed);
-    EXPECT_EQ(vark.files.size(), 2U);
-    ASSERT_EQ(server.reports.size(), 1U);
-    EXPECT_THAT(server.reports[0].leftOut, ElementsAre("MISC"));
-    EXPECT_THAT(printed(), HasSubstr("  MISC: It was left out.\n"));
 }
 
 TEST_F(IngestRunTest, WhileACardIsBroughtInNothingIsAddedAndWhatIsRemovedIsToldAsNotSent) {

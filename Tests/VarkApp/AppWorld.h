@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/Fakes/FakeClockWatch.h"
-#include "Tests/Support/Fakes/FakeFolderWatch.h"
-#include "Tests/Support/Fakes/FakePathMonitor.h"
 #include "Tests/Support/Fakes/FakeSecretStore.h"
 #include "Tests/Support/Fakes/FakeServiceBrowser.h"
 #include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/Fakes/FakeVark.h"
+#include "Tests/Support/Fakes/FakeWatches.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkApp/Surroundings.h"
 #include "VarkCore/API/ContentSink.h"
@@ -92,11 +90,7 @@ class TestVark final : public FakeVark {
     Task<WhoAmI> whoami() override {
         co_await yieldNow();
         std::exchange(duringWhoami, [] {})();
-        if (!refusals.empty()) {
-            VarkAPIError refusal = refusals.front();
-            refusals.pop_front();
-            throw refusal;
-        }
+        failNext(refusals);
         co_return who;
     }
     Task<VarkItem> item(std::string path) override {
@@ -132,14 +126,14 @@ class TestVark final : public FakeVark {
 
     Task<IngestStart> ingestBegin(std::string, std::string, std::int64_t, std::int64_t, bool) override {
         co_await yieldNow();
-        failIngest();
+        failNext(ingestFailures);
         ++announced;
         co_return ingestStart;
     }
     Task<void> ingestFinish(std::int64_t id, std::vector<IngestFile>, std::vector<std::string> leftOut,
                             std::vector<IngestFile> notSent) override {
         co_await yieldNow();
-        failIngest();
+        failNext(ingestFailures);
         reports.push_back({id, std::move(notSent), std::move(leftOut)});
     }
     Task<void> sendDiagnostics(DiagnosticsReport report) override {
@@ -156,10 +150,10 @@ class TestVark final : public FakeVark {
     }
 
   private:
-    void failIngest() {
-        if (ingestFailures.empty()) return;
-        VarkAPIError failure = ingestFailures.front();
-        ingestFailures.pop_front();
+    static void failNext(std::deque<VarkAPIError>& failures) {
+        if (failures.empty()) return;
+        const VarkAPIError failure = failures.front();
+        failures.pop_front();
         throw failure;
     }
 };
@@ -241,13 +235,12 @@ class World {
     const SecretName tokenName{"dev.vark.mac.test", "device-token"};
 
     SharedConnection connect(std::string rootPath = "") {
-        SharedConnection connection;
-        connection.server = "https://vark.example";
-        connection.token = "secret";
-        platform.keychain->secrets[tokenName] = {"Vark device token", "secret"};
-        connection.clientName = "Acme";
-        connection.rootPath = std::move(rootPath);
+        SharedConnection connection{.server = "https://vark.example",
+                                    .token = "secret",
+                                    .clientName = "Acme",
+                                    .rootPath = std::move(rootPath)};
         connection.level = 5;
+        platform.keychain->secrets[tokenName] = {"Vark device token", "secret"};
         EXPECT_TRUE(SharedStore::write(connection, here().sharedFolder()));
         return connection;
     }

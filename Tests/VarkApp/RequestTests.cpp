@@ -58,12 +58,6 @@ TEST(Requests, WhatIsAskedAndAnsweredArrivesAsItWas) {
     EXPECT_EQ(filesIn(home / "requests"), 0);
 }
 
-TEST(Requests, AStepThatIsNotKnownIsDropped) {
-    const Said said = Said::fromJSON(parseJSON(
-        R"({"text":"No.","next":[{"step":"dance","word":"Now"},{"step":"watch"},{"step":"giveUp","word":"Stop"}]})"));
-    EXPECT_EQ(said, Said("No.", {{Next::Step::watch}, {Next::Step::giveUp, "Stop"}}));
-}
-
 TEST(Requests, TheOldestIsTakenAndWhatNobodyWaitsForAnyMoreIsDropped) {
     TemporaryFolder home;
     const RequestFolder folder(home / "requests");

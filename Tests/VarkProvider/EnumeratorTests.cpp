@@ -1,4 +1,5 @@
 #include "Tests/Support/Fakes/SilentVark.h"
+#include "Tests/Support/Noon.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/ExtensionLog.h"
@@ -11,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 
-const Date noon = Date::fromSince1970(1'740'000'000);
+using test::noon;
 
 /// A vark that answers lists and the feed from a script, and is busy at its end.
 class ListingVark : public test::SilentVark {

@@ -72,8 +72,8 @@ BoxReply fileBytes(Services& services, const BoxRequest& request, const Item& it
     return reply;
 }
 
-std::int64_t now() {
-    return static_cast<std::int64_t>(systemDate().since1970());
+std::int64_t wholeSecond() {
+    return static_cast<std::int64_t>(now());
 }
 
 /// The bytes of a file are fetched from the office's node when there is one.
@@ -82,7 +82,7 @@ BoxReply file(Services& services, const BoxRequest& request, std::int64_t id) {
     std::optional<std::string> node = services.nodes.attached();
     if (!node) return fileBytes(services, request, item);
     return BoxReply::redirect(
-        fmt::format("{}/f/{}", addressOn(*node, services.chunkURL), services.tickets.issue(id, now())));
+        fmt::format("{}/f/{}", addressOn(*node, services.chunkURL), services.tickets.issue(id, wholeSecond())));
 }
 
 }  // namespace
@@ -97,7 +97,7 @@ void addFileRoutes(Router& router, Services& services) {
 void addTicketRoutes(Router& router, Services& services) {
     router.add("GET", "/f/{}", Door::open,
                [&services](const BoxRequest& request, const Router::Arguments& arguments) {
-                   std::int64_t id = services.tickets.open(arguments[0], now());
+                   std::int64_t id = services.tickets.open(arguments[0], wholeSecond());
                    return fileBytes(services, request, requireFile(services, id));
                });
 }

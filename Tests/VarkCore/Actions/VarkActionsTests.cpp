@@ -1,7 +1,6 @@
 #include "VarkCore/Actions/VarkActions.h"
 
 #include "Tests/Support/APIWorld.h"
-#include "VarkCore/Actions/ActionLines.h"
 
 namespace vark::test {
 namespace {
@@ -47,18 +46,6 @@ TEST_F(Actions, AVarkWithoutTheRouteHasNoJobBook) {
     }
     done = answer(403);
     EXPECT_THROW(loop.run(actions.findJobs("")), VarkAPIError);
-}
-
-TEST(ActionLines, SayWhatWasDone) {
-    const std::vector<VarkItem> items = {{.name = "A"}, {}};
-    const VarkShare share{.url = "u", .expires = "in 7 days", .audience = "Éveryone at Acme"};
-    EXPECT_EQ(ActionLines::shared(items, share, ShareAudience::link, "Acme", {}).text,
-              "Shared A and 1 more with éveryone at Acme, runs out in 7 days");
-    EXPECT_EQ(ActionLines::filed({VarkItem{}}, {.ref = "J-7"}, {}).text, "Put job number J-7 on the vark");
-    const ActivityEntry sent = ActionLines::sent("Jobs/2026/Shoot/100%d.mov", {});
-    EXPECT_EQ(sent.text, "Sent 100%d.mov");
-    EXPECT_EQ(sent.place, "2026 › Shoot");
-    EXPECT_EQ(sent.folder, "Jobs/2026/Shoot");
 }
 
 }  // namespace

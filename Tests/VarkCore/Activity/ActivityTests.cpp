@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Tests/Support/Noon.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Activity/ActivityHistory.h"
 #include "VarkCore/Activity/SharedActivity.h"
@@ -9,7 +10,7 @@
 namespace vark {
 namespace {
 
-const Date noon = Date::fromSince1970(1'740'000'000);
+using test::noon;
 constexpr double day = 86'400;
 
 ActivityEntry line(std::string text, Date at = noon) {
@@ -29,9 +30,7 @@ std::string texts(const std::vector<ActivityEntry>& entries) {
     return all;
 }
 
-TEST(ActivityEntry, WordsItsPlaceAndItsCount) {
-    EXPECT_EQ(ActivityEntry::placeOf("/Jobs//2026/ Shoot\t/"), "2026 › Shoot");
-    EXPECT_EQ(ActivityEntry::placeOf("Jobs"), "Jobs");
+TEST(ActivityEntry, PutsNothingButANumberIntoItsWords) {
     const std::pair<const char*, const char*> cases[] = {
         {"Sent %ld files", "Sent 2 files"},
         {"%1$lld of 100%%", "2 of 100%"},
@@ -72,21 +71,6 @@ TEST_F(ActivityHistoryTest, ReadsTheNewestFirstAndLeavesOutWhatIsDamagedOrOld) {
     EXPECT_EQ(readWholeFile(file), content);
 }
 
-TEST_F(ActivityHistoryTest, AFileThatHasGrownLargeKeepsItsNewestLines) {
-    // Out of order, so that the newest are not simply the last.
-    std::string content = encoded(line("newest")) + encoded(line("old", noon - 91 * day));
-    for (int number = 1; number <= 20'005; ++number)
-        content += encoded(line(std::string(200, 'x'), noon - (20'006 - number)));
-    ASSERT_GT(content.size(), 4'194'304U);
-    folder.file("shared/history.jsonl", content);
-    const std::vector<ActivityEntry> all = read();
-    EXPECT_EQ(all.size(), 20'006U) << "what is read is not cut";
-    const std::vector<ActivityEntry> left = read();
-    ASSERT_EQ(left.size(), 20'000U);
-    EXPECT_EQ(left.front().text, "newest");
-    EXPECT_EQ(left.back(), all[19'999]);
-}
-
 TEST_F(ActivityHistoryTest, FoldsRunsOfNeighbours) {
     struct Event {
         double secondsAgo;
@@ -104,8 +88,6 @@ TEST_F(ActivityHistoryTest, FoldsRunsOfNeighbours) {
         {{{0}, {1, "h"}, {2}}, "one one one "},
         {{{0, {}}, {1, {}}}, "one one "},
         {{{0, "g", {}}, {1, "g", {}}}, "one one "},
-        {{{0, "g", "%d of line"}, {1, "g", {}}}, "2 of line "},
-        {{{0, "g", "%d of line"}, {1, "g", "%d of entry"}}, "2 of entry "},
         {{{0}, {250}, {600}, {700}}, "2 2 "},
     };
     // clang-format on
@@ -132,33 +114,6 @@ TEST_F(SharedActivityTest, KeepsTheNewestLinesAndTheHistoryAll) {
     SharedActivity::clear(shared);
     EXPECT_TRUE(SharedActivity::read(shared).empty());
     EXPECT_EQ(read().size(), 41U);
-}
-
-TEST_F(SharedActivityTest, FoldsLikeEventsIntoTheNewestLine) {
-    ActivityEntry entry = line("one");
-    entry.group = "put:Jobs";
-    entry.many = "%d files";
-    for (const double later : {0.0, 299.0, 598.0, 898.0})
-        EXPECT_TRUE(SharedActivity::note(entry, shared, noon + later));
-    EXPECT_EQ(texts(SharedActivity::read(shared)), "one 3 files ");
-    entry.group = "bin:Jobs";
-    EXPECT_TRUE(SharedActivity::note(entry, shared, noon + 899));
-    EXPECT_EQ(texts(SharedActivity::read(shared)), "one one 3 files ");
-    EXPECT_EQ(texts(read()), "one one one one one ") << "unfolded";
-}
-
-TEST_F(SharedActivityTest, ADamagedFileCountsAsEmptyAndWithoutAFolderNothingIsStored) {
-    folder.file("shared/activity.json", "[{}]");
-    EXPECT_TRUE(SharedActivity::read(shared).empty());
-    EXPECT_TRUE(SharedActivity::append(line("a"), shared));
-    EXPECT_EQ(SharedActivity::read(shared).size(), 1U);
-    const SharedStore::Folder blocked = folder.file("a file");
-    for (const SharedStore::Folder& place : {SharedStore::Folder(), blocked}) {
-        EXPECT_FALSE(SharedActivity::append(line("a"), place));
-        EXPECT_FALSE(SharedActivity::note(line("a"), place, noon));
-        EXPECT_TRUE(SharedActivity::read(place).empty());
-        EXPECT_TRUE(ActivityHistory::read(place, noon).empty());
-    }
 }
 
 }  // namespace

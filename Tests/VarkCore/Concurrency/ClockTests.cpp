@@ -9,24 +9,6 @@ namespace {
 using namespace std::chrono_literals;
 using test::TestLoop;
 
-TEST(SystemClock, WakesEverySleeperAtItsTimeAndNotBefore) {
-    SerialExecutor executor;
-    SystemClock clock;
-    auto measured = [](Duration duration) -> Task<bool> {
-        Clock* mine = co_await thisClock();
-        Instant before = mine->now();
-        co_await sleepFor(duration);
-        co_return mine->now() - before >= duration;
-    };
-    TaskScope scope(executor, clock);
-    std::vector<TaskHandle<bool>> handles;
-    for (int i = 50; i > 0; --i)
-        handles.push_back(scope.start(measured(i * 100us)));
-    executor.runUntil([&] { return scope.live() == 0; });
-    for (const TaskHandle<bool>& handle : handles)
-        EXPECT_TRUE(handle.result());
-}
-
 Task<int> slow(Duration duration) {
     co_await sleepFor(duration);
     co_return 5;

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <list>
-
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Concurrency/AsyncSemaphore.h"
 
@@ -31,40 +29,6 @@ TEST(AsyncSemaphore, ServesWaitersFirstComeFirstServedTheCancelledToo) {
         semaphore.signal();
     loop.settle();
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
-}
-
-struct Rounds {
-    AsyncSemaphore semaphore{3};
-    std::atomic<int> inside = 0;
-    std::atomic<int> done = 0;
-    std::atomic<bool> tooMany = false;
-};
-
-Task<void> takeAndGive(Rounds* rounds) {
-    for (int i = 0; i < 200; ++i) {
-        co_await rounds->semaphore.wait();
-        SlotPermit permit(rounds->semaphore);
-        if (++rounds->inside > 3) rounds->tooMany = true;
-        co_await yieldNow();
-        --rounds->inside;
-        ++rounds->done;
-    }
-}
-
-TEST(AsyncSemaphore, HoldsItsBoundWhenManyThreadsTakeAndGive) {
-    SystemClock clock;
-    Rounds rounds;
-    {
-        EngineThread threads[3];
-        std::list<TaskScope> scopes;
-        for (EngineThread& thread : threads) {
-            TaskScope& scope = scopes.emplace_back(thread.executor(), clock);
-            for (int i = 0; i < 8; ++i)
-                scope.start(takeAndGive(&rounds));
-        }
-    }
-    EXPECT_EQ(rounds.done, 3 * 8 * 200);
-    EXPECT_FALSE(rounds.tooMany);
 }
 
 }  // namespace

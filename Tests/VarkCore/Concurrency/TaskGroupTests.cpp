@@ -12,25 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using test::TestLoop;
 
-Task<int> after(Duration duration, int value) {
-    co_await sleepFor(duration);
-    co_return value;
-}
-
-TEST(TaskGroup, GivesResultsInTheOrderOfTheirEnds) {
-    TestLoop loop;
-    auto body = [](TaskGroup<int>& group) -> Task<std::vector<int>> {
-        group.add(after(3s, 3));
-        group.add(after(1s, 1));
-        group.add(after(2s, 2));
-        std::vector<int> order;
-        while (std::optional<int> next = co_await group.next())
-            order.push_back(*next);
-        co_return order;
-    };
-    EXPECT_EQ(loop.run(withGroup<int>(body)), (std::vector<int>{1, 2, 3}));
-}
-
 Task<void> child(int index, std::vector<std::string>* ends) {
     std::exception_ptr failure;
     try {
@@ -81,23 +62,6 @@ TEST(ForEachBounded, StartsInOrderAndNeverMoreThanTheWidth) {
     loop.run(forEachBounded(indexes, 6, make));
     EXPECT_EQ(most, 6);
     EXPECT_EQ(started, indexes);
-}
-
-TEST(TaskGroup, AHundredThousandChildrenAreFlat) {
-    TestLoop loop;
-    auto one = [](int value) -> Task<int> {
-        co_await yieldNow();
-        co_return value;
-    };
-    auto body = [&](TaskGroup<int>& group) -> Task<long> {
-        for (int i = 0; i < 100'000; ++i)
-            group.add(one(1));
-        long sum = 0;
-        while (std::optional<int> next = co_await group.next())
-            sum += *next;
-        co_return sum;
-    };
-    EXPECT_EQ(loop.run(withGroup<int>(body)), 100'000);
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 #include "Tests/Support/TestLoop.h"
@@ -48,25 +44,6 @@ TEST(Task, DroppedBeforeItBeganFreesItsArgumentsAndNeverRuns) {
     }
     EXPECT_EQ(value.use_count(), 1);
     EXPECT_EQ(*value, 0);
-}
-
-Task<bool> hopsAndComesBack(SerialExecutor* other, SerialExecutor* home) {
-    struct Away {
-        static Task<bool> run(SerialExecutor* there) {
-            co_await hopTo(*there);
-            co_return there->isCurrent();
-        }
-    };
-    bool wasThere = co_await Away::run(other);
-    co_return wasThere && home->isCurrent();
-}
-
-TEST(Task, ACallerGoesOnWhereItWasAfterItsCalleeHopped) {
-    TestLoop loop;
-    EngineThread thread;
-    TaskHandle<bool> handle = loop.start(hopsAndComesBack(&thread.executor(), &loop.executor));
-    loop.executor.runUntil([&] { return handle.done(); });
-    EXPECT_TRUE(handle.result());
 }
 
 Task<int> slow(int value) {
@@ -118,42 +95,6 @@ TEST(TaskScope, WhatATaskStartsWhileTheScopeEndsIsCancelledFromItsBeginning) {
         loop.settle();
     }
     EXPECT_EQ(*note, "cancelledcancelled");
-}
-
-TEST(TaskScope, EndsTasksOfAnotherThreadFromThisOne) {
-    SystemClock clock;
-    EngineThread thread;
-    auto note = std::make_shared<std::string>();
-    {
-        TaskScope scope(thread.executor(), clock);
-        for (int i = 0; i < 20; ++i)
-            scope.start(noteTheEnd(note));
-    }
-    EXPECT_EQ(note->size(), 20 * std::string("cancelled").size());
-}
-
-TEST(BlockingPool, ASystemWithoutThreadsFailsTheWorkAndLeavesNothingOfItBehind) {
-    const pid_t child = fork();
-    if (child == 0) {
-        const rlimit none{0, 0};
-        bool isWhole = setrlimit(RLIMIT_NPROC, &none) == 0 && (getuid() != 0 || setuid(65534) == 0);
-        SerialExecutor executor;
-        ManualClock clock;
-        BlockingPool pool(1);
-        auto work = [](BlockingPool* threads) -> Task<bool> {
-            try {
-                co_await threads->run([] {});
-            } catch (const std::runtime_error& error) {
-                co_return std::string_view(error.what()).starts_with("The system allows no further thread.");
-            }
-            co_return false;
-        };
-        isWhole = isWhole && run(executor, clock, work(&pool)) && pool.isIdle();
-        _exit(isWhole ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
 }
 
 TEST(BlockingPool, WorkBeyondTheBoundWaitsItsTurnAndAllOfItRuns) {

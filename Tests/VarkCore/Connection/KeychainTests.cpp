@@ -63,35 +63,20 @@ TEST_F(KeychainTest, WritingUpdatesInPlaceAndAddsOnlyWhatIsMissing) {
     EXPECT_EQ(store.secrets.at(current).bytes, "two");
 }
 
-TEST_F(KeychainTest, CarriesTheTokenOfAnEarlierVersionOver) {
-    struct Case {
-        const char* about;
-        const char* build;
-        const char* newToken;
-        const char* refuses;
-        bool moved;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {"moved", "dev.vark.mac", nullptr, nullptr, true},
-        {"another build", "dev.vark.mac.beta", nullptr, nullptr, false},
-        {"there already", "dev.vark.mac", "new", nullptr, false},
-        {"would not say", "dev.vark.mac", nullptr, "find", false},
-        {"no write", "dev.vark.mac", nullptr, "add", false},
-    };
-    // clang-format on
-    for (const Case& each : cases) {
-        SCOPED_TRACE(each.about);
-        bundle.id = each.build;
-        store.failures.clear();
-        if (each.refuses != nullptr) store.failures[each.refuses] = SecretStatus::locked;
-        store.secrets = {{legacy, {"", "old"}}};
-        if (each.newToken != nullptr) store.secrets[current] = {"", each.newToken};
-        const auto before = store.secrets;
-        EXPECT_EQ(keychain().migrateFromLegacy(), each.moved);
-        const std::map<SecretName, Secret> moved{{current, {"Vark device token", "old"}}};
-        EXPECT_EQ(store.secrets, each.moved ? moved : before);
-    }
+TEST_F(KeychainTest, CarriesTheTokenOfAnEarlierVersionOverOnceAndOnlyInTheShippingBuild) {
+    store.secrets = {{legacy, {"", "old"}}};
+    bundle.id = "dev.vark.mac.beta";
+    EXPECT_FALSE(keychain().migrateFromLegacy());
+    bundle.id = "dev.vark.mac";
+    store.failures["add"] = SecretStatus::locked;
+    EXPECT_FALSE(keychain().migrateFromLegacy());
+    EXPECT_TRUE(store.secrets.contains(legacy));
+    store.failures.clear();
+    EXPECT_TRUE(keychain().migrateFromLegacy());
+    EXPECT_FALSE(store.secrets.contains(legacy));
+    store.secrets[legacy] = {"", "older"};
+    EXPECT_FALSE(keychain().migrateFromLegacy());
+    EXPECT_EQ(store.secrets.at(current).bytes, "old");
 }
 
 }  // namespace

@@ -35,12 +35,6 @@ TEST_F(Files, AtomicWriteReplacesTheFileWithTheModeWhateverTheUmask) {
     EXPECT_EQ(names(), 2);
 }
 
-TEST_F(Files, AFailureIsASentence) {
-    EXPECT_STREQ(FileError("Could not write", "/a\n", ENOSPC).what(),
-                 "Could not write /a\\n: the disk is full. Free some space, then try again.");
-    EXPECT_STREQ(FileError("Could not write", "/a", EIO).what(), "Could not write /a: Input/output error.");
-}
-
 TEST_F(Files, ReadsWholeFilesUpToTheLimit) {
     const std::string content(10000, 'x');
     const std::filesystem::path path = folder.file("a", content);
@@ -58,15 +52,6 @@ TEST_F(Files, AStampIsTheSameAfterItsTimeWasWrittenDown) {
     EXPECT_EQ(stamp, (FileStamp{5, std::nextafter(time, 0)}));
     EXPECT_NE(stamp, (FileStamp{6, time}));
     EXPECT_NE(stamp, (FileStamp{5, time + 0.000'01}));
-}
-
-TEST_F(Files, DescriptorsAreClosedOnceAndNotHandedToPrograms) {
-    Descriptor first = openForReading(folder.file("a"));
-    const int number = first.get();
-    EXPECT_NE(fcntl(number, F_GETFD) & FD_CLOEXEC, 0);
-    Descriptor second = std::move(first);
-    second = Descriptor();
-    EXPECT_EQ(fcntl(number, F_GETFD), -1);
 }
 
 TEST_F(Files, OnlyOneHoldsALockAndAForkedChildKeepsItFromNobody) {

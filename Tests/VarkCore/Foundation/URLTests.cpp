@@ -21,18 +21,6 @@ TEST(URL, KeepsAFormThatMayStandInARequestAndRefusesWhatIsNone) {
         EXPECT_EQ(URL::parse(text), std::nullopt) << text;
 }
 
-TEST(URL, GivesItsPieces) {
-    const URL url = URL::parse("HTTPS://me@[fe80::1]:8443/a%2Fb/?q=1&r#f").value();
-    EXPECT_EQ(url.scheme(), "https");
-    EXPECT_EQ(url.host(), "fe80::1");
-    EXPECT_EQ(url.port(), 8443);
-    EXPECT_EQ(url.path(), "/a%2Fb/");
-    EXPECT_EQ(url.query(), "q=1&r");
-    EXPECT_EQ(url.requestTarget(), "/a%2Fb/?q=1&r");
-    EXPECT_EQ(URL::parse("http://Vark.example:")->port(), std::nullopt);
-    EXPECT_EQ(URL::parse("http://Vark.example:")->requestTarget(), "/");
-}
-
 TEST(URL, ResolvesReferencesAgainstItself) {
     const URL base = URL::parse("http://a/b/c/d;p?q").value();
     const std::pair<const char*, const char*> cases[] = {
@@ -63,13 +51,6 @@ TEST(URL, GrowsItsPathBeforeQueryAndFragment) {
     };
     EXPECT_EQ(suffixed("https://h/u/abc?s=1", "/5"), "https://h/u/abc/5?s=1");
     EXPECT_EQ(suffixed("https://h", "5"), "https://h/5");
-}
-
-TEST(URL, ChangesHostAndPortAndKeepsTheRest) {
-    const URL url = URL::parse("https://vark.example/u/abc?s=1").value();
-    EXPECT_EQ(url.withHostAndPort("10.0.0.7", 8443)->text(), "https://10.0.0.7:8443/u/abc?s=1");
-    EXPECT_EQ(url.withHostAndPort("fe80::1", 1)->text(), "https://[fe80::1]:1/u/abc?s=1");
-    EXPECT_EQ(url.withHostAndPort("no:where", 1), std::nullopt);
 }
 
 TEST(URL, EncodesQueryAndPath) {

@@ -32,14 +32,12 @@ class NodeBrowserTest : public testing::Test {
     TemporaryFolder folder;
     LANRouter router;
     std::vector<std::string> log;
-    std::vector<bool> allowed;
     std::optional<NodeBrowser> browser;
 
     NodeBrowserTest() {
         browser.emplace(router, NodeBrowser::Host{loop.executor, loop.clock, [] { return now; }, services,
                                                   loop.pool, folder.path()});
         browser->log = [this](std::string sentence) { log.push_back(std::move(sentence)); };
-        browser->onAllowed = [this](bool isAllowed) { allowed.push_back(isAllowed); };
         browser->start();
     }
     void announce(std::vector<FoundService> found) {
@@ -91,35 +89,6 @@ TEST_F(NodeBrowserTest, TriesAgainTenSecondsAfterAFailure) {
         announce({});
     }
     EXPECT_EQ(loop.clock.nextDeadline(), std::nullopt) << "no timer runs when no node is failing";
-
-    const std::size_t before = services.located.size();
-    services.locations["gone"] = {refused};
-    announce({service("gone")});
-    announce({});
-    loop.advance(seconds(60));
-    EXPECT_EQ(services.located.size(), before + 1);
-}
-
-TEST_F(NodeBrowserTest, ANodeBeingResolvedIsNotResolvedTwice) {
-    services.locations["n"] = {silence, refused, there};
-    announce({service("n")});
-    announce({service("n"), service("n", {{"host", "second.example"}})});
-    EXPECT_EQ(services.located.size(), 1U);
-    loop.advance(seconds(6));
-    announce({service("n")});
-    EXPECT_EQ(services.located.size(), 2U) << "a change of the results does not wait for the retry";
-    loop.advance(seconds(60));
-    EXPECT_EQ(services.located.size(), 3U) << "both retries are due, and one of them has it";
-}
-
-TEST_F(NodeBrowserTest, TellsWhetherItMayLook) {
-    services.change(BrowsingReady{});
-    services.change(BrowsingDenied{});
-    services.change(BrowsingFailed{"no daemon"});
-    EXPECT_THAT(log.back(), HasSubstr("no daemon"));
-    announce({});
-    announce({service("n", {})});
-    EXPECT_THAT(allowed, ElementsAre(true, false, true)) << "only what is found proves that it may";
 }
 
 TEST_F(NodeBrowserTest, StoppedItLetsResolvesRunOutAndGoneItEndsThem) {

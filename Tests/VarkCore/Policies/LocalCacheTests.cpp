@@ -12,7 +12,6 @@ namespace vark::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 
 /// Sizes on the disk are whole blocks, so the tests go by what a file takes and not by its length.
 class LocalCacheTest : public testing::Test {
@@ -22,16 +21,6 @@ class LocalCacheTest : public testing::Test {
     }
     TemporaryFolder folder;
 };
-
-TEST_F(LocalCacheTest, MeasuresWhatFreeingWouldGiveBack) {
-    const std::int64_t one = LocalCache::size(fill("cache/deep/.hidden"));
-    EXPECT_GE(one, 100'000);
-    fill("elsewhere/c");
-    fs::create_symlink(folder / "elsewhere", folder / "cache/link");
-    const LocalCache::Report report =
-        LocalCache::measure({{"Copies", folder / "cache"}, {"Nothing", folder / "nowhere"}});
-    EXPECT_THAT(report.lines, ElementsAre(LocalCache::Line{"Copies", one}));
-}
 
 TEST_F(LocalCacheTest, EmptiesFoldersButForWhatMustStayAndWhatIsInUse) {
     const std::int64_t one = LocalCache::size(fill("cache/a"));

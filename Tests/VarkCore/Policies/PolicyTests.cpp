@@ -29,44 +29,23 @@ TEST(SingleInstance, TakesTheLockOnceAndLetsADiskProblemPass) {
     const std::filesystem::path lock = folder / "Vark/running.lock";
     EXPECT_TRUE(SingleInstance::takeLock(lock));
     EXPECT_FALSE(SingleInstance::takeLock(lock));
-    const std::filesystem::path impossible = folder.file("a file") / "running.lock";
-    EXPECT_TRUE(SingleInstance::takeLock(impossible));
+    EXPECT_TRUE(SingleInstance::takeLock(folder.file("a file") / "running.lock"));
 }
 
 TEST(MountDecision, TakesFilesAwayOnlyForAClearAnswer) {
     using TokenRead = Keychain::TokenRead;
     using enum SyncReason;
-    enum Plan : std::size_t { bring, takeAway, leaveAlone, disconnect };
-    const auto planned = [](const MountPlan& plan) {
-        if (std::holds_alternative<MountPlan::Bring>(plan.which())) return bring;
-        if (std::holds_alternative<MountPlan::TakeAway>(plan.which())) return takeAway;
-        return std::holds_alternative<MountPlan::LeaveAlone>(plan.which()) ? leaveAlone : disconnect;
-    };
-    struct Case {
-        SyncReason reason;
-        bool finderOn;
-        TokenRead token;
-        bool stored;
-        Plan plan;
+    const auto takesAway = [](SyncReason reason, bool finderOn, const TokenRead& token, bool stored) {
+        const MountPlan plan = MountDecision::plan({reason, finderOn, token, stored});
+        return std::holds_alternative<MountPlan::TakeAway>(plan.which());
     };
     const TokenRead found = TokenRead::Found{"secret"};
-    const TokenRead missing = TokenRead::Missing{};
-    // clang-format off
-    const Case cases[] = {
-        {launch, true, found, false, bring},
-        {refresh, true, TokenRead::Unreadable{-25308}, false, leaveAlone},
-        {connected, true, missing, true, leaveAlone},
-        {switched, true, missing, false, takeAway},
-        {launch, false, found, true, takeAway},
-        {signedOutByVark, true, found, true, disconnect},
-        {accessRevoked, true, found, true, takeAway},
-        {disconnectedByPerson, true, found, true, takeAway},
-        {quitting, false, missing, false, leaveAlone},
-    };
-    // clang-format on
-    for (const Case& one : cases)
-        EXPECT_EQ(planned(MountDecision::plan({one.reason, one.finderOn, one.token, one.stored})), one.plan)
-            << (&one - cases);
+    EXPECT_FALSE(takesAway(refresh, true, TokenRead::Unreadable{-25308}, false));
+    EXPECT_FALSE(takesAway(connected, true, TokenRead::Missing{}, true));
+    EXPECT_FALSE(takesAway(signedOutByVark, true, found, true));
+    EXPECT_TRUE(takesAway(switched, true, TokenRead::Missing{}, false));
+    EXPECT_TRUE(takesAway(launch, false, found, true));
+    EXPECT_TRUE(takesAway(disconnectedByPerson, true, found, true));
 }
 
 }  // namespace

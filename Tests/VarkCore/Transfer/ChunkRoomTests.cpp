@@ -9,43 +9,10 @@ namespace {
 
 constexpr std::int64_t megabyte = 1'000'000;
 
-/// A link whose bytes are shared by all chunks that are on it, and which has a way of some milliseconds.
-class Link {
-  public:
-    Link(TestLoop& loop, ChunkRoom& room, double bytesPerSecond)
-        : loop_(loop), room_(room), bytesPerSecond_(bytesPerSecond) {}
-
-    Task<void> send(std::int64_t length) {
-        co_await room_.enter(length);
-        const ChunkPlace place(room_, length);
-        const Instant begun = loop_.clock.now();
-        most_ = std::max(most_, ++onTheWay_);
-        double left = static_cast<double>(length);
-        co_await sleepFor(std::chrono::milliseconds(20));
-        while (left > 0) {
-            co_await sleepFor(std::chrono::milliseconds(100));
-            left -= bytesPerSecond_ / 10 / onTheWay_;
-        }
-        --onTheWay_;
-        room_.arrived(length, begun, loop_.clock.now());
-    }
-    /// The most that were on the way at once from here on.
-    int mostOf(int count, std::int64_t length) {
-        most_ = 0;
-        for (int index = 0; index < count; ++index)
-            loop_.start(send(length));
-        while (loop_.scope.live() > 0)
-            loop_.advance(std::chrono::seconds(1));
-        return most_;
-    }
-
-  private:
-    TestLoop& loop_;
-    ChunkRoom& room_;
-    const double bytesPerSecond_;
-    int onTheWay_ = 0;
-    int most_ = 0;
-};
+Task<void> enter(ChunkRoom* room, std::int64_t length, int* onTheWay) {
+    co_await room->enter(length);
+    ++*onTheWay;
+}
 
 TEST(ChunkRoom, LetsAsManyOnTheWayAsArriveInTenSeconds) {
     struct Case {
@@ -71,11 +38,24 @@ TEST(ChunkRoom, LetsAsManyOnTheWayAsArriveInTenSeconds) {
         ChunkRoom room(4);
         room.followsTheRate = true;
         room.limit = one.limit;
-        Link link(loop, room, one.bytesPerSecond);
-        EXPECT_EQ(link.mostOf(2, one.chunk), 1) << "before the first has arrived nothing is known";
-        EXPECT_EQ(link.mostOf(12, one.chunk), one.most);
+        int onTheWay = 0;
+        const auto leave = [&] {
+            --onTheWay;
+            room.leave(one.chunk);
+            loop.settle();
+        };
+        for (int number = 0; number < 6; ++number)
+            loop.start(enter(&room, one.chunk, &onTheWay));
+        loop.settle();
+        EXPECT_EQ(onTheWay, 1) << "before the first has arrived nothing is known";
+        const Instant now = loop.clock.now();
+        const std::chrono::duration<double> way(static_cast<double>(one.chunk) / one.bytesPerSecond);
+        room.arrived(one.chunk, now - std::chrono::duration_cast<Duration>(way), now);
+        leave();
+        EXPECT_EQ(onTheWay, one.most);
         room.followsTheRate = false;
-        EXPECT_EQ(link.mostOf(12, one.chunk), 4);
+        leave();
+        EXPECT_EQ(onTheWay, 4);
     }
 }
 

@@ -10,10 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/Fakes/FakeClockWatch.h"
-#include "Tests/Support/Fakes/FakePathMonitor.h"
 #include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/Fakes/FakeVark.h"
+#include "Tests/Support/Fakes/FakeWatches.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -38,7 +37,6 @@ class EngineTest : public ::testing::Test {
         const auto makeMonitor = [this] {
             auto monitor = std::make_unique<FakePathMonitor>();
             network = monitor->remote();
-            ++monitorsMade;
             return monitor;
         };
         const auto makeClockWatch = [this] {
@@ -138,7 +136,6 @@ class EngineTest : public ::testing::Test {
                      }};
     TransferLog log{folder.path() / "transfer.log", 1'000'000, [this] { return date(); }, Calendar("UTC")};
     std::shared_ptr<FakePathMonitor::Remote> network;
-    int monitorsMade = 0;
     std::shared_ptr<FakeClockWatch::Remote> clockWatch;
     double setAhead = 0;  // Seconds.
     std::vector<std::string> events;

@@ -22,19 +22,6 @@ Task<void> busy(BlockingPool& pool, std::shared_future<void> open) {
     co_await pool.run([open] { open.wait(); });
 }
 
-TEST_F(EngineSaving, SavesAreGatheredToOneASecondAndAFlushIsAtOnce) {
-    engine->start(false);
-    engine->ensureJob("One", "", "");
-    loop.advance(900ms);
-    EXPECT_FALSE(saved());
-    engine->setTitle("Two");
-    loop.advance(100ms);
-    EXPECT_EQ(saved()->title, "Two");
-    engine->setTitle("Three");
-    engine->flush();
-    EXPECT_EQ(saved()->title, "Three");
-}
-
 TEST_F(EngineSaving, OnADiskThatDoesNotAnswerOneSaveIsUnderWayAndNothingElseWaitsForIt) {
     BlockingPool disk(1);
     std::promise<void> answer;

@@ -10,39 +10,31 @@ namespace vark {
 namespace {
 
 TEST(PathFilter, PatternsAreThoseOfAShell) {
-    struct Case {
-        const char* pattern;
-        const char* text;
-        bool matches;
+    const std::pair<const char*, const char*> matching[] = {
+        {"", ""},
+        {"*.mov", "Take.mov"},
+        {"*a*b*c", "xaybzbc"},
+        {"?", "é"},
+        {"[a-c]x", "bx"},
+        {"[]x]", "]"},
+        {"[é-ü]", "ö"},
+        {"[a", "[a"},
+        {"\\*", "*"},
+        {"a/**/b", "a/b"},
+        {"a/**/b", "a/x/y/b"},
+        {"a/**", "a/x/y"},
+        {"**/b*/c", "x/ba/y/bb/c"},
+        {"a**c", "a/b/c"},
     };
-    const Case cases[] = {
-        {"", "", true},
-        {"*.mov", "Take.mov", true},
-        {"*.mov", "a/Take.mov", false},
-        {"*.mov", "Take.MOV", false},
-        {"*a*b*c", "xaybzbc", true},
-        {"*a*b*c", "xaybzb", false},
-        {"?", "é", true},
-        {"?", "/", false},
-        {"[a-c]x", "bx", true},
-        {"[!a-c]x", "bx", false},
-        {"[]x]", "]", true},
-        {"[é-ü]", "ö", true},
-        {"[a", "[a", true},
-        {"a[/]b", "a/b", false},
-        {"\\*", "*", true},
-        {"\\*", "x", false},
-        {"a/**/b", "a/b", true},
-        {"a/**/b", "a/x/y/b", true},
-        {"a/**/b", "a/xb", false},
-        {"a/**", "a/x/y", true},
-        {"a/**", "a", false},
-        {"**/b*/c", "x/ba/y/bb/c", true},
-        {"a**c", "a/b/c", true},
-        {"*/b", "a/x/b", false},
+    for (const auto& [pattern, text] : matching)
+        EXPECT_TRUE(PathFilter::matches(pattern, text)) << pattern << " " << text;
+    const std::pair<const char*, const char*> others[] = {
+        {"*.mov", "a/Take.mov"}, {"*.mov", "Take.MOV"}, {"*a*b*c", "xaybzb"}, {"?", "/"},
+        {"[!a-c]x", "bx"},       {"a[/]b", "a/b"},      {"\\*", "x"},         {"a/**/b", "a/xb"},
+        {"a/**", "a"},           {"*/b", "a/x/b"},
     };
-    for (const Case& one : cases)
-        EXPECT_EQ(PathFilter::matches(one.pattern, one.text), one.matches) << one.pattern << " " << one.text;
+    for (const auto& [pattern, text] : others)
+        EXPECT_FALSE(PathFilter::matches(pattern, text)) << pattern << " " << text;
 }
 
 TEST(PathFilter, AWalkLeavesOutWhatIsNotWanted) {
@@ -82,10 +74,6 @@ TEST(PathFilter, AWalkLeavesOutWhatIsNotWanted) {
         EXPECT_EQ(files, one.files);
         EXPECT_EQ(excluded, one.excluded);
     }
-    const Walker::Result alone =
-        Walker::walk(folder / "R/a.tmp", volumes, {.filter = {.exclude = {"*.tmp"}}}, {});
-    EXPECT_TRUE(alone.files.empty());
-    EXPECT_EQ(alone.passedOver.size(), 1U);
 }
 
 }  // namespace

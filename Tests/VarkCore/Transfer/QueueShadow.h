@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <set>
-#include <string>
 #include <vector>
 
 #include "VarkCore/Transfer/TransferEngine.h"
@@ -20,14 +19,6 @@ class QueueShadow final : public QueueObserver {
     }
     ~QueueShadow() { engine_.observer = nullptr; }
 
-    /// What was told since the last call, in order and each change once: "1", "appended 3+2", "renewed".
-    std::vector<std::string> told() {
-        std::vector<std::string> news;
-        for (std::string& one : std::exchange(told_, {})) {
-            if (std::ranges::find(news, one) == news.end()) news.push_back(std::move(one));
-        }
-        return news;
-    }
     void expectTheQueue() {
         for (const std::size_t position : std::exchange(changed_, {}))
             rows_.at(position) = row(position);
@@ -39,17 +30,14 @@ class QueueShadow final : public QueueObserver {
 
     void changed(std::size_t position) override {
         ASSERT_LT(position, rows_.size());
-        told_.push_back(std::to_string(position));
         changed_.insert(position);
     }
     void appended(std::size_t first, std::size_t count) override {
         ASSERT_EQ(first, rows_.size());
-        told_.push_back("appended " + std::to_string(first) + "+" + std::to_string(count));
         for (std::size_t position = first; position < first + count; ++position)
             rows_.push_back(row(position));
     }
     void renewed() override {
-        told_.emplace_back("renewed");
         changed_.clear();
         rows_.clear();
         for (std::size_t position = 0; engine_.job() && position < engine_.job()->items.size(); ++position)
@@ -73,7 +61,6 @@ class QueueShadow final : public QueueObserver {
     }
 
     TransferEngine& engine_;
-    std::vector<std::string> told_;
     std::set<std::size_t> changed_;
     std::vector<Row> rows_;
 };

@@ -1,7 +1,6 @@
 #include "VarkCore/Transfer/Walker.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "Tests/Support/AsAnOrdinaryUser.h"
@@ -106,19 +105,6 @@ TEST_F(WalkerTest, AFolderThatCannotBeListedCostsOnlyItsOwnContents) {
     EXPECT_EQ(namesIn(folder / "R"), (Names{"R/open"}));
     EXPECT_EQ(walk(folder / "R").passedOver, (PassedOver{{"R/closed", Passed::unreadable}}));
     EXPECT_EQ(failure(folder / "R/closed"), Kind::cannotRead);
-}
-
-TEST_F(WalkerTest, ADeepTreeTakesNoMoreOpenFilesThanAFlatOne) {
-    std::string deep = "R";
-    for (int level = 0; level < 100; ++level)
-        deep += "/d";
-    folder.file(deep + "/bottom");
-    rlimit before{};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit few{.rlim_cur = 64, .rlim_max = before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_EQ(namesIn(folder / "R").size(), 1U);
-    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 }  // namespace

@@ -62,14 +62,5 @@ TEST_F(MovingWork, IsGivenUpAtTheFirstLookPastTheLimit) {
     }
 }
 
-TEST_F(MovingWork, ThatIsCancelledIsNoStall) {
-    const TaskHandle<std::string> handle = loop.start(watched(moveAt({1000}, &moved)));
-    loop.advance(std::chrono::seconds(20));
-    handle.cancel();
-    loop.settle();
-    EXPECT_THROW(handle.result(), CancellationError);
-    EXPECT_EQ(loop.clock.nextDeadline(), std::nullopt);
-}
-
 }  // namespace
 }  // namespace vark

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -8,9 +7,33 @@
 #include <vector>
 
 #include "VarkCore/Concurrency/ThreadSafety.h"
+#include "VarkCore/Services/ClockWatch.h"
 #include "VarkCore/Services/FolderWatch.h"
+#include "VarkCore/Services/PathMonitor.h"
 
 namespace vark::test {
+
+/// A clock that jumps when the test says so.
+class FakeClockWatch final : public ClockWatch {
+  public:
+    class Remote {
+      public:
+        void jump() const {
+            if (jumped_) jumped_();
+        }
+
+      private:
+        friend class FakeClockWatch;
+        std::function<void()> jumped_;
+    };
+
+    ~FakeClockWatch() override { remote_->jumped_ = nullptr; }
+    void start(std::function<void()> jumped) override { remote_->jumped_ = std::move(jumped); }
+    std::shared_ptr<Remote> remote() const { return remote_; }
+
+  private:
+    std::shared_ptr<Remote> remote_ = std::make_shared<Remote>();
+};
 
 /// The watches of one test, which rings them itself, from any thread. Outlives what it makes.
 class FakeFolderWatches {
@@ -23,10 +46,6 @@ class FakeFolderWatches {
         for (const Watch* watch : watching_) {
             if (watch->folder_ == folder) watch->changed_();
         }
-    }
-    bool isWatched(const std::filesystem::path& folder) const {
-        const Locked hold(lock_);
-        return std::ranges::any_of(watching_, [&](const Watch* watch) { return watch->folder_ == folder; });
     }
 
   private:
@@ -51,8 +70,34 @@ class FakeFolderWatches {
         std::function<void()> changed_;
     };
 
-    mutable Mutex lock_;
+    Mutex lock_;
     std::vector<const Watch*> watching_ VARK_GUARDED_BY(lock_);
+};
+
+/// A way to the network with a switch, which outlives the monitor.
+class FakePathMonitor final : public PathMonitor {
+  public:
+    class Remote {
+      public:
+        /// Tells the monitor's owner, if it still listens.
+        void set(bool usable) const {
+            if (changed_) changed_(usable);
+        }
+
+      private:
+        friend class FakePathMonitor;
+        std::function<void(bool)> changed_;
+    };
+
+    ~FakePathMonitor() override { remote_->changed_ = nullptr; }
+    void start(std::function<void(bool usable)> changed) override {
+        remote_->changed_ = std::move(changed);
+        remote_->set(true);
+    }
+    std::shared_ptr<Remote> remote() const { return remote_; }
+
+  private:
+    std::shared_ptr<Remote> remote_ = std::make_shared<Remote>();
 };
 
 }  // namespace vark::test
