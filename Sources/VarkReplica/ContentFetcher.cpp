@@ -17,7 +17,7 @@ constexpr int mostRuns = 6;
 constexpr int mostTimesDamaged = 2;
 
 Descriptor makeFile(const std::filesystem::path& path, std::int64_t size) {
-    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file) throw FileError("Could not create", path, errno);
     if (::ftruncate(file.get(), size) != 0) throw FileError("Could not write", path, errno);
     return file;
@@ -99,7 +99,7 @@ std::shared_ptr<ContentFile> ContentFetcher::make(const Record& record) {
         // Somebody has taken it away; the vark still has it.
         host_.replica.setHeld(record.ino, record.content, Held::nothing);
     }
-    const std::filesystem::path path = host_.files.incoming(record.ino, record.content);
+    const std::filesystem::path path = host_.files.incoming(record.ino, record.content, ++copies_);
     Descriptor file = makeFile(path, record.there.value().size);
     return std::shared_ptr<ContentFile>(new ContentFile(*this, record, std::move(file), path, false));
 }
@@ -112,7 +112,7 @@ void ContentFetcher::bring(const std::shared_ptr<ContentFile>& file, ByteRange r
         next = runFor(file->map_, file->map_.firstMissing(range).value_or(0));
     }
     for (const ByteRange& other : file->runs_) {
-        if (other.begin <= next.begin && next.begin <= other.end) return;
+        if (other.begin <= next.begin && next.begin < other.end) return;
     }
     file->runs_.push_back(next);
     scope_.start(run(file, next));
