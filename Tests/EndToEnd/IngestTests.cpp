@@ -88,7 +88,7 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
 
     writeSample(card->seen(), "DCIM/.IMG_0003.MOV", 500'000, 3);
-    writeSample(card->seen(), "DCIM/NEW.JPG", 100, 3);
+    writeSample(card->seen(), "DCIM/NEW.JPG", 100, 4);
     letLand(0);
     Process following = vark.start(command);
     ASSERT_TRUE(untilAnswered("POST", "/api/upload/begin", 200, 21));

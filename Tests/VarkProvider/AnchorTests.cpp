@@ -46,19 +46,16 @@ TEST_F(LastAnchorTest, StartsAWhileBeforeAPendingAnchorWasGiven) {
 TEST_F(LastAnchorTest, WritersAtOnceLoseNoKeyAndADamagedFileCountsAsEmpty) {
     folder.file("shared/anchors.json", R"({"k":"1|1")");
     EXPECT_FALSE(LastAnchor::last("k", shared));
-    {
-        std::vector<std::jthread> writers;
-        for (int writer = 0; writer < 4; ++writer) {
-            writers.emplace_back([this, writer] {
-                for (int number = 0; number < 25; ++number)
-                    LastAnchor::keep("1|1", LastAnchor::key("s", writer, number), shared);
-            });
-        }
-    }
-    for (int writer = 0; writer < 4; ++writer) {
+    const auto keepMany = [this](int writer) {
         for (int number = 0; number < 25; ++number)
-            EXPECT_EQ(LastAnchor::last(LastAnchor::key("s", writer, number), shared), "1|1");
-    }
+            LastAnchor::keep("1|1", LastAnchor::key("s", writer, number), shared);
+    };
+    std::vector<std::jthread> writers;
+    for (int writer = 0; writer < 4; ++writer)
+        writers.emplace_back(keepMany, writer);
+    writers.clear();
+    for (int each = 0; each < 100; ++each)
+        EXPECT_EQ(LastAnchor::last(LastAnchor::key("s", each / 25, each % 25), shared), "1|1");
     EXPECT_EQ(LastAnchor::answer("1|1", "k", std::nullopt, afterNoon), "1|1") << "without a folder";
 }
 

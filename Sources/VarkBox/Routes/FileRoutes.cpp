@@ -81,8 +81,8 @@ BoxReply file(Services& services, const BoxRequest& request, std::int64_t id) {
     Item item = requireFile(services, id);
     std::optional<std::string> node = services.nodes.attached();
     if (!node) return fileBytes(services, request, item);
-    return BoxReply::redirect(
-        fmt::format("{}/f/{}", addressOn(*node, services.chunkURL), services.tickets.issue(id, wholeSecond())));
+    return BoxReply::redirect(fmt::format("{}/f/{}", addressOn(*node, services.chunkURL),
+                                          services.tickets.issue(id, wholeSecond())));
 }
 
 }  // namespace
