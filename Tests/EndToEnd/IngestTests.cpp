@@ -88,11 +88,7 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
 
     writeSample(card->seen(), "DCIM/.IMG_0003.MOV", 500'000, 3);
-<<<<<<< HEAD
     writeSample(card->seen(), "DCIM/NEW.JPG", 100, 4);
-=======
-    writeSample(card->seen(), "DCIM/NEW.JPG", 100, 3);
->>>>>>> 56f7cd12039edf9cb5bb4823f3afab1fe204b6c3
     letLand(0);
     Process following = vark.start(command);
     ASSERT_TRUE(untilAnswered("POST", "/api/upload/begin", 200, 21));
