@@ -14,4 +14,6 @@ else()
   set(VARK_APP_GROUP "dev.vark.group.dev")
 endif()
 set(VARK_BUNDLE ${CMAKE_BINARY_DIR}/Vark.app/Contents)
+# For the tests that start these programs (Tests/Support/Programs.h).
+file(WRITE ${CMAKE_BINARY_DIR}/programs "${VARK_BUNDLE_IDENTIFIER}\n${VARK_SANITIZE}\n")
 configure_file(${CMAKE_SOURCE_DIR}/Packaging/Info.plist.in ${VARK_BUNDLE}/Info.plist @ONLY)

@@ -1,5 +1,7 @@
 #include "Hosts/CLI/CommandSurroundings.h"
 
+#include <fmt/format.h>
+
 #include "Hosts/CLI/NextWords.h"
 #include "VarkApp/Connect/TokenKeeper.h"
 

@@ -45,6 +45,14 @@ Usual usualOf(Step step) {
             return {"Make room, and ask again.", ""};
         case Step::seeDiary:
             return {"Look at why with: vark log, and try again.", "vark log"};
+        case Step::trustAuthority:
+            return {"If the vark has an authority of its own, add: --ca-file FILE", ""};
+        case Step::useACode:
+            return {"Sign in with a code from the portal", "vark connect URL --code CODE"};
+        case Step::chooseFolder:
+            return {"To work below one folder of the vark, add: --root FOLDER", ""};
+        case Step::lookAround:
+            return {"Connect to the whole of it, and look at what there is", "vark ls"};
     }
 }
 
@@ -57,7 +65,7 @@ std::string phraseOf(const Next& next) {
     if (!next.word.empty() && next.step == Step::retry)
         return fmt::format("after {} {}", usual.command, next.word);
     const std::string_view word = next.word.empty() ? usual.word : next.word;
-    if (word.ends_with('.') || word.ends_with(',')) return std::string(word);
+    if (usual.command.empty() || word.ends_with('.') || word.ends_with(',')) return std::string(word);
     return fmt::format("{}{}{}", word, word.ends_with(':') ? " " : " with: ", usual.command);
 }
 

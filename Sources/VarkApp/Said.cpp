@@ -10,9 +10,10 @@ namespace vark::app {
 namespace {
 
 /// In the order of the steps.
-constexpr std::array<std::string_view, 13> stepNames = {
-    "begin",  "bringIn", "carryOn", "giveUp", "connectAgain", "openKeychain", "useAFile",
-    "decide", "retry",   "resume",  "watch",  "makeRoom",     "seeDiary"};
+constexpr std::array<std::string_view, 17> stepNames = {
+    "begin",    "bringIn",        "carryOn",  "giveUp",       "connectAgain", "openKeychain",
+    "useAFile", "decide",         "retry",    "resume",       "watch",        "makeRoom",
+    "seeDiary", "trustAuthority", "useACode", "chooseFolder", "lookAround"};
 
 std::optional<Next> nextFrom(const boost::json::value& value) {
     const JSONFields fields(value);

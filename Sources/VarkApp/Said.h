@@ -29,6 +29,14 @@ struct Next {
         watch,
         makeRoom,
         seeDiary,
+        /// Trust an authority of the vark's own.
+        trustAuthority,
+        /// Sign in with a code from the portal.
+        useACode,
+        /// Work below one folder of the vark.
+        chooseFolder,
+        /// Look at the folders of the vark.
+        lookAround,
     };
 
     Step step = Step::carryOn;

@@ -203,7 +203,8 @@ Task<QueueAnswer> Session::carryOut(QueueRequest request) {
     using Command = QueueRequest::Command;
     const Busy busy(*this);
     std::optional<SlotPermit> turn;
-    if (request.command == Command::add || request.command == Command::clear) {
+    if (request.command == Command::add || request.command == Command::clear ||
+        request.command == Command::ingest) {
         co_await adding_.wait();
         turn.emplace(adding_);
     }
@@ -212,9 +213,31 @@ Task<QueueAnswer> Session::carryOut(QueueRequest request) {
         answer.refuse("The vark that was sending has just been ended. Ask again.");
         co_return answer;
     }
-    QueueAnswer answer = co_await desk_.carryOut(std::move(request));
+    QueueAnswer answer;
+    if (request.command == Command::ingest) {
+        answer = co_await bringInFor(std::move(request));
+    } else {
+        const bool isLook = request.command == Command::show;
+        answer = co_await desk_.carryOut(std::move(request));
+        if (isLook) answer.card = cardClosed_;
+    }
     goIfItMay();
     co_return answer;
+}
+
+Task<QueueAnswer> Session::bringInFor(QueueRequest request) {
+    if (!takesCardsOfOthers_ || !request.ingest) {
+        QueueAnswer answer;
+        answer.refuse({"Another vark is sending, and a card needs the queue for itself.", {{Step::watch}}});
+        co_return answer;
+    }
+    IngestDesk::Opening opening = co_await ingest_.open(*std::move(request.ingest));
+    if (opening.goesOn) {
+        for (const TransferEntry& entry : engine_.job()->entries)
+            opening.answer.entries.push_back(entry.id.text());
+        desk_.wish(opening.answer.entries, request.wish);
+    }
+    co_return std::move(opening.answer);
 }
 
 Task<QueueAnswer> Session::take(QueueRequest request) {
@@ -254,7 +277,8 @@ Task<void> Session::serve(RequestFolder::Taken taken) {
         co_return;
     }
     // Whoever asked to add something and gets no answer sees this run end, and goes on by itself.
-    const bool isAdding = taken.request->command == QueueRequest::Command::add;
+    using Command = QueueRequest::Command;
+    const bool isAdding = taken.request->command == Command::add || taken.request->command == Command::ingest;
     if (isAdding) {
         answer = co_await carryOut(*std::move(taken.request));
         if (isClosing_) co_return;
@@ -268,7 +292,7 @@ Task<void> Session::serve(RequestFolder::Taken taken) {
 
 void Session::changed(std::size_t) {
     isSettledTold_ = false;
-    isCardClosed_ = false;
+    cardClosed_.reset();
     if (isStarted_ && keepingLevel_.done()) keepingLevel_ = scope_.start(keepLevelFresh());
     listener_.changed();
 }
@@ -299,6 +323,8 @@ void Session::heard(const TransferEngine::Event& event) {
         recovering_ = undertake(recoverToken(waitsAfterRefusal, said));
     } else if (std::holds_alternative<TransferEngine::NoToken>(event)) {
         listener_.connectionGone();
+    } else if (const auto* again = std::get_if<TransferEngine::TriedAgain>(&event)) {
+        listener_.triedAgain(*again);
     }
 }
 
@@ -308,13 +334,20 @@ void Session::fileSettled(const TransferItem& item) {
         sent_.push_back(ActionLines::sent(path, surroundings_.date()));
         if (sent_.size() == 1) scope_.start(noteSoonWhatWasSent());
     }
-    if (item.state == ItemState::conflict && desk_.isDecidedByAWish(item)) {
+    if (item.state == ItemState::conflict && desk_.isDecidedAsWished(item)) {
         if (deciding_.done()) deciding_ = scope_.start(decideAsWished());
         return;
     }
-    listener_.settled({path, item.localPath, item.size, item.state, item.alreadyThere, item.changedWhileSent,
-                       item.error,
-                       item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}});
+    SettledFile file{path,
+                     item.localPath,
+                     item.size,
+                     item.state,
+                     item.alreadyThere,
+                     item.changedWhileSent,
+                     item.error,
+                     item.uploadID ? surroundings_.ways.take(*item.uploadID) : WaysTaken::Ways{}};
+    listener_.settled(file);
+    desk_.noteSettled(item.entryID, std::move(file));
 }
 
 Task<void> Session::decideAsWished() {
@@ -401,10 +434,10 @@ Task<void> Session::closeCard() {
     IngestDesk::Closing closing = co_await ingest_.close();
     // Meanwhile somebody may have queued again what failed, or cleared the queue.
     if (isClosing_ || card() == nullptr || !engine_.overall().allSettled()) co_return;
-    isCardClosed_ = true;
     closed.verdict = std::move(closing.verdict);
     closed.notReported = std::move(closing.notReported);
     listener_.cardClosed(closed);
+    cardClosed_ = std::move(closed);
 }
 
 // Its errands.
@@ -439,7 +472,7 @@ void Session::lookWhetherSettled() {
         engine_.recompute();
         if (!engine_.activeItemIDs().empty() || !engine_.overall().allSettled()) return;
         // A card is not done with while a decision waits.
-        if (card() != nullptr && engine_.overall().filesConflict == 0 && !isCardClosed_) {
+        if (card() != nullptr && engine_.overall().filesConflict == 0 && !cardClosed_) {
             undertake(closeCard());
             return;
         }

@@ -7,40 +7,18 @@
 #include <vector>
 
 #include "VarkApp/Pace.h"
+#include "VarkApp/Queue/CardClosed.h"
 #include "VarkApp/Queue/IngestDesk.h"
 #include "VarkApp/Queue/QueueDesk.h"
 #include "VarkApp/Queue/QueueHolder.h"
 #include "VarkApp/Queue/RequestFolder.h"
+#include "VarkApp/Queue/SettledFile.h"
 #include "VarkCore/Activity/ActivityEntry.h"
 #include "VarkCore/Concurrency/AsyncSemaphore.h"
 #include "VarkCore/LAN/NodeBrowser.h"
 #include "VarkCore/Services/FolderWatch.h"
 
 namespace vark::app {
-
-/// One file that has come to an end of some kind.
-struct SettledFile {
-    /// In the vark.
-    std::string path;
-    std::string localPath;
-    std::int64_t size = 0;
-    ItemState state = ItemState::verified;
-    bool alreadyThere = false;
-    /// What landed is not what lies on the disk now.
-    bool changedWhileSent = false;
-    std::optional<std::string> error;
-    /// How its bytes went, those of this run.
-    WaysTaken::Ways ways;
-};
-
-/// How a card was closed.
-struct CardClosed {
-    CardVerdict verdict;
-    /// Whether the vark waited to be told until then.
-    bool wasOpen = false;
-    /// Why the vark could not be told.
-    std::optional<Said> notReported;
-};
 
 /// Whoever shows a session. Called on its executor; `settled` and `changed` in the middle of the engine's
 /// work, so they take notes and look later.
@@ -50,6 +28,8 @@ class SessionListener {
     virtual void settled(const SettledFile& file) = 0;
     /// What a person should know of.
     virtual void said(const Said& said) = 0;
+    /// A call or a piece of a file did not get through, and is tried again by itself.
+    virtual void triedAgain(const TransferEngine::TriedAgain& what) = 0;
     /// The queue, how far it has come, or what stops it. Often, while bytes go.
     virtual void changed() = 0;
     /// Nothing more becomes of the queue, or there is none, until somebody does something. Once, until there
@@ -101,10 +81,15 @@ class Session final : QueueObserver {
     Task<QueueAnswer> take(QueueRequest request);
     Task<IngestDesk::Opening> bringIn(IngestWish wish);
     void setPace(const Pace& pace);
+    /// What becomes of files that differ from those in the vark, where nothing is wished of their entries;
+    /// without a value a person decides. Before `start`.
+    void setUsualRule(std::optional<ConflictRule> rule) { desk_.setUsualRule(rule); }
     void hold(const std::string& kind, const std::string& why) { engine_.setHold(kind, why); }
     void release(const std::string& kind) { engine_.clearHold(kind); }
     /// There is a new record, the network is back, the machine has woken, or a person says so.
     void tokenMayBeGood();
+    /// Brings in cards that other processes ask for, from then on; otherwise they are refused.
+    void takeCardsOfOthers() { takesCardsOfOthers_ = true; }
 
     const TransferEngine& engine() const { return engine_; }
     const QueueDesk& desk() const { return desk_; }
@@ -134,6 +119,7 @@ class Session final : QueueObserver {
     void answerRequests();
     Task<void> answerLater();
     Task<void> serve(RequestFolder::Taken taken);
+    Task<QueueAnswer> bringInFor(QueueRequest request);
 
     // The token, and what it allows.
     Task<void> recoverToken(std::vector<std::chrono::seconds> waits, std::optional<std::string> refusal);
@@ -165,7 +151,9 @@ class Session final : QueueObserver {
     int busy_ = 0;
     /// Since the queue changed last.
     bool isSettledTold_ = false;
-    bool isCardClosed_ = false;
+    bool takesCardsOfOthers_ = false;
+    /// How the queue's card was closed, for as long as nothing has changed since.
+    std::optional<CardClosed> cardClosed_;
     std::vector<TaskHandle<void>> errands_;
     /// Held by whoever adds to the queue or clears it.
     AsyncSemaphore adding_{1};

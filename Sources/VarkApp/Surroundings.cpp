@@ -1,5 +1,7 @@
 #include "VarkApp/Surroundings.h"
 
+#include <fmt/format.h>
+
 #include "VarkApp/Connect/ConnectionToken.h"
 #include "VarkCore/Connection/SharedLevel.h"
 

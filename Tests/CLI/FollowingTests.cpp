@@ -99,6 +99,15 @@ TEST_F(FollowingTest, TheExitCodeIsThatOfItsOwnFiles) {
     }
 }
 
+TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
+    followed.rule = ConflictRule::replace;
+    start();
+    answer(view({.verified = 2, .conflicts = 1}));
+    EXPECT_FALSE(following.done());
+    answer(view({.verified = 3}));
+    EXPECT_EQ(end(), ExitCode::allLanded);
+}
+
 TEST_F(FollowingTest, WhenTheOtherOneEndsTheQueueIsItsOwn) {
     start();
     answer(view({.verified = 1}));

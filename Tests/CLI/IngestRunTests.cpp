@@ -78,7 +78,7 @@ TEST_F(IngestRunTest, IsNotOverWhileADecisionWaits) {
     EXPECT_EQ(run(card()), ExitCode::decisionWaits);
     EXPECT_THAT(server.reports, IsEmpty());
     SendRun::Settings settings;
-    settings.replaceConflicts = true;
+    settings.onConflict = ConflictRule::replace;
     EXPECT_EQ(run(settings), ExitCode::allLanded);
     EXPECT_EQ(server.reports.size(), 1U);
     EXPECT_THAT(printed(), HasSubstr(safe));

@@ -37,6 +37,18 @@ TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
          ExitCode::somethingFailed, "Left out: 1 hidden. Send them too with --hidden."},
         {"a decision waits", [](auto& test, auto&) { test.vark.files["a.mov"] = "other"; },
          ExitCode::decisionWaits, "vark resolve"},
+        {"a conflict is overwritten",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.onConflict = ConflictRule::replace;
+         },
+         ExitCode::allLanded, ""},
+        {"newer, and the vark has not said from when its own is",
+         [](auto& test, auto& settings) {
+             test.vark.files["a.mov"] = "other";
+             settings.onConflict = ConflictRule::newer;
+         },
+         ExitCode::decisionWaits, "vark resolve"},
         {"signed out for good",
          [](auto& test, auto&) {
              test.vark.lasting.insert({"begin", VarkAPIError::unauthorized("Device revoked.")});
@@ -73,6 +85,7 @@ TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
         one.arrange(*this, settings);
         EXPECT_EQ(run(settings), one.code);
         EXPECT_THAT(said(), HasSubstr(one.said));
+        if (one.code == ExitCode::allLanded) EXPECT_THAT(printed(), Not(HasSubstr("Waits")));
         EXPECT_TRUE(saved());
     }
 }

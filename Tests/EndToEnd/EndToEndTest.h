@@ -46,8 +46,7 @@ class EndToEndTest : public testing::Test {
     /// Waits until so many requests of this kind were answered so.
     bool untilAnswered(const char* method, const char* targetPart, std::int64_t status,
                        std::int64_t times = 1) {
-        return box.untilRequests(
-            [&](const LoggedRequests&) { return box.count(method, targetPart, status) >= times; });
+        return box.until([&] { return box.count(method, targetPart, status) >= times; });
     }
     /// Sends slowly enough for a test to do something meanwhile, and waits until it has begun.
     Process sendSlowly(const SampleFile& file, const char* rate) {

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <csignal>
 
 #include "Tests/EndToEnd/EndToEndTest.h"
@@ -26,8 +28,11 @@ class Getting : public EndToEndTest {
 };
 
 TEST_F(Getting, WhatHadNoRoomIsGoneOnWith) {
-    Process first = vark.start({"get", "Take.mov", "-o", target}, size / 2);
-    expectExit(first.finish(), 1);
+    // A write beyond the limit, which is told in blocks of 512 bytes, fails as it does on a full disk.
+    const std::string limited = fmt::format("trap '' XFSZ; ulimit -f {}; exec \"$@\"", size / 2 / 512);
+    vark.moveTo({.prefix = {"/bin/sh", "-c", limited, "sh"}});
+    expectExit(vark.run({"get", "Take.mov", "-o", target}), 1);
+    vark.moveTo({});
     ASSERT_EQ(filesHere().size(), 1U);
     EXPECT_EQ(std::filesystem::file_size(filesHere()[0]), size / 2);
 
@@ -39,26 +44,14 @@ TEST_F(Getting, WhatHadNoRoomIsGoneOnWith) {
 
 TEST_F(Getting, CtrlCIsToldInOneTrueLine) {
     fault(R"({"kind": "stall", "path_contains": "/api/file/", "count": 1})");
-    const FileWatch watch(here);
     Process fetching = vark.start({"get", "Take.mov", "-o", target});
-    ASSERT_TRUE(watch.until([this] { return !filesHere().empty(); }, fetching.descriptor()));
+    ASSERT_TRUE(fetching.until([this] { return !filesHere().empty(); }));
     fetching.signal(SIGINT);
     const Finished stopped = fetching.finish();
     expectExit(stopped, 130);
     EXPECT_EQ(stopped.output + stopped.errors,
               "Stopped with 0 of 1 file here. The same command carries on.\n");
     EXPECT_THAT(filesHere(), IsEmpty()) << "there is nothing to go on with";
-}
-
-TEST_F(Getting, StandardOutputTakesTheFileAndNothingElse) {
-    // The second is its path, which for an administrator is a link that could be replaced.
-    for (const char* output : {"-", "/dev/stdout"}) {
-        const Finished streamed = vark.run({"get", "Take.mov", "--force", "-o", output});
-        expectExit(streamed, 0);
-        EXPECT_TRUE(streamed.output == bytes);
-        EXPECT_EQ(streamed.errors, "");
-    }
-    EXPECT_TRUE(std::filesystem::is_symlink("/dev/stdout"));
 }
 
 }  // namespace

@@ -11,20 +11,6 @@ namespace fs = std::filesystem;
 
 class SavedQueue : public EndToEndTest {};
 
-TEST_F(SavedQueue, ThatCannotBeWrittenForLackOfRoomStopsNoUpload) {
-    expectExit(send(file("First.mov", 1000)), 0);
-    const std::string before = readWholeFile(vark.queueFile());
-    const std::vector<SampleFile> files = shoot(300);
-    constexpr rlim_t roomForAFile = 64 << 10;
-    expectExit(vark.start({"send", pathOf("Shoot")}, roomForAFile).finish(), 0);
-    expectHeld(files);
-    EXPECT_EQ(readWholeFile(vark.queueFile()), before);
-    // With room again the same request finds everything where it belongs.
-    expectExit(vark.run({"send", pathOf("Shoot")}), 0);
-    EXPECT_EQ(box.files().size(), files.size() + 1);
-    EXPECT_EQ(vark.savedState("Shoot/Take 299"), "verified");
-}
-
 TEST_F(SavedQueue, OnAFullDiskIsSaidToBeSavedOnlyWhenItIs) {
     constexpr int count = 1000;
     shoot(count);
@@ -61,7 +47,7 @@ TEST_F(SavedQueue, ThatCannotBeReadStandsAsItIsUntilANewOneIsSaved) {
         EXPECT_EQ(readWholeFile(vark.queueFile()), damaged) << command;
     }
     expectExit(send(file("Second.mov", 1000)), 0);
-    EXPECT_EQ(vark.savedState("Second.mov"), "verified");
+    EXPECT_EQ(vark.savedStates()["Second.mov"], "verified");
 }
 
 class Interrupted : public EndToEndTest {};
@@ -76,7 +62,7 @@ TEST_F(Interrupted, SaysHowToCarryOnAndTheNextRunSendsOnlyWhatIsMissing) {
         const Finished stopped = sending.finish();
         expectExit(stopped, 130);
         EXPECT_THAT(stopped.errors, HasSubstr("vark send"));
-        EXPECT_EQ(vark.savedState(take.relativePath), "queued");
+        EXPECT_EQ(vark.savedStates()[take.relativePath], "queued");
 
         expectExit(vark.run({"send"}), 0);
         expectHeld(take);
@@ -85,38 +71,11 @@ TEST_F(Interrupted, SaysHowToCarryOnAndTheNextRunSendsOnlyWhatIsMissing) {
     }
 }
 
-class TwoAtOnce : public EndToEndTest {
-  protected:
-    SampleFile large = file("Large.mov", 16 * chunkSize);
-    SampleFile small = file("Small.mov", 1000);
-};
-
-TEST_F(TwoAtOnce, TheSecondHandsItsFilesToTheFirstAndFollowsThemToTheirEnd) {
-    Process sending = sendSlowly(large, "1MB");
-    const Finished second = send(small);
-    expectExit(second, 0);
-    expectHeld(small);
-    EXPECT_THAT(second.output, HasSubstr("1 file landed and checked"));
-    const Finished first = sending.finish();
-    expectExit(first, 0);
-    EXPECT_THAT(first.output, HasSubstr("Landed: Small.mov"));
-    expectHeld(large);
-}
-
-TEST_F(TwoAtOnce, WhatTheFirstHasTakenOnSurvivesItsEnd) {
-    const SampleFile followed = file("Followed.mov", 4 * chunkSize);
-    Process sending = sendSlowly(large, "500KB");
-    expectExit(send(small, {"--hand-over"}), 5);
-    Process following = startSend(followed);
-    ASSERT_TRUE(vark.untilDiary("Added Followed.mov", following));
-    sending.kill();
-    expectExit(following.finish(), 0);
-    expectHeld({large, small, followed});
-}
+class TwoAtOnce : public EndToEndTest {};
 
 TEST_F(TwoAtOnce, TheSecondSeesTheFirstAmongTheProcessesWhereNoLockCanBeHad) {
     fault(R"({"kind": "stall", "path": "/api/upload/begin"})");
-    const Process sending = startSend(small);
+    const Process sending = startSend(file("Small.mov", 1000));
     ASSERT_TRUE(vark.untilDiary("Added Small.mov", sending));
     const fs::path lock = *vark.find("running.lock");
     fs::remove(lock);

@@ -25,11 +25,6 @@ TEST_F(Share, MakesALinkThatShowsWhatWasShared) {
     const std::string page = box.page(shared.output.substr(0, shared.output.size() - 1));
     for (const char* part : {"Take.mov", "&lt;b&gt;", "For &lt;you&gt;</p>"})
         EXPECT_THAT(page, HasSubstr(part));
-
-    const Finished gone = vark.run({"share", "Jobs/Take.mov", "Jobs/gone"});
-    expectExit(gone, 1);
-    EXPECT_EQ(gone.errors, "There is no \"Jobs/gone\" on the vark.\n");
-    EXPECT_EQ(gone.output, "");
 }
 
 TEST_F(Share, FilesAgainstAJobOfTheBook) {
@@ -41,14 +36,6 @@ TEST_F(Share, FilesAgainstAJobOfTheBook) {
     expectExit(filed, 0);
     EXPECT_THAT(filed.output, HasSubstr("Filed 2 items under " + ref));
     EXPECT_EQ(firstJob().at("paths").as_array().size(), 2U);
-    EXPECT_THAT(vark.run({"activity"}).output,
-                HasSubstr("Put job number " + ref + " on Take.mov and 1 more\n"));
-
-    expectExit(vark.run({"job", "file", "Jobs/Take.mov", "--job", "none of these"}), 2);
-    box.control("POST", "/control/token", {{"level", 3}});
-    const Finished reader = vark.run({"job", "file", "Jobs/Take.mov", "--job", ref});
-    expectExit(reader, 1);
-    EXPECT_THAT(reader.errors, HasSubstr("may look at files but not change them"));
 }
 
 }  // namespace

@@ -3,38 +3,21 @@
 namespace vark::test {
 namespace {
 
-using testing::HasSubstr;
 namespace fs = std::filesystem;
 
 class Token : public EndToEndTest {
   protected:
-    /// Leaves a queue behind that the vark paused because it does not know the token.
-    void leaveQueuePausedByTheVark() {
-        box.control("POST", "/control/sign-out");
-        Process sending = startSend(take);
-        ASSERT_TRUE(vark.untilDiary("the queue is paused while that is checked", sending));
-        sending.signal(SIGINT);
-        expectExit(sending.finish(), 130);
-    }
-
     SampleFile take = file("Take.mov", 20 * chunkSize);
 };
 
-TEST_F(Token, RefusedKeepsTheQueueForTheRunThatFindsItGoodAgain) {
-    leaveQueuePausedByTheVark();
-    EXPECT_TRUE(vark.savedJob().at("pausedByVark").as_bool());
-    const Finished refused = vark.run({"send"});
-    expectExit(refused, 3);
-    EXPECT_THAT(refused.errors, HasSubstr("vark connect"));
-
-    box.control("POST", "/control/sign-in");
-    fault(R"({"kind": "refuse_token", "path": "/api/upload/begin", "count": 1})");
-    expectExit(vark.run({"send"}), 0);
-    expectHeld(take);
-}
-
 TEST_F(Token, GoodAgainDoesNotLiftAPersonsPause) {
-    leaveQueuePausedByTheVark();
+    // Leaves a queue behind that the vark paused because it does not know the token.
+    box.control("POST", "/control/sign-out");
+    Process sending = startSend(take);
+    ASSERT_TRUE(vark.untilDiary("the queue is paused while that is checked", sending));
+    sending.signal(SIGINT);
+    expectExit(sending.finish(), 130);
+
     expectExit(vark.run({"pause"}), 0);
     box.control("POST", "/control/sign-in");
     Process waiting = vark.start({"send"});

@@ -2,10 +2,7 @@
 #include <iterator>
 
 #include "Tests/Fuzz/FuzzTarget.h"
-#include "Tests/Support/Fakes/FakeDialer.h"
-#include "Tests/Support/Fakes/ScriptedSession.h"
-#include "Tests/Support/TestLoop.h"
-#include "VarkCore/API/HTTPVarkAPI.h"
+#include "Tests/Support/ScriptedAPI.h"
 #include "VarkCore/Upload/ChunkPlan.h"
 
 // Every call of the API with an answer that may hold anything. The first byte chooses the call, the second
@@ -17,26 +14,8 @@ namespace {
 constexpr std::string_view token = "6f1c-the-token-of-this-machine-93e2";
 constexpr std::int64_t fileSize = 1'000'000;
 
-struct World {
-    test::TestLoop loop;
-    test::ScriptedSession session{loop.pool};
-    test::FakeDialer dialer;
-    LANRouter lan;
-    LANTransfer nodes{dialer, loop.pool};
-    HTTPVarkAPI api{{.makeSession =
-                         [this](const HTTPSessionSettings&) {
-                             return std::shared_ptr<HTTPSession>(std::shared_ptr<void>(), &session);
-                         },
-                     .via = "Fuzz",
-                     .authorityFile = std::nullopt,
-                     .lan = lan,
-                     .nodes = nodes,
-                     .writers = loop.pool,
-                     .executor = loop.executor,
-                     .clock = loop.clock,
-                     .now = [] { return Date{1000}; }},
-                    *URL::parse("https://vark.example/portal/"),
-                    [] { return std::string(token); }};
+struct World : test::ScriptedAPI {
+    World() { token = fuzz::token; }
 };
 
 Task<void> begin(HTTPVarkAPI& api) {

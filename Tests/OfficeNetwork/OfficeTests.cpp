@@ -69,11 +69,6 @@ class Office : public testing::Test {
         EXPECT_EQ(run.exit, exitCode(0)) << run.output << run.errors << vark.diary();
         EXPECT_THAT(box.files(), testing::ElementsAre(testing::Field(&HeldFile::sha256, file.sha256)));
     }
-    /// What other processes are told of the nodes.
-    std::string published() const {
-        const std::optional<std::filesystem::path> file = vark.find("lan-nodes.json");
-        return file ? readWholeFile(*file) : "";
-    }
     /// Chunks that the vark took by a node, or straight from the person.
     std::int64_t chunksTaken(const std::string& byNode) {
         return std::ranges::count_if(box.requests(), [&](const LoggedRequest& request) {
@@ -96,8 +91,6 @@ TEST_F(Office, BytesGoByTheNodeBothWays) {
     expectLanded(file, sending);
     EXPECT_GT(chunksTaken(nodeHost), 0) << vark.diary();
     EXPECT_THAT(sending.output(), HasSubstr(nodeHost));
-    EXPECT_THAT(published(), HasSubstr("10.77.2.1"));
-
     // Another program of this machine knows the node by what the first one has published.
     bytes.kill();
     const std::filesystem::path fetched = vark.home() / "fetched.mov";
@@ -121,26 +114,21 @@ TEST_F(Office, ACableThatIsPulledCostsNoChunk) {
     const bool isFullScale = std::getenv("VARK_FULL_SCALE") != nullptr;
     EXPECT_LT(std::chrono::steady_clock::now() - announced, std::chrono::seconds(isFullScale ? 3 : 30));
 
-    ASSERT_TRUE(node.untilRequests([&](const LoggedRequests&) { return node.count("PUT", "") > 0; }));
+    ASSERT_TRUE(node.until([&] { return node.count("PUT", "") > 0; }));
     cable("down");
     const std::int64_t straight = chunksTaken("");
     expectLanded(file, sending);
     EXPECT_GT(chunksTaken(""), straight);
     EXPECT_THAT(vark.diary(), HasSubstr("left this network"));
     EXPECT_THAT(vark.diary(), Not(HasSubstr("did not get through")));
-    EXPECT_THAT(published(), Not(HasSubstr("10.77.2.1")));
 }
 
 TEST_F(Office, ANodeComesAndGoes) {
     const Process watching = vark.start({"nodes", "--watch"});
     RealNode node = nodeOf(box);
     EXPECT_TRUE(watching.untilWritten("is on this network")) << watching.output();
-    EXPECT_EQ(node.stop(), exitCode(0));
+    node.kill();
     EXPECT_TRUE(watching.untilWritten("left this network")) << watching.output();
-    node.start();
-    EXPECT_TRUE(watching.untilWritten("is on this network", 2)) << watching.output();
-    cable("down");
-    EXPECT_TRUE(watching.untilWritten("left this network", 2)) << watching.output();
 }
 
 TEST_F(Office, WhoeverOnlySaysThatItIsTheNodeGetsNoByte) {

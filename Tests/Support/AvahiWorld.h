@@ -24,9 +24,13 @@ class AvahiWorld {
     /// If not, the test is to be skipped, with `OwnNamespaces::whySkipped`.
     bool isPossible() const { return own_.areThere(); }
 
-    void startBus() { startBusWith("bus.conf"); }
-    /// A bus on which nobody may speak to the avahi-daemon.
-    void startClosedBus() { startBusWith("closed-bus.conf"); }
+    void startBus() {
+        std::filesystem::remove(folder() / "bus");
+        start(bus_, {.program = "/usr/bin/dbus-daemon",
+                     .arguments = {"--config-file=" + (folder() / "bus.conf").string(), "--nofork",
+                                   "--nopidfile"}});
+        if (!bus_->untilThere(folder() / "bus")) throw std::runtime_error(bus_->errors());
+    }
     void startDaemon() {
         start(daemon_, {.program = "/usr/sbin/avahi-daemon",
                         .arguments = {"-f", folder() / "avahi.conf", "--no-drop-root", "--no-chroot",
@@ -47,13 +51,6 @@ class AvahiWorld {
         options.environment["DBUS_SYSTEM_BUS_ADDRESS"] = busAddress();
         options.startBy(own_.prefix());
         process.emplace(options);
-    }
-    void startBusWith(const char* rules) {
-        std::filesystem::remove(folder() / "bus");
-        start(bus_,
-              {.program = "/usr/bin/dbus-daemon",
-               .arguments = {"--config-file=" + (folder() / rules).string(), "--nofork", "--nopidfile"}});
-        if (!bus_->untilThere(folder() / "bus")) throw std::runtime_error(bus_->errors());
     }
 
     OwnNamespaces own_;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fmt/format.h>
-
 #include <csignal>
 #include <stdexcept>
 
@@ -15,20 +13,12 @@ namespace vark::test {
 /// there can ask the person anything. For the test's thread alone.
 class KeyringSession {
   public:
-    enum class Keyring { unlocked, none, noService };
-
-    explicit KeyringSession(Keyring keyring = Keyring::unlocked) : bus_(startBus()) {
+    /// `keyring` may also be "none", or "no service" where nothing is installed that could make one.
+    explicit KeyringSession(const std::string& keyring = "unlocked")
+        : bus_({.program = "/bin/sh",
+                .arguments = {sourceTree() / "Tests/Support/keyring-session", folder_.path(), keyring},
+                .environment = environment()}) {
         if (!bus_.untilThere(folder_ / "bus")) throw std::runtime_error(bus_.errors());
-        if (keyring == Keyring::noService) return;
-        const std::filesystem::path daemon = folder_.file(
-            "daemon", fmt::format("#!/bin/sh\necho $$ > {0}/pid\nexec gnome-keyring-daemon --foreground "
-                                  "--components=secrets {1} < {0}/password\n",
-                                  folder_.path().string(), keyring == Keyring::unlocked ? "--unlock" : ""));
-        std::filesystem::permissions(daemon, std::filesystem::perms::owner_all);
-        folder_.file("password", "pw");
-        folder_.file(
-            "services/org.freedesktop.secrets.service",
-            fmt::format("[D-BUS Service]\nName=org.freedesktop.secrets\nExec={}\n", daemon.string()));
         // The bus starts the daemon for the first who speaks to it.
         run("secret-tool lookup nothing nothing || true");
     }
@@ -60,17 +50,6 @@ class KeyringSession {
                 {"DBUS_SESSION_BUS_ADDRESS", address()},
                 {"LANG", "C.UTF-8"}};
     }
-    Process startBus() const {
-        std::filesystem::copy(sourceTree() / "Tests/Support/keyring-bus.conf", folder_.path());
-        std::filesystem::create_directory(folder_ / "services");
-        std::filesystem::create_directory(folder_ / "run");
-        std::filesystem::permissions(folder_ / "run", std::filesystem::perms::owner_all);
-        return Process({.program = "/usr/bin/dbus-daemon",
-                        .arguments = {"--config-file=" + (folder_ / "keyring-bus.conf").string(),
-                                      "--address=" + address(), "--nofork", "--nopidfile"},
-                        .environment = environment()});
-    }
-
     TemporaryFolder folder_;
     Process bus_;
 };

@@ -28,7 +28,6 @@ class NginxNode {
 
     /// It holds its port, and does nothing any more.
     void standStill() const { process_.signal(SIGSTOP); }
-    void kill() { process_.kill(); }
 
   private:
     Process::Options options(const std::string& identity) const {

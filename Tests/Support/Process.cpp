@@ -5,8 +5,8 @@
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,7 +15,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Tests/Support/FileWatch.h"
 #include "Tests/Support/TemporaryFolder.h"
 
 namespace vark::test {
@@ -42,21 +41,9 @@ void prepare(const Process::Options& options, pid_t parent) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    if (options.largestFile) {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{*options.largestFile, *options.largestFile};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    if (options.terminal < 0) {
-        connect(0, "/dev/null", O_RDONLY);
-        connect(1, options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-        connect(2, options.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
-        return;
-    }
-    setsid();
-    ioctl(options.terminal, TIOCSCTTY, 0);
-    for (const int descriptor : {0, 1, 2})
-        dup2(options.terminal, descriptor);
+    connect(0, "/dev/null", O_RDONLY);
+    connect(1, options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+    connect(2, options.errors.c_str(), O_WRONLY | O_CREAT | O_APPEND);
 }
 
 }  // namespace
@@ -93,15 +80,8 @@ Process::Process(Options options) : options_(std::move(options)) {
     if (pid_ < 0 || !pidfd_) throw std::runtime_error("No process could be made.");
 }
 
-Process::Process(Process&& other) noexcept
-    : options_(std::move(other.options_)),
-      pid_(std::exchange(other.pid_, -1)),
-      pidfd_(std::move(other.pidfd_)),
-      exit_(other.exit_),
-      peakMemory_(other.peakMemory_) {}
-
 std::optional<Exit> Process::exitWithin(std::chrono::milliseconds limit) {
-    if (exit_ || pid_ < 0) return exit_;
+    if (exit_ || !pidfd_) return exit_;
     pollfd end{pidfd_.get(), POLLIN, 0};
     if (poll(&end, 1, static_cast<int>(limit.count())) <= 0) return std::nullopt;
     int status = 0;
@@ -129,25 +109,28 @@ void Process::signal(int number) const {
 }
 
 void Process::kill() {
-    if (pid_ < 0 || exit_) return;
+    if (!pidfd_ || exit_) return;
     ::kill(pid_, SIGKILL);
     exitWithin(std::chrono::hours(1));
 }
 
-bool Process::untilWritten(std::string_view words, int times) const {
-    const FileWatch watch(options_.output.parent_path());
-    const auto areWritten = [&] {
-        const std::string all = output() + errors();
-        int found = 0;
-        for (std::size_t at = all.find(words); at != std::string::npos; at = all.find(words, at + 1))
-            ++found;
-        return found >= times;
-    };
-    return watch.until(areWritten, descriptor());
+bool Process::until(const std::function<bool()>& answer) const {
+    constexpr int millisecondsBetweenLooks = 10;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!answer()) {
+        pollfd ended{pidfd_.get(), POLLIN, 0};
+        const bool isOver = poll(&ended, 1, millisecondsBetweenLooks) > 0;
+        if (isOver || std::chrono::steady_clock::now() > end) return answer();
+    }
+    return true;
+}
+
+bool Process::untilWritten(std::string_view words) const {
+    return until([&] { return output().contains(words) || errors().contains(words); });
 }
 
 bool Process::untilThere(const std::filesystem::path& file) const {
-    return FileWatch(file.parent_path()).until([&] { return std::filesystem::exists(file); }, descriptor());
+    return until([&] { return std::filesystem::exists(file); });
 }
 
 std::string Process::read(const std::filesystem::path& path) {

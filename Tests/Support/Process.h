@@ -1,10 +1,10 @@
 #pragma once
 
-#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -31,6 +31,8 @@ struct Finished {
     Exit exit;
     std::string output;
     std::string errors;
+    /// The most memory that it ever held, in bytes, or what the test held when it was started if that was
+    /// more.
     std::int64_t peakMemory = 0;
 };
 
@@ -46,23 +48,17 @@ class Process {
         /// Where what it writes goes; somewhere of our own unless it is said.
         std::filesystem::path output{};
         std::filesystem::path errors{};
-        /// No file that it writes may grow beyond this: a write beyond it fails as it does on a full disk.
-        std::optional<rlim_t> largestFile{};
-        /// The end of a terminal that it runs on, instead of the two files.
-        int terminal = -1;
 
         /// Lets another program start this one, as its last arguments.
         void startBy(const std::vector<std::string>& prefix);
     };
 
     explicit Process(Options options);
-    Process(Process&&) noexcept;
+    Process(Process&&) = default;
     Process& operator=(Process&&) = delete;
     ~Process() { kill(); }
 
     pid_t pid() const { return pid_; }
-    /// Readable once it has ended.
-    int descriptor() const { return pidfd_.get(); }
     bool hasEnded() { return exitWithin(std::chrono::milliseconds(0)).has_value(); }
     std::optional<Exit> exitWithin(std::chrono::milliseconds limit);
     /// A process that outlives the limit is killed and fails the test with what it wrote.
@@ -72,16 +68,14 @@ class Process {
     /// SIGKILL, and the wait for its end. Does nothing to a process that has ended.
     void kill();
 
-    /// Wait until the words were written so many times, or a file is there. False when the process ended
+    /// Wait until the answer is yes, the words were written, or a file is there. False when the process ended
     /// before, or a minute passed.
-    bool untilWritten(std::string_view words, int times = 1) const;
+    bool until(const std::function<bool()>& answer) const;
+    bool untilWritten(std::string_view words) const;
     bool untilThere(const std::filesystem::path& file) const;
 
     std::string output() const { return read(options_.output); }
     std::string errors() const { return read(options_.errors); }
-    /// The most memory that it ever held, in bytes, or what the test held when it was started if that was
-    /// more; known once it has ended.
-    std::int64_t peakMemory() const { return peakMemory_; }
 
   private:
     static std::string read(const std::filesystem::path& path);

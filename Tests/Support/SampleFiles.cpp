@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <fstream>
 #include <functional>
-#include <numeric>
 #include <random>
 
 #include "VarkBox/Store/Hasher.h"
@@ -43,18 +41,12 @@ const std::array names = {
 const std::array folders = {"", "Card A/DCIM/100 MEDIA/", "Tag\nodd 'folder'/", "a/b/c/d/e/f/g/h/",
                             "Fol\u0308der/"};
 
-/// Sizes over all orders of magnitude that add up to about the total.
+/// Sizes over all orders of magnitude.
 std::vector<std::int64_t> sizesOf(const SampleSet& set, std::mt19937_64& random) {
     std::vector<std::int64_t> sizes{
         0, 0, 1, set.largest, set.chunkSize, set.chunkSize - 1, set.chunkSize + 1, 3 * set.chunkSize};
-    std::vector<double> weights(static_cast<std::size_t>(set.count) - sizes.size());
-    for (double& weight : weights)
-        weight = std::exp(std::uniform_real_distribution<>(0, 12)(random));
-    const double sum = std::reduce(weights.begin(), weights.end());
-    for (const double weight : weights) {
-        const double share = static_cast<double>(set.totalBytes - set.largest) * weight / sum;
-        sizes.push_back(std::min(static_cast<std::int64_t>(share), set.largest));
-    }
+    while (std::ssize(sizes) < set.count)
+        sizes.push_back(set.largest >> std::uniform_int_distribution<>(3, 24)(random));
     std::ranges::shuffle(sizes, random);
     return sizes;
 }

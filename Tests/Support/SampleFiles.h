@@ -20,7 +20,6 @@ SampleFile writeSample(const std::filesystem::path& folder, const std::string& r
 
 struct SampleSet {
     int count = 0;
-    std::int64_t totalBytes = 0;
     /// The size of the one largest file.
     std::int64_t largest = 0;
     std::int64_t chunkSize = 0;

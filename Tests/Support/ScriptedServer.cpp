@@ -72,10 +72,6 @@ void Conversation::waitForFirstBytes() const {
     (void)recv(socket_.get(), &byte, 1, MSG_PEEK);
 }
 
-void Conversation::writeWithoutTLS(std::string_view text) const {
-    (void)send(socket_.get(), text.data(), text.size(), 0);
-}
-
 void Conversation::waitForTheEnd() const {
     // Below TLS, so that it serves a connection in any state.
     char buffer[65'536];
@@ -117,8 +113,8 @@ ScriptedServer::~ScriptedServer() {
     scripts_.clear();
 }
 
-URL ScriptedServer::url(std::string_view target, std::string_view host) const {
-    return URL::parse(fmt::format("https://{}:{}{}", host, port(), target)).value();
+URL ScriptedServer::url(std::string_view target) const {
+    return URL::parse(fmt::format("https://127.0.0.1:{}{}", port(), target)).value();
 }
 
 void ScriptedServer::accept() {

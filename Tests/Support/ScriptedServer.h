@@ -45,12 +45,8 @@ class Conversation {
 
     /// Returns when the client has sent its first bytes, which stay unread.
     void waitForFirstBytes() const;
-    /// Sends as it is, whatever TLS would have to come first.
-    void writeWithoutTLS(std::string_view text) const;
     /// Reads and forgets until the client has gone.
     void waitForTheEnd() const;
-    /// Says that no more comes, as TLS wants it.
-    void sayGoodbye() const { SSL_shutdown(tls_.get()); }
     /// Ends the connection with a reset, so that what is under way is lost.
     void reset() const;
     /// Wakes whoever is blocked here. From any thread.
@@ -81,7 +77,7 @@ class ScriptedServer {
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     std::uint16_t port() const { return port_.port(); }
-    URL url(std::string_view target, std::string_view host = "127.0.0.1") const;
+    URL url(std::string_view target) const;
     /// How many connections there have been.
     int connections() const { return connections_; }
 

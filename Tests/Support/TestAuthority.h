@@ -19,15 +19,14 @@ class TestAuthority {
     }
 
     std::string file() const { return folder_ / "authority.pem"; }
-    enum class Validity { now, past };
-    /// A file with what a server needs to prove that it is one of `names`, as in
+    /// A file with what a server needs to prove for so many days that it is one of `names`, as in
     /// "DNS:node.test,IP:127.0.0.1".
-    std::string identity(const std::string& names, Validity validity = Validity::now) const {
+    std::string identity(const std::string& names, int days = 1) const {
         const std::string identity = folder_ / std::to_string(++made_);
         run(
             fmt::format("openssl req -new {0} -keyout {1} -subj /CN=Test -addext 'subjectAltName={2}' | "
                         "openssl x509 -req -CA {3} -CAkey {4} -copy_extensions copy -days {5} >> {1}",
-                        newKey, identity, names, file(), key(), validity == Validity::now ? 1 : -1));
+                        newKey, identity, names, file(), key(), days));
         return identity;
     }
 

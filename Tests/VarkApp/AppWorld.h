@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/Fakes/FakeClockWatch.h"
-#include "Tests/Support/Fakes/FakeFolderWatch.h"
-#include "Tests/Support/Fakes/FakePathMonitor.h"
 #include "Tests/Support/Fakes/FakeSecretStore.h"
 #include "Tests/Support/Fakes/FakeServiceBrowser.h"
 #include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/Fakes/FakeVark.h"
+#include "Tests/Support/Fakes/FakeWatches.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkApp/Surroundings.h"
 #include "VarkCore/API/ContentSink.h"

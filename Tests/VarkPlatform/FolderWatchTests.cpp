@@ -6,11 +6,9 @@
 #include <functional>
 #include <memory>
 #include <semaphore>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkPlatform/Linux/InotifyFolderWatch.h"
@@ -34,13 +32,6 @@ class FolderWatchTest : public testing::Test {
     }
     /// A call that is late fails only by this.
     bool hasRung() { return rings.try_acquire_for(std::chrono::minutes(1)); }
-    template <class Awaited>
-    bool rungUntil(Awaited awaited) {
-        while (!awaited()) {
-            if (!hasRung()) return false;
-        }
-        return true;
-    }
 
     TemporaryFolder home;
     const fs::path folder = home / "watched";
@@ -52,10 +43,8 @@ TEST_F(FolderWatchTest, HearsNamesThatChangeAndFilesThatClose) {
     Descriptor open(::open((folder / "a").c_str(), O_WRONLY | O_CLOEXEC));
     const std::vector<std::pair<const char*, std::function<void()>>> changes = {
         {"made", [&] { fs::create_directory(folder / "b"); }},
-        {"renamed", [&] { fs::rename(folder / "b", folder / "c"); }},
         {"moved in", [&] { fs::rename(home / "elsewhere", folder / "d"); }},
-        {"moved out", [&] { fs::rename(folder / "d", home / "elsewhere"); }},
-        {"removed", [&] { fs::remove(folder / "c"); }},
+        {"removed", [&] { fs::remove(folder / "b"); }},
         {"closed", [&] { open.close(); }},
     };
     for (const auto& [what, change] : changes) {
@@ -81,36 +70,17 @@ TEST_F(FolderWatchTest, DoesNotHearWhoReadsOrLooksAtALock) {
     EXPECT_FALSE(rings.try_acquire());
 }
 
-TEST_F(FolderWatchTest, HearsThatAKilledProcessHasLetGoOfItsLock) {
-    const fs::path lock = home.file("watched/.lock");
-    Process holder({.program = "/usr/bin/flock",
-                    .arguments = {"--no-fork", lock.string(), "/bin/sleep", "600"},
-                    .environment = {},
-                    .output = home / "out",
-                    .errors = home / "err",
-                    .largestFile = {}});
-    while (!FileLock::isHeld(lock)) {
-        ASSERT_FALSE(holder.hasEnded()) << holder.errors();
-        std::this_thread::yield();
-    }
-    watch(folder);
-    holder.signal(SIGKILL);
-    EXPECT_TRUE(rungUntil([&] { return FileLock::tryExclusive(lock).has_value(); }));
-}
-
 TEST_F(FolderWatchTest, FollowsAFolderThatIsMadeLaterAndMadeAnew) {
     const fs::path later = home / "not/there";
     watch(later);
-    fs::create_directories(later);
-    EXPECT_TRUE(hasRung());
-    fs::create_directory(later / "a");
-    EXPECT_TRUE(hasRung());
-    fs::rename(later, home / "away");
-    EXPECT_TRUE(hasRung());
-    fs::create_directory(later);
-    EXPECT_TRUE(hasRung());
-    fs::create_directory(later / "b");
-    EXPECT_TRUE(hasRung());
+    const std::vector<std::function<void()>> changes = {
+        [&] { fs::create_directories(later); }, [&] { fs::create_directory(later / "a"); },
+        [&] { fs::rename(later, home / "away"); }, [&] { fs::create_directory(later); },
+        [&] { fs::create_directory(later / "b"); }};
+    for (const auto& change : changes) {
+        change();
+        EXPECT_TRUE(hasRung());
+    }
     // Each was told once, so that none of these has taken the call of another for its own.
     watching.reset();
     EXPECT_FALSE(rings.try_acquire());

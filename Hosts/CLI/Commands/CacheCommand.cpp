@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Commands/Commands.h"
 #include "VarkApp/Machine/CachePlaces.h"
 #include "VarkCore/Foundation/Paths.h"

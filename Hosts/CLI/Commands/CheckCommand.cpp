@@ -16,7 +16,7 @@ namespace {
 
 using Verdict = CheckedFile::Verdict;
 
-constexpr const char* explanation =
+constexpr const char* aboutCheck =
     "What \"vark send PATH --to FOLDER\" sends is compared with what the vark has there: every file is read "
     "and its\n"
     "checksum compared with the vark's, and nothing is changed on either side. Exit code 0 means that the "
@@ -215,7 +215,7 @@ void declareCheck(CLI::App& program, Chosen& chosen) {
     CLI::App& command =
         addCommand(program, chosen, "check", "Compare files and folders here with the vark's, by checksum",
                    options, check);
-    command.footer(explanation);
+    command.footer(aboutCheck);
     command.add_option("PATH", options->paths.typed, "Files and folders of this machine")->type_name("FILE");
     command
         .add_option("--against", options->against,

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <cstdlib>
 
 #include "Hosts/CLI/Commands/Commands.h"

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Commands/Commands.h"
 #include "Hosts/CLI/Commands/Identity.h"
 #include "VarkApp/Connect/Connecting.h"

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Commands/Commands.h"
 #include "VarkApp/Machine/HealthReport.h"
 

@@ -17,7 +17,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutGet =
     "Each file is checked against the vark's checksum before it takes its place. What stands there already "
     "with\n"
     "the same contents is not fetched again; what differs is left alone without --force. A folder is put "
@@ -322,7 +322,7 @@ void declareGet(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<GetOptions>();
     CLI::App& command =
         addCommand(program, chosen, "get", "Fetch files and folders of the vark", options, get);
-    command.footer(explanation);
+    command.footer(aboutGet);
     command.add_option("PATH", options->paths.typed, "What to fetch, below the connection's folder")
         ->type_name("REMOTE");
     command

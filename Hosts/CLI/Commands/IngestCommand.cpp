@@ -1,6 +1,10 @@
+#include <fmt/format.h>
+
 #include <sys/stat.h>
 
 #include "Hosts/CLI/Commands/Commands.h"
+#include "Hosts/CLI/Display/QueueOutput.h"
+#include "Hosts/CLI/NextWords.h"
 #include "Hosts/CLI/Sending/Sending.h"
 #include "VarkApp/Cards/VolumeLook.h"
 #include "VarkApp/Connect/Addresses.h"
@@ -12,7 +16,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutIngest =
     "A card that is pulled out is waited for. Giving the command again carries on with a run that was "
     "ended,\n"
     "and tries again what failed. When all has settled the card is looked through once more, and the vark "
@@ -106,16 +110,25 @@ IngestWish wishFrom(CommandSurroundings& surroundings, const IngestOptions& opti
 ExitCode ingest(CommandSurroundings& surroundings, const IngestOptions& options) {
     const SharedConnection connection = surroundings.neededConnection();
     std::optional<Volume> volume = volumeMeant(surroundings, options.volume);
-    QueueLock lock = takeQueue(surroundings);
-    if (!lock)
-        throw Failure(Outcome::failed,
-                      "Another vark is sending, and a card needs the queue for itself. Watch it with: vark "
-                      "queue --watch");
     if (!volume) volume = cardUnderWay(surroundings, options.volume);
     if (!volume) throw Failure(Outcome::misuse, whyItIsNoCard(options.volume));
     SendRun::Settings settings = settingsFrom(surroundings, options.sending);
     settings.ingest = wishFrom(surroundings, options, *volume, connection.rootPath);
-    return sendHere(surroundings, connection, std::move(lock), std::move(settings), options.sending.json);
+    const bool json = options.sending.json;
+    if (QueueLock lock = takeQueue(surroundings))
+        return sendHere(surroundings, connection, std::move(lock), std::move(settings), json);
+    refuseWhatCannotBeHandedOver(options.sending);
+    QueueRequest request;
+    request.command = QueueRequest::Command::ingest;
+    request.ingest = settings.ingest;
+    request.wish.onConflict = settings.onConflict;
+    Asked asked = surroundings.await(takeQueueOrAsk(surroundings, std::move(request)));
+    if (asked.lock)
+        return sendHere(surroundings, connection, std::move(asked.lock), std::move(settings), json);
+    if (asked.answer.entries.empty()) return printAnswer(surroundings.console, asked.answer, json);
+    for (const Said& result : asked.answer.results)
+        surroundings.console.say(inWords(result));
+    return sendThere(surroundings, connection, std::move(settings), std::move(asked.answer), json);
 }
 
 }  // namespace
@@ -124,7 +137,7 @@ void declareIngest(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<IngestOptions>();
     CLI::App& command =
         addCommand(program, chosen, "ingest", "Bring a card or a disk into the vark whole", options, ingest);
-    command.footer(explanation);
+    command.footer(aboutIngest);
     command.add_option("VOLUME", options->volume, "Its name or its place, as \"vark volumes\" shows them")
         ->required()
         ->type_name("VOLUME");

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Commands/Commands.h"
 #include "Hosts/CLI/Display/Terminal.h"
 #include "VarkCore/LAN/NodeBrowser.h"

@@ -123,7 +123,7 @@ ExitCode change(CommandSurroundings& surroundings, const ChangeOptions& options)
     for (const std::string& name : options.named)
         request.named.push_back(QueueRequest::Named::of(name));
     request.finishedOnly = options.finishedOnly;
-    request.replace = options.replace;
+    if (options.replace) request.rule = ConflictRule::replace;
     if (options.newer) request.rule = ConflictRule::newer;
     if (options.keepBoth) request.rule = ConflictRule::keepBoth;
     return printAnswer(surroundings.console,

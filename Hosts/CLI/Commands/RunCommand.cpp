@@ -8,7 +8,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutRun =
     "It has the queue from its start to its end: vark send hands over to it, and pause, retry and the like "
     "ask it.\n"
     "Without a connection it waits for one. SIGTERM ends it; the queue is saved. There is a unit for it: "
@@ -24,7 +24,7 @@ Task<void> runWhenTheQueueIsFree(CommandSurroundings& surroundings) {
     if (!lock) surroundings.console.say("Another vark is sending. Waiting until the queue is free.");
     while (!lock)
         lock = co_await asking.waitForTheQueue(betweenLooks);
-    Running running(surroundings, std::move(lock), usualPace(surroundings));
+    Running running(surroundings, std::move(lock));
     co_await running.run();
 }
 
@@ -46,7 +46,7 @@ ExitCode runWithoutATerminal(CommandSurroundings& surroundings, const RunOptions
 void declareRun(CLI::App& program, Chosen& chosen) {
     CLI::App& command = addCommand(program, chosen, "run", "Send what is in the queue, and wait for more",
                                    std::make_shared<RunOptions>(), runWithoutATerminal);
-    command.footer(explanation);
+    command.footer(aboutRun);
 }
 
 }  // namespace vark::cli

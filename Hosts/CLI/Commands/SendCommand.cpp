@@ -1,4 +1,5 @@
-#include <fmt/ranges.h>
+#include <fmt/format.h>
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +18,7 @@ namespace vark::cli {
 
 namespace {
 
-constexpr const char* explanation =
+constexpr const char* aboutSend =
     "Without a PATH it carries on with the saved queue. While it runs, the key p pauses and resumes, r "
     "tries\n"
     "again what failed, and q quits; the queue stays. While another vark is sending, the paths are handed to "
@@ -74,26 +75,13 @@ SendRun::Settings settingsFrom(Surroundings& surroundings, const SendOptions& op
     settings.add.command = QueueRequest::Command::add;
     settings.add.title = options.title;
     settings.add.walk = {options.hidden, options.followLinks, options.filter};
-    settings.add.wish.replace = settings.replaceConflicts;
+    settings.add.wish.onConflict = settings.onConflict;
     if (options.destination)
         settings.add.destination = joinedVarkPath(connection.rootPath, *options.destination);
     if (takesInput(options)) return settings;
     for (const std::string& path : options.paths.all())
         settings.add.named.push_back(QueueRequest::Named::of(path));
     return settings;
-}
-
-/// What a run that another one sends for cannot do in its place.
-void refuseWhatCannotBeHandedOver(const SendOptions& options) {
-    const SendingOptions& sending = options.sending;
-    std::vector<std::string_view> refused;
-    if (!sending.rate.empty()) refused.emplace_back("--rate");
-    if (!sending.officeHours.empty()) refused.emplace_back("--outside-office-hours");
-    if (sending.chunks) refused.emplace_back("--chunks");
-    if (refused.empty()) return;
-    throw Failure(Outcome::misuse,
-                  fmt::format("Vark is running and sends at its own pace. Leave out {}, or set it there.",
-                              fmt::join(refused, " and ")));
 }
 
 /// What stands in the queue of whoever has it, as if it had been handed over just now.
@@ -117,15 +105,15 @@ ExitCode sendOrHandOver(CommandSurroundings& surroundings, const SharedConnectio
     const bool json = options.sending.json;
     if (QueueLock lock = takeQueue(surroundings))
         return sendHere(surroundings, connection, std::move(lock), settings, json);
-    refuseWhatCannotBeHandedOver(options);
+    refuseWhatCannotBeHandedOver(options.sending);
     const bool isWholeQueue = settings.add.named.empty();
     Asked asked =
         surroundings.await(takeQueueOrAsk(surroundings, isWholeQueue ? QueueRequest{} : settings.add));
     if (asked.lock) return sendHere(surroundings, connection, std::move(asked.lock), settings, json);
-    if (isWholeQueue && settings.replaceConflicts) {
+    if (isWholeQueue && settings.onConflict) {
         QueueRequest decision;
         decision.command = QueueRequest::Command::resolve;
-        decision.replace = *settings.replaceConflicts;
+        decision.rule = *settings.onConflict;
         surroundings.await(changeQueue(surroundings, std::move(decision)));
     }
     if (isWholeQueue) asked.answer = wholeQueue(asked.answer);
@@ -169,7 +157,7 @@ ExitCode send(CommandSurroundings& surroundings, const SendOptions& options) {
 void declareSend(CLI::App& program, Chosen& chosen) {
     auto options = std::make_shared<SendOptions>();
     CLI::App& command = addCommand(program, chosen, "send", "Send files and folders", options, send);
-    command.footer(explanation);
+    command.footer(aboutSend);
     command
         .add_option("PATH", options->paths.typed,
                     "Files and folders to add to the queue; - for what comes from standard input")

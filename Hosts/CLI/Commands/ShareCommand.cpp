@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Hosts/CLI/ChosenItems.h"
 #include "Hosts/CLI/Commands/Commands.h"
 #include "VarkCore/Actions/ActionLines.h"

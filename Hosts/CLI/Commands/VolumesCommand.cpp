@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <map>
 
 #include "Hosts/CLI/Commands/Commands.h"

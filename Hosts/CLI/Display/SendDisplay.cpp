@@ -1,5 +1,7 @@
 #include "Hosts/CLI/Display/SendDisplay.h"
 
+#include <fmt/format.h>
+
 #include "Hosts/CLI/Display/QueueLines.h"
 #include "VarkCore/Transfer/Format.h"
 
@@ -112,6 +114,13 @@ void JSONDisplay::show(const QueueView& view) {
     stopped_ = stops;
     JSONWriter json = begin(stops ? "stopped" : "going");
     json.field("reason", stops);
+    print(json);
+}
+
+void JSONDisplay::triedAgain(const TransferEngine::TriedAgain& what) {
+    JSONWriter json = begin("retry");
+    json.field("what", what.what).field("why", what.why);
+    json.field("attempt", what.attempt).field("secondsUntil", what.after);
     print(json);
 }
 

@@ -32,6 +32,8 @@ class SendDisplay {
     virtual void fileSettled(const SettledFile& file) = 0;
     /// The queue as it is now, without its entries; called while something moves, and when something changed.
     virtual void show(const QueueView& view) = 0;
+    /// For programs: people see the outage, and find the rest in the diary.
+    virtual void triedAgain(const TransferEngine::TriedAgain&) {}
     /// A sentence that the person should know of.
     virtual void say(const std::string& sentence) = 0;
     /// What became of the card that the queue comes from.
@@ -75,6 +77,7 @@ class JSONDisplay final : public SendDisplay {
 
     void fileSettled(const SettledFile& file) override;
     void show(const QueueView& view) override;
+    void triedAgain(const TransferEngine::TriedAgain& what) override;
     void say(const std::string& sentence) override { console_.say(sentence); }
     void cardClosed(const CardVerdict& verdict) override;
     void leftOut(const LeftOut& left) override;

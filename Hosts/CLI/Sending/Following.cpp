@@ -1,5 +1,8 @@
 #include "Hosts/CLI/Sending/Following.h"
 
+#include <algorithm>
+
+#include "Hosts/CLI/NextWords.h"
 #include "VarkCore/Foundation/Files.h"
 
 namespace vark::cli {
@@ -13,6 +16,7 @@ QueueRequest about(const Followed& followed) {
     QueueRequest request;
     for (const std::string& id : followed.taken.entries)
         request.named.push_back({id, ""});
+    request.settledBehind = followed.taken.settledUpTo;
     return request;
 }
 
@@ -25,9 +29,30 @@ Task<std::optional<Asked>> asked(Asking& asking, QueueRequest request) {
     }
 }
 
-ExitCode finish(const Followed& followed, const QueueView& view, SendDisplay& display) {
-    const bool wasLeftBehind =
+/// Whether the other run has still to decide about something.
+bool isBeingDecided(const Followed& followed, const QueueView& view) {
+    if (!followed.rule || view.overall.filesConflict == 0) return false;
+    if (*followed.rule != ConflictRule::newer) return true;
+    return std::ranges::any_of(view.files, [](const FileView& file) {
+        return file.state == ItemState::conflict && file.standing && file.standing->mtime;
+    });
+}
+
+/// Whether the card is still to be closed.
+bool waitsForTheCard(const Followed& followed, const QueueAnswer& answer) {
+    if (!followed.isCard || answer.card || answer.queue->overall.filesConflict > 0) return false;
+    return std::ranges::none_of(answer.queue->entries, &EntryView::isGone);
+}
+
+ExitCode finish(const Followed& followed, const QueueView& view, SendDisplay& display,
+                const std::optional<CardClosed>& card = std::nullopt) {
+    bool wasLeftBehind =
         followed.taken.outcome != Outcome::done || view.entries.size() < followed.taken.entries.size();
+    if (followed.isCard && card) {
+        display.cardClosed(card->verdict);
+        if (card->notReported) display.say(inWords(*card->notReported));
+        wasLeftBehind = wasLeftBehind || !card->endsWell();
+    }
     const ExitCode code = outcomeOf(view, wasLeftBehind);
     if (view.entries.size() < followed.taken.entries.size())
         display.say(
@@ -58,7 +83,7 @@ ExitCode outcomeOf(const QueueView& view, bool wasLeftBehind) {
 
 Task<std::optional<ExitCode>> follow(Surroundings& surroundings, SendDisplay& display, Followed followed,
                                      QueueLock& lock) {
-    const QueueRequest look = about(followed);
+    QueueRequest look = about(followed);
     Asking asking(surroundings);
     std::optional<Instant> pausedSince;
     bool wasSilent = false;
@@ -71,9 +96,13 @@ Task<std::optional<ExitCode>> follow(Surroundings& surroundings, SendDisplay& di
         wasSilent = isSilent;
         if (answer && answer->answer.queue) {
             const QueueView& view = *answer->answer.queue;
+            look.settledBehind = answer->answer.settledUpTo;
+            for (const SettledFile& file : answer->answer.settled)
+                display.fileSettled(file);
             display.show(view);
-            const bool isDeciding = followed.isDecided && view.overall.filesConflict > 0;
-            if (view.isSettled() && !isDeciding) co_return finish(followed, view, display);
+            if (view.isSettled() && !isBeingDecided(followed, view) &&
+                !waitsForTheCard(followed, answer->answer))
+                co_return finish(followed, view, display, answer->answer.card);
             if (!view.paused) pausedSince.reset();
             if (view.paused && !pausedSince) pausedSince = surroundings.clock.now();
             if (pausedSince && !followed.somebodyIsThere &&
@@ -92,7 +121,8 @@ Task<std::optional<ExitCode>> follow(Surroundings& surroundings, SendDisplay& di
 std::optional<ExitCode> endOf(const Followed& followed, const std::optional<TransferJob>& saved,
                               SendDisplay& display) {
     const QueueView view = saved ? QueueView::of(*saved, followed.entries()) : QueueView();
-    if (!view.isSettled()) return std::nullopt;
+    // A card is closed by whoever has the queue.
+    if (!view.isSettled() || followed.isCard) return std::nullopt;
     return finish(followed, view, display);
 }
 

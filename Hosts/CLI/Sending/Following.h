@@ -16,8 +16,10 @@ constexpr Duration longestPauseUnseen = std::chrono::seconds(60);
 struct Followed {
     /// The answer to the request that handed it over.
     QueueAnswer taken;
-    /// Whether the other run decides about what waits for a decision.
-    bool isDecided = false;
+    /// What the other run decides by about what waits for a decision.
+    std::optional<ConflictRule> rule{};
+    /// It is a card, which is not done with before it is closed.
+    bool isCard = false;
     /// Whether somebody sits at this terminal who can lift a pause.
     bool somebodyIsThere = false;
 

@@ -1,5 +1,8 @@
 #include "Hosts/CLI/Sending/Running.h"
 
+#include <fmt/format.h>
+
+#include "Hosts/CLI/Sending/Sending.h"
 #include "VarkApp/Connect/TokenKeeper.h"
 
 namespace vark::cli {
@@ -12,10 +15,10 @@ constexpr Duration untilItRings = std::chrono::hours(24 * 365);
 
 }  // namespace
 
-Running::Running(CommandSurroundings& surroundings, QueueLock lock, const Pace& pace)
+Running::Running(CommandSurroundings& surroundings, QueueLock lock)
     : surroundings_(surroundings),
       lock_(std::move(lock)),
-      pace_(pace),
+      pace_(usualPace(surroundings)),
       display_(surroundings.console),
       requests_(surroundings.locations().requests()),
       bell_(surroundings.executor, surroundings.clock) {}
@@ -38,11 +41,21 @@ Task<void> Running::goOn() {
     recordWatch_->start(surroundings_.neededFolder(), [this] { bell_.ring(); });
     requestWatch_ = surroundings_.platform.makeFolderWatch();
     requestWatch_->start(surroundings_.locations().requests(), [this] { bell_.ring(); });
+    settingsWatch_ = surroundings_.platform.makeFolderWatch();
+    settingsWatch_->start(surroundings_.locations().settings().parent_path(), [this] { bell_.ring(); });
     while (true) {
+        takeUpPace();
         co_await takeUpRecord();
         if (!session_) co_await answerWithoutASession();
         co_await bell_.waitAtMost(session_ ? untilItRings : nextTry_ - surroundings_.clock.now());
     }
+}
+
+void Running::takeUpPace() {
+    const Pace wanted = usualPace(surroundings_);
+    if (wanted == pace_) return;
+    pace_ = wanted;
+    if (session_) session_->setPace(pace_);
 }
 
 bool Running::isConnectedTo(const std::optional<SharedConnection>& record) const {
@@ -79,6 +92,7 @@ Task<void> Running::connect() {
         connection_ = std::move(required.connection);
         session_ = std::make_unique<Session>(surroundings_, connection_, lock_, pace_,
                                              static_cast<SessionListener&>(*this));
+        session_->takeCardsOfOthers();
         session_->open(true);
     } catch (const Failure& known) {
         failure = inWords(known.said());

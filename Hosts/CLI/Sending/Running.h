@@ -14,11 +14,11 @@ namespace vark::cli {
 
 /// `vark run`: the application without a desktop and without a terminal. It has the queue from its start to
 /// its end, connected or not: a session while there is a connection, and while there is none it carries
-/// requests out on the saved queue. It takes up a new record as soon as that is written. On the main thread;
-/// ends when its task is cancelled.
+/// requests out on the saved queue. It takes up a new record, and another pace that a person sets, as soon as
+/// that is written. On the main thread; ends when its task is cancelled.
 class Running final : SessionListener {
   public:
-    Running(CommandSurroundings& surroundings, QueueLock lock, const Pace& pace);
+    Running(CommandSurroundings& surroundings, QueueLock lock);
     ~Running() override;
 
     /// Never returns but by a failure or a cancellation; then the queue is saved.
@@ -28,6 +28,7 @@ class Running final : SessionListener {
     void settled(const SettledFile& file) override { display_.fileSettled(file); }
     void said(const Said& said) override { display_.say(inWords(said)); }
     void changed() override {}
+    void triedAgain(const TransferEngine::TriedAgain&) override {}
     void allSettled() override {}
     void cardClosed(const CardClosed& card) override;
     void tokenGood() override {}
@@ -36,6 +37,7 @@ class Running final : SessionListener {
     void brokenOff(const Said& why) override { said(why); }
 
     Task<void> goOn();
+    void takeUpPace();
     Task<void> takeUpRecord();
     Task<void> connect();
     Task<void> leave();
@@ -45,7 +47,7 @@ class Running final : SessionListener {
 
     CommandSurroundings& surroundings_;
     const QueueLock lock_;
-    const Pace pace_;
+    Pace pace_;
     PlainDisplay display_;
     const RequestFolder requests_;
     std::string saidLast_;
@@ -57,6 +59,7 @@ class Running final : SessionListener {
     // Last: they ring the bell.
     std::unique_ptr<FolderWatch> recordWatch_;
     std::unique_ptr<FolderWatch> requestWatch_;
+    std::unique_ptr<FolderWatch> settingsWatch_;
 };
 
 }  // namespace vark::cli

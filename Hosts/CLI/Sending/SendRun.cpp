@@ -17,6 +17,12 @@ constexpr Duration beatLength = std::chrono::milliseconds(250);
 
 }  // namespace
 
+std::string asGiven(Duration timeout) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout).count();
+    if (seconds % 3600 == 0) return fmt::format("{} h", seconds / 3600);
+    return seconds % 60 == 0 ? fmt::format("{} min", seconds / 60) : fmt::format("{} s", seconds);
+}
+
 SendRun::SendRun(Surroundings& surroundings, const SharedConnection& connection, QueueLock lock,
                  Settings settings, SendDisplay& display)
     : surroundings_(surroundings),
@@ -24,6 +30,7 @@ SendRun::SendRun(Surroundings& surroundings, const SharedConnection& connection,
       settings_(std::move(settings)),
       session_(surroundings, connection, std::move(lock), settings_.pace, *this),
       scope_(surroundings.executor, surroundings.clock) {
+    session_.setUsualRule(settings_.onConflict);
     opening_ = scope_.start(open());
     if (settings_.timeout) scope_.start(leaveAfter(*settings_.timeout));
 }
@@ -145,23 +152,8 @@ void SendRun::leaveRefused(const QueueAnswer& answer) {
 // While it sends.
 
 void SendRun::settled(const SettledFile& file) {
-    if (file.state == ItemState::conflict && settings_.replaceConflicts) {
-        if (deciding_.done()) deciding_ = scope_.start(decideConflicts());
-        return;
-    }
     settledAnything_ = true;
     display_.fileSettled(file);
-}
-
-Task<void> SendRun::decideConflicts() {
-    QueueRequest decision;
-    decision.command = QueueRequest::Command::resolve;
-    decision.replace = settings_.replaceConflicts.value_or(false);
-    std::int64_t decided = 1;
-    while (!isLeaving() && decided > 0) {
-        const QueueAnswer answer = co_await session_.carryOut(decision);
-        decided = answer.changed;
-    }
 }
 
 void SendRun::changed() {
@@ -202,20 +194,13 @@ void SendRun::allSettled() {
                      : "The queue was cleared.");
         return;
     }
-    if (settings_.replaceConflicts && engine().overall().filesConflict > 0) {
-        if (deciding_.done()) deciding_ = scope_.start(decideConflicts());
-        return;
-    }
     finish(isCardUnsafe_ ? ExitCode::somethingFailed : outcomeOf(mine(), wasLeftBehind_));
 }
 
 void SendRun::cardClosed(const CardClosed& card) {
     display_.cardClosed(card.verdict);
     if (card.notReported) display_.say(inWords(*card.notReported));
-    // People clear cards on this code. Of a card that was reported before, and may be cleared by now, nothing
-    // is left to say than that all of the queue has landed.
-    const bool isWhole = card.verdict.isSafe() || (!card.wasOpen && card.verdict.missing.empty());
-    isCardUnsafe_ = !isWhole || card.notReported;
+    isCardUnsafe_ = !card.endsWell();
 }
 
 void SendRun::connectionGone() {
@@ -225,8 +210,8 @@ void SendRun::connectionGone() {
 
 Task<void> SendRun::leaveAfter(Duration timeout) {
     co_await sleepFor(timeout);
-    stop(ExitCode::somethingFailed, fmt::format("Not all has landed within {}, so this run ends.",
-                                                Format::timeLeft(inSeconds(timeout))));
+    stop(ExitCode::somethingFailed,
+         fmt::format("Not all has landed within {}, so this run ends.", asGiven(timeout)));
 }
 
 void SendRun::press(char key) {

@@ -11,6 +11,9 @@
 
 namespace vark::cli {
 
+/// A time-out as people give it: "90 s", "15 min", "2 h".
+std::string asGiven(Duration timeout);
+
 /// One run of `vark send`: a session that ends, with what a terminal adds to it. It takes in what it was
 /// given, sends, and leaves when all has settled, when the vark takes this machine's token no longer, or when
 /// it is interrupted. Whoever made it drives the executor until `ended` has a value; on the executor's
@@ -24,8 +27,9 @@ class SendRun final : SessionListener {
         /// What to add; without anything named, and without a card, it carries on with the saved queue.
         QueueRequest add;
         std::optional<IngestWish> ingest;
-        /// What to do with every conflict; without a value they wait for the person.
-        std::optional<bool> replaceConflicts;
+        /// What becomes of every conflict that nothing else is wished for; without a value they wait for the
+        /// person.
+        std::optional<ConflictRule> onConflict;
         Pace pace;
         /// After it the run leaves, however far it has come.
         std::optional<Duration> timeout;
@@ -63,6 +67,7 @@ class SendRun final : SessionListener {
     // What the session tells.
     void settled(const SettledFile& file) override;
     void said(const Said& said) override { display_.say(inWords(said)); }
+    void triedAgain(const TransferEngine::TriedAgain& what) override { display_.triedAgain(what); }
     void changed() override;
     void allSettled() override;
     void cardClosed(const CardClosed& card) override;
@@ -82,7 +87,6 @@ class SendRun final : SessionListener {
 
     // While it sends.
     Task<void> beating();
-    Task<void> decideConflicts();
     Task<void> request(QueueRequest::Command command);
     void lookWhetherSomebodyIsMissed();
     Task<void> waitForSomebody();
@@ -123,7 +127,6 @@ class SendRun final : SessionListener {
     bool isCardUnsafe_ = false;
     TaskHandle<void> opening_;
     TaskHandle<void> beat_;
-    TaskHandle<void> deciding_;
     TaskHandle<void> waiting_;
 
     Session session_;

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <fmt/ranges.h>
+
 #include <charconv>
 
 #include "Hosts/CLI/Arguments.h"
@@ -12,7 +14,6 @@
 #include "VarkApp/Settings.h"
 #include "VarkCore/Concurrency/TaskGroup.h"
 #include "VarkCore/Foundation/Text.h"
-#include "VarkCore/Transfer/Format.h"
 
 namespace vark::cli {
 
@@ -60,7 +61,7 @@ Task<ExitCode> followOrSay(CommandSurroundings& surroundings, SendDisplay& displ
         display.breakOff(
             fmt::format("Not all has landed within {}, so this run ends. The other vark goes on; watch it "
                         "with: vark queue --watch",
-                        Format::timeLeft(inSeconds(*timeout))));
+                        asGiven(*timeout)));
     }
     co_return ExitCode::somethingFailed;
 }
@@ -97,11 +98,14 @@ Parsed<Duration> parseTimeout(std::string_view given) {
 
 void addSendingOptions(CLI::App& command, SendingOptions& options) {
     command
-        .add_option(
-            "--on-conflict", options.onConflict,
-            "When a different file is in the vark: wait for \"vark resolve\", overwrite it, or leave it")
-        ->check(CLI::IsMember({"ask", "replace", "skip"}).description(""))
-        ->type_name("ask|replace|skip");
+        .add_option("--on-conflict", options.onConflict,
+                    "When a different file is in the vark: wait for \"vark resolve\", overwrite it, leave "
+                    "it, let the "
+                    "later one win, or put yours beside it; without it as \"vark config\" says")
+        ->check(CLI::IsMember(std::vector<std::string>{Settings::onConflictNames.begin(),
+                                                       Settings::onConflictNames.end()})
+                    .description(""))
+        ->type_name("ask|replace|skip|newer|keep-both");
     command
         .add_option("--rate", options.rate,
                     "At most so much a second: 10MB, 500KB/s, 3MiB; 10M is 10MB, and a number alone is bytes")
@@ -147,7 +151,10 @@ Pace usualPace(Surroundings& surroundings) {
 SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions& options) {
     SendRun::Settings settings;
     settings.pace = usualPace(surroundings);
-    if (options.onConflict != "ask") settings.replaceConflicts = options.onConflict == "replace";
+    const Settings::OnConflict usual = SettingsFile(surroundings.locations()).read().onConflict;
+    settings.onConflict = conflictRuleNamed(
+        options.onConflict.empty() ? Settings::onConflictNames.at(static_cast<std::size_t>(usual))
+                                   : options.onConflict);
     if (!options.rate.empty()) settings.pace.bytesPerSecond = *parseRate(options.rate);
     if (!options.officeHours.empty()) settings.pace.hours = *parseWorkingHours(options.officeHours);
     settings.pace.chunksAtOnce = options.chunks;
@@ -156,6 +163,17 @@ SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions&
     if (options.quiet) settings.loudness = Loudness::quiet;
     if (options.verbose) settings.loudness = Loudness::verbose;
     return settings;
+}
+
+void refuseWhatCannotBeHandedOver(const SendingOptions& options) {
+    std::vector<std::string_view> refused;
+    if (!options.rate.empty()) refused.emplace_back("--rate");
+    if (!options.officeHours.empty()) refused.emplace_back("--outside-office-hours");
+    if (options.chunks) refused.emplace_back("--chunks");
+    if (refused.empty()) return;
+    throw Failure(Outcome::misuse,
+                  fmt::format("Vark is running and sends at its own pace. Leave out {}, or set it there.",
+                              fmt::join(refused, " and ")));
 }
 
 ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
@@ -178,8 +196,9 @@ ExitCode sendThere(CommandSurroundings& surroundings, const SharedConnection& co
         for (const Said& problem : taken.problems)
             display->say(inWords(problem));
         display->say("Another vark is sending, and has taken this on. It is followed to its end here.");
-        const Followed followed{std::move(taken), settings.replaceConflicts && !settings.add.named.empty(),
-                                settings.somebodyIsThere};
+        const bool addsSomething = !settings.add.named.empty() || settings.ingest;
+        const Followed followed{std::move(taken), addsSomething ? settings.onConflict : std::nullopt,
+                                settings.ingest.has_value(), settings.somebodyIsThere};
         bool isInterrupted = false;
         TaskScope scope(surroundings.executor, surroundings.clock);
         Terminal terminal(false, [&](std::optional<char>) {

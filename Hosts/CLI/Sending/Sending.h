@@ -11,7 +11,7 @@ namespace vark::cli {
 
 /// What a person may say about how things are sent, whatever is sent.
 struct SendingOptions {
-    std::string onConflict = "ask";
+    std::string onConflict;
     std::string rate;
     std::string officeHours;
     std::optional<int> chunks;
@@ -30,6 +30,8 @@ Parsed<Duration> parseTimeout(std::string_view given);
 SendRun::Settings settingsFrom(Surroundings& surroundings, const SendingOptions& options);
 /// How fast and when is sent where nothing else is said.
 Pace usualPace(Surroundings& surroundings);
+/// Refuses what a run that another one sends for cannot do in its place.
+void refuseWhatCannotBeHandedOver(const SendingOptions& options);
 /// Sends in this process until the end.
 ExitCode sendHere(CommandSurroundings& surroundings, const SharedConnection& connection, QueueLock lock,
                   SendRun::Settings settings, bool json);

@@ -40,10 +40,10 @@ URL varkAddress(const std::string& given) {
                       "A token is sent through https only. Give an address that begins with https://");
     if (!url->path().empty() || address.contains('?') || address.contains('#'))
         throw Failure(Outcome::misuse,
-                      fmt::format("{} is a page, and no address of a vark. Give what stands before the "
-                                  "path, like https://vark.example.com; to work below one folder of the "
-                                  "vark, add: --root FOLDER",
-                                  given));
+                      {fmt::format("{} is a page, and no address of a vark. Give what stands before the "
+                                   "path, like https://vark.example.com.",
+                                   given),
+                       {{Next::Step::chooseFolder}}});
     return *url;
 }
 

@@ -1,5 +1,7 @@
 #include "VarkApp/Connect/Connecting.h"
 
+#include <fmt/format.h>
+
 #include "VarkApp/Connect/Addresses.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkCore/Foundation/Sentence.h"
@@ -35,9 +37,10 @@ Failure cannotConnect(const URL& url, const VarkAPIError& error, bool provesItse
     if (!provesItself)
         return {
             Outcome::notConnected,
-            fmt::format("{} is not trusted by this machine: its certificate comes from an authority that is "
-                        "not known here. If the vark has one of its own, give its file with --ca-file.",
-                        url.text())};
+            {fmt::format("{} is not trusted by this machine: its certificate comes from an authority that is "
+                         "not known here.",
+                         url.text()),
+             {{Next::Step::trustAuthority}}}};
     if (error.isRetryable() && std::holds_alternative<VarkAPIError::Server>(error.which()))
         return {
             Outcome::notConnected,
@@ -67,21 +70,18 @@ Task<T> reaching(Surroundings& surroundings, VarkAddress address, Task<T> calls)
     throw cannotConnect(address.url, *failure, provesItself);
 }
 
-/// The item of a folder that the person named with `option`; 0 for the whole of a vark that has none for
-/// that.
-Task<std::int64_t> findFolder(VarkAPI& api, std::string path, std::string_view option) {
+/// The item of a folder that the person named; 0 for the whole of a vark that has none for that.
+Task<std::int64_t> findFolder(VarkAPI& api, std::string path) {
     try {
         const VarkItem item = co_await api.item(path);
         if (item.isDir || path.empty()) co_return item.id;
         throw Failure(Outcome::misuse,
-                      fmt::format("\"{}\" is a file on the vark. Give a folder with {}.", path, option));
+                      fmt::format("\"{}\" is a file on the vark. Give a folder instead.", path));
     } catch (const VarkAPIError& error) {
         if (!error.isGone()) throw;
         if (path.empty()) co_return 0;
-        throw Failure(Outcome::misuse,
-                      fmt::format("There is no folder \"{}\" on the vark. Look at what there is with: vark "
-                                  "ls, after connecting without {}.",
-                                  path, option));
+        throw Failure(Outcome::misuse, {fmt::format("There is no folder \"{}\" on the vark.", path),
+                                        {{Next::Step::lookAround}}});
     }
 }
 
@@ -121,10 +121,10 @@ Task<Connected> connect(Surroundings& surroundings, ConnectWish wish, SignInPage
     connection.token = claim.token;
     connection.clientName = made.who.client.empty() ? claim.clientName : made.who.client;
     connection.rootPath = tidiedVarkPath(wish.rootPath);
-    connection.rootID = co_await findFolder(*api, connection.rootPath, "--root");
+    connection.rootID = co_await findFolder(*api, connection.rootPath);
     connection.folders = wish.folders;
     for (const std::string& folder : connection.folders.value_or(std::vector<std::string>()))
-        co_await findFolder(*api, joinedVarkPath(connection.rootPath, folder), "--only");
+        co_await findFolder(*api, joinedVarkPath(connection.rootPath, folder));
     connection.level = made.who.level;
     connection.tokenInFile = wish.place == KeptConnection::Place::file;
     made.notes = co_await keeper.keep(connection, std::move(authority));

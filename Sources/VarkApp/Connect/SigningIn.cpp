@@ -16,8 +16,8 @@ URL pageOf(const DeviceBegin& begun, const URL& server) {
     std::optional<URL> page = server.resolving(begun.url);
     if (page && isSafeAddress(*page)) return *page;
     throw Failure(Outcome::failed,
-                  "The vark gave an address for signing in that is no safe web page, so it is not "
-                  "opened. Sign in with a code from the portal: vark connect URL --code CODE");
+                  {"The vark gave an address for signing in that is no safe web page, so it is not opened.",
+                   {{Next::Step::useACode}}});
 }
 
 DeviceClaim claimOf(const SignInPoller::State& end) {

@@ -1,5 +1,7 @@
 #include "VarkApp/Machine/HealthReport.h"
 
+#include <fmt/format.h>
+
 #include <unistd.h>
 
 #include "VarkCore/Connection/SharedFile.h"

@@ -67,9 +67,9 @@ void Asking::listen() {
 Task<Asked> Asking::ask(QueueRequest request) {
     if (QueueLock lock = takeQueue(surroundings_)) co_return Asked{std::move(lock), {}};
     listen();
-    // To add is the one thing that may be done twice without harm, and the one that may take long: a folder
-    // is walked first.
-    const bool isAdding = request.command == QueueRequest::Command::add;
+    // To add is what may be done twice without harm, and what may take long: a folder is walked first.
+    const bool isAdding =
+        request.command == QueueRequest::Command::add || request.command == QueueRequest::Command::ingest;
     const RequestFolder folder(surroundings_.locations().requests());
     const Question question(folder, request);
     const Instant asked = surroundings_.clock.now();

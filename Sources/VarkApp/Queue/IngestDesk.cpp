@@ -28,8 +28,8 @@ IngestDesk::Opening refusing(Said said, Outcome why = Outcome::failed) {
 }
 
 IngestDesk::Opening namingNothing(const std::string& card, const std::vector<std::string>& paths) {
-    return refusing(fmt::format("Nothing on {} is called {}. Give --leave-out the names as they stand on it, "
-                                "like DCIM/100EOS.",
+    return refusing(fmt::format("Nothing on {} is called {}. Give the names as they stand on it, like "
+                                "DCIM/100EOS.",
                                 card, fmt::join(paths, ", ")),
                     Outcome::misuse);
 }
@@ -126,13 +126,13 @@ Task<IngestDesk::Opening> IngestDesk::carryOn(IngestWish wish) {
         co_return refusing(
             {fmt::format("{} is being brought into {}, and the whole of it goes to one place.", drive,
                          job.destination.empty() ? "the top of the vark" : job.destination),
-             {{Step::carryOn, "Carry on without --to,"}, {Step::giveUp, "or give it up"}}},
+             {{Step::carryOn, "Carry on without another place,"}, {Step::giveUp, "or give it up"}}},
             Outcome::misuse);
     }
     if (wish.emailMe && !ingest()->emailMe) {
         co_return refusing(
             {fmt::format("The vark was told that nobody wants a mail about {} when it was begun.", drive),
-             {{Step::carryOn, "Carry on without --email-me,"}, {Step::giveUp, "or give it up"}}},
+             {{Step::carryOn, "Carry on without a mail,"}, {Step::giveUp, "or give it up"}}},
             Outcome::misuse);
     }
     std::vector<std::string> unknown;
@@ -214,7 +214,7 @@ Task<IngestDesk::Opening> IngestDesk::open(IngestWish wish) {
         co_await turnAway(wish, *announced.start, *card);
         co_return refusing(
             fmt::format("{} does not fit into the vark: it takes {}{}. Nothing has been sent. "
-                        "Make room there, or leave something out with --leave-out.",
+                        "Make room there, or leave something out.",
                         name, Format::bytes(bytes), room));
     }
     queue_.beginAnew(wish.destination, wish.title);

@@ -5,25 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "VarkApp/Queue/IngestWish.h"
 #include "VarkApp/Queue/QueueDesk.h"
 #include "VarkApp/Surroundings.h"
 #include "VarkCore/Transfer/Cards/IngestReport.h"
 
 namespace vark::app {
-
-/// A card or a drive that is to be brought into the vark.
-struct IngestWish {
-    Volume volume;
-    bool isCard = false;
-    /// Counted from the vark's root.
-    std::string destination;
-    /// Whether the person asked for that place, and did not leave it to us.
-    bool asksForDestination = false;
-    std::string title;
-    /// Paths relative to the card.
-    std::vector<std::string> leaveOut;
-    bool emailMe = false;
-};
 
 /// Begins and ends the ingest of an engine: announces the card and puts it into the queue, and when all has
 /// settled tells the vark, once, what became of it. Owned by whoever has the engine; on its executor.

@@ -1,5 +1,7 @@
 #include "VarkApp/Queue/QueueDesk.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 
 #include "VarkApp/Queue/IngestDesk.h"
@@ -13,7 +15,7 @@ namespace {
 using Step = Next::Step;
 
 /// For telling the vark of uploads that are given up; what it is not told it finds out by itself.
-constexpr Duration longestFarewell = std::chrono::seconds(5);
+constexpr Duration longestWaitForTheVark = std::chrono::seconds(5);
 /// Whoever follows an entry asks about it twice a second.
 constexpr Duration goneIsKept = std::chrono::seconds(60);
 
@@ -59,7 +61,7 @@ Task<QueueAnswer> QueueDesk::carryOut(QueueRequest request) {
                        {{Step::makeRoom}}});
     if (!takesOut) co_return answer;
     try {
-        co_await withTimeout(longestFarewell, engine_.serverCancelsDone());
+        co_await withTimeout(longestWaitForTheVark, engine_.serverCancelsDone());
     } catch (const TimeoutError&) {
         // The vark drops what nobody finishes by itself, in time.
     }
@@ -71,6 +73,13 @@ Task<QueueAnswer> QueueDesk::change(QueueRequest request) {
     switch (request.command) {
         case Command::show:
             break;
+        case Command::ingest: {
+            QueueAnswer answer;
+            answer.refuse({"Vark is not connected just now, and a card needs the vark to be brought in.",
+                           {{Next::Step::connectAgain}}},
+                          Outcome::notConnected);
+            co_return answer;
+        }
         case Command::add:
             co_return co_await add(std::move(request));
         case Command::pause:
@@ -97,9 +106,12 @@ QueueAnswer QueueDesk::show(const QueueRequest& request) const {
             if (std::optional<UUID> id = UUID::parse(named.text)) entries.push_back(*id);
         }
         answer.queue = viewOf(entries);
+        if (request.settledBehind)
+            answer.settled = settled_.behind(*request.settledBehind, {entries.begin(), entries.end()});
     } else if (engine_.job()) {
         answer.queue = QueueView::of(engine_, surroundings_.date());
     }
+    answer.settledUpTo = settled_.last();
     return answer;
 }
 
@@ -187,12 +199,11 @@ bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
     }
     const std::string& inForce = engine_.job()->destination;
     if (wanted != inForce) {
-        answer.refuse(
-            {fmt::format("The queue goes to {}, and this is to go to {}. The whole of a queue goes "
-                         "to one place.",
-                         shownDestination(inForce), shownDestination(wanted)),
-             {{Step::giveUp, "Let it finish first, add to it with --to of that place, or give it up"}}},
-            Outcome::misuse);
+        answer.refuse({fmt::format("The queue goes to {}, and this is to go to {}. The whole of a queue goes "
+                                   "to one place.",
+                                   shownDestination(inForce), shownDestination(wanted)),
+                       {{Step::giveUp, "Let it finish first, send this to the same place, or give it up"}}},
+                      Outcome::misuse);
         return false;
     }
     if (request.title) engine_.setTitle(*request.title);
@@ -201,6 +212,7 @@ bool QueueDesk::prepare(const QueueRequest& request, QueueAnswer& answer) {
 
 Task<QueueAnswer> QueueDesk::add(QueueRequest request) {
     QueueAnswer answer;
+    answer.settledUpTo = settled_.last();
     if (!prepare(request, answer)) co_return answer;
     std::vector<std::filesystem::path> paths;
     for (const QueueRequest::Named& named : request.named)
@@ -234,15 +246,28 @@ void QueueDesk::noteLeftOut(const std::vector<Walker::PassedOver>& passedOver, Q
     }
 }
 
-bool QueueDesk::isDecidedByAWish(const TransferItem& item) const {
-    return wishes_.of(item.entryID).replace.has_value();
+std::optional<ConflictRule> QueueDesk::ruleFor(const UUID& entry) const {
+    const std::optional<ConflictRule> wished = wishes_.of(entry).onConflict;
+    return wished ? wished : usualRule_;
+}
+
+void QueueDesk::wish(const std::vector<std::string>& entries, const Wish& wish) {
+    std::vector<UUID> ids;
+    for (const std::string& text : entries) {
+        if (std::optional<UUID> id = UUID::parse(text)) ids.push_back(*id);
+    }
+    wishes_.set(ids, wish);
+}
+
+bool QueueDesk::isDecidedAsWished(const TransferItem& item) const {
+    const std::optional<ConflictRule> rule = ruleFor(item.entryID);
+    return rule && (*rule != ConflictRule::newer || newerOf(item));
 }
 
 void QueueDesk::decideAsWished() {
     if (!engine_.job()) return;
     for (const TransferEntry& entry : engine_.job()->entries) {
-        if (const std::optional<bool> replace = wishes_.of(entry.id).replace)
-            engine_.resolveAllConflicts(entry.id, *replace);
+        if (const std::optional<ConflictRule> rule = ruleFor(entry.id)) engine_.decideAll(entry.id, *rule);
     }
 }
 
@@ -369,8 +394,7 @@ QueueAnswer QueueDesk::resolve(const QueueRequest& request) {
         answer.results.emplace_back("No decision is waiting.");
         return answer;
     }
-    const ConflictRule rule =
-        request.rule.value_or(request.replace ? ConflictRule::replace : ConflictRule::skip);
+    const ConflictRule rule = request.rule;
     const std::int64_t before = engine_.overall().filesConflict;
     if (request.named.empty()) engine_.decideAll(std::nullopt, rule);
     for (const QueueRequest::Named& named : request.named) {

@@ -40,9 +40,16 @@ class QueueDesk {
     bool isSettledWhole() const;
     /// Begins a queue afresh in place of one that is settled whole, or of none.
     void beginAnew(const std::string& destination, const std::string& title);
-    /// Decides about the files that wait, as their entries' wishes say.
+    /// Of a file that has settled, for those who follow its entry.
+    void noteSettled(const UUID& entry, SettledFile file) { settled_.note(entry, std::move(file)); }
+    /// Keeps what is wanted of these entries.
+    void wish(const std::vector<std::string>& entries, const Wish& wish);
+    /// What decides about entries of which nothing is wished, for as long as this desk is there.
+    void setUsualRule(std::optional<ConflictRule> rule) { usualRule_ = rule; }
+    /// Decides about the files that wait, as their entries' wishes and the usual rule say.
     void decideAsWished();
-    bool isDecidedByAWish(const TransferItem& item) const;
+    /// Whether `decideAsWished` decides about a file that waits.
+    bool isDecidedAsWished(const TransferItem& item) const;
     /// How it stands with these entries, also with those that have left the queue in the last minute.
     QueueView viewOf(const std::vector<UUID>& entries) const;
 
@@ -60,6 +67,7 @@ class QueueDesk {
     bool prepare(const QueueRequest& request, QueueAnswer& answer);
     /// Tells the asker and the diary of what lies there and is not sent.
     void noteLeftOut(const std::vector<Walker::PassedOver>& passedOver, QueueAnswer& answer);
+    std::optional<ConflictRule> ruleFor(const UUID& entry) const;
     /// The one entry that the person means.
     std::optional<UUID> entry(const QueueRequest::Named& named) const;
     /// The files that wait for a decision and that the person means by one name.
@@ -74,6 +82,8 @@ class QueueDesk {
     const std::string rootPath_;
     const std::string clientName_;
     Wishes wishes_;
+    SettledFiles settled_;
+    std::optional<ConflictRule> usualRule_;
     struct Gone {
         EntryView view;
         Instant since;

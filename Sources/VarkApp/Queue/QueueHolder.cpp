@@ -1,5 +1,7 @@
 #include "VarkApp/Queue/QueueHolder.h"
 
+#include <fmt/format.h>
+
 #include "VarkApp/Queue/QueueDesk.h"
 
 namespace vark::app {

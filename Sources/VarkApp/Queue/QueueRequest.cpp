@@ -13,9 +13,9 @@ namespace {
 using Command = QueueRequest::Command;
 
 constexpr std::pair<std::string_view, Command> commandNames[] = {
-    {"show", Command::show},     {"add", Command::add},         {"pause", Command::pause},
-    {"resume", Command::resume}, {"retry", Command::retry},     {"remove", Command::remove},
-    {"clear", Command::clear},   {"resolve", Command::resolve},
+    {"show", Command::show},     {"add", Command::add},       {"ingest", Command::ingest},
+    {"pause", Command::pause},   {"resume", Command::resume}, {"retry", Command::retry},
+    {"remove", Command::remove}, {"clear", Command::clear},   {"resolve", Command::resolve},
 };
 
 Command commandNamed(std::string_view name) {
@@ -29,11 +29,12 @@ std::string_view nameOf(Command command) {
     return std::ranges::find(commandNames, command, &std::pair<std::string_view, Command>::second)->first;
 }
 
-void encode(JSONWriter& json, std::string_view key, const std::vector<Said>& all) {
+template <class T>
+void encode(JSONWriter& json, std::string_view key, const std::vector<T>& all) {
     json.key(key).beginArray();
-    for (const Said& said : all) {
+    for (const T& one : all) {
         json.beginObject();
-        said.encode(json);
+        one.encode(json);
         json.endObject();
     }
     json.endArray();
@@ -61,9 +62,10 @@ QueueRequest QueueRequest::fromJSON(const boost::json::value& value) {
     request.walk.followLinks = fields.valueOr("followLinks", false);
     request.walk.filter.exclude = fields.valueOr<std::vector<std::string>>("exclude", {});
     request.walk.filter.include = fields.valueOr<std::vector<std::string>>("include", {});
+    request.settledBehind = fields.optional<std::int64_t>("settledBehind");
     request.wish = Wish::fromFields(fields);
+    request.ingest = fields.optional<IngestWish>("ingest");
     request.finishedOnly = fields.required<bool>("finishedOnly");
-    request.replace = fields.required<bool>("replace");
     if (fields.find("rule") != nullptr)
         request.rule = static_cast<ConflictRule>(fields.choice("rule", conflictRuleNames));
     return request;
@@ -77,9 +79,14 @@ std::string QueueRequest::toJSON() const {
     json.endArray().field("destination", destination).field("title", title);
     json.field("hidden", walk.hidden).field("followLinks", walk.followLinks);
     json.field("exclude", walk.filter.exclude).field("include", walk.filter.include);
+    json.field("settledBehind", settledBehind);
     wish.encode(json);
-    json.field("finishedOnly", finishedOnly).field("replace", replace);
-    if (rule) json.field("rule", vark::nameOf(*rule));
+    if (ingest) {
+        json.key("ingest").beginObject();
+        ingest->encode(json);
+        json.endObject();
+    }
+    json.field("finishedOnly", finishedOnly).field("rule", vark::nameOf(rule));
     json.endObject();
     return json.take();
 }
@@ -99,6 +106,9 @@ QueueAnswer QueueAnswer::fromJSON(const boost::json::value& value) {
     answer.leftOut = fields.valueOr<LeftOut>("leftOut", {});
     answer.changed = fields.valueOr<std::int64_t>("changed", 0);
     answer.queue = fields.optional<QueueView>("queue");
+    answer.settledUpTo = fields.valueOr<std::int64_t>("settledUpTo", 0);
+    answer.settled = fields.valueOr<std::vector<SettledFile>>("settled", {});
+    answer.card = fields.optional<CardClosed>("card");
     return answer;
 }
 
@@ -114,6 +124,13 @@ std::string QueueAnswer::toJSON() const {
     if (queue) {
         json.key("queue").beginObject();
         queue->encode(json);
+        json.endObject();
+    }
+    json.field("settledUpTo", settledUpTo);
+    encode(json, "settled", settled);
+    if (card) {
+        json.key("card").beginObject();
+        card->encode(json);
         json.endObject();
     }
     json.endObject();

@@ -7,8 +7,11 @@
 #include <vector>
 
 #include "VarkApp/Outcome.h"
+#include "VarkApp/Queue/CardClosed.h"
+#include "VarkApp/Queue/IngestWish.h"
 #include "VarkApp/Queue/LeftOut.h"
 #include "VarkApp/Queue/QueueView.h"
+#include "VarkApp/Queue/SettledFile.h"
 #include "VarkApp/Queue/Wishes.h"
 #include "VarkApp/Said.h"
 
@@ -16,7 +19,7 @@ namespace vark::app {
 
 /// Something that is to be done to the queue, by whoever has it. A value.
 struct QueueRequest {
-    enum class Command { show, add, pause, resume, retry, remove, clear, resolve };
+    enum class Command { show, add, ingest, pause, resume, retry, remove, clear, resolve };
 
     /// What a person named on the command line, and the path that it stands for in their working folder.
     struct Named {
@@ -38,14 +41,16 @@ struct QueueRequest {
     std::optional<std::string> title;
     /// For `add`: what is sent beyond what is sent by itself.
     Walker::Options walk;
-    /// For `add`: what is to become of files that differ from the vark's; without a value a person decides.
+    /// For `show` of some entries: those of their files that have settled behind this place are named too.
+    std::optional<std::int64_t> settledBehind;
+    /// For `add` and `ingest`: what is wanted of what is added.
     Wish wish;
+    /// For `ingest`.
+    std::optional<IngestWish> ingest;
     /// For `clear`: leave what has not landed.
     bool finishedOnly = false;
-    /// For `resolve`: overwrite what is in the vark.
-    bool replace = false;
-    /// For `resolve`: what decides in place of `replace`.
-    std::optional<ConflictRule> rule;
+    /// For `resolve`: what decides.
+    ConflictRule rule = ConflictRule::skip;
 
     static QueueRequest fromJSON(const boost::json::value& value);
     std::string toJSON() const;
@@ -58,7 +63,7 @@ struct QueueAnswer {
     /// What could not be done.
     std::vector<Said> problems;
     Outcome outcome = Outcome::done;
-    /// For `add`: the identifiers of the entries that stand for what was named.
+    /// For `add` and `ingest`: the identifiers of the entries that stand for what was named.
     std::vector<std::string> entries;
     /// For `add`.
     LeftOut leftOut;
@@ -67,6 +72,12 @@ struct QueueAnswer {
     std::int64_t changed = 0;
     /// For `show`, when there is a queue.
     std::optional<QueueView> queue;
+    /// The place up to which files had settled: of `add` when it began, so that nothing of it is missed.
+    std::int64_t settledUpTo = 0;
+    /// For `show` with a place: the files that settled behind it.
+    std::vector<SettledFile> settled;
+    /// For `show`: how the queue's card was closed, once it is.
+    std::optional<CardClosed> card;
 
     /// Notes what could not be done.
     void refuse(Said said, Outcome why = Outcome::failed);

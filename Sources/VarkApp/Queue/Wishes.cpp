@@ -9,9 +9,6 @@ namespace vark::app {
 
 namespace {
 
-constexpr std::string_view replaceWord = "replace";
-constexpr std::string_view skipWord = "skip";
-
 struct Kept {
     UUID entry;
     Wish wish;
@@ -31,12 +28,11 @@ struct Kept {
 
 Wish Wish::fromFields(const JSONFields& fields) {
     const std::optional<std::string> word = fields.optional<std::string>("onConflict");
-    if (word != replaceWord && word != skipWord) return {};
-    return {word == replaceWord};
+    return {word ? conflictRuleNamed(*word) : std::nullopt};
 }
 
 void Wish::encode(JSONWriter& json) const {
-    if (replace) json.field("onConflict", *replace ? replaceWord : skipWord);
+    if (onConflict) json.field("onConflict", nameOf(*onConflict));
 }
 
 Wishes::Wishes(std::filesystem::path file) : file_(std::move(file)) {

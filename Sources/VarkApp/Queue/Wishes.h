@@ -7,14 +7,15 @@
 
 #include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Foundation/UUID.h"
+#include "VarkCore/Transfer/ConflictRule.h"
 #include "VarkCore/Transfer/Queue/QueueModel.h"
 
 namespace vark::app {
 
 /// What is wanted of one thing in the queue beyond sending it. A value.
 struct Wish {
-    /// Whether a different file in the vark is overwritten, or left; without a value a person decides.
-    std::optional<bool> replace{};
+    /// What becomes of files that differ from those in the vark; without a value a person decides.
+    std::optional<ConflictRule> onConflict{};
 
     /// Among the fields of a record.
     static Wish fromFields(const JSONFields& fields);

@@ -38,8 +38,6 @@ constexpr int threadCount = 2;
 constexpr std::uint64_t promisedTooMuch = 1000;
 constexpr std::chrono::milliseconds acceptPause{50};
 
-constexpr auto awaited = asio::as_tuple(asio::use_awaitable);
-
 using HeadParser = http::request_parser<http::empty_body>;
 using namespace asio::experimental::awaitable_operators;
 

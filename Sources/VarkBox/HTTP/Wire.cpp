@@ -27,7 +27,6 @@ namespace {
 
 constexpr std::size_t readAtOnce = 256 << 10;
 constexpr std::chrono::milliseconds departureLook{50};
-constexpr auto awaited = asio::as_tuple(asio::use_awaitable);
 
 std::string tlsReason() {
     std::array<char, 256> text{};

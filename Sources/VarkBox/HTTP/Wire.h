@@ -3,8 +3,10 @@
 #include <openssl/types.h>
 
 #include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/as_tuple.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/use_awaitable.hpp>
 #include <cstddef>
 #include <filesystem>
 #include <memory>
@@ -19,6 +21,8 @@ namespace vark::box {
 
 template <class T>
 using Waiting = boost::asio::awaitable<T>;
+/// For an operation to be awaited, which then gives its error as a value.
+inline constexpr auto awaited = boost::asio::as_tuple(boost::asio::use_awaitable);
 
 struct FreeTLS {
     void operator()(SSL* session) const;

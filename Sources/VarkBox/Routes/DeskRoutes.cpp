@@ -77,7 +77,7 @@ BoxReply keepDiagnostics(Services& services, const BoxRequest& request) {
     JSONBody json(request.body);
     Turn turn = services.database.write();
     turn.query("INSERT INTO diagnostics(at, report) VALUES(?, ?)")
-        .with(systemDate().since1970(), boost::json::serialize(json.object()))
+        .with(now(), boost::json::serialize(json.object()))
         .run();
     turn.commit();
     return BoxReply::json(201, boost::json::object{});

@@ -73,7 +73,7 @@ BoxReply fileBytes(Services& services, const BoxRequest& request, const Item& it
 }
 
 std::int64_t now() {
-    return static_cast<std::int64_t>(systemDate().since1970());
+    return static_cast<std::int64_t>(now());
 }
 
 /// The bytes of a file are fetched from the office's node when there is one.

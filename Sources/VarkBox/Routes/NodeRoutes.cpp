@@ -14,7 +14,7 @@ BoxReply attach(Services& services, const BoxRequest& request) {
     return BoxReply::json(201, boost::json::object{{"host", host}, {"chunk_url", services.chunkURL}});
 }
 
-BoxReply list(Services& services) {
+BoxReply listNodes(Services& services) {
     std::optional<std::string> attached = services.nodes.attached();
     boost::json::object answer{{"attached", attached ? boost::json::value(*attached) : nullptr}};
     boost::json::array known;
@@ -42,7 +42,7 @@ void addNodeRoutes(Router& router, Services& services) {
                    return BoxReply::json(200, boost::json::object{});
                });
     router.add("GET", "/control/nodes", Door::open,
-               [&services](const auto&, const auto&) { return list(services); });
+               [&services](const auto&, const auto&) { return listNodes(services); });
 }
 
 }  // namespace vark::box

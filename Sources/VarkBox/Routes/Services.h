@@ -12,8 +12,14 @@
 #include "VarkBox/Store/Database.h"
 #include "VarkBox/Store/ObjectFiles.h"
 #include "VarkBox/Store/Uploads.h"
+#include "VarkCore/Foundation/Time/Date.h"
 
 namespace vark::box {
+
+/// In seconds since 1970.
+inline double now() {
+    return systemDate().since1970();
+}
 
 /// What the handlers work on. Owned by `Box`, which outlives every request.
 struct Services {

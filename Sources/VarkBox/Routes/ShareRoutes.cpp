@@ -25,10 +25,6 @@ constexpr std::array<Expiry, 4> expiries = {
     Expiry{"24h", day, "in 24 hours"}, Expiry{"7d", 7 * day, "in 7 days"},
     Expiry{"30d", 30 * day, "in 30 days"}, Expiry{"90d", 90 * day, "in 90 days"}};
 
-double now() {
-    return systemDate().since1970();
-}
-
 const Expiry* expiryFrom(const JSONBody& json) {
     auto name = json.optional<std::string>("expiry");
     if (!name) return nullptr;

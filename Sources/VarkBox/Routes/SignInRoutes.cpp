@@ -9,10 +9,6 @@ namespace vark::box {
 
 namespace {
 
-double now() {
-    return systemDate().since1970();
-}
-
 boost::json::object claimFor(const Services& services, const std::string& token) {
     return {
         {"token", token}, {"client_name", services.account.client()}, {"email", services.account.email()}};
@@ -25,7 +21,7 @@ BoxReply claim(Services& services, const BoxRequest& request) {
     return BoxReply::json(200, claimFor(services, services.account.addDevice(deviceName)));
 }
 
-BoxReply begin(Services& services, const BoxRequest& request) {
+BoxReply beginSignIn(Services& services, const BoxRequest& request) {
     auto deviceName = JSONBody(request.body).required<std::string>("device_name");
     SignIns::Begun begun = services.signIns.begin(deviceName, now());
     return BoxReply::json(
@@ -112,8 +108,9 @@ void addPortal(Router& router, Services& services) {
 void addSignInRoutes(Router& router, Services& services) {
     router.add("POST", "/api/device/claim", Door::open,
                [&services](const BoxRequest& request, const auto&) { return claim(services, request); });
-    router.add("POST", "/api/device/begin", Door::open,
-               [&services](const BoxRequest& request, const auto&) { return begin(services, request); });
+    router.add("POST", "/api/device/begin", Door::open, [&services](const BoxRequest& request, const auto&) {
+        return beginSignIn(services, request);
+    });
     router.add("GET", "/api/device/poll/{}", Door::open,
                [&services](const BoxRequest&, const Router::Arguments& arguments) {
                    return poll(services, arguments[0]);

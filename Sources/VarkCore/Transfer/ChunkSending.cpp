@@ -65,8 +65,8 @@ Task<std::int64_t> TransferEngine::sendChunk(UUID id, std::shared_ptr<VarkAPI> a
         didNotGetThrough(*failure, delay);
         if (!firstFailure) firstFailure = now();
         if (!isTriedAgain(*failure, attempt, *firstFailure)) throw *failure;
-        log_.write(fmt::format("Chunk {} of {} did not get through ({}); trying again in {:.0f} s", index,
-                               file.filename().string(), said(*failure), delay));
+        tellOfTryAgain(
+            {fmt::format("Chunk {} of {}", index, file.filename().string()), said(*failure), attempt, delay});
         place.rest();
         co_await sleepFor(seconds(delay));
         co_await checkCancellation();

@@ -65,11 +65,14 @@ std::int64_t TransferEngine::decideAll(const std::optional<UUID>& entryID, Confl
     assertOnExecutor();
     if (!job_) return 0;
     std::vector<UUID> waiting;
+    for (const std::size_t place : conflicts_) {
+        const TransferItem& item = job_->items[place];
+        if (!entryID || item.entryID == *entryID) waiting.push_back(item.id);
+    }
     std::unordered_set<std::string> taken;
-    for (const TransferItem& item : job_->items) {
-        if (rule == ConflictRule::keepBoth) taken.insert(item.relativePath);
-        if (item.state == ItemState::conflict && (!entryID || item.entryID == *entryID))
-            waiting.push_back(item.id);
+    if (rule == ConflictRule::keepBoth && !waiting.empty()) {
+        for (const TransferItem& item : job_->items)
+            taken.insert(item.relativePath);
     }
     // The name that is found free is taken from then on.
     const auto isTaken = [&taken](const std::string& path) { return !taken.insert(path).second; };

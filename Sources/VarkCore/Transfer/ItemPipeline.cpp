@@ -296,6 +296,12 @@ double TransferEngine::backOff(int attempt) const {
     return std::min(std::ldexp(retryBase, attempt - 1), longestBackOff);
 }
 
+void TransferEngine::tellOfTryAgain(const TriedAgain& again) const {
+    log_.write(fmt::format("{} did not get through ({}); trying again in {:.0f} s", again.what, again.why,
+                           again.after));
+    send(again);
+}
+
 bool TransferEngine::isTriedAgain(const VarkAPIError& error, int attempt, Date firstFailure) const {
     if (!error.isRetryable()) return false;
     if (attempt < maxAttempts) return true;
@@ -336,8 +342,7 @@ Task<T> TransferEngine::retrying(std::string label, Operation operation) {
             if (!isTriedAgain(error, attempt, *firstFailure)) throw;
             message = said(error);
         }
-        log_.write(
-            fmt::format("{} did not get through ({}); trying again in {:.0f} s", label, message, delay));
+        tellOfTryAgain({label, message, attempt, delay});
         co_await sleepFor(seconds(delay));
         co_await checkCancellation();
     }

@@ -95,7 +95,18 @@ class TransferEngine {
     /// What stops the queue, whether the vark is out of reach, or whether the queue can be saved. Told of as
     /// it changes, in the middle of the engine's work.
     struct StateChanged {};
-    using Event = std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged>;
+    /// A call or a chunk that did not get through is sent again after a while.
+    struct TriedAgain {
+        /// What it is about: "Chunk 3 of A.mov".
+        std::string what;
+        /// A sentence.
+        std::string why;
+        int attempt = 1;
+        /// Seconds.
+        double after = 0;
+    };
+    using Event =
+        std::variant<JobFinished, ItemFailed, DecisionNeeded, SignedOut, NoToken, StateChanged, TriedAgain>;
 
     /// `chunkSlots` is how many chunks may be in flight at once, of all files together.
     TransferEngine(std::shared_ptr<VarkAPI> api, QueueStore& store, TransferLog& log, int chunkSlots,
@@ -357,6 +368,7 @@ class TransferEngine {
     void fail(const UUID& id, const std::string& message);
     void taskEnded(const UUID& id);
     double backOff(int attempt) const;
+    void tellOfTryAgain(const TriedAgain& again) const;
     /// Whether a call that has failed so many times, first at that time, is tried again.
     bool isTriedAgain(const VarkAPIError& error, int attempt, Date firstFailure) const;
     /// A gateway that answers in place of the vark counts as silence.

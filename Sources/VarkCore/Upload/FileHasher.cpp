@@ -66,15 +66,15 @@ void RunningHash::add(std::span<const char> bytes) {
 }
 
 std::string RunningHash::hexadecimal() {
-    constexpr const char* digits = "0123456789abcdef";
+    constexpr const char* hexDigits = "0123456789abcdef";
     std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
     unsigned length = 0;
     check(EVP_DigestFinal_ex(context_.get(), hash.data(), &length));
     std::string text;
     text.reserve(std::size_t{length} * 2);
     for (const unsigned char byte : std::span(hash).first(length)) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += hexDigits[byte >> 4];
+        text += hexDigits[byte & 15];
     }
     return text;
 }

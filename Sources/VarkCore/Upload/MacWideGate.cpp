@@ -12,7 +12,7 @@ namespace vark {
 namespace {
 
 constexpr Duration firstPause = std::chrono::milliseconds(20);
-constexpr Duration longestPause = std::chrono::milliseconds(500);
+constexpr Duration longestWait = std::chrono::milliseconds(500);
 
 }  // namespace
 
@@ -35,7 +35,7 @@ Task<MacWideGate::Slot> MacWideGate::takeSlot() {
         } catch (const CancellationError&) {
             co_return Slot();
         }
-        pause = std::min(pause * 2, longestPause);
+        pause = std::min(pause * 2, longestWait);
     }
 }
 

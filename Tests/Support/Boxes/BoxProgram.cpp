@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-#include <csignal>
 #include <fstream>
 #include <stdexcept>
 
@@ -34,11 +33,6 @@ void BoxProgram::start() {
     address_ = json::parse(readWholeFile(address)).as_object();
 }
 
-Exit BoxProgram::stop() {
-    process_->signal(SIGTERM);
-    return process_->wait();
-}
-
 std::string BoxProgram::curl(std::vector<std::string> arguments) const {
     // Whatever its name, the host is this machine.
     const std::initializer_list<std::string> usual{
@@ -65,10 +59,6 @@ const LoggedRequests& BoxProgram::requests() {
         requests_.push_back(requestFrom(json::parse(line)));
     }
     return requests_;
-}
-
-bool BoxProgram::untilRequests(const std::function<bool(const LoggedRequests&)>& answer, int pidfd) {
-    return FileWatch(root()).until([&] { return answer(requests()); }, pidfd);
 }
 
 std::int64_t BoxProgram::count(std::string_view method, std::string_view targetPart, std::int64_t status) {

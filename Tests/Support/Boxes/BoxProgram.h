@@ -3,12 +3,10 @@
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "Tests/Support/FileWatch.h"
 #include "Tests/Support/Process.h"
 #include "Tests/Support/TemporaryFolder.h"
 
@@ -40,8 +38,6 @@ class BoxProgram {
     void start();
     /// SIGKILL.
     void kill() { process_->kill(); }
-    /// SIGTERM, and the wait for its end.
-    Exit stop();
 
     const std::filesystem::path& root() const { return folder_.path(); }
 
@@ -54,9 +50,8 @@ class BoxProgram {
 
     /// All that was logged since the first start.
     const LoggedRequests& requests();
-    /// Waits until the log so far gives a yes. False when the process behind `pidfd` ended, or a minute
-    /// passed.
-    bool untilRequests(const std::function<bool(const LoggedRequests&)>& answer, int pidfd = -1);
+    /// Waits until the answer is yes. False when this program ended, or a minute passed.
+    bool until(const std::function<bool()>& answer) const { return process_->until(answer); }
     /// Those with this method, a target that holds these words, and this status unless it is -1.
     std::int64_t count(std::string_view method, std::string_view targetPart, std::int64_t status = -1);
 

@@ -6,7 +6,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
-#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/Programs.h"
 #include "Tests/Support/SampleFiles.h"
 
 namespace vark::test {
@@ -14,7 +14,7 @@ namespace vark::test {
 namespace json = boost::json;
 
 Process::Options RealBox::options() const {
-    Process::Options options{.program = buildTree() / "Hosts/Box/vark-box",
+    Process::Options options{.program = Programs::get().box(),
                              .arguments = {"serve", "--root", root(), "--chunk-size",
                                            std::to_string(options_.chunkSize), "--quiet"}};
     std::vector<std::string>& all = options.arguments;
@@ -69,22 +69,12 @@ void RealBox::put(const std::string& path, std::string_view bytes) const {
     }
 }
 
-void RealBox::fetch(const std::vector<HeldFile>& files, const std::filesystem::path& folder) const {
-    std::vector<std::string> arguments{"--oauth2-bearer", token()};
-    for (const HeldFile& file : files) {
-        const std::string number = std::to_string(file.id);
-        arguments.insert(arguments.end(), {url() + "/api/file/" + number, "--output", folder / number});
-    }
-    curl(std::move(arguments));
-}
-
 std::string RealBox::bytesAt(std::string_view path) const {
-    const TemporaryFolder folder;
-    std::vector<HeldFile> held = files();
-    std::erase_if(held, [&](const HeldFile& file) { return file.path != path; });
-    if (held.empty()) throw std::runtime_error(fmt::format("The box does not hold {}.", path));
-    fetch({held.front()}, folder.path());
-    return readWholeFile(folder / std::to_string(held.front().id));
+    for (const HeldFile& file : files()) {
+        if (file.path == path)
+            return curl({"--oauth2-bearer", token(), fmt::format("{}/api/file/{}", url(), file.id)});
+    }
+    throw std::runtime_error(fmt::format("The box does not hold {}.", path));
 }
 
 std::string RealBox::urlAs(const std::string& host) const {

@@ -37,9 +37,7 @@ class RealBox final : public BoxProgram {
     std::vector<HeldFile> files() const;
     /// Puts a file there as another client would.
     void put(const std::string& path, std::string_view bytes) const;
-    /// The bytes of files that the box holds, each into a file of `folder` named by its `id`.
-    void fetch(const std::vector<HeldFile>& files, const std::filesystem::path& folder) const;
-    /// Those of one file by its path; a failure when it is not there.
+    /// The bytes of the file at a path; a failure when it is not there.
     std::string bytesAt(std::string_view path) const;
     /// A page that anyone may see.
     std::string page(const std::string& url) const { return curl({url}); }

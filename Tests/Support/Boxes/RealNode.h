@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Tests/Support/Boxes/RealBox.h"
-#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/Programs.h"
 
 namespace vark::test {
 
@@ -21,7 +21,7 @@ class RealNode final : public BoxProgram {
   private:
     Process::Options options() const override {
         Process::Options options{
-            .program = buildTree() / "Hosts/Box/vark-box",
+            .program = Programs::get().box(),
             .arguments = {"node", "--of", box_.url(), "--authority", box_.root(), "--root", root(), "--host",
                           options_.host, "--listen", wasStarted() ? address("address") : options_.listen,
                           "--announce", "--quiet"},

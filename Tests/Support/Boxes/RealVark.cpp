@@ -4,7 +4,7 @@
 #include <boost/json/parse.hpp>
 #include <stdexcept>
 
-#include "Tests/Support/BuildTree.h"
+#include "Tests/Support/Programs.h"
 
 namespace vark::test {
 
@@ -16,8 +16,7 @@ RealVark::RealVark(Place place) : place_(std::move(place)) {
 }
 
 Process::Options RealVark::options(std::vector<std::string> arguments) {
-    Process::Options options{.program = buildTree() / "Vark.app/Contents/MacOS/vark",
-                             .arguments = std::move(arguments)};
+    Process::Options options{.program = Programs::get().vark(), .arguments = std::move(arguments)};
     options.environment = place_.environment;
     const std::map<std::string, std::string> usual{{"HOME", folder_.path()},
                                                    {"XDG_DATA_HOME", folder_ / "data"},
@@ -35,18 +34,6 @@ Process::Options RealVark::options(std::vector<std::string> arguments) {
     options.output = run + ".out";
     options.errors = run + ".err";
     return options;
-}
-
-Process RealVark::start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile) {
-    Process::Options options = this->options(std::move(arguments));
-    options.largestFile = largestFile;
-    return Process(options);
-}
-
-Process RealVark::startOn(int terminal, std::vector<std::string> arguments) {
-    Process::Options options = this->options(std::move(arguments));
-    options.terminal = terminal;
-    return Process(options);
 }
 
 Finished RealVark::run(std::vector<std::string> arguments) {
@@ -70,22 +57,18 @@ std::optional<fs::path> RealVark::find(std::string_view name) const {
 }
 
 fs::path RealVark::queueFile() const {
-    return folder_ / "data/" VARK_FOLDER "/queue.json";
+    return folder_ / "data" / Programs::get().folder() / "queue.json";
 }
 
 fs::path RealVark::diaryFile() const {
-    return folder_ / "state/Logs/" VARK_FOLDER "/transfer.log";
-}
-
-json::object RealVark::savedJob() const {
-    return json::parse(readWholeFile(queueFile())).at("job").as_object();
+    return folder_ / "state/Logs" / Programs::get().folder() / "transfer.log";
 }
 
 std::map<std::string, std::string> RealVark::savedStates() const {
     std::map<std::string, std::string> states;
     if (!fs::exists(queueFile())) return states;
-    const json::object job = savedJob();
-    for (const json::value& item : job.at("items").as_array())
+    const json::value saved = json::parse(readWholeFile(queueFile()));
+    for (const json::value& item : saved.at("job").at("items").as_array())
         states.emplace(item.at("relativePath").as_string(), item.at("state").as_string());
     return states;
 }
@@ -95,9 +78,7 @@ std::string RealVark::diary() const {
 }
 
 bool RealVark::untilDiary(std::string_view words, const Process& process) const {
-    fs::create_directories(diaryFile().parent_path());
-    return FileWatch(diaryFile().parent_path())
-        .until([&] { return diary().contains(words); }, process.descriptor());
+    return process.until([&] { return diary().contains(words); });
 }
 
 }  // namespace vark::test

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <boost/json/object.hpp>
-
 #include "Tests/Support/Boxes/RealBox.h"
 
 namespace vark::test {
@@ -24,9 +22,7 @@ class RealVark {
     void moveTo(Place place) { place_ = std::move(place); }
 
     /// A run that goes on beside the test.
-    Process start(std::vector<std::string> arguments, std::optional<rlim_t> largestFile = std::nullopt);
-    /// The same on a terminal, whose program side is given.
-    Process startOn(int terminal, std::vector<std::string> arguments);
+    Process start(std::vector<std::string> arguments) { return Process(options(std::move(arguments))); }
     /// A run to its end; one that takes longer than two minutes fails the test.
     Finished run(std::vector<std::string> arguments);
     /// Connects to the box, by another name of it if one is given. Throws when that does not succeed.
@@ -39,11 +35,8 @@ class RealVark {
     }
     /// Where the queue stands on disk, or would.
     std::filesystem::path queueFile() const;
-    /// The saved queue. A failure when there is none.
-    boost::json::object savedJob() const;
-    /// The state of each of its items by the path below what was added; none when there is no queue.
+    /// The state of each item of the saved queue by the path below what was added; none when there is none.
     std::map<std::string, std::string> savedStates() const;
-    std::string savedState(const std::string& relativePath) const { return savedStates()[relativePath]; }
     /// The diary's sentences.
     std::string diary() const;
     /// Waits until it holds the words. False when the process ended before, or a minute passed.

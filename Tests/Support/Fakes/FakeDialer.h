@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -41,12 +40,11 @@ inline ScriptedNode nodeRefusal(DialError::Kind kind, std::string description = 
     return {.refusal = DialError(kind, std::move(description))};
 }
 
-/// Connections whose far sides are written by the test: first those that were queued, then those of `script`.
-/// All on the test's executor; no connection outlives it.
+/// Connections whose far sides are written by the test, which queues them. All on the test's executor; no
+/// connection outlives it.
 class FakeDialer final : public Dialer {
   public:
     void queue(ScriptedNode node) { queued_.push_back(std::move(node)); }
-    std::function<ScriptedNode(const DialTarget&)> script;
 
     std::vector<DialTarget> targets;
     /// What each connection was sent, in the order of the dialling, and in how many sends.
@@ -117,13 +115,10 @@ class FakeDialer final : public Dialer {
     };
 
     ScriptedNode nodeFor(const DialTarget& target) {
-        if (!queued_.empty()) {
-            ScriptedNode node = std::move(queued_.front());
-            queued_.pop_front();
-            return node;
-        }
-        if (script) return script(target);
-        return nodeRefusal(DialError::network, "No node was written for " + target.host);
+        if (queued_.empty()) return nodeRefusal(DialError::network, "No node was written for " + target.host);
+        ScriptedNode node = std::move(queued_.front());
+        queued_.pop_front();
+        return node;
     }
 
     std::deque<ScriptedNode> queued_;

@@ -50,9 +50,7 @@ class FakeVark : public SilentVark {
     std::vector<std::string> calls;
     std::vector<std::optional<std::int64_t>> ingestIDs;
     std::vector<std::optional<std::string>> sources;
-    std::vector<TokenBucket*> limiters;
     int chunksInFlight = 0;
-    int mostChunksInFlight = 0;
 
     int count(const std::string& prefix) const {
         return static_cast<int>(
@@ -88,15 +86,10 @@ class FakeVark : public SilentVark {
     }
 
     Task<void> putChunk(std::string uploadID, std::int64_t index, std::filesystem::path /*file*/,
-                        std::int64_t /*offset*/, std::int64_t length, TokenBucket* limiter,
+                        std::int64_t /*offset*/, std::int64_t length, TokenBucket* /*limiter*/,
                         ChunkProgress progress) override {
         calls.push_back("chunk " + uploadID + "/" + std::to_string(index));
-        limiters.push_back(limiter);
-        mostChunksInFlight = std::max(mostChunksInFlight, ++chunksInFlight);
-        struct Leave {
-            int* inFlight;
-            ~Leave() { --*inFlight; }
-        } leave{&chunksInFlight};
+        const std::unique_ptr<int, void (*)(int*)> counted(&++chunksInFlight, [](int* count) { --*count; });
         progress(length / 2);
         co_await sleepFor(chunkTime);
         failIfTold("chunk");

@@ -13,63 +13,57 @@ namespace vark::test {
 
 /// A vark that answers nothing: the base of fakes, which override what their tests are about.
 class SilentVark : public VarkAPI {
+    using Strings = std::vector<std::string>;
+    using OptionalText = std::optional<std::string>;
+
   public:
-    Task<WhoAmI> whoami() override { co_return fails<WhoAmI>(); }
-    Task<DeviceClaim> claim(std::string, std::string) override { co_return fails<DeviceClaim>(); }
-    Task<DeviceBegin> beginDeviceSignIn(std::string) override { co_return fails<DeviceBegin>(); }
-    Task<DevicePoll> pollDeviceSignIn(std::string) override { co_return fails<DevicePoll>(); }
-    Task<std::vector<VarkFolder>> folders(std::string) override {
-        co_return fails<std::vector<VarkFolder>>();
-    }
-    Task<std::vector<std::string>> tags() override { co_return fails<std::vector<std::string>>(); }
-    Task<std::int64_t> tagFiles(std::vector<std::string>, std::vector<std::string>) override {
-        co_return fails<std::int64_t>();
-    }
-    Task<VarkShare> createShare(ShareRequest) override { co_return fails<VarkShare>(); }
-    Task<bool> sharesSupported() override { co_return fails<bool>(); }
-    Task<std::vector<VarkJob>> findJobs(std::string) override { co_return fails<std::vector<VarkJob>>(); }
-    Task<std::int64_t> fileAgainstJob(std::vector<std::string>, std::int64_t) override {
-        co_return fails<std::int64_t>();
-    }
-    Task<std::string> createFolder(std::string) override { co_return fails<std::string>(); }
-    Task<VarkItem> item(std::int64_t) override { co_return fails<VarkItem>(); }
-    Task<VarkItem> item(std::string) override { co_return fails<VarkItem>(); }
-    Task<VarkPage> children(std::int64_t, std::string, std::int64_t, bool) override {
-        co_return fails<VarkPage>();
-    }
-    Task<VarkChanges> changes(std::int64_t, std::optional<std::string>, std::int64_t) override {
-        co_return fails<VarkChanges>();
-    }
+    Task<WhoAmI> whoami() override { return Silence(); }
+    Task<DeviceClaim> claim(std::string, std::string) override { return Silence(); }
+    Task<DeviceBegin> beginDeviceSignIn(std::string) override { return Silence(); }
+    Task<DevicePoll> pollDeviceSignIn(std::string) override { return Silence(); }
+    Task<std::vector<VarkFolder>> folders(std::string) override { return Silence(); }
+    Task<Strings> tags() override { return Silence(); }
+    Task<std::int64_t> tagFiles(Strings, Strings) override { return Silence(); }
+    Task<VarkShare> createShare(ShareRequest) override { return Silence(); }
+    Task<bool> sharesSupported() override { return Silence(); }
+    Task<std::vector<VarkJob>> findJobs(std::string) override { return Silence(); }
+    Task<std::int64_t> fileAgainstJob(Strings, std::int64_t) override { return Silence(); }
+    Task<std::string> createFolder(std::string) override { return Silence(); }
+    Task<VarkItem> item(std::int64_t) override { return Silence(); }
+    Task<VarkItem> item(std::string) override { return Silence(); }
+    Task<VarkPage> children(std::int64_t, std::string, std::int64_t, bool) override { return Silence(); }
+    Task<VarkChanges> changes(std::int64_t, OptionalText, std::int64_t) override { return Silence(); }
     std::shared_ptr<VarkDownload> download(std::int64_t, std::filesystem::path) override {
-        return fails<std::shared_ptr<VarkDownload>>();
+        throw VarkAPIError::notConnected();
     }
-    Task<void> fetch(std::int64_t, ContentSink&) override {
-        fails<bool>();
-        co_return;
-    }
-    Task<std::string> rename(std::string, std::string) override { co_return fails<std::string>(); }
-    Task<std::string> move(std::string, std::string) override { co_return fails<std::string>(); }
-    Task<std::string> bin(std::string) override { co_return fails<std::string>(); }
+    Task<void> fetch(std::int64_t, ContentSink&) override { return Silence(); }
+    Task<std::string> rename(std::string, std::string) override { return Silence(); }
+    Task<std::string> move(std::string, std::string) override { return Silence(); }
+    Task<std::string> bin(std::string) override { return Silence(); }
     Task<BeginResult> begin(std::string, std::int64_t, std::string, double, bool) override {
-        co_return fails<BeginResult>();
+        return Silence();
     }
     Task<void> putChunk(std::string, std::int64_t, std::filesystem::path, std::int64_t, std::int64_t,
                         TokenBucket*, ChunkProgress) override {
-        fails<bool>();
-        co_return;
+        return Silence();
     }
-    Task<std::string> finish(std::string) override { co_return fails<std::string>(); }
-    Task<UploadStatus> status(std::string) override { co_return fails<UploadStatus>(); }
-    Task<void> cancel(std::string) override {
-        fails<bool>();
-        co_return;
-    }
+    Task<std::string> finish(std::string) override { return Silence(); }
+    Task<UploadStatus> status(std::string) override { return Silence(); }
+    Task<void> cancel(std::string) override { return Silence(); }
 
   private:
-    template <class T>
-    static T fails() {
-        throw VarkAPIError::notConnected();
-    }
+    /// What every call comes to.
+    struct Silence {
+        template <class T>
+        operator Task<T>() const {
+            return ending<T>();
+        }
+        template <class T>
+        static Task<T> ending() {
+            co_await checkCancellation();
+            throw VarkAPIError::notConnected();
+        }
+    };
 };
 
 }  // namespace vark::test

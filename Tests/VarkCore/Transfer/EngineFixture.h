@@ -10,10 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "Tests/Support/Fakes/FakeClockWatch.h"
-#include "Tests/Support/Fakes/FakePathMonitor.h"
 #include "Tests/Support/Fakes/FakeSystem.h"
 #include "Tests/Support/Fakes/FakeVark.h"
+#include "Tests/Support/Fakes/FakeWatches.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "Tests/Support/TestLoop.h"
 #include "VarkCore/Transfer/TransferEngine.h"

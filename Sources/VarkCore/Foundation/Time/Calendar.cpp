@@ -12,10 +12,10 @@
 namespace vark {
 namespace {
 
-constexpr std::int64_t secondsOfDay = 86400;
+constexpr std::int64_t lengthOfDay = 86400;
 
 std::int64_t startOfLocalDay(std::int64_t localSeconds) {
-    return (localSeconds >= 0 ? localSeconds : localSeconds - secondsOfDay + 1) / secondsOfDay * secondsOfDay;
+    return (localSeconds >= 0 ? localSeconds : localSeconds - lengthOfDay + 1) / lengthOfDay * lengthOfDay;
 }
 
 }  // namespace
@@ -71,7 +71,7 @@ std::int64_t Calendar::localSeconds(Date date) const {
 
 int Calendar::weekday(Date date) const {
     constexpr std::int64_t thursday = 4;  // 1 January 1970, counted from Sunday
-    const std::int64_t day = startOfLocalDay(localSeconds(date)) / secondsOfDay;
+    const std::int64_t day = startOfLocalDay(localSeconds(date)) / lengthOfDay;
     return static_cast<int>(((day + thursday) % 7 + 7) % 7) + 1;
 }
 
