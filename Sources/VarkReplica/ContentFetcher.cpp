@@ -17,7 +17,7 @@ constexpr int mostRuns = 6;
 constexpr int mostTimesDamaged = 2;
 
 Descriptor makeFile(const std::filesystem::path& path, std::int64_t size) {
-    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file) throw FileError("Could not create", path, errno);
     if (::ftruncate(file.get(), size) != 0) throw FileError("Could not write", path, errno);
     return file;
@@ -51,7 +51,7 @@ class ContentFile::RunSink final : public ContentSink {
             bytes.remove_prefix(static_cast<std::size_t>(count));
             at_ += count;
         }
-        file_->arrived({begin_, at_});
+        file_->arrived({begin_, std::min(at_, lastBlock_)});
         if (at_ >= end_ && end_ < file_->size_) throw Enough();
     }
 
@@ -63,6 +63,9 @@ class ContentFile::RunSink final : public ContentSink {
     /// Where the bytes without a gap before `at_` begin.
     std::int64_t begin_ = at_;
     const std::int64_t end_;
+    /// Whoever reads what the run brings has it all only when the vark has been asked whether it is of one
+    /// version.
+    const std::int64_t lastBlock_ = (end_ - 1) / BlockMap::blockSize * BlockMap::blockSize;
 };
 
 ContentFetcher::ContentFetcher(Host host)
@@ -96,7 +99,7 @@ std::shared_ptr<ContentFile> ContentFetcher::make(const Record& record) {
         // Somebody has taken it away; the vark still has it.
         host_.replica.setHeld(record.ino, record.content, Held::nothing);
     }
-    const std::filesystem::path path = host_.files.incoming(record.ino, record.content);
+    const std::filesystem::path path = host_.files.incoming(record.ino, record.content, ++copies_);
     Descriptor file = makeFile(path, record.there.value().size);
     return std::shared_ptr<ContentFile>(new ContentFile(*this, record, std::move(file), path, false));
 }
@@ -109,7 +112,7 @@ void ContentFetcher::bring(const std::shared_ptr<ContentFile>& file, ByteRange r
         next = runFor(file->map_, file->map_.firstMissing(range).value_or(0));
     }
     for (const ByteRange& other : file->runs_) {
-        if (other.begin <= next.begin && next.begin <= other.end) return;
+        if (other.begin <= next.begin && next.begin < other.end) return;
     }
     file->runs_.push_back(next);
     scope_.start(run(file, next));
@@ -149,6 +152,7 @@ Task<void> ContentFetcher::fill(std::shared_ptr<ContentFile> file, ByteRange run
     if (failedHere) throw FileError(*failedHere);
     if (isDamaged) co_return co_await distrust(file);
     if (isLarge) co_await confirm(file);
+    file->arrived(run);
     co_await complete(file);
 }
 
@@ -169,11 +173,11 @@ Task<void> ContentFetcher::confirm(std::shared_ptr<ContentFile> file) {
 
 Task<void> ContentFetcher::complete(std::shared_ptr<ContentFile> file) {
     if (file->isLookedAt_ || !file->mayBeWhole()) co_return;
-    struct Look {
-        explicit Look(bool& flag) : flag(flag) { flag = true; }
-        ~Look() { flag = false; }
-        bool& flag;
-    } look(file->isLookedAt_);
+    file->isLookedAt_ = true;
+    struct Leave {
+        ContentFile& file;
+        ~Leave() { file.isLookedAt_ = false; }
+    } leave{*file};
     auto hash = [file] {
         if (::fdatasync(file->file_.get()) != 0) throw FileError("Could not write", file->path_, errno);
         return FileHasher::sha256Of(file->file_, file->path_, nullptr);

@@ -45,7 +45,7 @@ class ContentFetcher {
     friend class ContentFile;
     using Key = std::pair<Ino, std::int64_t>;
 
-    std::shared_ptr<ContentFile> make(const Record& record);
+    std::shared_ptr<ContentFile> make(const Record& record) VARK_REQUIRES(lock_);
     /// Begins a run for what is missing first, unless one brings it. On the executor, like the rest.
     void bring(const std::shared_ptr<ContentFile>& file, ByteRange range);
     Task<void> run(std::shared_ptr<ContentFile> file, ByteRange run);
@@ -64,6 +64,8 @@ class ContentFetcher {
     AsyncSemaphore places_;
     Mutex lock_;
     std::map<Key, std::weak_ptr<ContentFile>> files_ VARK_GUARDED_BY(lock_);
+    /// Of files in `incoming`: what is on its way out must not take the next one's along.
+    std::int64_t copies_ VARK_GUARDED_BY(lock_) = 0;
     TaskScope scope_;
 };
 

@@ -125,11 +125,13 @@ bool ContentFile::mayBeWhole() const {
 }
 
 Task<void> ContentFile::need(ByteRange range) {
-    // Whoever reads outlives what it reads only by this.
-    const std::shared_ptr<ContentFile> self = shared_from_this();
-    while (!has(range)) {
-        fetcher_.bring(self, range);
-        co_await Wait(*this, range);
+    return bring(shared_from_this(), range);
+}
+
+Task<void> ContentFile::bring(std::shared_ptr<ContentFile> file, ByteRange range) {
+    while (!file->has(range)) {
+        file->fetcher_.bring(file, range);
+        co_await Wait(*file, range);
     }
 }
 

@@ -44,9 +44,9 @@ class ContentFile : public std::enable_shared_from_this<ContentFile> {
     int descriptor() const { return file_.get(); }
     bool has(ByteRange range) const;
 
-    /// Returns when the bytes are here: the only wait for bytes. On the fetcher's executor. Cancelling it
-    /// stops nothing. Fails with `ContentReplaced`, `ContentDamaged`, `VarkAPIError`, and `FileError` when
-    /// the disk here takes no more.
+    /// Returns when the bytes are here: the only wait for bytes. Runs on the fetcher's executor and keeps the
+    /// content meanwhile. Cancelling it stops nothing. Fails with `ContentReplaced`, `ContentDamaged`,
+    /// `VarkAPIError`, and `FileError` when the disk here takes no more.
     Task<void> need(ByteRange range);
 
     ~ContentFile();
@@ -58,6 +58,7 @@ class ContentFile : public std::enable_shared_from_this<ContentFile> {
     ContentFile(ContentFetcher& fetcher, const Record& record, Descriptor file, std::filesystem::path path,
                 bool isWhole);
 
+    static Task<void> bring(std::shared_ptr<ContentFile> file, ByteRange range);
     bool hasLocked(ByteRange range) const VARK_REQUIRES(lock_);
     bool enqueue(Wait& wait);
     bool withdraw(Wait& wait) noexcept;

@@ -77,10 +77,12 @@ void DoubtedItems::compare(const std::vector<Answer>& answers) {
 
     std::vector<WorkingSet::Item> items;
     std::vector<std::int64_t> gone;
+    std::set<std::int64_t> answered;
     std::set<Ino> folders;
     Asked earliest = answers.front().asked;
     for (const Answer& answer : answers) {
         items.push_back(WorkingSet::Item{answer.record.there->id, answer.said});
+        answered.insert(answer.record.there->id);
         earliest.at = std::min(earliest.at, answer.asked.at);
         if (!answer.isGone()) continue;
         gone.push_back(answer.record.there->id);
@@ -89,6 +91,7 @@ void DoubtedItems::compare(const std::vector<Answer>& answers) {
     for (const Ino folder : folders) {
         for (VarkItem& item : replica_.confirmed(folder)) {
             const std::int64_t id = item.id;
+            if (answered.contains(id)) continue;
             items.push_back(WorkingSet::Item{id, WorkingSet::Said::here(std::move(item))});
         }
     }

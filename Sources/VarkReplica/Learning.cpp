@@ -52,18 +52,22 @@ void Learning::take(std::span<const VarkItem> items) {
     for (Fact& fact : facts)
         leavePlace(fact);
     // A folder may come behind what it holds, so folders are put until no more of them finds its own folder.
-    std::stable_partition(facts.begin(), facts.end(), [](const Fact& fact) { return fact.item->isDir; });
-    for (bool goesOn = true; goesOn;) {
-        std::vector<Fact> waiting;
-        for (Fact& fact : facts) {
-            if (!put(fact)) waiting.push_back(std::move(fact));
-        }
-        goesOn = waiting.size() < facts.size() && !waiting.empty() && waiting.front().item->isDir;
-        facts = std::move(waiting);
+    while (putAll(facts, true)) {
     }
+    putAll(facts, false);
     for (Fact& fact : facts) {
         if (fact.row) park(fact, false);
     }
+}
+
+bool Learning::putAll(std::vector<Fact>& facts, bool folders) {
+    std::vector<Fact> waiting;
+    for (Fact& fact : facts) {
+        const bool isPut = fact.item->isDir == folders && put(fact);
+        if (!isPut) waiting.push_back(std::move(fact));
+    }
+    facts.swap(waiting);
+    return facts.size() < waiting.size();
 }
 
 std::vector<Learning::Fact> Learning::admitted(std::span<const VarkItem> items) {

@@ -41,6 +41,8 @@ class Learning {
     };
 
     std::vector<Fact> admitted(std::span<const VarkItem> items);
+    /// Puts those of the kind, and leaves who waits for its folder. Answers whether any was put.
+    bool putAll(std::vector<Fact>& facts, bool folders);
     bool wasRemovedSince(std::int64_t id);
     void leavePlace(Fact& fact);
     /// Whether the item's folder is known; if so it stands there now, or is parked for another reason.

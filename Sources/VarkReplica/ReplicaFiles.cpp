@@ -34,8 +34,8 @@ ReplicaFiles::Path ReplicaFiles::content(Ino ino, std::int64_t number) const {
     return contents() / fmt::format("{:02}", ino % contentFolders) / numbers(ino, number);
 }
 
-ReplicaFiles::Path ReplicaFiles::incoming(Ino ino, std::int64_t number) const {
-    return incoming() / numbers(ino, number);
+ReplicaFiles::Path ReplicaFiles::incoming(Ino ino, std::int64_t number, std::int64_t copy) const {
+    return incoming() / fmt::format("{}-{}", numbers(ino, number), copy);
 }
 
 void ReplicaFiles::makeFolders() const {

@@ -23,9 +23,9 @@ class ReplicaFiles {
     /// Bytes of which the vark has a copy. May go at any time.
     Path contents() const { return folder_ / "contents"; }
     Path content(Ino ino, std::int64_t number) const;
-    /// What is under way to `contents`.
+    /// What is under way to `contents`. `copy` tells one from the next of the same bytes.
     Path incoming() const { return folder_ / "incoming"; }
-    Path incoming(Ino ino, std::int64_t number) const;
+    Path incoming(Ino ino, std::int64_t number, std::int64_t copy) const;
 
     /// Makes the folders, for this person alone. Fails with `FileError`.
     void makeFolders() const;

@@ -2,6 +2,7 @@
 // killed.
 
 #include "Tests/EndToEnd/EndToEndTest.h"
+#include "Tests/Support/Programs.h"
 #include "VarkCore/Foundation/Files.h"
 
 namespace vark::test {

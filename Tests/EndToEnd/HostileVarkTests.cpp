@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "Tests/Support/Boxes/RealVark.h"
+#include "Tests/Support/Programs.h"
 #include "Tests/Support/ScriptedServer.h"
 
 namespace vark::test {

@@ -83,13 +83,13 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     const std::vector<std::string> command{"ingest", "ALPHA", "--to", "Jobs/Shoot"};
     const Finished safe = vark.run(command);
     expectExit(safe, 0);
-    expectAllHeld();
+    expectHeld(files, "Jobs/Shoot/ALPHA/");
     EXPECT_THAT(safe.output,
                 AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("ALPHA is safe to clear")));
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
 
-    put("DCIM/.IMG_0003.MOV", 500'000);
-    put("DCIM/NEW.JPG", 100);
+    writeSample(card->seen(), "DCIM/.IMG_0003.MOV", 500'000, 3);
+    writeSample(card->seen(), "DCIM/NEW.JPG", 100, 4);
     letLand(0);
     Process following = vark.start(command);
     ASSERT_TRUE(untilAnswered("POST", "/api/upload/begin", 200, 21));

@@ -1,5 +1,6 @@
 #include "Tests/EndToEnd/EndToEndTest.h"
 #include "Tests/Support/KeyringSession.h"
+#include "Tests/Support/Programs.h"
 
 namespace vark::test {
 namespace {

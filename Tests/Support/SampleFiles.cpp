@@ -22,7 +22,7 @@ std::string longName() {
 }
 
 // Each takes the number of the file.
-const std::array names = {
+const std::array oddNames = {
     std::string("Take {}.mov"),
     std::string("two  blanks and one at the end {} "),
     std::string("\"quoted\" it's `{}`"),
@@ -78,7 +78,7 @@ std::vector<SampleFile> writeSamples(const std::filesystem::path& folder, const 
     std::vector<SampleFile> files;
     for (const std::int64_t size : sizesOf(set, random)) {
         const std::size_t number = files.size();
-        const std::string name = fmt::format(fmt::runtime(names[number % names.size()]), number);
+        const std::string name = fmt::format(fmt::runtime(oddNames[number % oddNames.size()]), number);
         files.push_back(writeSample(folder, folders[number % folders.size()] + name, size, random()));
     }
     return files;

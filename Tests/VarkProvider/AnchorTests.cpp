@@ -10,7 +10,7 @@
 namespace vark {
 namespace {
 
-const Date noon = Date::fromSince1970(1'740'000'000.75);
+const Date afterNoon = Date::fromSince1970(1'740'000'000.75);
 using Anchor = std::optional<std::string>;
 
 class LastAnchorTest : public testing::Test {
@@ -30,7 +30,7 @@ TEST_F(LastAnchorTest, AnswersWithAPlaceWheneverThereIsOne) {
     for (const auto& [varkSaid, stored, answer, storedThen] : cases) {
         LastAnchor::forgetAll(shared);
         LastAnchor::keep(stored, "k", shared);
-        EXPECT_EQ(LastAnchor::answer(varkSaid, "k", shared, noon), answer);
+        EXPECT_EQ(LastAnchor::answer(varkSaid, "k", shared, afterNoon), answer);
         EXPECT_EQ(LastAnchor::last("k", shared), storedThen) << answer;
     }
     EXPECT_FALSE(LastAnchor::isPending("pending-ish"));
@@ -38,28 +38,25 @@ TEST_F(LastAnchorTest, AnswersWithAPlaceWheneverThereIsOne) {
 
 TEST_F(LastAnchorTest, StartsAWhileBeforeAPendingAnchorWasGiven) {
     for (const char* nonsense : {"pending", "pending:12x", "pending:nan", "1|1"})
-        EXPECT_EQ(LastAnchor::startFor(nonsense, 600, noon), "1739999400.750000|0") << nonsense;
-    EXPECT_EQ(LastAnchor::startFor("pending:1700000000", 600, noon), "1699999400.000000|0");
-    EXPECT_EQ(LastAnchor::startFor("pending:-7", 0, noon), "0.000000|0");
+        EXPECT_EQ(LastAnchor::startFor(nonsense, 600, afterNoon), "1739999400.750000|0") << nonsense;
+    EXPECT_EQ(LastAnchor::startFor("pending:1700000000", 600, afterNoon), "1699999400.000000|0");
+    EXPECT_EQ(LastAnchor::startFor("pending:-7", 0, afterNoon), "0.000000|0");
 }
 
 TEST_F(LastAnchorTest, WritersAtOnceLoseNoKeyAndADamagedFileCountsAsEmpty) {
     folder.file("shared/anchors.json", R"({"k":"1|1")");
     EXPECT_FALSE(LastAnchor::last("k", shared));
-    {
-        std::vector<std::jthread> writers;
-        for (int writer = 0; writer < 4; ++writer) {
-            writers.emplace_back([this, writer] {
-                for (int number = 0; number < 25; ++number)
-                    LastAnchor::keep("1|1", LastAnchor::key("s", writer, number), shared);
-            });
-        }
-    }
-    for (int writer = 0; writer < 4; ++writer) {
+    const auto keepMany = [this](int writer) {
         for (int number = 0; number < 25; ++number)
-            EXPECT_EQ(LastAnchor::last(LastAnchor::key("s", writer, number), shared), "1|1");
-    }
-    EXPECT_EQ(LastAnchor::answer("1|1", "k", std::nullopt, noon), "1|1") << "without a folder";
+            LastAnchor::keep("1|1", LastAnchor::key("s", writer, number), shared);
+    };
+    std::vector<std::jthread> writers;
+    for (int writer = 0; writer < 4; ++writer)
+        writers.emplace_back(keepMany, writer);
+    writers.clear();
+    for (int each = 0; each < 100; ++each)
+        EXPECT_EQ(LastAnchor::last(LastAnchor::key("s", each / 25, each % 25), shared), "1|1");
+    EXPECT_EQ(LastAnchor::answer("1|1", "k", std::nullopt, afterNoon), "1|1") << "without a folder";
 }
 
 TEST(AnchorMemory, RemembersOneVersionAndVouchesForNothingWithoutAPlaceForIt) {

@@ -17,7 +17,7 @@ class FeedFollowerTest : public testing::Test, protected FollowingWorld {
     /// How long it takes from here to the next question of the feed.
     Duration untilNext() {
         const Instant begin = loop.clock.now();
-        vark.taken();
+        EXPECT_LE(vark.taken().size(), 1U);
         while (vark.calls.empty())
             loop.advance(1s);
         return loop.clock.now() - begin;
@@ -32,10 +32,8 @@ TEST_F(FeedFollowerTest, PagesFollowAtOnceAndEachMovesThePlace) {
         vark.set(file(number, 1, fmt::format("n{}", number)));
     vark.remove(3);
     vark.taken();
-    // The second page fails: the first one stands, and it goes on behind it.
-    vark.failures["changes"] = {};
     untilNext();
-    EXPECT_THAT(vark.taken(), ElementsAre("changes from 0", "changes from 3", "changes from 6"));
+    EXPECT_THAT(vark.taken(), ElementsAre("changes from 0", "changes from 4", "changes from 7"));
     EXPECT_THAT(shown(), ElementsAre("f/", "f/n2", "f/n4", "f/n5", "f/n6", "f/n7"));
     EXPECT_EQ(replica().anchor(), "8");
     EXPECT_THAT(told, IsEmpty());
@@ -48,15 +46,16 @@ TEST_F(FeedFollowerTest, PagesFollowAtOnceAndEachMovesThePlace) {
 
 TEST_F(FeedFollowerTest, PaceIsThatOfUseAndOfFailures) {
     follow();
+    vark.taken();
     for (int time = 0; time < 12; ++time)
         EXPECT_EQ(untilNext(), 5s);
     EXPECT_EQ(untilNext(), 30s);
     EXPECT_EQ(untilNext(), 30s);
     loop.advance(20s);
+    EXPECT_THAT(vark.taken(), IsEmpty());
     follower().used();
-    EXPECT_EQ(untilNext(), 1s);
+    loop.advance(0s);
     EXPECT_EQ(untilNext(), 5s);
-    follower().used();
     vark.failures["changes"] = std::deque(6, VarkAPIError::server(400));
     const std::optional<std::string> place = replica().anchor();
     EXPECT_EQ(untilNext(), 5s);

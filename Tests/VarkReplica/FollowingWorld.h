@@ -26,7 +26,7 @@ class FollowingWorld : public ReplicaWorld {
         follower_ = std::make_unique<FeedFollower>(replica(), *changes_, doubts_, log_, tell(), loop.executor,
                                                    loop.clock);
         follower_->start();
-        loop.settle();
+        loop.advance(Duration{});
     }
     template <class T>
     T run(Task<T> task) {

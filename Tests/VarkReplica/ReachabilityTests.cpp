@@ -15,7 +15,8 @@ class ReachabilityTest : public testing::Test {
     ReachabilityTest() {
         reachability.setBack([this] { ++back; });
     }
-    TaskHandle<HTTPResponse> call() { return loop.start(session.data({})); }
+    static HTTPRequest request() { return {"GET", URL::parse("https://vark.test").value(), {}, {}}; }
+    TaskHandle<HTTPResponse> call() { return loop.start(session.data(request())); }
     std::size_t made() const { return scripted->requests.size(); }
 
     TestLoop loop;
@@ -35,35 +36,35 @@ TEST_F(ReachabilityTest, SilenceCostsOneWaitAndThenOneTryInFiveSeconds) {
     EXPECT_FALSE(first.done());
 
     for (int time = 0; time < 3; ++time)
-        EXPECT_THROW(loop.run(session.data({})), HTTPError);
+        EXPECT_THROW(loop.run(session.data(request())), HTTPError);
     EXPECT_EQ(made(), 1U);
     loop.advance(5s);
     scripted->queue(failure(HTTPError::cannotConnect));
-    EXPECT_THROW(loop.run(session.data({})), HTTPError);
-    EXPECT_THROW(loop.run(session.data({})), HTTPError);
+    EXPECT_THROW(loop.run(session.data(request())), HTTPError);
+    EXPECT_THROW(loop.run(session.data(request())), HTTPError);
     EXPECT_EQ(made(), 2U);
     EXPECT_EQ(reachability.since(), Instant{} + 5s);
 
     loop.advance(5s);
     scripted->queue(500);
-    EXPECT_EQ(loop.run(session.data({})).status, 500);
+    EXPECT_EQ(loop.run(session.data(request())).status, 500);
     EXPECT_EQ(reachability.state(), State::answers);
     EXPECT_EQ(back, 1);
     scripted->queue(200);
-    EXPECT_EQ(loop.run(session.data({})).status, 200);
+    EXPECT_EQ(loop.run(session.data(request())).status, 200);
 }
 
 TEST_F(ReachabilityTest, WithoutANetworkNothingIsTriedUntilItIsBack) {
     reachability.pathChanged(false);
     loop.advance(1h);
-    EXPECT_THROW(loop.run(session.data({})), HTTPError);
+    EXPECT_THROW(loop.run(session.data(request())), HTTPError);
     reachability.metSilence();
     EXPECT_EQ(reachability.state(), State::noWay);
     EXPECT_EQ(made(), 0U);
     reachability.pathChanged(true);
     EXPECT_EQ(back, 1);
     scripted->queue(200);
-    EXPECT_EQ(loop.run(session.data({})).status, 200);
+    EXPECT_EQ(loop.run(session.data(request())).status, 200);
 }
 
 TEST_F(ReachabilityTest, EachEndSaysWhatItSays) {

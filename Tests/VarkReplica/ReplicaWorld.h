@@ -1,11 +1,15 @@
 #pragma once
 
+#include <stdlib.h>
+
 #include <algorithm>
+#include <filesystem>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "Tests/Support/TemporaryFolder.h"
 #include "VarkReplica/Replica.h"
 
 namespace vark::test {
@@ -32,7 +36,27 @@ inline VarkItem file(std::int64_t id, std::int64_t parent, std::string name, int
     return item;
 }
 
-/// A replica of its own in a temporary folder.
+/// A folder in memory for one test: what these tests are about is no matter of a disk's speed.
+class MemoryFolder {
+  public:
+    MemoryFolder() {
+        if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("No folder in memory could be made.");
+    }
+    MemoryFolder(const MemoryFolder&) = delete;
+    MemoryFolder& operator=(const MemoryFolder&) = delete;
+    ~MemoryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::filesystem::path operator/(std::string_view name) const {
+        return std::filesystem::path(path_) / name;
+    }
+
+  private:
+    std::string path_ = "/dev/shm/vark-test-XXXXXX";
+};
+
+/// A replica of its own.
 class ReplicaWorld {
   public:
     ReplicaWorld() { start(); }
@@ -81,8 +105,9 @@ class ReplicaWorld {
     void collect(Ino ino, const std::string& path, std::vector<std::string>& paths) {
         for (const Listing::Entry& entry : replica().list(ino, 0, 10'000).entries) {
             const bool isFolder = entry.here.kind == Kind::folder;
-            paths.push_back(path + entry.here.name + (isFolder ? "/" : ""));
-            if (isFolder) collect(entry.ino, paths.back(), paths);
+            const std::string own = path + entry.here.name + (isFolder ? "/" : "");
+            paths.push_back(own);
+            if (isFolder) collect(entry.ino, own, paths);
         }
     }
 
@@ -90,7 +115,7 @@ class ReplicaWorld {
     Date now{1000};
 
   private:
-    TemporaryFolder folder_;
+    MemoryFolder folder_;
     ReplicaFiles files_{folder_ / "disk/one"};
     std::unique_ptr<ReplicaStore> store_;
     std::unique_ptr<Replica> replica_;

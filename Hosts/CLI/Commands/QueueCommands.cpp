@@ -12,7 +12,7 @@ namespace {
 
 using Command = QueueRequest::Command;
 
-constexpr Duration betweenLooks = std::chrono::seconds(1);
+constexpr Duration queueIsLookedAtEvery = std::chrono::seconds(1);
 
 struct QueueOptions {
     bool watch = false;
@@ -90,7 +90,7 @@ Task<ExitCode> watching(CommandSurroundings& surroundings, WatchDisplay& display
         display.show(shown);
         const bool goesOn = shown.view && shown.view->running && surroundings.console.isRead();
         if (!goesOn) co_return shown.code;
-        co_await sleepFor(betweenLooks);
+        co_await sleepFor(queueIsLookedAtEvery);
     }
 }
 

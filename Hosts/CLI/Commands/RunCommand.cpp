@@ -14,7 +14,7 @@ constexpr const char* aboutRun =
     "Without a connection it waits for one. SIGTERM ends it; the queue is saved. There is a unit for it: "
     "systemctl\n"
     "--user enable --now vark.service";
-constexpr Duration betweenLooks = std::chrono::hours(24);
+constexpr Duration longestSleep = std::chrono::hours(24);
 
 struct RunOptions {};
 
@@ -23,7 +23,7 @@ Task<void> runWhenTheQueueIsFree(CommandSurroundings& surroundings) {
     QueueLock lock = co_await asking.waitForTheQueue(Duration(0));
     if (!lock) surroundings.console.say("Another vark is sending. Waiting until the queue is free.");
     while (!lock)
-        lock = co_await asking.waitForTheQueue(betweenLooks);
+        lock = co_await asking.waitForTheQueue(longestSleep);
     Running running(surroundings, std::move(lock));
     co_await running.run();
 }

@@ -19,7 +19,7 @@ struct IngestWish {
     bool asksForDestination = false;
     std::string title;
     /// Paths relative to the card.
-    std::vector<std::string> leaveOut;
+    std::vector<std::string> leaveOut{};
     bool emailMe = false;
 
     static IngestWish fromJSON(const boost::json::value& value);

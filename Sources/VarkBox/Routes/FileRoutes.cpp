@@ -72,7 +72,7 @@ BoxReply fileBytes(Services& services, const BoxRequest& request, const Item& it
     return reply;
 }
 
-std::int64_t now() {
+std::int64_t wholeSecond() {
     return static_cast<std::int64_t>(now());
 }
 
@@ -81,8 +81,8 @@ BoxReply file(Services& services, const BoxRequest& request, std::int64_t id) {
     Item item = requireFile(services, id);
     std::optional<std::string> node = services.nodes.attached();
     if (!node) return fileBytes(services, request, item);
-    return BoxReply::redirect(
-        fmt::format("{}/f/{}", addressOn(*node, services.chunkURL), services.tickets.issue(id, now())));
+    return BoxReply::redirect(fmt::format("{}/f/{}", addressOn(*node, services.chunkURL),
+                                          services.tickets.issue(id, wholeSecond())));
 }
 
 }  // namespace
@@ -97,7 +97,7 @@ void addFileRoutes(Router& router, Services& services) {
 void addTicketRoutes(Router& router, Services& services) {
     router.add("GET", "/f/{}", Door::open,
                [&services](const BoxRequest& request, const Router::Arguments& arguments) {
-                   std::int64_t id = services.tickets.open(arguments[0], now());
+                   std::int64_t id = services.tickets.open(arguments[0], wholeSecond());
                    return fileBytes(services, request, requireFile(services, id));
                });
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Tests/Support/Noon.h"
 #include "Tests/Support/TemporaryFolder.h"
 #include "VarkCore/Activity/ActivityHistory.h"
 #include "VarkCore/Activity/SharedActivity.h"
@@ -9,7 +10,7 @@
 namespace vark {
 namespace {
 
-const Date noon = Date::fromSince1970(1'740'000'000);
+using test::noon;
 constexpr double day = 86'400;
 
 ActivityEntry line(std::string text, Date at = noon) {

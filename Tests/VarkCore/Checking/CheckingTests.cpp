@@ -20,7 +20,7 @@ using testing::IsEmpty;
 using testing::Pair;
 
 /// A vark of folders and files by their paths, in pages of one item.
-class Shelf final : public test::SilentVark {
+class CheckedShelf final : public test::SilentVark {
   public:
     std::map<std::string, VarkItem> items;
     std::deque<VarkAPIError> failures;
@@ -107,7 +107,7 @@ class CheckingTest : public testing::Test {
     test::TestLoop loop;
     TemporaryFolder here;
     FakeVolumes volumes;
-    std::shared_ptr<Shelf> vark = std::make_shared<Shelf>();
+    std::shared_ptr<CheckedShelf> vark = std::make_shared<CheckedShelf>();
 };
 
 TEST_F(CheckingTest, OnlyTheSameBytesAtTheSamePlaceAreVouchedFor) {

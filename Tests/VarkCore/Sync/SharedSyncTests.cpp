@@ -1,3 +1,4 @@
+#include "Tests/Support/Noon.h"
 #include "VarkCore/Sync/SharedSync.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@ namespace {
 using Kind = SyncOp::Kind;
 using State = SyncOp::State;
 
-const Date noon = Date::fromSince1970(1'740'000'000);
+using test::noon;
 class SharedSyncTest : public testing::Test {
   protected:
     SyncOp begin(std::string path, std::int64_t bytes = 100, Date now = noon) const {

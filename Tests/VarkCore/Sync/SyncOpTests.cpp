@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Tests/Support/Noon.h"
 #include "VarkCore/Foundation/JSON/JSON.h"
 #include "VarkCore/Sync/SyncOp.h"
 
@@ -9,7 +10,7 @@ namespace {
 using Kind = SyncOp::Kind;
 using State = SyncOp::State;
 
-const Date noon = Date::fromSince1970(1'740'000'000);
+using test::noon;
 
 TEST(SyncOp, IsNamedByItsPathAndStandsInTheFileByItsKeysInTheirOrder) {
     SyncOp op(Kind::bin, "/Jobs//2026/a", 7, noon);

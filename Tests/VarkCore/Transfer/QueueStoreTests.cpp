@@ -10,7 +10,7 @@
 namespace vark {
 namespace {
 
-const Date now = Date::fromSince1970(1'740'994'867);
+const Date then = Date::fromSince1970(1'740'994'867);
 
 /// Every field has a value, and the texts are of the awkward kind.
 TransferJob fullJob() {
@@ -23,7 +23,7 @@ TransferJob fullJob() {
                             .volumeUUID = "1234-ABCD",
                             .emailMe = true,
                             .leftOut = {"a\nb", "M\xC3\xBCll"},
-                            .startedAt = now,
+                            .startedAt = then,
                             .unlisted = {{IngestInfo::Unlisted::Kind::hidden, "D/.\xC3\xBC"},
                                          {IngestInfo::Unlisted::Kind::removed, "D/1", 7, 1.5}}};
     TransferItem& item = job.items[0];
@@ -31,7 +31,7 @@ TransferJob fullJob() {
     item.localPath = "/tmp/line\nend \\ \"\x01\" \xF0\x9F\x8E\xAC";
     item.error = "Something else is there.";
     item.attempts = 3;
-    item.finishedAt = now;
+    item.finishedAt = then;
     item.replace = item.alreadyThere = item.changedWhileSent = true;
     return job;
 }
@@ -40,7 +40,7 @@ class QueueStoreTest : public testing::Test {
   protected:
     TemporaryFolder folder;
     std::filesystem::path path = folder / "Support/Vark/queue.json";
-    QueueStore store{path, [] { return now; }, Durability::cached};
+    QueueStore store{path, [] { return then; }, Durability::cached};
 };
 
 TEST_F(QueueStoreTest, KeepsEveryFieldOfAJobAndQueuesAgainWhatWasInFlight) {
@@ -56,11 +56,11 @@ TEST_F(QueueStoreTest, KeepsEveryFieldOfAJobAndQueuesAgainWhatWasInFlight) {
 }
 
 TEST_F(QueueStoreTest, WritesSortedKeysAndLeavesOutWhatIsAbsent) {
-    TransferJob job{.id = sampleUUID(1), .destination = "Jobs/2025", .createdAt = now};
+    TransferJob job{.id = sampleUUID(1), .destination = "Jobs/2025", .createdAt = then};
     job.items.push_back(
         {.id = sampleUUID(3), .localPath = "/a", .relativePath = "a", .mtime = 1'700'000'000.25});
     EXPECT_EQ(
-        encodeQueue(job, now),
+        encodeQueue(job, then),
         R"({"job":{"clientName":"","createdAt":"2025-03-03T09:41:07Z","destination":"Jobs/2025","entries":[],)"
         R"("id":"00000000-0000-0000-0000-000000000001","isPaused":false,"items":[{"alreadyThere":false,)"
         R"("attempts":0,"doneChunks":[],"entryID":"00000000-0000-0000-0000-000000000000",)"
@@ -94,14 +94,14 @@ TEST_F(QueueStoreTest, AFailedWriteLeavesTheOldQueueAndTheNextOneTriesAgain) {
 
 /// The document with one piece of its text replaced.
 std::string changed(std::string_view from, std::string_view to) {
-    std::string bytes = encodeQueue(fullJob(), now);
+    std::string bytes = encodeQueue(fullJob(), then);
     const std::size_t place = bytes.find(from);
     EXPECT_NE(place, std::string::npos) << from;
     return bytes.replace(place, from.size(), to);
 }
 
 TEST_F(QueueStoreTest, DamagedDocumentsDoNotLoad) {
-    const std::string whole = encodeQueue(fullJob(), now);
+    const std::string whole = encodeQueue(fullJob(), then);
     for (const std::string& bytes :
          {std::string("{}"), whole + "x", whole.substr(0, whole.size() / 2), changed(R"("attempts":3,)", ""),
           changed("conflict", "Conflict"), changed(R"("items":[)", R"("items":[7,)")})
@@ -119,7 +119,7 @@ TEST_F(QueueStoreTest, ReadsWhatOtherVersionsMayWrite) {
     EXPECT_FALSE(QueueStore::decode(changed(R"("sha256":"0000)", R"("sha256":"zzzz)"))->items[0].sha256);
     // Earlier versions kept no account of what was passed over.
     job.ingest->unlisted.clear();
-    std::string bytes = encodeQueue(job, now);
+    std::string bytes = encodeQueue(job, then);
     const std::string_view added = R"("unlisted":[],)";
     ASSERT_TRUE(bytes.contains(added));
     EXPECT_EQ(QueueStore::decode(bytes.erase(bytes.find(added), added.size())), job);
