@@ -36,7 +36,6 @@ class Ingest : public EndToEndTest {
     }
     bool untilLanded(int count) { return untilAnswered("POST", "/finish", 200, count); }
     json::array ingests() const { return box.control("GET", "/control/ingests").at("ingests").as_array(); }
-    json::value report() const { return ingests().at(0).at("finished"); }
 
     const char* waiting = "Plug ALPHA back in to carry on. Nothing is lost.";
     std::unique_ptr<TestCard> card;
@@ -70,7 +69,7 @@ TEST_F(Ingest, SurvivesThePullingOfTheCardAndTheKillingOfTheProgram) {
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
     ASSERT_EQ(ingests().size(), 1U);
     EXPECT_EQ(ingests().at(0).at("announced").at("files"), 501);
-    EXPECT_EQ(report().at("not_sent").at(0).at("source"), "DCIM/LAST.JPG");
+    EXPECT_EQ(ingests().at(0).at("finished").at("not_sent").at(0).at("source"), "DCIM/LAST.JPG");
     EXPECT_THAT(run.output,
                 HasSubstr("Do not clear ALPHA yet: 500 files landed and checked, but 1 thing on it is not "
                           "in the vark as it is there:\n  DCIM/LAST.JPG: The file is no longer where"));
@@ -85,11 +84,15 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     expectExit(safe, 0);
     expectHeld(files, "Jobs/Shoot/ALPHA/");
     EXPECT_THAT(safe.output,
-                AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("ALPHA is safe to clear")));
+                AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("it is safe to clear")));
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
 
     writeSample(card->seen(), "DCIM/.IMG_0003.MOV", 500'000, 3);
+<<<<<<< HEAD
     writeSample(card->seen(), "DCIM/NEW.JPG", 100, 4);
+=======
+    writeSample(card->seen(), "DCIM/NEW.JPG", 100, 3);
+>>>>>>> 56f7cd12039edf9cb5bb4823f3afab1fe204b6c3
     letLand(0);
     Process following = vark.start(command);
     ASSERT_TRUE(untilAnswered("POST", "/api/upload/begin", 200, 21));
@@ -99,19 +102,6 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     expectExit(unsafe, 1);
     EXPECT_THAT(unsafe.output, HasSubstr("Do not clear ALPHA yet"));
     EXPECT_EQ(ingests().size(), 2U);
-}
-
-TEST_F(Ingest, CallsACardSafeToClearOnceAllOfItHasLanded) {
-    fill(20);
-    const Finished run = vark.run({"ingest", card->path()});
-    expectExit(run, 0);
-    EXPECT_THAT(run.output,
-                HasSubstr("Every file of ALPHA has landed and been checked: it is safe to clear."));
-    const std::string destination(ingests().at(0).at("announced").at("destination").as_string());
-    EXPECT_THAT(destination, testing::EndsWith(" ALPHA"));
-    expectHeld(files, destination + "/ALPHA/");
-    const json::array none;
-    EXPECT_EQ(report(), json::value({{"skipped", none}, {"left_out", none}, {"not_sent", none}}));
 }
 
 }  // namespace

@@ -16,7 +16,6 @@ struct ScriptedAPI {
     std::optional<std::string> token = "t0ken";
     Date now{1000};
     LANRouter lan;
-    WaysTaken ways;
     LANTransfer nodes{dialer, loop.pool, [this] { return now; }};
     HTTPVarkAPI api = client(loop.pool);
 
@@ -33,8 +32,7 @@ struct ScriptedAPI {
                                      .writers = writers,
                                      .executor = loop.executor,
                                      .clock = loop.clock,
-                                     .now = [this] { return now; },
-                                     .ways = &ways};
+                                     .now = [this] { return now; }};
         return HTTPVarkAPI(host, *URL::parse("https://vark.example/portal/"), [this] { return token; });
     }
 };

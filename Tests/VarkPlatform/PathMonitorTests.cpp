@@ -25,7 +25,7 @@ void inOwnNetwork(const std::function<void()>& test) {
 }
 
 /// A script of `ip` and the like. Throws when it fails.
-void run(const std::string& script) {
+void runScript(const std::string& script) {
     runTool({"sh", "-ec", script});
 }
 
@@ -61,7 +61,7 @@ TEST(NetlinkPathMonitor, ReportsTheStateAndThenEachChange) {
         EXPECT_EQ(watched.first(1), expected);
         for (const char* change : {"ip link set lo up; ip route add default dev lo", "ip route del default",
                                    "ip route add default dev lo", "ip link set lo down"}) {
-            run(change);
+            runScript(change);
             expected.push_back(!expected.back());
             EXPECT_EQ(watched.first(expected.size()), expected) << change;
         }
@@ -88,7 +88,7 @@ TEST(NetlinkPathMonitor, JudgesByTheWorldOrByTheHostOfTheVark) {
     for (const Case& one : cases) {
         SCOPED_TRACE(one.setUp);
         inOwnNetwork([&] {
-            run(one.setUp);
+            runScript(one.setUp);
             for (const auto& host : one.usable)
                 EXPECT_EQ(Watched(host).first(1), std::vector{true}) << host.value_or("anybody");
             for (const auto& host : one.unusable)

@@ -27,7 +27,6 @@ class FakeServiceBrowser final : public ServiceBrowser {
     std::map<std::string, std::deque<Location>> locations;
 
     std::vector<std::string> located;
-    std::string type;
     /// Attempts that have not ended.
     int locating = 0;
 
@@ -35,8 +34,7 @@ class FakeServiceBrowser final : public ServiceBrowser {
     void announce(std::vector<FoundService> services) { onResults_(std::move(services)); }
     void change(BrowsingState state) { onState_(std::move(state)); }
 
-    void start(std::string_view serviceType, OnState onState, OnResults onResults) override {
-        type = serviceType;
+    void start(std::string_view, OnState onState, OnResults onResults) override {
         onState_ = std::move(onState);
         onResults_ = std::move(onResults);
     }

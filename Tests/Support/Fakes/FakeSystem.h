@@ -23,16 +23,15 @@ struct FakeBundle : Bundle {
 struct FakeUserFolders : UserFolders {
     explicit FakeUserFolders(std::filesystem::path folder) : base(std::move(folder)) {}
     std::filesystem::path base;
-    std::optional<std::string> groupTrouble;
 
     std::filesystem::path home() const override { return base; }
     std::optional<std::filesystem::path> applicationSupport() const override { return base / "Support"; }
     std::optional<std::filesystem::path> library() const override { return base / "State"; }
     std::optional<std::filesystem::path> downloads() const override { return base / "Downloads"; }
     std::optional<std::filesystem::path> groupContainer(std::string_view identifier) const override {
-        return groupTrouble ? std::nullopt : std::optional(base / "Groups" / identifier);
+        return base / "Groups" / identifier;
     }
-    std::optional<std::string> groupContainerTrouble(std::string_view) const override { return groupTrouble; }
+    std::optional<std::string> groupContainerTrouble(std::string_view) const override { return {}; }
 };
 
 /// A table; the volume of a path is the one with the longest path in front of it.

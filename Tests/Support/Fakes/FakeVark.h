@@ -35,8 +35,6 @@ class FakeVark : public SilentVark {
     std::map<std::string, Upload> uploads;
     /// How long one chunk takes.
     Duration chunkTime = std::chrono::milliseconds(100);
-    /// How long it takes to give an upload up.
-    Duration cancelTime{};
     /// How many times `status` says "checking" before it says how it ended.
     int checkingPolls = 0;
     std::optional<UploadStatus> verdict;
@@ -130,7 +128,6 @@ class FakeVark : public SilentVark {
 
     Task<void> cancel(std::string uploadID) override {
         calls.push_back("cancel " + uploadID);
-        if (cancelTime > Duration{}) co_await sleepFor(cancelTime);
         co_await yieldNow();
         uploads.erase(uploadID);
     }
