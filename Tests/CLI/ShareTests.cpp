@@ -29,7 +29,7 @@ TEST_F(Sharing, ALinkIsPrintedAndCopied) {
     EXPECT_EQ(said(), "Link copied. It runs out tomorrow.\n");
     EXPECT_THAT(world.platform.copied, ElementsAre("https://vark.example/s/1"));
 
-    server.share = {.url = "https://vark.example/\x1b[2J"};
+    server.share.url = "https://vark.example/\x1b[2J";
     world.platform.hasDesktop = false;
     EXPECT_EQ(vark({"share", "a"}), ExitCode::allLanded);
     EXPECT_EQ(printed(), "https://vark.example/\\x1b[2J\n");
