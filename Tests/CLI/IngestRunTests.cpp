@@ -34,7 +34,8 @@ class IngestRunTest : public SendRunTest {
         settings.ingest = IngestWish{.volume = world.platform.mounted.table.at(0),
                                      .isCard = true,
                                      .destination = "Jobs",
-                                     .title = "2025-03-03 ALPHA"};
+                                     .title = "2025-03-03 ALPHA",
+                                     .leaveOut = {}};
         return settings;
     }
     void beginSending() {

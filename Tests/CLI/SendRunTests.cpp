@@ -43,12 +43,12 @@ TEST_F(SendRunTest, TheExitCodeSaysHowItWent) {
              settings.onConflict = ConflictRule::replace;
          },
          ExitCode::allLanded, ""},
-        {"newer, and the vark has not said from when its own is",
+        {"the later one stays or comes",
          [](auto& test, auto& settings) {
              test.vark.files["a.mov"] = "other";
              settings.onConflict = ConflictRule::newer;
          },
-         ExitCode::decisionWaits, "vark resolve"},
+         ExitCode::allLanded, ""},
         {"signed out for good",
          [](auto& test, auto&) {
              test.vark.lasting.insert({"begin", VarkAPIError::unauthorized("Device revoked.")});

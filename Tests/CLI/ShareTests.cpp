@@ -33,7 +33,7 @@ TEST_F(Sharing, ALinkIsPrintedAndCopied) {
     world.platform.hasDesktop = false;
     EXPECT_EQ(vark({"share", "a"}), ExitCode::allLanded);
     EXPECT_EQ(printed(), "https://vark.example/\\x1b[2J\n");
-    EXPECT_EQ(said(), "");
+    EXPECT_EQ(said(), "The link runs out tomorrow.\n");
 }
 
 TEST_F(Sharing, AVarkWithoutLinksIsToldFromOneThatRefuses) {

@@ -84,7 +84,7 @@ TEST_F(Ingest, IsTakenOnByTheRunThatHasTheQueueAndFollowedToItsVerdict) {
     expectExit(safe, 0);
     expectHeld(files, "Jobs/Shoot/ALPHA/");
     EXPECT_THAT(safe.output,
-                AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("ALPHA is safe to clear")));
+                AllOf(HasSubstr("Landed: Jobs/Shoot/ALPHA/DCIM"), HasSubstr("it is safe to clear")));
     EXPECT_EQ(box.count("POST", "/api/ingest/1/finish"), 1);
 
     writeSample(card->seen(), "DCIM/.IMG_0003.MOV", 500'000, 3);

@@ -80,9 +80,9 @@ TEST_F(TwoAtOnce, TheSecondSeesTheFirstAmongTheProcessesWhereNoLockCanBeHad) {
     const fs::path lock = *vark.find("running.lock");
     fs::remove(lock);
     fs::create_directories(lock);
-    const Finished second = vark.run({"ingest", "ALPHA"});
-    expectExit(second, 1);
-    EXPECT_THAT(second.errors, HasSubstr("Another vark is sending"));
+    const Finished second = vark.run({"send", "--rate", "1MB", "/etc/hostname"});
+    expectExit(second, 2);
+    EXPECT_THAT(second.errors, HasSubstr("Vark is running"));
 }
 
 }  // namespace

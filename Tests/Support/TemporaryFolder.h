@@ -12,8 +12,8 @@ namespace vark {
 /// A fresh folder for one test, gone with all that is in it at the test's end.
 class TemporaryFolder {
   public:
-    TemporaryFolder() {
-        std::string pattern = std::filesystem::temp_directory_path() / "vark-test-XXXXXX";
+    explicit TemporaryFolder(const std::filesystem::path& parent = std::filesystem::temp_directory_path()) {
+        std::string pattern = parent / "vark-test-XXXXXX";
         if (mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("No temporary folder could be made.");
         path_ = std::filesystem::canonical(pattern);

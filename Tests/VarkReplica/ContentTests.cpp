@@ -74,7 +74,7 @@ class ContentTest : public testing::Test, protected FollowingWorld {
         item.sha256 = FileHasher::sha256(bytes);
         vark.bytes[id] = std::move(bytes);
         vark.set(item);
-        learn({item});
+        learn(Items{item});
     }
     std::string bytesOf(const ContentFile& file, ByteRange range) {
         std::string bytes(static_cast<std::size_t>(range.end - range.begin), '\0');
@@ -174,8 +174,7 @@ TEST_F(ContentTest, OpenFileIsNeverMixedOfTwoVersions) {
     run(fresh->need({0, block}));
     EXPECT_EQ(bytesOf(*fresh, {0, 1}), "n");
     // Who reads to the end hears of what changed while the bytes were on their way.
-    VarkItem changed = file(2, topID, "large", 3);
-    vark.setInSecret(changed);
+    vark.setInSecret("2=large:3");
     const TaskHandle<void> reader = loop.start(fresh->need({0, 6 * mebibyte}));
     loop.advance(30s);
     EXPECT_THROW(reader.result(), ContentReplaced);

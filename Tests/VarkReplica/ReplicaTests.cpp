@@ -11,7 +11,7 @@ namespace {
 
 TEST(Replica, NameIsMissingOnlyInAFolderThatIsListed) {
     ReplicaWorld world;
-    world.learn({folder(1, topID, "f"), file(2, 1, "x")});
+    world.learn("1=f/ 2=x@1");
     const Ino f = world.ino(1);
     EXPECT_EQ(world.replica().lookup(f, "x")->here.size, 10);
     EXPECT_THROW(world.replica().lookup(f, "X"), NotKnown);
@@ -26,10 +26,7 @@ TEST(Replica, NameIsMissingOnlyInAFolderThatIsListed) {
 
 TEST(Replica, ListingGoesOnWhereItWasWhateverComesAndGoes) {
     ReplicaWorld world;
-    std::vector<VarkItem> items;
-    for (int number = 1; number <= 9; ++number)
-        items.push_back(file(number, topID, fmt::format("n{}", number)));
-    world.learn(items);
+    world.learn("1=n1 2=n2 3=n3 4=n4 5=n5 6=n6 7=n7 8=n8 9=n9");
     world.replica().markListed(rootIno, Asked{});
 
     std::multiset<std::string> seen;
@@ -43,14 +40,14 @@ TEST(Replica, ListingGoesOnWhereItWasWhateverComesAndGoes) {
         if (listing.isAll) break;
         // Some of those that were seen and of those that were not go, get other bytes, and other names.
         if (part == 0) world.gone({1, 9});
-        if (part == 1) world.learn({file(2, topID, "was n2", 2), file(20, topID, "new")});
+        if (part == 1) world.learn("2=was-n2:2 20=new");
     }
     EXPECT_THAT(seen, testing::ElementsAre("n1", "n2", "n3", "n4", "n5", "n6", "n7", "n8", "new"));
 }
 
 TEST(Replica, RestartFindsAllAsItWas) {
     ReplicaWorld world;
-    world.learn({folder(1, topID, "f"), file(2, 1, "x")});
+    world.learn("1=f/ 2=x@1");
     world.replica().markListed(world.ino(1), Asked{});
     world.replica().setAnchor("12|3");
     const Record before = world.row(2);
@@ -63,13 +60,13 @@ TEST(Replica, RestartFindsAllAsItWas) {
     // A number is never used twice, even where it was the last.
     world.gone({2});
     world.restart();
-    world.learn({file(2, 1, "x")});
+    world.learn("2=x@1");
     EXPECT_GT(world.ino(2), before.ino);
 }
 
 TEST(Replica, NobodyWhoLooksWaitsForWhoeverWrites) {
     ReplicaWorld world;
-    world.learn({file(1, topID, "a")});
+    world.learn("1=a");
     Turn turn = world.store().write();
     turn.query("DELETE FROM items WHERE id = 1").run();
     std::optional<Record> row;

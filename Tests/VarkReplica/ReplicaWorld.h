@@ -1,15 +1,14 @@
 #pragma once
 
-#include <stdlib.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <optional>
-#include <stdexcept>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "Tests/Support/TemporaryFolder.h"
 #include "VarkReplica/Replica.h"
 
 namespace vark::test {
@@ -36,25 +35,30 @@ inline VarkItem file(std::int64_t id, std::int64_t parent, std::string name, int
     return item;
 }
 
-/// A folder in memory for one test: what these tests are about is no matter of a disk's speed.
-class MemoryFolder {
-  public:
-    MemoryFolder() {
-        if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("No folder in memory could be made.");
-    }
-    MemoryFolder(const MemoryFolder&) = delete;
-    MemoryFolder& operator=(const MemoryFolder&) = delete;
-    ~MemoryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    std::filesystem::path operator/(std::string_view name) const {
-        return std::filesystem::path(path_) / name;
-    }
+using Items = std::vector<VarkItem>;
 
-  private:
-    std::string path_ = "/dev/shm/vark-test-XXXXXX";
-};
+/// Told in one line: "1=f/ 2=x@1 2=x:3@1" are the folder f at the top, a file in it, and its third version.
+inline Items items(const std::string& line) {
+    Items all;
+    std::istringstream words(line);
+    for (std::string word; words >> word;) {
+        std::int64_t id = 0;
+        std::string name;
+        char mark = 0;
+        std::istringstream parts(word);
+        parts >> id >> mark;
+        while (parts.get(mark) && mark != ':' && mark != '@')
+            name += mark;
+        int version = 1;
+        std::int64_t parent = topID;
+        if (parts && mark == ':') parts >> version >> mark;
+        if (parts && mark == '@') parts >> parent;
+        const bool isFolder = name.ends_with('/');
+        if (isFolder) name.pop_back();
+        all.push_back(isFolder ? folder(id, parent, name) : file(id, parent, name, version));
+    }
+    return all;
+}
 
 /// A replica of its own.
 class ReplicaWorld {
@@ -71,7 +75,8 @@ class ReplicaWorld {
         start();
     }
 
-    Learnt learn(const std::vector<VarkItem>& items) { return replica().learn(items, replica().ask()); }
+    Learnt learn(const std::string& line) { return learn(items(line)); }
+    Learnt learn(const Items& items) { return replica().learn(items, replica().ask()); }
     Learnt gone(const std::vector<std::int64_t>& ids) { return replica().gone(ids, replica().ask()); }
 
     Ino ino(std::int64_t id) {
@@ -80,12 +85,11 @@ class ReplicaWorld {
     }
     Record row(std::int64_t id) { return replica().record(ino(id)).value(); }
 
-    /// The paths of all that is shown, sorted; those of folders end with "/".
-    std::vector<std::string> shown() {
-        std::vector<std::string> paths;
+    /// The paths of all that is shown, sorted, with "/" behind those of folders.
+    std::string shown() {
+        std::set<std::string> paths;
         collect(rootIno, "", paths);
-        std::ranges::sort(paths);
-        return paths;
+        return fmt::format("{}", fmt::join(paths, " "));
     }
     /// The vark's numbers of what is to be asked for again, sorted.
     std::vector<std::int64_t> asked() {
@@ -102,11 +106,11 @@ class ReplicaWorld {
         store_ = std::make_unique<ReplicaStore>(files_);
         replica_ = std::make_unique<Replica>(*store_, topID, [this] { return now; });
     }
-    void collect(Ino ino, const std::string& path, std::vector<std::string>& paths) {
+    void collect(Ino ino, const std::string& path, std::set<std::string>& paths) {
         for (const Listing::Entry& entry : replica().list(ino, 0, 10'000).entries) {
             const bool isFolder = entry.here.kind == Kind::folder;
             const std::string own = path + entry.here.name + (isFolder ? "/" : "");
-            paths.push_back(own);
+            paths.insert(own);
             if (isFolder) collect(entry.ino, own, paths);
         }
     }
@@ -115,7 +119,7 @@ class ReplicaWorld {
     Date now{1000};
 
   private:
-    MemoryFolder folder_;
+    TemporaryFolder folder_{"/dev/shm"};
     ReplicaFiles files_{folder_ / "disk/one"};
     std::unique_ptr<ReplicaStore> store_;
     std::unique_ptr<Replica> replica_;

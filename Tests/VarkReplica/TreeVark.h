@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Tests/Support/Fakes/SilentVark.h"
+#include "Tests/VarkReplica/ReplicaWorld.h"
 #include "VarkCore/API/ContentSink.h"
 #include "VarkCore/Concurrency/Clock.h"
 
@@ -29,6 +30,10 @@ class TreeVark final : public SilentVark {
     /// 1".
     std::vector<std::string> calls;
 
+    void set(const std::string& line) {
+        for (VarkItem& item : items(line))
+            set(std::move(item));
+    }
     void set(VarkItem item) {
         feed_.emplace_back(item.id, false);
         items_[item.id] = std::move(item);
@@ -38,8 +43,10 @@ class TreeVark final : public SilentVark {
         items_.erase(id);
     }
     /// What the feed does not tell of.
-    void forget(std::int64_t id) { items_.erase(id); }
-    void setInSecret(VarkItem item) { items_[item.id] = std::move(item); }
+    void setInSecret(const std::string& line) {
+        for (VarkItem& item : items(line))
+            items_[item.id] = std::move(item);
+    }
 
     std::vector<std::string> taken() { return std::exchange(calls, {}); }
 

@@ -60,6 +60,8 @@ const Endpoint endpoints[] = {
      "GET /api/changes?under=7&limit=500&since=", "", {200}, R"({"cursor":"c"})", "c"},
     {[](API api) { return told(api.binned("Jobs/é +?"), [](auto& item) { return item.has_value(); }); },
      "GET /api/binned?path=Jobs/%C3%A9%20%2B%3F", "", {200, 404, 405}, R"({"binned":true})", "true", "false"},
+    {[](API api) { return told(api.binned("a"), [](auto& item) { return item.has_value(); }); },
+     "GET /api/binned?path=a", "", {200}, R"({"binned":false,"id":4})", "false", "false"},
     {[](API api) { return told(api.createFolder("a/b")); },
      "POST /api/folders", R"({"path":"a/b"})", {200, 201}, R"({"path":"a/B"})", "a/B", "a/b"},
     {[](API api) { return told(api.rename("a/b", "c")); },

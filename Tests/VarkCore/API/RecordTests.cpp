@@ -49,6 +49,12 @@ TEST(Records, AreReadInEveryFormAndWrittenInOne) {
         EXPECT_EQ(c.rewritten(c.read), c.written.empty() ? c.read : c.written);
 }
 
+TEST(VarkItem, VersionsKeepTheFormInWhichTheyAreStored) {
+    const VarkItem item{.name = "Jobs", .parent = 42, .size = 512, .mtime = 1700000000, .sha256 = "ab12"};
+    EXPECT_EQ(item.contentVersion(), "512|1700000000.0|ab12");
+    EXPECT_EQ(item.metadataVersion(), "42|Jobs");
+}
+
 TEST(VarkPage, BringsTheFirstPagesOfItsFolders) {
     const auto page = read<VarkPage>(R"({"items":[{"id":1}],"ahead":{
         "12":{"items":[{"id":2}],"cursor":"c","more":true,"ahead":{"1":{"items":[]}}},
