@@ -55,6 +55,21 @@ IngestInfo infoFor(const IngestWish& wish, const IngestStart& start, const Walke
     return info;
 }
 
+/// Keeps an engine from sending for as long as it lives.
+class HeldBack {
+  public:
+    explicit HeldBack(TransferEngine& engine) : engine_(engine) {
+        engine_.setHold(kind, "The card is being taken in.");
+    }
+    ~HeldBack() { engine_.clearHold(kind); }
+    HeldBack(const HeldBack&) = delete;
+    HeldBack& operator=(const HeldBack&) = delete;
+
+  private:
+    static constexpr const char* kind = "announcing";
+    TransferEngine& engine_;
+};
+
 /// The announcement, or why it was not taken.
 struct Announced {
     std::optional<IngestStart> start;
@@ -217,6 +232,9 @@ Task<IngestDesk::Opening> IngestDesk::open(IngestWish wish) {
                         "Make room there, or leave something out.",
                         name, Format::bytes(bytes), room));
     }
+    // Nothing of it is sent before the queue that says so is on the disk: a run that is killed would leave
+    // the announcement without a report, and announce the card again.
+    const HeldBack whileItIsSaved(engine_);
     queue_.beginAnew(wish.destination, wish.title);
     engine_.setIngest(infoFor(wish, *announced.start, *card, surroundings_.date()));
     if (!engine_.addWalked(wish.volume.path, *card)) {
@@ -224,7 +242,6 @@ Task<IngestDesk::Opening> IngestDesk::open(IngestWish wish) {
         co_return refusing(
             fmt::format("{} was not taken in, since this run is ending. Nothing of it has been sent.", name));
     }
-    // From here on a run that is killed carries on, and does not announce the card again.
     if (!co_await engine_.saved()) opening.answer.problems.push_back(notSaved());
     opening.goesOn = true;
     co_return opening;

@@ -12,7 +12,8 @@ namespace vark {
 namespace {
 
 // In the order in which they are shown when several are in force.
-constexpr std::array<std::string_view, 4> kindsOfHold = {"drive", "sleep", "network", "schedule"};
+constexpr std::array<std::string_view, 5> kindsOfHold = {"drive", "sleep", "network", "schedule",
+                                                         "announcing"};
 constexpr Duration tickLength = std::chrono::milliseconds(500);
 constexpr Duration rateWindow = std::chrono::seconds(12);
 constexpr int minutesOfADay = 24 * 60;
