@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "VarkCore/Concurrency/BlockingPool.h"
-#include "VarkProvider/Names.h"
+#include "VarkCore/Foundation/Names.h"
 #include "VarkProvider/Patience.h"
 
 namespace vark {

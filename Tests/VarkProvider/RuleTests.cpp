@@ -5,7 +5,7 @@
 #include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Files.h"
 #include "VarkProvider/BinnedEcho.h"
-#include "VarkProvider/Names.h"
+#include "VarkCore/Foundation/Names.h"
 #include "VarkProvider/Patience.h"
 #include "VarkProvider/ProviderError.h"
 #include "VarkProvider/Reimport.h"

@@ -31,7 +31,4 @@ std::string_view nameOf(ConflictRule rule);
 /// its own is.
 std::optional<ConflictRule> newerOf(const TransferItem& item);
 
-/// The name that is tried after a taken one: "Take (2).mov", "Take (3).mov".
-std::string nextFreeName(std::string_view name);
-
 }  // namespace vark

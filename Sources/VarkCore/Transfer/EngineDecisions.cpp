@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "VarkCore/Foundation/Names.h"
 #include "VarkCore/Foundation/Text.h"
 #include "VarkCore/Transfer/TransferEngine.h"
 
@@ -36,7 +37,7 @@ bool TransferEngine::decide(const UUID& itemID, ConflictRule rule,
     if (*meant == ConflictRule::keepBoth) {
         std::string path = found->relativePath;
         do {
-            path = withName(path, nextFreeName(lastPathComponent(path)));
+            path = withName(path, Names::next(lastPathComponent(path)));
         } while (isTaken(path));
         putBeside(itemID, path);
     } else {

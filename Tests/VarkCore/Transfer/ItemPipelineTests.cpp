@@ -66,14 +66,6 @@ TEST(ConflictRule, TheLaterOneIsToldByItsTime) {
     EXPECT_EQ(newerOf(item), std::nullopt);
 }
 
-TEST(ConflictRule, TheNextFreeNameCounts) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"a.mov", "a (2).mov"}, {"a (2).mov", "a (3).mov"},   {"a (99).mov", "a (100).mov"},
-        {"a (1)", "a (1) (2)"}, {".profile", ".profile (2)"}, {"a.tar.gz", "a.tar (2).gz"}};
-    for (const auto& [name, next] : cases)
-        EXPECT_EQ(nextFreeName(name), next);
-}
-
 TEST_F(ItemPipeline, CallsAreTriedAgainAfterLongerAndLongerWaitsAndTheSixthFailureIsFinal) {
     engine->patience = {};
     vark->chunkTime = 0s;

@@ -1,4 +1,4 @@
-#include "VarkProvider/Names.h"
+#include "VarkCore/Foundation/Names.h"
 
 #include <fmt/format.h>
 
