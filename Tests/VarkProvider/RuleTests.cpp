@@ -4,8 +4,8 @@
 
 #include "VarkCore/Errors/VarkAPIError.h"
 #include "VarkCore/Foundation/Files.h"
-#include "VarkProvider/BinnedEcho.h"
 #include "VarkCore/Foundation/Names.h"
+#include "VarkProvider/BinnedEcho.h"
 #include "VarkProvider/Patience.h"
 #include "VarkProvider/ProviderError.h"
 #include "VarkProvider/Reimport.h"

@@ -242,6 +242,7 @@ Task<IngestDesk::Opening> IngestDesk::open(IngestWish wish) {
         co_return refusing(
             fmt::format("{} was not taken in, since this run is ending. Nothing of it has been sent.", name));
     }
+    // From here on a run that is killed carries on, and does not announce the card again.
     if (!co_await engine_.saved()) opening.answer.problems.push_back(notSaved());
     opening.goesOn = true;
     co_return opening;
