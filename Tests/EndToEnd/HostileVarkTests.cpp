@@ -13,7 +13,7 @@ namespace {
 /// thread sanitizer keeps some bytes of its own for each of the program's.
 std::int64_t mostMemory() {
     const std::string& sanitizers = Programs::get().sanitizers();
-    return (sanitizers.empty() ? 300 : sanitizers == "thread" ? 800 : 500) << 20;
+    return (sanitizers == "thread" ? 800 : 500) << 20;
 }
 
 std::string millionTimes(std::string_view item) {
