@@ -54,7 +54,8 @@ function(vark_library name)
   target_link_libraries(${name} PUBLIC VarkOptions)
 endfunction()
 
-# vark_precompile(TARGET): the headers that nearly every file of ours takes in.
+# vark_precompile(TARGET): the headers that nearly every file of ours takes in. None of our own: a precompiled header
+# from the cache remembers where they lay in another clone, and they would be taken in twice.
 function(vark_precompile name)
   target_precompile_headers(${name} PRIVATE
     <algorithm> <chrono> <coroutine> <cstdint> <exception> <filesystem> <functional> <map> <memory> <mutex>
