@@ -108,6 +108,15 @@ TEST_F(FollowingTest, WhatTheOtherOneIsToDecideIsWaitedFor) {
     EXPECT_EQ(end(), ExitCode::allLanded);
 }
 
+TEST_F(FollowingTest, ACardThatLeftTheQueueIsNotSaidToBeSafe) {
+    followed.isCard = true;
+    start();
+    answer(view({.verified = 3}));
+    EXPECT_FALSE(following.done()) << "the card is still to be closed";
+    answer(view({.verified = 3}, true));
+    EXPECT_EQ(end(), ExitCode::somethingFailed);
+}
+
 TEST_F(FollowingTest, WhenTheOtherOneEndsTheQueueIsItsOwn) {
     start();
     answer(view({.verified = 1}));

@@ -48,10 +48,18 @@ ExitCode finish(const Followed& followed, const QueueView& view, SendDisplay& di
                 const std::optional<CardClosed>& card = std::nullopt) {
     bool wasLeftBehind =
         followed.taken.outcome != Outcome::done || view.entries.size() < followed.taken.entries.size();
-    if (followed.isCard && card) {
+    // A queue that holds this card no more tells of another one.
+    const bool isInTheQueue = std::ranges::none_of(view.entries, &EntryView::isGone);
+    if (followed.isCard && card && isInTheQueue) {
         display.cardClosed(card->verdict);
         if (card->notReported) display.say(inWords(*card->notReported));
         wasLeftBehind = wasLeftBehind || !card->endsWell();
+    } else if (followed.isCard && view.overall.filesConflict == 0) {
+        display.say(
+            "The card was taken out of the queue before it was looked through again. Do not clear it yet; "
+            "bring "
+            "it in once more to be sure.");
+        wasLeftBehind = true;
     }
     const ExitCode code = outcomeOf(view, wasLeftBehind);
     if (view.entries.size() < followed.taken.entries.size())
